@@ -1,0 +1,81 @@
+// Kernels by name. Nothing is kept here: a library is read once per kernel, when the first filter
+// of its class is made.
+#include "vorneffects/VornEffects.h"
+
+#include <cstdio>
+
+namespace {
+
+template <class Kernel>
+Kernel loadKernel(const char* kernelKind, Class owner, std::string_view libraryName,
+                  std::string_view functionName) {
+    const Data library = VornEffectsLoadMetalLibraryData(owner, libraryName);
+    if (!library) return {};
+
+    KernelError error;
+    const Kernel kernel = Kernel::kernelWithFunctionName(functionName, library, &error);
+    if (kernel) return kernel;
+
+    const std::string& description = error.localizedDescription;
+    std::printf("ERROR: failed to load %s '%s' from '%s'%s%s\n", kernelKind,
+                std::string(functionName).c_str(), std::string(libraryName).c_str(),
+                description.empty() ? "" : " err=", description.c_str());
+    return {};
+}
+
+} // namespace
+
+Data VornEffectsLoadMetalLibraryData(Class owner, std::string_view libraryName) {
+    if (!owner || libraryName.empty()) return nullptr;
+
+    const auto path = Bundle::forClass(owner).pathForResource(libraryName, "ci.metallib");
+    if (!path) {
+        std::printf("ERROR: missing ci.metallib resource '%s' for class '%s'\n",
+                    std::string(libraryName).c_str(), owner->name);
+        return nullptr;
+    }
+    Data data = dataWithContentsOfFile(*path);
+    if (!data)
+        std::printf("ERROR: failed to load ci.metallib '%s' for class '%s'\n",
+                    std::string(libraryName).c_str(), owner->name);
+    return data;
+}
+
+CIKernel VornEffectsLoadKernel(Class owner, std::string_view libraryName,
+                               std::string_view functionName) {
+    return loadKernel<CIKernel>("CIKernel", owner, libraryName, functionName);
+}
+
+CIColorKernel VornEffectsLoadColorKernel(Class owner, std::string_view libraryName,
+                                         std::string_view functionName) {
+    return loadKernel<CIColorKernel>("CIColorKernel", owner, libraryName, functionName);
+}
+
+CIWarpKernel VornEffectsLoadWarpKernel(Class owner, std::string_view libraryName,
+                                       std::string_view functionName) {
+    return loadKernel<CIWarpKernel>("CIWarpKernel", owner, libraryName, functionName);
+}
+
+bool VornEffectsLoadKernelArray(Class owner, std::string_view libraryName,
+                                const std::string_view* functionNames, CIKernel* slots, int count) {
+    if (!owner || libraryName.empty() || count < 1 || !slots || !functionNames) return false;
+
+    bool isComplete = true;
+    for (int index = 0; index < count; ++index) {
+        if (slots[index]) continue;
+        const std::string_view functionName = functionNames[index];
+        if (functionName.empty()) {
+            std::printf("ERROR: empty kernel name at index %d for class '%s'\n", index,
+                        owner->name);
+            isComplete = false;
+            continue;
+        }
+        slots[index] = VornEffectsLoadKernel(owner, libraryName, functionName);
+        if (!slots[index]) {
+            std::printf("ERROR: failed to load kernel '%s' at index %d for class '%s'\n",
+                        std::string(functionName).c_str(), index, owner->name);
+            isComplete = false;
+        }
+    }
+    return isComplete;
+}

@@ -1,0 +1,81 @@
+// The catalogue of filters: which names exist, and which class each name makes, as the manifest in
+// the library's bundle says.
+#include "vorneffects/VornEffects.h"
+
+#include <cstdio>
+#include <functional>
+#include <map>
+
+namespace {
+
+/// Resources of the library are looked up through this class.
+constinit const ClassInfo catalogClass{"VornEffectsCatalog", &catalogClass};
+const vorn::detail::ClassRegistration registeredCatalog{&catalogClass};
+
+using ClassByName = std::map<std::string, Class, std::less<>>;
+
+/// Null until the manifest was asked for. It is asked for once: a manifest that is missing then
+/// leaves the catalogue empty. Never freed, since filters may be made until the process ends.
+ClassByName* classByName = nullptr;
+
+const std::string* stringForKey(const PropertyList& entry, std::string_view key) {
+    const PropertyListDictionary* dictionary = entry.dictionary();
+    if (!dictionary) return nullptr;
+    const auto found = dictionary->find(key);
+    return found == dictionary->end() ? nullptr : found->second.string();
+}
+
+std::optional<PropertyListDictionary> readManifest() {
+    const auto path =
+        Bundle::forClass(&catalogClass).pathForResource("VornEffectsManifest", "plist");
+    if (!path) return std::nullopt;
+    return dictionaryWithContentsOfFile(*path);
+}
+
+const ClassByName& loadedCatalog() {
+    VornEffectsCatalog::registerBuiltInMappings();
+    return *classByName;
+}
+
+} // namespace
+
+void VornEffectsCatalog::registerBuiltInMappings() {
+    if (classByName) return;
+    classByName = new ClassByName;
+
+    const auto manifest = readManifest();
+    if (!manifest) {
+        std::puts("VornEffects Manifest: Could not find/open manifest dict!");
+        return;
+    }
+    const auto found = manifest->find("Entries");
+    const PropertyListArray* entries = found == manifest->end() ? nullptr : found->second.array();
+    if (!entries) {
+        std::puts("VornEffects Manifest: Could not open manifest array!");
+        return;
+    }
+    for (const PropertyList& entry : *entries) {
+        const std::string* filterName = stringForKey(entry, "FilterName");
+        const std::string* className = stringForKey(entry, "ClassName");
+        const Class filterClass = className ? classFromString(*className) : nullptr;
+        if (filterName && filterClass) {
+            classByName->insert_or_assign(*filterName, filterClass);
+            continue;
+        }
+        std::printf("VornEffects Manifest: class not found for %s -> %s\n",
+                    filterName ? filterName->c_str() : "(null)",
+                    className ? className->c_str() : "(null)");
+    }
+}
+
+Class VornEffectsCatalog::filterClassForName(std::string_view name) {
+    const ClassByName& catalog = loadedCatalog();
+    const auto found = catalog.find(name);
+    return found == catalog.end() ? nullptr : found->second;
+}
+
+std::vector<std::string> VornEffectsCatalog::allFilterNames() {
+    std::vector<std::string> names;
+    for (const auto& [name, filterClass] : loadedCatalog()) names.push_back(name);
+    return names;
+}

@@ -1,0 +1,20 @@
+#include "vorneffects/VornEffects.h"
+
+#include <cstdio>
+
+void VornEffectsRegistrar::registerAllFilters() {
+    static bool isRegistered = false;
+
+    std::puts("VornEffects: registerAllFilters");
+    if (isRegistered) return;
+
+    VornEffectsCatalog::registerBuiltInMappings();
+    const auto constructor = std::make_shared<VornEffectsFilterConstructor>();
+    for (const std::string& name : VornEffectsCatalog::allFilterNames()) {
+        // Hosts read the categories as one text here, not as a list.
+        CIFilter::registerFilterName(name, constructor,
+                                     {{kCIAttributeFilterDisplayName, name},
+                                      {kCIAttributeFilterCategories, kVornFilterCategory}});
+    }
+    isRegistered = true;
+}

@@ -1,0 +1,27 @@
+// Gobo: reduces the image to black and white, as a mask before a lamp, with a weight per channel.
+#include "core/FilterSupport.h"
+
+class VEGobo final : public CIFilter {
+public:
+    VEGobo() { loadKernel<VEGobo>(kernel, "VE_GoboFilterKernel", "VE_Gobo_blackAndWhite"); }
+
+    static Attributes customAttributes() {
+        return {mixer(), scalar("inputIntensity", "intensity", {}), scalar("inputRed", "red", {}),
+                scalar("inputGreen", "green", {}), scalar("inputBlue", "blue", {})};
+    }
+
+    CIImage outputImage() override {
+        const CISampler source(inputImage);
+        return kernel.applyWithExtent(
+            source.extent(), RegionOfInterest::identity(),
+            {source, inputMixer, inputIntensity, inputRed, inputGreen, inputBlue});
+    }
+
+    CIImage inputImage;
+    Number inputMixer, inputIntensity, inputRed, inputGreen, inputBlue;
+    VORN_FILTER(VEGobo, inputImage, inputMixer, inputIntensity, inputRed, inputGreen, inputBlue)
+
+private:
+    inline static CIKernel kernel;
+};
+VORN_REGISTER(VEGobo)

@@ -1,0 +1,22 @@
+// X-ray: the look of an X-ray picture, by the intensity.
+#include "core/FilterSupport.h"
+
+class VEXray final : public CIFilter {
+public:
+    VEXray() { loadKernel<VEXray>(kernel, "VE_XrayFilterKernel", "VE_Xray_xray"); }
+
+    static Attributes customAttributes() { return {scalar("inputIntensity", "intensity", {})}; }
+
+    CIImage outputImage() override {
+        const CISampler source(inputImage);
+        return kernel.applyWithExtent(source.extent(), {source, inputIntensity});
+    }
+
+    CIImage inputImage;
+    Number inputIntensity;
+    VORN_FILTER(VEXray, inputImage, inputIntensity)
+
+private:
+    inline static CIColorKernel kernel;
+};
+VORN_REGISTER(VEXray)

@@ -1,0 +1,32 @@
+// Gain clamp: limits the colour with three controls on 0 to 255; the mode is in the first input.
+#include "core/FilterSupport.h"
+
+class VE_GainClamp final : public CIFilter {
+public:
+    VE_GainClamp() { loadKernels<VE_GainClamp>(kernels, "VE_GainClampFilterKernel", kFunctions); }
+
+    static Attributes customAttributes() {
+        constexpr ScalarRange range{.sliderMax = 255, .standard = 255};
+        return {constant("input1", {.sliderMax = 255}), constant("input2", range),
+                constant("input3", range), constant("input4", range)};
+    }
+
+    CIImage outputImage() override {
+        const CISampler source(inputImage);
+        return kernelForMode(kernels, input1)
+            .applyWithExtent(source.extent(), RegionOfInterest::identity(),
+                             {source, fraction(input2), fraction(input3), fraction(input4)});
+    }
+
+    CIImage inputImage;
+    Number input1, input2, input3, input4;
+    VORN_FILTER(VE_GainClamp, inputImage, input1, input2, input3, input4)
+
+private:
+    static float fraction(const Number& control) { return control.floatValue() / 255.0f; }
+
+    static constexpr std::string_view kFunctions[] = {
+        "VE_GainClamp_gainThreshold", "VE_GainClamp_gainClamp", "VE_GainClamp_hybridHSVgainClamp"};
+    inline static CIKernel kernels[std::size(kFunctions)];
+};
+VORN_REGISTER(VE_GainClamp)

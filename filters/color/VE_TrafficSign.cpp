@@ -1,0 +1,31 @@
+// Traffic sign: the image as a grid of lamps, like a lamp matrix over a road.
+#include "core/FilterSupport.h"
+
+class VE_TrafficSign final : public CIFilter {
+public:
+    VE_TrafficSign() {
+        loadKernel<VE_TrafficSign>(kernel, "VE_TrafficSignFilterKernel",
+                                   "VE_TrafficSign_trafficSign");
+    }
+
+    static Attributes customAttributes() {
+        return {
+            constant("inputMixer", {}), // at rest by default, unlike the mixer of other filters
+            constant("inputScale", {.min = 1, .sliderMin = 1, .sliderMax = 200, .standard = 10}),
+            constant("inputBoost", {.min = 1, .sliderMin = 1, .sliderMax = 5, .standard = 1})};
+    }
+
+    CIImage outputImage() override {
+        const CISampler source(inputImage);
+        return kernel.applyWithExtent(source.extent(), RegionOfInterest::identity(),
+                                      {source, inputMixer, inputScale, inputBoost});
+    }
+
+    CIImage inputImage;
+    Number inputMixer, inputScale, inputBoost;
+    VORN_FILTER(VE_TrafficSign, inputImage, inputMixer, inputScale, inputBoost)
+
+private:
+    inline static CIKernel kernel;
+};
+VORN_REGISTER(VE_TrafficSign)

@@ -1,0 +1,135 @@
+#include "catalog.h"
+
+#include "commands.h"
+#include "output.h"
+#include "suggest.h"
+
+#include <algorithm>
+#include <type_traits>
+
+#include <fmt/format.h>
+
+namespace vorn::cli {
+
+namespace {
+
+/// A class attribute that is a text or a list of texts, as one text.
+std::string classAttribute(const ClassAttributes& attributes, std::string_view key) {
+    for (const auto& [name, value] : attributes) {
+        if (name != key) continue;
+        if (const auto* text = std::get_if<std::string>(&value)) return *text;
+        const auto& list = std::get<std::vector<std::string>>(value);
+        return list.empty() ? std::string() : list.front();
+    }
+    return {};
+}
+
+FilterEntry entryFor(const std::string& name, const RegisteredFilter& registered) {
+    const Class owner = VornEffectsCatalog::filterClassForName(name);
+    const FilterClassInfo* info = owner ? owner->filter : nullptr;
+    if (!info) {
+        const CIFilterRef filter = CIFilter::filterWithName(name);
+        if (!filter) throw CommandError(ExitCode::Failed, "cannot make a filter " + name);
+        info = &filter->filterClass();
+    }
+    return {name, classAttribute(registered.classAttributes, kCIAttributeFilterCategories),
+            classAttribute(registered.classAttributes, kCIAttributeFilterDisplayName), info};
+}
+
+/// The kind of an input that is only advertised, from its default.
+InputKind advertisedKind(const InputAttributes& attributes) {
+    const AttributeValue* standard = attributes.find(kCIAttributeDefault);
+    if (standard && std::holds_alternative<CIVector>(*standard)) return InputKind::Vector;
+    if (standard && std::holds_alternative<CIColor>(*standard)) return InputKind::Color;
+    return InputKind::Number;
+}
+
+/// The kind of a set value.
+InputKind kindOfValue(const InputValue& value) {
+    return std::visit(
+        [](const auto& held) {
+            using Held = std::remove_cvref_t<decltype(held)>;
+            if constexpr (std::is_same_v<Held, std::monostate>) return InputKind::Number;
+            else return vorn::detail::kindOf<Held>();
+        },
+        value);
+}
+
+} // namespace
+
+void registerFilters() {
+    PrintedLines printed;
+    VornEffectsRegistrar::registerAllFilters();
+    for (const std::string& line : printed.take()) {
+        if (line != "VornEffects: registerAllFilters") fmt::print(stderr, "{}\n", line);
+    }
+}
+
+std::vector<FilterEntry> listFilters(bool builtin) {
+    std::vector<FilterEntry> entries;
+    for (const std::string& name : CIFilter::filterNames()) {
+        const RegisteredFilter* registered = CIFilter::registeredFilter(name);
+        if (!registered) continue;
+        const std::string category =
+            classAttribute(registered->classAttributes, kCIAttributeFilterCategories);
+        if ((category != kVornFilterCategory) == builtin) {
+            entries.push_back(entryFor(name, *registered));
+        }
+    }
+    return entries;
+}
+
+FilterEntry findFilter(std::string_view name) {
+    if (const RegisteredFilter* registered = CIFilter::registeredFilter(name)) {
+        return entryFor(std::string(name), *registered);
+    }
+    const std::vector<std::string> names = CIFilter::filterNames();
+    const std::string hint = names.empty() ? "; no filter is registered, try `vorn doctor`"
+                                           : suggestion(name, names);
+    throw CommandError(ExitCode::Usage, fmt::format("there is no filter \"{}\"{}", name, hint));
+}
+
+CIFilterRef makeFilter(const FilterEntry& entry) {
+    CIFilterRef filter = CIFilter::filterWithName(entry.name);
+    if (!filter) throw CommandError(ExitCode::Failed, "cannot make a filter " + entry.name);
+    return filter;
+}
+
+std::vector<ListedInput> listInputs(const FilterEntry& entry) {
+    std::vector<ListedInput> inputs;
+    for (const InputInfo& info : entry.info->inputs()) {
+        inputs.push_back({info.key, info.kind, &info, false, {}});
+    }
+    for (const InputAttributes& attributes : entry.info->customAttributes()) {
+        const auto place = std::find_if(inputs.begin(), inputs.end(), [&](const ListedInput& i) {
+            return i.key == attributes.key;
+        });
+        if (place == inputs.end()) {
+            inputs.push_back(
+                {attributes.key, advertisedKind(attributes), nullptr, true, attributes});
+        } else {
+            place->isAdvertised = true;
+            place->attributes = attributes;
+        }
+    }
+    return inputs;
+}
+
+void checkInput(const FilterEntry& entry, std::string_view key, const InputValue& value,
+                std::string_view option) {
+    std::vector<std::string> keys;
+    for (const ListedInput& input : listInputs(entry)) {
+        keys.push_back(input.key);
+        if (input.key != key) continue;
+        const bool isUnset = std::holds_alternative<std::monostate>(value);
+        if (!input.info || isUnset || kindOfValue(value) == input.kind) return;
+        throw CommandError(ExitCode::Usage,
+                           fmt::format("{}: {} of {} is of the kind {}, not {}", option, key,
+                                       entry.name, inputKindName(input.kind),
+                                       inputKindName(kindOfValue(value))));
+    }
+    throw CommandError(ExitCode::Usage, fmt::format("{}: {} has no input \"{}\"{}", option,
+                                                    entry.name, key, suggestion(key, keys)));
+}
+
+} // namespace vorn::cli

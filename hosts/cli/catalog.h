@@ -1,0 +1,45 @@
+// The filters that can be named on the command line, and what can be set on them.
+#pragma once
+
+#include "vorneffects/VornEffects.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vorn::cli {
+
+/// Registers every filter. What the registry has to say goes to standard error, its banner nowhere.
+void registerFilters();
+
+struct FilterEntry {
+    std::string name, category, displayName;
+    const FilterClassInfo* info = nullptr;
+
+    const char* className() const { return info->classInfo.name; }
+};
+
+/// The effects, or the framework's own filters (every other category), sorted by name.
+std::vector<FilterEntry> listFilters(bool builtin);
+/// A registered filter; a usage error with the nearest names when there is none.
+FilterEntry findFilter(std::string_view name);
+/// A new instance of it.
+CIFilterRef makeFilter(const FilterEntry& entry);
+
+/// One input as it can be listed: those that the class reads, in its order, then those that are
+/// only advertised (`info` is null).
+struct ListedInput {
+    std::string key;
+    InputKind kind;
+    const InputInfo* info = nullptr;
+    bool isAdvertised = false;
+    InputAttributes attributes;
+};
+std::vector<ListedInput> listInputs(const FilterEntry& entry);
+
+/// Checks that a value can be set: a usage error, with the nearest keys, for a key that the filter
+/// neither reads nor advertises, and for a value of another kind than the input's.
+void checkInput(const FilterEntry& entry, std::string_view key, const InputValue& value,
+                std::string_view option);
+
+} // namespace vorn::cli

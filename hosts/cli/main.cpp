@@ -1,0 +1,114 @@
+// `vorn`: the effects on the command line.
+#include "commands.h"
+#include "output.h"
+#include "suggest.h"
+
+#include "vorneffects/VornEffects.h"
+
+#include <algorithm>
+#include <exception>
+#include <sstream>
+
+#include <CLI/CLI.hpp>
+
+namespace vorn::cli {
+
+namespace {
+
+/// A command's own help; `help()` would show that of the command that was chosen.
+std::string helpFor(const CLI::App& command, const std::string& name) {
+    return command.get_formatter()->make_help(&command, name, CLI::AppFormatMode::Normal);
+}
+
+std::vector<std::string> commandNames(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+        names.push_back(command->get_name());
+    }
+    return names;
+}
+
+/// The command of that name; a usage error that names the nearest when there is none.
+CLI::App& findCommand(CLI::App& app, const std::string& name) {
+    const std::vector<std::string> names = commandNames(app);
+    if (std::find(names.begin(), names.end(), name) != names.end()) {
+        return *app.get_subcommand(name);
+    }
+    const std::string hint = suggestion(name, names);
+    throw CommandError(ExitCode::Usage,
+                       fmt::format("there is no command \"{}\"{}", name,
+                                   hint.empty() ? "; try `vorn help`" : hint));
+}
+
+void addHelpCommand(CLI::App& app, Action& action) {
+    auto name = std::make_shared<std::string>();
+    CLI::App* command = app.add_subcommand("help", "Explain a command");
+    command->add_option("COMMAND", *name, "The command; all of them when left out");
+    command->callback([&app, &action, name] {
+        action = [&app, name] {
+            const std::string help = name->empty()
+                                         ? helpFor(app, "vorn")
+                                         : helpFor(findCommand(app, *name), "vorn " + *name);
+            printResult("{}", help);
+            return ExitCode::Done;
+        };
+    });
+}
+
+ExitCode run(int argc, char** argv) {
+    CLI::App app("Real-time video effects on the command line.", "vorn");
+    app.get_formatter()->column_width(38);
+    app.set_version_flag("--version", fmt::format("vorn {:.1f}", VornEffectsVersionNumber),
+                         "Print the version and leave");
+    app.footer(std::string("`vorn help COMMAND` explains a command, with examples.\n\n") +
+               kExitCodesHelp);
+    Action action;
+    addListCommand(app, action);
+    addDescribeCommand(app, action);
+    addExplainCommand(app, action);
+    addBenchCommand(app, action);
+    addDoctorCommand(app, action);
+    addHelpCommand(app, action);
+
+    if (argc < 2) {
+        fmt::print(stderr, "{}", helpFor(app, "vorn"));
+        return ExitCode::Usage;
+    }
+    if (argv[1][0] != '-') findCommand(app, argv[1]);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& request) {
+        std::ostringstream answer, complaint;
+        const int code = app.exit(request, answer, complaint);
+        printResult("{}", answer.str());
+        fmt::print(stderr, "{}", complaint.str());
+        return code == 0 ? ExitCode::Done : ExitCode::Usage;
+    }
+    if (!action) throw CommandError(ExitCode::Usage, "no command is given; try `vorn help`");
+    return action();
+}
+
+} // namespace
+
+} // namespace vorn::cli
+
+int main(int argc, char** argv) {
+    using namespace vorn::cli;
+    ExitCode code = ExitCode::Failed;
+    try {
+        separateResultsFromTalk();
+        code = run(argc, argv);
+    } catch (const CommandError& error) {
+        fmt::print(stderr, "vorn: {}\n", error.what());
+        code = error.code();
+    } catch (const std::bad_alloc&) {
+        fmt::print(stderr, "vorn: out of memory\n");
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "vorn: {}\n", error.what());
+    }
+    if (!finishResults()) {
+        fmt::print(stderr, "vorn: standard output cannot be written\n");
+        if (code == ExitCode::Done) code = ExitCode::OutputNotWritable;
+    }
+    return static_cast<int>(code);
+}

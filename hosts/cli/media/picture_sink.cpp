@@ -1,0 +1,102 @@
+#include "encoder.h"
+#include "sinks.h"
+#include "temporary_file.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace vorn::media {
+
+namespace {
+
+void writeFile(const std::string& path, const std::uint8_t* bytes, std::size_t count) {
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    if (!file) throw std::runtime_error(std::strerror(errno));
+    bool isWritten = std::fwrite(bytes, 1, count, file) == count;
+    int fault = errno;
+    if (std::fclose(file) != 0) {
+        if (isWritten) fault = errno;
+        isWritten = false;
+    }
+    if (!isWritten) throw std::runtime_error(std::strerror(fault));
+}
+
+EncoderRequest pictureRequest(const Target& target, const WriterOptions& options) {
+    EncoderRequest request;
+    request.codec = target.encoder;
+    request.storedSize = options.size;
+    request.options = &options;
+    return request;
+}
+
+/// One file per frame; each is whole before it takes its name.
+class PictureSink final : public Sink {
+public:
+    PictureSink(const std::string& path, const Target& target, const WriterOptions& options,
+                Warnings& warnings)
+        : encoder_(pictureRequest(target, options), warnings), pattern_(target.pattern),
+          overwrite_(options.overwrite) {
+        const MediaInfo* source = options.source;
+        const bool isFromSequence = source && source->kind == MediaKind::Sequence;
+        number_ = options.sequenceFirstNumber.value_or(isFromSequence ? source->firstNumber : 1);
+        // Creating the first file now shows whether the folder can be written to.
+        file_ = std::make_unique<TemporaryFile>(pattern_ ? pattern_->path(number_) : path,
+                                                overwrite_);
+    }
+
+    void write(const Frame& frame) override {
+        if (!pattern_ && framesSent_ > 0)
+            throw std::runtime_error("a picture file holds one frame; number the pictures with a "
+                                     "pattern such as name-%04d.png");
+        encoder_.send(frame, framesSent_, 1);
+        ++framesSent_;
+        store();
+    }
+
+    void finish(Ending) override {
+        encoder_.sendEnd();
+        store();
+    }
+
+    OutputInfo describe() const override {
+        OutputInfo info;
+        info.container = pattern_ ? "sequence" : "picture";
+        info.isSinglePicture = !pattern_;
+        info.encoder = encoder_.codec().name;
+        info.pixelFormat = av_get_pix_fmt_name(encoder_.context().pix_fmt);
+        info.storedSize = {encoder_.context().width, encoder_.context().height};
+        info.keepsAlpha = encoder_.keepsAlpha();
+        return info;
+    }
+
+private:
+    void store() {
+        while (encoder_.receive(*packet_)) {
+            if (!file_)
+                file_ = std::make_unique<TemporaryFile>(pattern_->path(number_), overwrite_);
+            writeFile(file_->path(), packet_->data, std::size_t(packet_->size));
+            file_->commit();
+            file_.reset();
+            ++number_;
+            av_packet_unref(packet_.get());
+        }
+    }
+
+    Encoder encoder_;
+    std::optional<SequencePattern> pattern_;
+    bool overwrite_;
+    int number_ = 1;
+    std::int64_t framesSent_ = 0;
+    std::unique_ptr<TemporaryFile> file_;
+    AvPacket packet_ = makePacket();
+};
+
+} // namespace
+
+std::unique_ptr<Sink> openPictures(const std::string& path, const Target& target,
+                                   const WriterOptions& options, Warnings& warnings) {
+    return std::make_unique<PictureSink>(path, target, options, warnings);
+}
+
+} // namespace vorn::media

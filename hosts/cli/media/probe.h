@@ -1,0 +1,16 @@
+// Fills MediaInfo from an opened input. Internal.
+#pragma once
+
+#include "info.h"
+#include "libav.h"
+
+namespace vorn::media {
+
+/// The colour tags of a decoded frame, with those of its stream where the frame has none.
+ColourTags colourTags(const AVFrame& frame, const AVCodecParameters& stream);
+
+/// Describes the picture stream `stream` of `input`, whose first decoded picture is `first`, and
+/// its companions. `path` and `kind` are left to the caller.
+MediaInfo describe(AVFormatContext& input, AVStream& stream, const AVFrame& first);
+
+} // namespace vorn::media

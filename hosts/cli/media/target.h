@@ -1,0 +1,23 @@
+// What a file name and a codec name ask for. Internal.
+#pragma once
+
+#include "libav.h"
+#include "sequence.h"
+
+namespace vorn::media {
+
+enum class TargetKind : std::uint8_t { Film, Picture, Sequence, Raw };
+
+struct Target {
+    TargetKind kind = TargetKind::Film;
+    const AVOutputFormat* container = nullptr; ///< of a film
+    const AVCodec* encoder = nullptr;          ///< not for raw
+    std::optional<SequencePattern> pattern;    ///< of a sequence
+    int descriptor = -1;                       ///< raw to an open file descriptor
+};
+
+/// Decides what to write to `path`, with the encoder called `codec` unless that is empty. Throws
+/// WriteError with what there is to choose from.
+Target chooseTarget(const std::string& path, const std::string& codec);
+
+} // namespace vorn::media

@@ -1,0 +1,195 @@
+// What a kernel's text finds around it on the CPU: where its pixels are, samplers, and the loop that
+// calls it for every group of N neighbouring pixels.
+#pragma once
+
+#include "pixels.h"
+
+namespace vorn::lanes {
+
+/// The pixels being computed: N neighbours from x on in row y, of which `count` are wanted.
+struct Place {
+    int x, y, count;
+};
+
+template <Memory memory>
+struct Sampler {
+    const SourceView& view;
+};
+
+/// The pixels of a source at the place that is written (the engine makes sure that they are there).
+template <Memory memory>
+VORN_INLINE Pixel loadHere(const SourceView& view, Place place) {
+    const int layout = memory == Memory::Packed ? static_cast<int>(kPacked8) : view.layout;
+    const int64_t row = view.y0 + view.height - 1 - place.y;
+    return loadGroup<memory>(view,
+                             view.bytes + row * view.rowBytes +
+                                 static_cast<int64_t>(place.x - view.x0) * bytesPerPixel(layout),
+                             place.count);
+}
+
+/// 32 bits at each lane's byte offset.
+VORN_INLINE Uint gather32(const uint8_t* base, Int offset) {
+#if VORN_LANES == 8 && defined(__AVX2__)
+    return Uint(bitsAs<UintBits>(_mm256_i32gather_epi32(reinterpret_cast<const int*>(base),
+                                                        bitsAs<__m256i>(offset.v), 1)));
+#else
+    int32_t at[N];
+    uint32_t out[N];
+    std::memcpy(at, &offset, sizeof at);
+    for (int i = 0; i < N; ++i) std::memcpy(&out[i], base + at[i], 4);
+    Uint u;
+    std::memcpy(&u, out, sizeof u);
+    return u;
+#endif
+}
+
+/// The pixels of a source at whole coordinates (column from the left, row from the top), which lie
+/// inside it.
+template <Memory memory>
+VORN_INLINE Pixel fetch(const SourceView& view, Int column, Int row) {
+    const int layout = memory == Memory::Packed ? static_cast<int>(kPacked8) : view.layout;
+    const int64_t bytes = view.rowBytes * view.height;
+    if (bytes > 0x7fffffff || layout == kPlanar) [[unlikely]] {
+        // Offsets past 31 bits, and scratch memory, one lane at a time.
+        int32_t x[N], y[N];
+        float out[4][N];
+        std::memcpy(x, &column, sizeof x);
+        std::memcpy(y, &row, sizeof y);
+        for (int i = 0; i < N; ++i) {
+            const uint8_t* at = view.bytes + y[i] * view.rowBytes +
+                                static_cast<int64_t>(x[i]) * bytesPerPixel(layout);
+            const Pixel one = loadGroup<memory>(view, at, 1);
+            float lanes[4][N];
+            std::memcpy(lanes, &one, sizeof lanes);
+            for (int c = 0; c < 4; ++c) out[c][i] = lanes[c][0];
+        }
+        Pixel p;
+        std::memcpy(&p, out, sizeof p);
+        return p;
+    }
+    const Int line = row * Int(static_cast<int32_t>(view.rowBytes));
+    if (memory == Memory::Packed || layout == kPacked8) {
+        const Uint texels = gather32(view.bytes, line + (column << 2));
+        return unpack(bitsAs<Texels>(texels), view.order);
+    }
+    if (layout == kHalf) {
+        const Int at = line + (column << 3);
+        const Uint rg = gather32(view.bytes, at), ba = gather32(view.bytes + 4, at);
+        return {halfToFloat(rg & Uint(0xffffu)), halfToFloat(rg >> 16),
+                halfToFloat(ba & Uint(0xffffu)), halfToFloat(ba >> 16)};
+    }
+    const Int at = line + (column << 4);
+    return {uintBitsToFloat(gather32(view.bytes, at)), uintBitsToFloat(gather32(view.bytes + 4, at)),
+            uintBitsToFloat(gather32(view.bytes + 8, at)),
+            uintBitsToFloat(gather32(view.bytes + 12, at))};
+}
+
+/// `fetch` where a lane's coordinates may lie outside: transparent there.
+template <Memory memory>
+VORN_INLINE Pixel fetchOrNothing(const SourceView& view, Int column, Int row, Mask inside) {
+    const Pixel p = fetch<memory>(view, pick(inside, column, Int(0)), pick(inside, row, Int(0)));
+    const Float zero = 0.0f;
+    return {pick(inside, p.x, zero), pick(inside, p.y, zero), pick(inside, p.z, zero),
+            pick(inside, p.w, zero)};
+}
+
+VORN_INLINE Mask isWithin(Int value, int32_t limit) {
+    return value >= Int(0) && value < Int(limit);
+}
+
+/// Reads a source at a point of the working space: nearest or bilinear; outside the source is
+/// transparent black, and a bilinear read at the border blends with that.
+template <Memory memory>
+VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
+    if (view.width <= 0 || view.height <= 0) [[unlikely]] {
+        const Float zero = 0.0f;
+        return {zero, zero, zero, zero};
+    }
+    // Limited to just outside of the source, so that the integers below are safe; a coordinate that
+    // is not a number ends there as well.
+    const float right = static_cast<float>(view.width) + 1.0f;
+    const float bottom = static_cast<float>(view.height) + 1.0f;
+    const auto limit = [](Float value, float most) {
+        return min1(max1(value, Float(-2.0f)), Float(most));
+    };
+    const Float fromLeft = point.x - Float(static_cast<float>(view.x0));
+    const Float fromTop = Float(static_cast<float>(view.y0 + view.height)) - point.y;
+    if (view.nearest) {
+        const Int column = toInt(floor1(limit(fromLeft, right)));
+        // A point on the edge between two rows belongs to the upper one, as y points up.
+        const Int row = -toInt(floor1(-limit(fromTop, bottom))) - Int(1);
+        return fetchOrNothing<memory>(view, column, row,
+                                      isWithin(column, view.width) && isWithin(row, view.height));
+    }
+    const Float u = limit(fromLeft - 0.5f, right), v = limit(fromTop - 0.5f, bottom);
+    const Float u0 = floor1(u), v0 = floor1(v);
+    const Float fx = u - u0, fy = v - v0;
+    const Int column = toInt(u0), row = toInt(v0);
+    const Mask left = isWithin(column, view.width), rightSide = isWithin(column + Int(1), view.width);
+    const Mask top = isWithin(row, view.height), below = isWithin(row + Int(1), view.height);
+    Pixel p00, p10, p01, p11;
+    if (allLanes(left && rightSide && top && below)) [[likely]] {
+        p00 = fetch<memory>(view, column, row);
+        p10 = fetch<memory>(view, column + Int(1), row);
+        p01 = fetch<memory>(view, column, row + Int(1));
+        p11 = fetch<memory>(view, column + Int(1), row + Int(1));
+    } else {
+        p00 = fetchOrNothing<memory>(view, column, row, left && top);
+        p10 = fetchOrNothing<memory>(view, column + Int(1), row, rightSide && top);
+        p01 = fetchOrNothing<memory>(view, column, row + Int(1), left && below);
+        p11 = fetchOrNothing<memory>(view, column + Int(1), row + Int(1), rightSide && below);
+    }
+    const Pixel upper = p00 + (p10 - p00) * fx;
+    const Pixel lower = p01 + (p11 - p01) * fx;
+    return upper + (lower - upper) * fy;
+}
+
+/// The base of every compiled library: holds the place, and gives the text its built-in functions.
+template <Memory memory>
+struct KernelBase {
+    Place place;
+
+    VORN_INLINE Vec2<Float> destCoord() const {
+        float steps[N];
+        for (int i = 0; i < N; ++i) steps[i] = static_cast<float>(i) + 0.5f;
+        Float ramp;
+        std::memcpy(&ramp, steps, sizeof ramp);
+        return {Float(static_cast<float>(place.x)) + ramp,
+                Float(static_cast<float>(place.y) + 0.5f)};
+    }
+    VORN_INLINE Pixel sample(Sampler<memory> source, Vec2<Float> point) const {
+        return sampleAt<memory>(source.view, point);
+    }
+    VORN_INLINE Pixel sampleHere(Sampler<memory> source) const {
+        return loadHere<memory>(source.view, place);
+    }
+    VORN_INLINE Vec2<Float> samplerCoord(Sampler<memory>) const { return destCoord(); }
+    VORN_INLINE Vec2<float> samplerOrigin(Sampler<memory> source) const {
+        return {source.view.extent[0], source.view.extent[1]};
+    }
+    VORN_INLINE Vec2<float> samplerSize(Sampler<memory> source) const {
+        return {source.view.extent[2], source.view.extent[3]};
+    }
+    VORN_INLINE Vec4<float> samplerExtent(Sampler<memory> source) const {
+        return {source.view.extent[0], source.view.extent[1], source.view.extent[2],
+                source.view.extent[3]};
+    }
+};
+
+/// Calls `pixel(place)` for every group of a call and stores what it gives.
+template <Memory memory, class PixelFunction>
+VORN_INLINE void forEachGroup(const KernelCall& call, PixelFunction pixel) {
+    const TargetView target = call.target;
+    const int bytes = bytesPerPixel(memory == Memory::Packed ? static_cast<int>(kPacked8)
+                                                             : target.layout);
+    for (int y = call.y1 - 1; y >= call.y0; --y) {
+        uint8_t* row = target.bytes + (call.y1 - 1 - y) * target.rowBytes;
+        for (int x = call.x0; x < call.x1; x += N) {
+            const int count = call.x1 - x < N ? call.x1 - x : N;
+            const Pixel p = pixel(Place{x, y, count});
+            storeGroup<memory>(target, row + static_cast<int64_t>(x - call.x0) * bytes, p, count);
+        }
+    }
+}
+
+} // namespace vorn::lanes

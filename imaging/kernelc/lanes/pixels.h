@@ -1,0 +1,318 @@
+// Reading and writing of neighbouring pixels: N at a time from memory of any layout, as lanes of
+// red, green, blue and alpha.
+#pragma once
+
+#include "vectors.h"
+
+namespace vorn::lanes {
+
+using namespace vorn::kernelabi;
+using Pixel = Vec4<Float>;
+
+/// Packed: every source and the target hold packed 8-bit pixels, so nothing needs to be asked.
+enum class Memory { Packed, Any };
+
+constexpr float kByteScale = 1.0f / 255.0f;
+
+VORN_INLINE constexpr int bytesPerPixel(int layout) {
+    return layout == kPacked8 || layout == kPlanar ? 4 : layout == kHalf ? 8 : 16;
+}
+
+#if VORN_LANES == 8 && defined(__AVX2__)
+using Texels = __m256i;
+#elif VORN_LANES == 4 && defined(__SSE4_1__)
+using Texels = __m128i;
+#else
+struct Texels {
+    uint32_t v[VORN_LANES];
+};
+#endif
+
+/// One channel of packed pixels, 0 to 255, as floats. `byte` is its place in the pixel.
+VORN_INLINE Float channelOf(Texels t, uint8_t byte) {
+#if VORN_LANES == 8 && defined(__AVX2__)
+    const __m256i control = _mm256_set1_epi32(static_cast<int>(0xffffff00u | byte));
+    const __m256i place = _mm256_add_epi32(
+        control, _mm256_set_epi32(12, 8, 4, 0, 12, 8, 4, 0)); // the high bytes stay negative
+    return Float(bitsAs<FloatBits>(_mm256_cvtepi32_ps(_mm256_shuffle_epi8(t, place))));
+#elif VORN_LANES == 4 && defined(__SSE4_1__)
+    const __m128i control = _mm_set1_epi32(static_cast<int>(0xffffff00u | byte));
+    const __m128i place = _mm_add_epi32(control, _mm_set_epi32(12, 8, 4, 0));
+    return Float(bitsAs<FloatBits>(_mm_cvtepi32_ps(_mm_shuffle_epi8(t, place))));
+#else
+    Float f;
+    float lane[N];
+    for (int i = 0; i < N; ++i) lane[i] = static_cast<float>((t.v[i] >> (8 * byte)) & 255);
+    std::memcpy(&f, lane, sizeof f);
+    return f;
+#endif
+}
+
+VORN_INLINE Pixel unpack(Texels t, ChannelOrder order) {
+    const Float scale = kByteScale;
+    return {channelOf(t, order.r) * scale, channelOf(t, order.g) * scale,
+            channelOf(t, order.b) * scale, channelOf(t, order.a) * scale};
+}
+
+/// Clamps to 0..1, scales and rounds to nearest (ties to even); not-a-number gives 0.
+VORN_INLINE Texels pack(Pixel p, ChannelOrder order) {
+#if VORN_LANES == 8 && defined(__AVX2__)
+    const auto toBytes = [](Float f) {
+        // The second operand survives when it is not a number; the conversion then makes it the
+        // smallest integer, which the packing below clamps to 0, as it does negative values.
+        const __m256 limited = _mm256_min_ps(_mm256_set1_ps(1.0f), bitsAs<__m256>(f.v));
+        return _mm256_cvtps_epi32(_mm256_mul_ps(limited, _mm256_set1_ps(255.0f)));
+    };
+    const __m256i rg = _mm256_packs_epi32(toBytes(p.x), toBytes(p.y));
+    const __m256i ba = _mm256_packs_epi32(toBytes(p.z), toBytes(p.w));
+    const __m256i planes = _mm256_packus_epi16(rg, ba); // r0..3 g0..3 b0..3 a0..3, twice
+    // Byte k of a pixel comes from the channel that the order puts there.
+    const uint32_t channels = (0u << (8 * order.r)) | (4u << (8 * order.g)) |
+                              (8u << (8 * order.b)) | (12u << (8 * order.a));
+    const __m256i place = _mm256_add_epi8(
+        _mm256_set1_epi32(static_cast<int>(channels)),
+        _mm256_set_epi32(0x03030303, 0x02020202, 0x01010101, 0, 0x03030303, 0x02020202, 0x01010101,
+                         0));
+    return _mm256_shuffle_epi8(planes, place);
+#elif VORN_LANES == 4 && defined(__SSE4_1__)
+    const auto toBytes = [](Float f) {
+        const __m128 limited = _mm_min_ps(_mm_set1_ps(1.0f), bitsAs<__m128>(f.v));
+        return _mm_cvtps_epi32(_mm_mul_ps(limited, _mm_set1_ps(255.0f)));
+    };
+    const __m128i rg = _mm_packs_epi32(toBytes(p.x), toBytes(p.y));
+    const __m128i ba = _mm_packs_epi32(toBytes(p.z), toBytes(p.w));
+    const __m128i planes = _mm_packus_epi16(rg, ba);
+    const uint32_t channels = (0u << (8 * order.r)) | (4u << (8 * order.g)) |
+                              (8u << (8 * order.b)) | (12u << (8 * order.a));
+    const __m128i place =
+        _mm_add_epi8(_mm_set1_epi32(static_cast<int>(channels)),
+                     _mm_set_epi32(0x03030303, 0x02020202, 0x01010101, 0));
+    return _mm_shuffle_epi8(planes, place);
+#else
+    const auto toByte = [](float f) -> uint32_t {
+        if (!(f > 0)) return 0;
+        return static_cast<uint32_t>(std::nearbyint(std::fmin(f, 1.0f) * 255.0f));
+    };
+    float lanes[4][N];
+    std::memcpy(lanes[0], &p.x, sizeof lanes[0]);
+    std::memcpy(lanes[1], &p.y, sizeof lanes[1]);
+    std::memcpy(lanes[2], &p.z, sizeof lanes[2]);
+    std::memcpy(lanes[3], &p.w, sizeof lanes[3]);
+    Texels t;
+    for (int i = 0; i < N; ++i)
+        t.v[i] = toByte(lanes[0][i]) << (8 * order.r) | toByte(lanes[1][i]) << (8 * order.g) |
+                 toByte(lanes[2][i]) << (8 * order.b) | toByte(lanes[3][i]) << (8 * order.a);
+    return t;
+#endif
+}
+
+VORN_INLINE Texels loadTexels(const uint8_t* from) {
+    Texels t;
+    std::memcpy(&t, from, sizeof t);
+    return t;
+}
+
+// ---- 16-bit floats -----------------------------------------------------------------------------
+
+/// The half in the low 16 bits of each lane, as a float.
+VORN_INLINE Float halfToFloat(Uint h) {
+    // Shift exponent and mantissa into place; the multiplication rebiases the exponent and makes
+    // subnormal halves normal. Infinities and NaN need their exponent filled up.
+    const Uint magnitude = h & Uint(0x7fffu);
+    const Float scaled = uintBitsToFloat(magnitude << 13) * uintBitsToFloat(Uint(0x77800000u));
+    const Mask special = magnitude >= Uint(0x7c00u);
+    const Uint bits = floatBitsToUint(scaled) | pick(special, Uint(0x7f800000u), Uint(0u));
+    return uintBitsToFloat(bits | ((h & Uint(0x8000u)) << 16));
+}
+
+/// The nearest half (ties to even) in the low 16 bits of each lane; too large becomes infinity.
+VORN_INLINE Uint floatToHalf(Float f) {
+    const Uint bits = floatBitsToUint(f);
+    const Uint magnitude = bits & Uint(0x7fffffffu);
+    const Uint sign = (bits >> 16) & Uint(0x8000u);
+    const Uint odd = (magnitude >> 13) & Uint(1u);
+    const Uint normal = (magnitude - Uint(0x38000000u) + Uint(0xfffu) + odd) >> 13;
+    // Below the smallest normal half, adding 0.5 rounds the bits into place.
+    const Uint small =
+        floatBitsToUint(uintBitsToFloat(magnitude) + Float(0.5f)) - Uint(0x3f000000u);
+    Uint h = pick(magnitude < Uint(0x38800000u), small, normal);
+    h = pick(magnitude >= Uint(0x47800000u), Uint(0x7c00u), h);
+    h = pick(magnitude > Uint(0x7f800000u), Uint(0x7e00u), h);
+    return h | sign;
+}
+
+// ---- Interleaved floats ------------------------------------------------------------------------
+
+#if VORN_LANES == 8 && defined(__AVX2__)
+/// Eight interleaved pixels, two in each register as {0,4} {1,5} {2,6} {3,7}, to channels, and
+/// back: the exchange is its own inverse.
+VORN_INLINE void transpose(__m256& a, __m256& b, __m256& c, __m256& d) {
+    const __m256 t0 = _mm256_unpacklo_ps(a, b), t1 = _mm256_unpackhi_ps(a, b);
+    const __m256 t2 = _mm256_unpacklo_ps(c, d), t3 = _mm256_unpackhi_ps(c, d);
+    a = _mm256_shuffle_ps(t0, t2, 0x44), b = _mm256_shuffle_ps(t0, t2, 0xee);
+    c = _mm256_shuffle_ps(t1, t3, 0x44), d = _mm256_shuffle_ps(t1, t3, 0xee);
+}
+VORN_INLINE Pixel fromInterleaved(__m256 a, __m256 b, __m256 c, __m256 d) {
+    transpose(a, b, c, d);
+    return {Float(bitsAs<FloatBits>(a)), Float(bitsAs<FloatBits>(b)), Float(bitsAs<FloatBits>(c)),
+            Float(bitsAs<FloatBits>(d))};
+}
+#endif
+
+VORN_INLINE Pixel loadFloats(const uint8_t* from) {
+#if VORN_LANES == 8 && defined(__AVX2__)
+    const float* f = reinterpret_cast<const float*>(from);
+    const auto two = [f](int i) {
+        return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(f + 4 * i)),
+                                    _mm_loadu_ps(f + 4 * i + 16), 1);
+    };
+    return fromInterleaved(two(0), two(1), two(2), two(3));
+#else
+    float in[4 * N], out[4][N];
+    std::memcpy(in, from, sizeof in);
+    for (int i = 0; i < N; ++i)
+        for (int c = 0; c < 4; ++c) out[c][i] = in[4 * i + c];
+    Pixel p;
+    std::memcpy(&p, out, sizeof p);
+    return p;
+#endif
+}
+
+VORN_INLINE void storeFloats(uint8_t* to, Pixel p) {
+#if VORN_LANES == 8 && defined(__AVX2__)
+    __m256 a = bitsAs<__m256>(p.x.v), b = bitsAs<__m256>(p.y.v), c = bitsAs<__m256>(p.z.v),
+           d = bitsAs<__m256>(p.w.v);
+    transpose(a, b, c, d);
+    float* f = reinterpret_cast<float*>(to);
+    const auto two = [f](int i, __m256 v) {
+        _mm_storeu_ps(f + 4 * i, _mm256_castps256_ps128(v));
+        _mm_storeu_ps(f + 4 * i + 16, _mm256_extractf128_ps(v, 1));
+    };
+    two(0, a), two(1, b), two(2, c), two(3, d);
+#else
+    float in[4][N], out[4 * N];
+    std::memcpy(in, &p, sizeof in);
+    for (int i = 0; i < N; ++i)
+        for (int c = 0; c < 4; ++c) out[4 * i + c] = in[c][i];
+    std::memcpy(to, out, sizeof out);
+#endif
+}
+
+VORN_INLINE Pixel loadHalves(const uint8_t* from) {
+#if VORN_LANES == 8 && defined(__F16C__)
+    const __m128i* h = reinterpret_cast<const __m128i*>(from);
+    // Each load holds two pixels; the exchange wants {0,4} {1,5} {2,6} {3,7}.
+    const __m256 p01 = _mm256_cvtph_ps(_mm_loadu_si128(h)), p23 = _mm256_cvtph_ps(_mm_loadu_si128(h + 1)),
+                 p45 = _mm256_cvtph_ps(_mm_loadu_si128(h + 2)),
+                 p67 = _mm256_cvtph_ps(_mm_loadu_si128(h + 3));
+    return fromInterleaved(
+        _mm256_permute2f128_ps(p01, p45, 0x20), _mm256_permute2f128_ps(p01, p45, 0x31),
+        _mm256_permute2f128_ps(p23, p67, 0x20), _mm256_permute2f128_ps(p23, p67, 0x31));
+#else
+    uint16_t in[4 * N];
+    uint32_t out[4][N];
+    std::memcpy(in, from, sizeof in);
+    for (int i = 0; i < N; ++i)
+        for (int c = 0; c < 4; ++c) out[c][i] = in[4 * i + c];
+    Uint channels[4];
+    std::memcpy(channels, out, sizeof channels);
+    return {halfToFloat(channels[0]), halfToFloat(channels[1]), halfToFloat(channels[2]),
+            halfToFloat(channels[3])};
+#endif
+}
+
+VORN_INLINE void storeHalves(uint8_t* to, Pixel p) {
+#if VORN_LANES == 8 && defined(__F16C__)
+    __m256 a = bitsAs<__m256>(p.x.v), b = bitsAs<__m256>(p.y.v), c = bitsAs<__m256>(p.z.v),
+           d = bitsAs<__m256>(p.w.v);
+    transpose(a, b, c, d);
+    __m128i* h = reinterpret_cast<__m128i*>(to);
+    const auto two = [](__m256 v) { return _mm256_cvtps_ph(v, _MM_FROUND_TO_NEAREST_INT); };
+    _mm_storeu_si128(h, two(_mm256_permute2f128_ps(a, b, 0x20)));
+    _mm_storeu_si128(h + 1, two(_mm256_permute2f128_ps(c, d, 0x20)));
+    _mm_storeu_si128(h + 2, two(_mm256_permute2f128_ps(a, b, 0x31)));
+    _mm_storeu_si128(h + 3, two(_mm256_permute2f128_ps(c, d, 0x31)));
+#else
+    const Uint channels[4] = {floatToHalf(p.x), floatToHalf(p.y), floatToHalf(p.z),
+                              floatToHalf(p.w)};
+    uint32_t in[4][N];
+    uint16_t out[4 * N];
+    std::memcpy(in, channels, sizeof in);
+    for (int i = 0; i < N; ++i)
+        for (int c = 0; c < 4; ++c) out[4 * i + c] = static_cast<uint16_t>(in[c][i]);
+    std::memcpy(to, out, sizeof out);
+#endif
+}
+
+VORN_INLINE Float loadPlane(const uint8_t* from) {
+    Float f;
+    std::memcpy(&f, from, sizeof f);
+    return f;
+}
+
+// ---- Whole and partial groups ------------------------------------------------------------------
+
+/// N pixels from `from`, of which only `count` are there to be read; the others are 0.
+template <Memory memory>
+VORN_INLINE Pixel loadGroup(const SourceView& view, const uint8_t* from, int count) {
+    const int layout = memory == Memory::Packed ? static_cast<int>(kPacked8) : view.layout;
+    int64_t planeBytes = view.planeBytes;
+    alignas(64) uint8_t partial[16 * N];
+    if (count < N) [[unlikely]] {
+        std::memset(partial, 0, sizeof partial);
+        const int64_t bytes = static_cast<int64_t>(count) * bytesPerPixel(layout);
+        if (layout == kPlanar) {
+            for (int plane = 0; plane < 4; ++plane)
+                std::memcpy(partial + plane * 4 * N, from + plane * planeBytes,
+                            static_cast<size_t>(bytes));
+            planeBytes = 4 * N;
+        } else {
+            std::memcpy(partial, from, static_cast<size_t>(bytes));
+        }
+        from = partial;
+    }
+    if constexpr (memory == Memory::Packed) return unpack(loadTexels(from), view.order);
+    switch (layout) {
+    case kPacked8: return unpack(loadTexels(from), view.order);
+    case kHalf: return loadHalves(from);
+    case kFloat: return loadFloats(from);
+    default:
+        return {loadPlane(from), loadPlane(from + planeBytes), loadPlane(from + 2 * planeBytes),
+                loadPlane(from + 3 * planeBytes)};
+    }
+}
+
+template <Memory memory>
+VORN_INLINE void storeGroup(const TargetView& view, uint8_t* to, Pixel p, int count) {
+    const int layout = memory == Memory::Packed ? static_cast<int>(kPacked8) : view.layout;
+    int64_t planeBytes = view.planeBytes;
+    alignas(64) uint8_t partial[16 * N];
+    uint8_t* out = to;
+    if (count < N) [[unlikely]] {
+        out = partial;
+        planeBytes = 4 * N;
+    }
+    if (memory == Memory::Packed || layout == kPacked8) {
+        const Texels t = pack(p, view.order);
+        std::memcpy(out, &t, sizeof t);
+    } else if (layout == kHalf) {
+        storeHalves(out, p);
+    } else if (layout == kFloat) {
+        storeFloats(out, p);
+    } else {
+        std::memcpy(out, &p.x, sizeof p.x);
+        std::memcpy(out + planeBytes, &p.y, sizeof p.y);
+        std::memcpy(out + 2 * planeBytes, &p.z, sizeof p.z);
+        std::memcpy(out + 3 * planeBytes, &p.w, sizeof p.w);
+    }
+    if (count < N) [[unlikely]] {
+        const size_t bytes = static_cast<size_t>(count) * static_cast<size_t>(bytesPerPixel(layout));
+        if (layout == kPlanar)
+            for (int plane = 0; plane < 4; ++plane)
+                std::memcpy(to + plane * view.planeBytes, partial + plane * planeBytes, bytes);
+        else
+            std::memcpy(to, partial, bytes);
+    }
+}
+
+} // namespace vorn::lanes

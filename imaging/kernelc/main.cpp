@@ -1,0 +1,168 @@
+// kernelc: compiles a kernel source to a kernel library.
+//
+//   kernelc --output LIBRARY --include FOLDER --lanes FOLDER --compiler C++ --glslang PROGRAM
+//           --validator PROGRAM --depfile FILE --temporary FOLDER
+//           --level NAME:LANES:FLAG,FLAG,… [--level …]  SOURCE
+//
+// Runs the C++ compiler once for each level, glslang and the SPIR-V validator once for each kernel.
+
+#include "imaging/kernelc/library_format.h"
+#include "imaging/kernelc/source.h"
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <fcntl.h>
+#include <iterator>
+#include <spawn.h>
+#include <sys/wait.h>
+
+extern char** environ;
+
+namespace vorn::kernelc {
+namespace {
+
+struct Options {
+    std::string source, output, includeFolder, lanesFolder, compiler, glslang, validator, depfile,
+        temporary;
+    struct Level {
+        std::string name;
+        uint32_t lanes;
+        std::vector<std::string> flags;
+    };
+    std::vector<Level> levels;
+};
+
+std::vector<std::string> split(const std::string& text, char separator) {
+    std::vector<std::string> parts(1);
+    for (const char c : text)
+        if (c == separator) parts.emplace_back();
+        else parts.back() += c;
+    return parts;
+}
+
+Options parseOptions(int count, char** arguments) {
+    Options options;
+    for (int i = 1; i < count; ++i) {
+        const std::string name = arguments[i];
+        if (name.compare(0, 2, "--") != 0) {
+            options.source = name;
+            continue;
+        }
+        if (i + 1 >= count) throw SourceError(name + " needs a value");
+        const std::string value = arguments[++i];
+        if (name == "--output") options.output = value;
+        else if (name == "--include") options.includeFolder = value;
+        else if (name == "--lanes") options.lanesFolder = value;
+        else if (name == "--compiler") options.compiler = value;
+        else if (name == "--glslang") options.glslang = value;
+        else if (name == "--validator") options.validator = value;
+        else if (name == "--depfile") options.depfile = value;
+        else if (name == "--temporary") options.temporary = value;
+        else if (name == "--level") {
+            const auto parts = split(value, ':');
+            if (parts.size() != 3) throw SourceError("--level NAME:LANES:FLAGS");
+            options.levels.push_back({parts[0], static_cast<uint32_t>(std::stoul(parts[1])),
+                                      split(parts[2], ',')});
+        } else throw SourceError("unknown option " + name);
+    }
+    if (options.source.empty() || options.output.empty() || options.levels.empty())
+        throw SourceError("usage: kernelc --output LIBRARY --level … SOURCE");
+    return options;
+}
+
+void writeFile(const std::string& path, const std::string& bytes) {
+    std::ofstream out(path, std::ios::binary);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (!out.flush()) throw SourceError(path + ": cannot be written");
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) throw SourceError(path + ": cannot be read");
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+/// Runs a program; its output goes to `log` when one is given, and shows only when it fails.
+void run(const std::vector<std::string>& command, const std::string& log = {}) {
+    std::vector<char*> arguments;
+    for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (!log.empty()) {
+        posix_spawn_file_actions_addopen(&actions, 1, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0644);
+        posix_spawn_file_actions_adddup2(&actions, 1, 2);
+    }
+    pid_t child = 0;
+    const int failure =
+        posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (failure != 0) throw SourceError(command[0] + ": " + std::strerror(failure));
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (status == 0) return;
+    if (!log.empty()) std::fputs(readFile(log).c_str(), stderr);
+    std::string line;
+    for (const std::string& word : command) line += word + " ";
+    throw SourceError("failed: " + line);
+}
+
+void compile(const Options& options) {
+    const Source source = readSource(options.source, options.includeFolder);
+    const std::string base = options.temporary + "/" + source.name;
+    Library library;
+    library.name = source.name;
+    library.processor = thisProcessor();
+
+    const std::string cpp = base + ".cpp";
+    writeFile(cpp, emitCpp(source));
+    for (const Options::Level& level : options.levels) {
+        const std::string object = base + "." + level.name + ".so";
+        std::vector<std::string> command{
+            options.compiler, "-std=c++20", "-shared", "-fPIC", "-fvisibility=hidden",
+            "-fno-math-errno", "-fno-trapping-math", "-fno-exceptions", "-fno-rtti", "-w",
+            "-DVORN_LANES=" + std::to_string(level.lanes), "-I" + options.lanesFolder};
+        command.insert(command.end(), level.flags.begin(), level.flags.end());
+        command.insert(command.end(), {cpp, "-o", object, "-nostartfiles", "-Wl,-s",
+                                       "-Wl,-z,noseparate-code", "-Wl,--as-needed", "-lsleef",
+                                       "-lm"});
+        run(command);
+        library.code.push_back({level.name, level.lanes, readFile(object)});
+    }
+    for (const KernelDeclaration& kernel : source.kernels) {
+        const std::string shader = base + "." + kernel.function.name;
+        writeFile(shader + ".comp", emitGlsl(source, kernel));
+        run({options.glslang, "--target-env", "vulkan1.2", "-S", "comp", "-o", shader + ".spv",
+             shader + ".comp"},
+            shader + ".log");
+        run({options.validator, "--target-env", "vulkan1.2", shader + ".spv"}, shader + ".log");
+        Function function = kernel.function;
+        const std::string spirv = readFile(shader + ".spv");
+        function.spirv.resize(spirv.size() / sizeof(uint32_t));
+        std::memcpy(function.spirv.data(), spirv.data(), function.spirv.size() * sizeof(uint32_t));
+        library.functions.push_back(std::move(function));
+    }
+    writeFile(options.output + ".new", serialize(library));
+    if (std::rename((options.output + ".new").c_str(), options.output.c_str()) != 0)
+        throw SourceError(options.output + ": cannot be written");
+    if (!options.depfile.empty()) {
+        std::string dependencies = options.output + ":";
+        for (const std::string& file : source.files) dependencies += " " + file;
+        writeFile(options.depfile, dependencies + "\n");
+    }
+}
+
+} // namespace
+} // namespace vorn::kernelc
+
+int main(int count, char** arguments) {
+    try {
+        vorn::kernelc::compile(vorn::kernelc::parseOptions(count, arguments));
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "kernelc: %s\n", error.what());
+        return 1;
+    }
+}

@@ -1,0 +1,226 @@
+// Filters: created by name, inputs set by key, one lazy output image.
+#pragma once
+
+#include "CIImage.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <variant>
+#include <vector>
+
+/// What an input can be set to; the first alternative is "unset".
+using InputValue =
+    std::variant<std::monostate, CIImage, Number, CIVector, CIColor, Data, std::string,
+                 CGAffineTransform>;
+
+enum class InputKind : uint8_t { Image, Number, Vector, Color, Data, String, Transform };
+const char* inputKindName(InputKind kind); // "image", "number", ...
+
+// ---- Attributes -------------------------------------------------------------------------------
+
+inline constexpr const char kCIAttributeMin[] = "kCIAttributeMin";
+inline constexpr const char kCIAttributeSliderMin[] = "kCIAttributeSliderMin";
+inline constexpr const char kCIAttributeSliderMax[] = "kCIAttributeSliderMax";
+inline constexpr const char kCIAttributeDefault[] = "kCIAttributeDefault";
+inline constexpr const char kCIAttributeIdentity[] = "kCIAttributeIdentity";
+inline constexpr const char kCIAttributeDisplayName[] = "kCIAttributeDisplayName";
+inline constexpr const char kCIAttributeType[] = "kCIAttributeType";
+inline constexpr const char kCIAttributeTypeDistance[] = "kCIAttributeTypeDistance";
+inline constexpr const char kCIAttributeTypePosition[] = "kCIAttributeTypePosition";
+inline constexpr const char kCIAttributeFilterDisplayName[] = "kCIAttributeFilterDisplayName";
+inline constexpr const char kCIAttributeFilterCategories[] = "kCIAttributeFilterCategories";
+
+using AttributeValue = std::variant<double, std::string, CIVector, CIColor>;
+
+/// The attributes of one input, in the order in which the filter builds them.
+struct InputAttributes {
+    std::string key;
+    std::vector<std::pair<std::string, AttributeValue>> entries;
+
+    const AttributeValue* find(std::string_view name) const;
+};
+using Attributes = std::vector<InputAttributes>;
+
+/// The numbers of a scalar input, in slider units.
+struct ScalarRange {
+    double min = 0, sliderMin = 0, sliderMax = 1, standard = 0, identity = 0;
+};
+/// The seven-key form of a scalar input.
+InputAttributes scalar(std::string key, std::string displayName, ScalarRange range);
+/// The six-key form, without a display name: the host labels the input by its key.
+InputAttributes constant(std::string key, ScalarRange range);
+/// "inputMixer", 0 to 1: 0 leaves the source as it is, 1 gives the full effect.
+InputAttributes mixer(double standard = 1);
+/// A position input with its default, in pixels.
+InputAttributes position(std::string key, std::string displayName, CIVector standard);
+
+// ---- Filters ----------------------------------------------------------------------------------
+
+class CIFilter;
+using CIFilterRef = std::shared_ptr<CIFilter>;
+
+/// One input of a class: its key, its kind, and how to reach it in an instance.
+struct InputInfo {
+    const char* key;
+    InputKind kind;
+    /// Sets the input (monostate: unset it); false when the value is of another kind.
+    bool (*set)(CIFilter&, const InputValue&);
+    InputValue (*get)(const CIFilter&);
+};
+
+/// What is known of a filter class without making an instance.
+struct FilterClassInfo {
+    ClassInfo classInfo;
+    CIFilterRef (*create)();
+    const Attributes& (*customAttributes)();
+    const std::vector<InputInfo>& (*inputs)();
+};
+
+/// Builds filters for registered names.
+class CIFilterConstructor {
+public:
+    virtual ~CIFilterConstructor() = default;
+    virtual CIFilterRef filterWithName(std::string_view name) = 0;
+};
+
+/// The attributes of a registered filter as a whole, in order: a text, or a list of texts.
+using ClassAttributes =
+    std::vector<std::pair<std::string, std::variant<std::string, std::vector<std::string>>>>;
+
+struct RegisteredFilter {
+    std::shared_ptr<CIFilterConstructor> constructor;
+    ClassAttributes classAttributes;
+};
+
+/// A filter instance. It belongs to one thread at a time.
+class CIFilter {
+public:
+    virtual ~CIFilter() = default;
+    CIFilter(const CIFilter&) = delete;
+    CIFilter& operator=(const CIFilter&) = delete;
+
+    /// Makes a name creatable; a name registered before is replaced.
+    static void registerFilterName(std::string name,
+                                   std::shared_ptr<CIFilterConstructor> constructor,
+                                   ClassAttributes classAttributes);
+    /// A new filter, or an empty handle for a name that nobody registered.
+    static CIFilterRef filterWithName(std::string_view name);
+    /// Every registered name, sorted; with a category, only the names of that category.
+    static std::vector<std::string> filterNames(std::string_view category = {});
+    static const RegisteredFilter* registeredFilter(std::string_view name);
+
+    /// The image that the filter makes of its inputs; empty when it makes none.
+    virtual CIImage outputImage() = 0;
+
+    /// The host's frame time in nanoseconds; 0: the filter reads the clock itself. Filters without
+    /// a motion of their own ignore it.
+    virtual void setVornFrameTime(uint64_t nanoseconds);
+    /// Drops what a filter keeps from frame to frame.
+    virtual void clear();
+
+    virtual const FilterClassInfo& filterClass() const = 0;
+
+    /// Sets an input. False when the class has no such input or the value is of another kind; a
+    /// key that is advertised and that the class does not read is taken and ignored.
+    bool setValueForKey(const InputValue& value, std::string_view key);
+    /// The input's value; unset for an unknown key.
+    InputValue valueForKey(std::string_view key) const;
+    /// Sets every advertised input to the default of its attributes.
+    void setDefaults();
+
+    /// Applies a kernel as `CIKernel::applyWithExtent` does.
+    static CIImage apply(const CIKernel& kernel, CGRect extent,
+                         const RegionOfInterest& regionOfInterest, KernelArguments arguments) {
+        return kernel.applyWithExtent(extent, regionOfInterest, arguments);
+    }
+
+protected:
+    CIFilter() = default;
+};
+
+// ---- Declaring a filter -----------------------------------------------------------------------
+
+namespace vorn::detail {
+
+template <class Member>
+constexpr InputKind kindOf() {
+    if constexpr (std::is_same_v<Member, CIImage>) return InputKind::Image;
+    else if constexpr (std::is_same_v<Member, Number>) return InputKind::Number;
+    else if constexpr (std::is_same_v<Member, CIVector>) return InputKind::Vector;
+    else if constexpr (std::is_same_v<Member, CIColor>) return InputKind::Color;
+    else if constexpr (std::is_same_v<Member, Data>) return InputKind::Data;
+    else if constexpr (std::is_same_v<Member, CGAffineTransform>) return InputKind::Transform;
+    else {
+        static_assert(std::is_same_v<Member, std::string>, "not a kind of input");
+        return InputKind::String;
+    }
+}
+
+template <class Filter, auto member>
+constexpr InputInfo inputInfo(const char* key) {
+    using Member = std::remove_cvref_t<decltype(std::declval<Filter>().*member)>;
+    return {key, kindOf<Member>(),
+            [](CIFilter& filter, const InputValue& value) {
+                Member& slot = static_cast<Filter&>(filter).*member;
+                if (std::holds_alternative<std::monostate>(value)) slot = Member{};
+                else if (const Member* given = std::get_if<Member>(&value)) slot = *given;
+                else return false;
+                return true;
+            },
+            [](const CIFilter& filter) -> InputValue {
+                return static_cast<const Filter&>(filter).*member;
+            }};
+}
+
+/// Built once per class, so that setting inputs by key allocates nothing.
+template <class Filter>
+const Attributes& attributesOf() {
+    static const Attributes attributes = [] {
+        if constexpr (requires { Filter::customAttributes(); }) return Filter::customAttributes();
+        else return Attributes{};
+    }();
+    return attributes;
+}
+
+struct ClassRegistration {
+    explicit ClassRegistration(Class info) { registerClass(info); }
+};
+
+} // namespace vorn::detail
+
+// VORN_EACH(macro, c, x, y, ...) gives macro(c, x), macro(c, y), ... for up to 85 members: a step
+// names its successor without calling it, and each rescan of the expansion takes one step more.
+#define VORN_RESCAN_1(...) __VA_ARGS__
+#define VORN_RESCAN_4(...) VORN_RESCAN_1(VORN_RESCAN_1(VORN_RESCAN_1(VORN_RESCAN_1(__VA_ARGS__))))
+#define VORN_RESCAN_16(...) VORN_RESCAN_4(VORN_RESCAN_4(VORN_RESCAN_4(VORN_RESCAN_4(__VA_ARGS__))))
+#define VORN_RESCAN(...) VORN_RESCAN_16(VORN_RESCAN_16(VORN_RESCAN_16(VORN_RESCAN_16(__VA_ARGS__))))
+#define VORN_PARENTHESES ()
+#define VORN_NEXT_STEP() VORN_STEP
+#define VORN_STEP(macro, c, x, ...)                                                                \
+    macro(c, x) __VA_OPT__(, VORN_NEXT_STEP VORN_PARENTHESES(macro, c, __VA_ARGS__))
+#define VORN_EACH(macro, c, ...) VORN_RESCAN(VORN_STEP(macro, c, __VA_ARGS__))
+#define VORN_INPUT(FilterClass, member)                                                            \
+    vorn::detail::inputInfo<FilterClass, &FilterClass::member>(#member)
+
+/// Inside a filter class, after its inputs: names the class and its inputs, keys in this order.
+#define VORN_FILTER(FilterClass, ...)                                                              \
+    static const std::vector<InputInfo>& inputs() {                                                \
+        static const std::vector<InputInfo> table{VORN_EACH(VORN_INPUT, FilterClass, __VA_ARGS__)}; \
+        return table;                                                                              \
+    }                                                                                              \
+    static const FilterClassInfo classInformation;                                                 \
+    static Class theClass() { return &classInformation.classInfo; }                                \
+    const FilterClassInfo& filterClass() const override { return classInformation; }
+
+/// After a filter class: makes the class known by its name.
+#define VORN_REGISTER(FilterClass)                                                                 \
+    constinit const FilterClassInfo FilterClass::classInformation{                                 \
+        {#FilterClass, &FilterClass::classInformation, &FilterClass::classInformation},            \
+        [] { return CIFilterRef(std::make_shared<FilterClass>()); },                               \
+        &vorn::detail::attributesOf<FilterClass>,                                                  \
+        &FilterClass::inputs};                                                                     \
+    static const vorn::detail::ClassRegistration registered##FilterClass{FilterClass::theClass()};

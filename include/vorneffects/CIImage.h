@@ -1,0 +1,248 @@
+// Lazy images, samplers and kernels. Nothing here computes a pixel: an image describes how it is
+// made, and a `CIContext` renders it.
+#pragma once
+
+#include "Geometry.h"
+#include "Platform.h"
+#include "Values.h"
+
+#include <functional>
+#include <initializer_list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+namespace vorn::imaging {
+struct Node;
+struct KernelFunction;
+class KernelModule;
+} // namespace vorn::imaging
+
+/// An entry of an image's properties dictionary.
+using PropertyValue = std::variant<bool, double, std::string>;
+using ImageProperties = std::map<std::string, PropertyValue, std::less<>>;
+
+/// An immutable lazy image. Copies are cheap and share the same image object; `==` tells whether
+/// two handles hold the same object. An empty handle is no image at all.
+class CIImage {
+public:
+    CIImage() = default;
+
+    explicit operator bool() const { return node_ != nullptr; }
+    bool operator==(const CIImage& other) const { return node_ == other.node_; }
+
+    /// The region outside of which the image is transparent black; may be infinite or have any
+    /// origin. The zero rectangle for an empty handle.
+    CGRect extent() const;
+    const ImageProperties& properties() const;
+    CGColorSpace colorSpace() const;
+    /// The same image with another properties dictionary.
+    CIImage imageBySettingProperties(ImageProperties properties) const;
+
+    /// An image of the caller's memory, which is not copied and must stay valid and unchanged until
+    /// the last render of it: `width` by `height` premultiplied pixels, top row first, rows
+    /// `bytesPerRow` apart. `owner` (optional) is held as long as the image lives. `origin` is the
+    /// lower-left corner of the extent, in whole pixels. Empty when the size is zero, the stride is
+    /// below the row or the origin is not finite.
+    static CIImage imageWithBitmap(const void* bytes, uint32_t width, uint32_t height,
+                                   size_t bytesPerRow, CIFormat format,
+                                   CGColorSpace colorSpace = CGColorSpace::SRGB,
+                                   std::shared_ptr<const void> owner = nullptr,
+                                   CGPoint origin = {});
+    static CIImage imageWithCVPixelBuffer(CVPixelBufferRef buffer,
+                                          CGColorSpace colorSpace = CGColorSpace::SRGB);
+    static CIImage imageWithIOSurface(IOSurfaceRef surface,
+                                      CGColorSpace colorSpace = CGColorSpace::None);
+    /// A colour without end.
+    static CIImage imageWithColor(CIColor color);
+
+    CIImage imageByCroppingToRect(CGRect rect) const;
+    /// Empty when the transform is not finite or cannot be inverted.
+    CIImage imageByApplyingTransform(CGAffineTransform transform) const;
+    /// This image over another (source-over on premultiplied colour); with an empty handle on
+    /// either side, the other image.
+    CIImage imageByCompositingOverImage(const CIImage& under) const;
+    /// The same picture, computed once per render however often it is read.
+    CIImage imageByInsertingIntermediate() const;
+
+    const vorn::imaging::Node* node() const { return node_.get(); }
+    const std::shared_ptr<const vorn::imaging::Node>& sharedNode() const { return node_; }
+    explicit CIImage(std::shared_ptr<const vorn::imaging::Node> node) : node_(std::move(node)) {}
+
+private:
+    std::shared_ptr<const vorn::imaging::Node> node_;
+};
+
+enum class SamplerFilter : uint8_t { Nearest, Linear };
+inline constexpr SamplerFilter kCISamplerFilterLinear = SamplerFilter::Linear,
+                               kCISamplerFilterNearest = SamplerFilter::Nearest;
+
+struct SamplerOptions {
+    SamplerFilter filter = SamplerFilter::Linear;
+    CGColorSpace colorSpace = CGColorSpace::None; ///< None: the context's working space
+};
+
+/// How a kernel reads an image. A sampler of an empty image is itself empty.
+class CISampler {
+public:
+    CISampler() = default;
+    explicit CISampler(CIImage image, SamplerOptions options = {})
+        : image_(std::move(image)), options_(options) {}
+    static CISampler samplerWithImage(CIImage image, SamplerOptions options = {}) {
+        return CISampler(std::move(image), options);
+    }
+
+    explicit operator bool() const { return static_cast<bool>(image_); }
+    const CIImage& image() const { return image_; }
+    const SamplerOptions& options() const { return options_; }
+    /// The image's extent; the zero rectangle when there is none.
+    CGRect extent() const { return image_.extent(); }
+
+private:
+    CIImage image_;
+    SamplerOptions options_;
+};
+
+/// Which region of source number `index` (0 is the first sampler argument) a kernel needs for a
+/// destination rectangle. One of a closed set of rules.
+class RegionOfInterest {
+public:
+    enum class Kind : uint8_t { Identity, Whole, WholeByIndex, Grown, Computed };
+    using Callback = std::function<CGRect(int index, CGRect destination)>;
+
+    /// The destination rectangle itself.
+    static RegionOfInterest identity() { return {}; }
+    /// One rectangle whatever is asked for: the extent of a sampler or image.
+    static RegionOfInterest whole(CGRect extent);
+    static RegionOfInterest whole(const CISampler& sampler) { return whole(sampler.extent()); }
+    static RegionOfInterest whole(const CIImage& image) { return whole(image.extent()); }
+    /// Index 0: the first extent, any other index: the second.
+    static RegionOfInterest wholeByIndex(CGRect first, CGRect others);
+    /// The destination grown by a margin in pixels on every side.
+    static RegionOfInterest grownBy(double margin);
+    /// Anything else. Called on the rendering thread, any number of times; must depend only on
+    /// its arguments and on what it captured.
+    static RegionOfInterest computed(Callback callback);
+
+    CGRect rectFor(int index, CGRect destination) const;
+    Kind kind() const { return kind_; }
+    double margin() const { return margin_; }
+
+private:
+    Kind kind_ = Kind::Identity;
+    double margin_ = 0;
+    CGRect first_, others_;
+    Callback callback_;
+};
+
+/// One kernel argument. Unset numbers, vectors, colours and empty images and samplers are missing
+/// arguments: applying a kernel with one yields an empty image and a line on standard output.
+class KernelArgument {
+public:
+    KernelArgument(Number value) : value_(value) {}
+    KernelArgument(double value) : value_(Number(value)) {}
+    KernelArgument(float value) : value_(Number(value)) {}
+    KernelArgument(int32_t value) : value_(Number(value)) {}
+    KernelArgument(uint32_t value) : value_(Number(value)) {}
+    KernelArgument(CIVector value) : value_(value) {}
+    KernelArgument(CIColor value) : value_(value) {}
+    KernelArgument(CISampler value) : value_(std::move(value)) {}
+    /// An image is read through a sampler with default options.
+    KernelArgument(CIImage value) : value_(CISampler(std::move(value))) {}
+
+    using Value = std::variant<Number, CIVector, CIColor, CISampler>;
+    const Value& value() const { return value_; }
+    bool isMissing() const;
+
+private:
+    Value value_;
+};
+using KernelArguments = std::initializer_list<KernelArgument>;
+
+enum class KernelType : uint8_t { General, Color, Warp };
+
+/// Describes what went wrong when a kernel could not be made.
+struct KernelError {
+    std::string localizedDescription;
+};
+
+/// Checks a kernel library's bytes without running anything in them: nothing when the library is
+/// whole, else what is wrong with it (the same description that loading a kernel from it gives).
+std::optional<std::string> kernelLibraryProblem(const Data& library);
+
+/// A function of a kernel library. An empty handle is no kernel; applying it yields no image.
+class CIKernel {
+public:
+    CIKernel() = default;
+    explicit CIKernel(std::shared_ptr<const vorn::imaging::KernelFunction> function)
+        : function_(std::move(function)) {}
+
+    /// Makes the kernel of that name from a kernel library's bytes. A colour-kernel function comes
+    /// back as a colour kernel, any other one as a general kernel. Empty on failure, with `error`
+    /// filled when one is given.
+    static CIKernel kernelWithFunctionName(std::string_view name, const Data& library,
+                                           KernelError* error);
+
+    explicit operator bool() const { return function_ != nullptr; }
+    KernelType type() const;
+    std::string_view name() const;
+    std::string_view libraryName() const;
+
+    /// The lazy image that this kernel makes over `extent`. The arguments must match the kernel's
+    /// parameters in number and kind; a mismatch or a missing argument yields an empty image and
+    /// one line on standard output that names it.
+    CIImage applyWithExtent(CGRect extent, const RegionOfInterest& regionOfInterest,
+                            KernelArguments arguments) const;
+    /// For colour kernels: every source is read at the pixel that is written.
+    CIImage applyWithExtent(CGRect extent, KernelArguments arguments) const;
+
+    const std::shared_ptr<const vorn::imaging::KernelFunction>& function() const {
+        return function_;
+    }
+
+protected:
+    std::shared_ptr<const vorn::imaging::KernelFunction> function_;
+};
+
+class CIColorKernel : public CIKernel {
+public:
+    using CIKernel::CIKernel;
+    static CIColorKernel kernelWithFunctionName(std::string_view name, const Data& library,
+                                                KernelError* error);
+};
+
+class CIWarpKernel : public CIKernel {
+public:
+    using CIKernel::CIKernel;
+    static CIWarpKernel kernelWithFunctionName(std::string_view name, const Data& library,
+                                               KernelError* error);
+    /// The image resampled at the coordinates that the kernel returns.
+    CIImage applyWithExtent(CGRect extent, const RegionOfInterest& regionOfInterest,
+                            const CIImage& image, KernelArguments arguments) const;
+};
+
+/// An image that is kept from frame to frame. It starts transparent.
+class CIImageAccumulator {
+public:
+    /// Null when the extent is empty, infinite or too large to allocate.
+    static std::shared_ptr<CIImageAccumulator> imageAccumulatorWithExtent(CGRect extent,
+                                                                          CIFormat format);
+    ~CIImageAccumulator();
+
+    CGRect extent() const;
+    CIFormat format() const;
+    /// What was stored last. The handle stays the same until the next change; images made from it
+    /// keep showing what it held when they were made.
+    CIImage image() const;
+    /// Renders an image (which may be made from `image()`) and keeps the result.
+    void setImage(const CIImage& image);
+    void clear();
+
+private:
+    CIImageAccumulator();
+    struct State;
+    std::unique_ptr<State> state_;
+};
