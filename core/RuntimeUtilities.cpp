@@ -17,8 +17,8 @@ CIImage VornEffectsCreateErrorImage(std::string_view resourceName, std::string_v
     if (!picture) return {};
 
     CVPixelBufferRef buffer;
-    const CGContextRef context = VornEffectsCreateBitmapContext(picture->width, picture->height,
-                                                                &buffer, "FX Error Image");
+    const CGContextRef context =
+        VornEffectsCreateBitmapContext(picture->width, picture->height, &buffer, "FX Error Image");
     if (!context || !buffer) return {};
     context->setBlendMode(CGBlendMode::Copy);
     context->drawImage({0, 0, double(picture->width), double(picture->height)}, *picture);
@@ -57,8 +57,16 @@ CGContextRef VornEffectsCreateBitmapContext(uint32_t width, uint32_t height,
                     printableWidth, printableHeight, label, static_cast<unsigned>(status), base);
         pixels->unlock();
         if (buffer) buffer->reset();
+        return nullptr;
     }
-    return context;
+    // The context keeps its memory alive, also when the caller lets go of the buffer or never
+    // asked for it.
+    struct Drawing {
+        CVPixelBufferRef pixels;
+        CGContextRef context;
+    };
+    const auto drawing = std::make_shared<Drawing>(Drawing{pixels, std::move(context)});
+    return CGContextRef(drawing, drawing->context.get());
 }
 
 uint64_t VornEffectsGetUptimeInNanoseconds() {
@@ -67,7 +75,9 @@ uint64_t VornEffectsGetUptimeInNanoseconds() {
     return PlatformClock::ticks() * timebase.numerator / timebase.denominator;
 }
 
-double VornEffectsDeg2rad(double degrees) { return degrees * 3.141592653589793 / 180; }
+double VornEffectsDeg2rad(double degrees) {
+    return degrees * 3.141592653589793 / 180;
+}
 
 double VornEffectsMod2pi(double radians) {
     constexpr double kTwoPi = 6.283185307179586;

@@ -20,7 +20,9 @@ struct FillColor {
         alpha = clamped(alpha);
         const double alphaByte = byte(alpha);
         if (alphaByte == 0) return {0, 0, 0, 0};
-        const auto component = [&](double value) { return byte(clamped(value) * alpha) / alphaByte; };
+        const auto component = [&](double value) {
+            return byte(clamped(value) * alpha) / alphaByte;
+        };
         return {component(red), component(green), component(blue), alphaByte / 255};
     }
 };
@@ -29,8 +31,8 @@ class CairoBitmapContext final : public BitmapContext {
 public:
     CairoBitmapContext(uint8_t* bytes, uint32_t width, uint32_t height, size_t bytesPerRow,
                        CIFormat format, CairoSurface surface, bool drawsInPlace)
-        : bytes_(bytes), width_(width), height_(height), bytesPerRow_(bytesPerRow),
-          format_(format), surface_(std::move(surface)), drawsInPlace_(drawsInPlace) {}
+        : bytes_(bytes), width_(width), height_(height), bytesPerRow_(bytesPerRow), format_(format),
+          surface_(std::move(surface)), drawsInPlace_(drawsInPlace) {}
 
     ~CairoBitmapContext() override {
         // The memory may be gone by now: nothing is written to it here.
@@ -63,7 +65,7 @@ public:
                                 image.width <= kLargestCairoSide &&
                                 image.height <= kLargestCairoSide &&
                                 image.pixels.size() / 4 / image.width >= image.height;
-        if (!isComplete || rect.isEmpty() || !rect.isFinite()) return;
+        if (!isComplete || !rect.isFinite() || visiblePart(rect).isEmpty()) return;
         const CairoSurface picture = makeCairoImage(image.width, image.height);
         if (!picture) return;
         uint8_t* const pixels = cairo_image_surface_get_data(picture.get());
@@ -73,14 +75,17 @@ public:
                         image.width, CIFormat::RGBA8);
         cairo_surface_mark_dirty(picture.get());
 
+        // From the bitmap's coordinates, y down, to the picture's.
+        const double columns = image.width / rect.width, rows = image.height / rect.height;
+        const cairo_matrix_t matrix{
+            columns, 0, 0, rows, -rect.x * columns, (rect.maxY() - height_) * rows};
+        const CairoPattern pattern(cairo_pattern_create_for_surface(picture.get()));
+        cairo_pattern_set_extend(pattern.get(), CAIRO_EXTEND_PAD);
+        cairo_pattern_set_matrix(pattern.get(), &matrix);
+        // A picture squeezed to next to nothing has no such matrix.
+        if (cairo_pattern_status(pattern.get()) != CAIRO_STATUS_SUCCESS) return;
         const CairoContext context = beginDrawing();
-        cairo_save(context.get());
-        cairo_translate(context.get(), rect.x, height_ - rect.maxY());
-        cairo_scale(context.get(), rect.width / image.width, rect.height / image.height);
-        cairo_set_source_surface(context.get(), picture.get(), 0, 0);
-        cairo_pattern_set_extend(cairo_get_source(context.get()), CAIRO_EXTEND_PAD);
-        cairo_restore(context.get());
-        // The source keeps the transform that it was set under.
+        cairo_set_source(context.get(), pattern.get());
         fill(context.get(), rect);
     }
 
@@ -130,10 +135,15 @@ private:
         return context;
     }
 
-    /// Fills the part of a rectangle that lies in the bitmap.
+    CGRect visiblePart(CGRect rect) const {
+        if (std::isnan(rect.x) || std::isnan(rect.y)) return {};
+        return rect.intersection({0, 0, double(width_), double(height_)});
+    }
+
+    /// Fills what is visible of a rectangle: Cairo's coordinates are fixed-point numbers that
+    /// huge ones do not fit in.
     void fill(cairo_t* context, CGRect rect) {
-        if (std::isnan(rect.x) || std::isnan(rect.y)) return;
-        const CGRect part = rect.intersection({0, 0, double(width_), double(height_)});
+        const CGRect part = visiblePart(rect);
         if (part.isEmpty()) return;
         cairo_rectangle(context, part.x, height_ - part.maxY(), part.width, part.height);
         cairo_fill(context);
@@ -168,11 +178,11 @@ std::shared_ptr<BitmapContext> BitmapContext::create(void* bytes, uint32_t width
     const bool drawsInPlace = format == kCairoFormat &&
                               reinterpret_cast<uintptr_t>(bytes) % 4 == 0 && bytesPerRow % 4 == 0 &&
                               bytesPerRow <= INT32_MAX;
-    CairoSurface surface =
-        drawsInPlace ? CairoSurface(cairo_image_surface_create_for_data(
-                           memory, CAIRO_FORMAT_ARGB32, static_cast<int>(width),
-                           static_cast<int>(height), static_cast<int>(bytesPerRow)))
-                     : makeCairoImage(width, height);
+    CairoSurface surface = drawsInPlace
+                               ? CairoSurface(cairo_image_surface_create_for_data(
+                                     memory, CAIRO_FORMAT_ARGB32, static_cast<int>(width),
+                                     static_cast<int>(height), static_cast<int>(bytesPerRow)))
+                               : makeCairoImage(width, height);
     if (!surface || cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) return nullptr;
     return std::make_shared<CairoBitmapContext>(memory, width, height, bytesPerRow, format,
                                                 std::move(surface), drawsInPlace);

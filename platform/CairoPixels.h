@@ -15,9 +15,11 @@ namespace vorn::platform {
 struct CairoDeleter {
     void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
     void operator()(cairo_t* context) const { cairo_destroy(context); }
+    void operator()(cairo_pattern_t* pattern) const { cairo_pattern_destroy(pattern); }
 };
 using CairoSurface = std::unique_ptr<cairo_surface_t, CairoDeleter>;
 using CairoContext = std::unique_ptr<cairo_t, CairoDeleter>;
+using CairoPattern = std::unique_ptr<cairo_pattern_t, CairoDeleter>;
 
 /// The largest side of a Cairo image in pixels.
 inline constexpr uint32_t kLargestCairoSide = 32767;

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <new>
 #include <shared_mutex>
+#include <stdexcept>
 
 namespace {
 

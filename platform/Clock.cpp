@@ -19,13 +19,19 @@ uint64_t PlatformClock::ticks() {
     return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000u + static_cast<uint64_t>(now.tv_nsec);
 }
 
-PlatformClock::Timebase PlatformClock::timebase() { return {1, 1}; }
+PlatformClock::Timebase PlatformClock::timebase() {
+    return {1, 1};
+}
 
 void PlatformClock::drive(uint64_t nanoseconds) {
     drivenNanoseconds.store(nanoseconds, std::memory_order_relaxed);
     driven.store(true, std::memory_order_release);
 }
 
-void PlatformClock::release() { driven.store(false, std::memory_order_release); }
+void PlatformClock::release() {
+    driven.store(false, std::memory_order_release);
+}
 
-bool PlatformClock::isDriven() { return driven.load(std::memory_order_acquire); }
+bool PlatformClock::isDriven() {
+    return driven.load(std::memory_order_acquire);
+}

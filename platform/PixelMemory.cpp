@@ -91,7 +91,9 @@ PixelMemory::PixelMemory(uint32_t width, uint32_t height, CIFormat format, size_
     : width_(width), height_(height), format_(format), bytesPerRow_(bytesPerRow), bytes_(bytes),
       locks_(std::make_unique<Locks>()) {}
 
-PixelMemory::~PixelMemory() { FreeAligned()(bytes_); }
+PixelMemory::~PixelMemory() {
+    FreeAligned()(bytes_);
+}
 
 int32_t PixelMemory::lock(Access access) {
     const std::lock_guard guard(locks_->mutex);
@@ -117,7 +119,9 @@ bool PixelMemory::isLocked() const {
     return locks_->readOnly > 0 || locks_->readWrite > 0;
 }
 
-void* PixelMemory::baseAddress() const { return isLocked() ? bytes_ : nullptr; }
+void* PixelMemory::baseAddress() const {
+    return isLocked() ? bytes_ : nullptr;
+}
 
 std::shared_ptr<PixelBuffer> PixelBuffer::create(uint32_t width, uint32_t height, CIFormat format,
                                                  int32_t* status) {

@@ -20,8 +20,7 @@ template <class T>
 using Owned = std::unique_ptr<T, FreePangoObject>;
 
 std::string validUTF8(std::string_view bytes) {
-    const Owned<char> valid(
-        g_utf8_make_valid(bytes.data(), static_cast<gssize>(bytes.size())));
+    const Owned<char> valid(g_utf8_make_valid(bytes.data(), static_cast<gssize>(bytes.size())));
     return valid.get();
 }
 
@@ -60,7 +59,9 @@ Owned<PangoContext> makeContext() {
 
 } // namespace
 
-void TextLine::Unreference::operator()(void* object) const { g_object_unref(object); }
+void TextLine::Unreference::operator()(void* object) const {
+    g_object_unref(object);
+}
 
 TextLine::TextLine(std::string_view utf8, std::string_view fontName, double pixelsPerEm) {
     if (utf8.empty() || !(pixelsPerEm > 0 && pixelsPerEm <= 32767)) return;

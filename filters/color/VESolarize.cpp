@@ -1,4 +1,4 @@
-// Solarize: folds the tones over at a level that the intensity sets.
+// Solarize: folds the tones over at a level that falls as the intensity rises.
 #include "core/FilterSupport.h"
 
 class VESolarize final : public CIFilter {

@@ -1,4 +1,4 @@
-// X-ray: the look of an X-ray picture, by the intensity.
+// X-ray: the negative on blue-based film, mixed with the source by the intensity.
 #include "core/FilterSupport.h"
 
 class VEXray final : public CIFilter {

@@ -1,4 +1,5 @@
-// Gain clamp: limits the colour with three controls on 0 to 255; the mode is in the first input.
+// Gain clamp: three limits on 0 to 255. The first input is the mode: a threshold per channel, a
+// clamp per channel, or a clamp of channels, saturation and value.
 #include "core/FilterSupport.h"
 
 class VE_GainClamp final : public CIFilter {

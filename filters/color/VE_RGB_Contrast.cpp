@@ -1,4 +1,5 @@
-// RGB contrast: a contrast per channel, set on 0 to 255; 127 is no change.
+// RGB contrast: a contrast for red, green, blue and all of them, each set on 0 to 255; 127 is no
+// change.
 #include "core/FilterSupport.h"
 
 class VE_RGB_Contrast final : public CIFilter {

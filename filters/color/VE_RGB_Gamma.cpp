@@ -1,4 +1,5 @@
-// RGB gamma: an exponent per channel, set on 0 to 255; 80 is close to no change.
+// RGB gamma: a gamma for red, green, blue and all of them, each set on 0 to 255; 80 is close to no
+// change.
 #include "core/FilterSupport.h"
 
 class VE_RGB_Gamma final : public CIFilter {

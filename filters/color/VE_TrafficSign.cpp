@@ -1,4 +1,5 @@
-// Traffic sign: the image as a grid of lamps, like a lamp matrix over a road.
+// Traffic sign: a few flat, bold colours. The boost moves colours away from grey, the scale is the
+// number of steps per channel.
 #include "core/FilterSupport.h"
 
 class VE_TrafficSign final : public CIFilter {

@@ -49,8 +49,10 @@ InputKind kindOfValue(const InputValue& value) {
     return std::visit(
         [](const auto& held) {
             using Held = std::remove_cvref_t<decltype(held)>;
-            if constexpr (std::is_same_v<Held, std::monostate>) return InputKind::Number;
-            else return vorn::detail::kindOf<Held>();
+            if constexpr (std::is_same_v<Held, std::monostate>)
+                return InputKind::Number;
+            else
+                return vorn::detail::kindOf<Held>();
         },
         value);
 }
@@ -84,8 +86,8 @@ FilterEntry findFilter(std::string_view name) {
         return entryFor(std::string(name), *registered);
     }
     const std::vector<std::string> names = CIFilter::filterNames();
-    const std::string hint = names.empty() ? "; no filter is registered, try `vorn doctor`"
-                                           : suggestion(name, names);
+    const std::string hint =
+        names.empty() ? "; no filter is registered, try `vorn doctor`" : suggestion(name, names);
     throw CommandError(ExitCode::Usage, fmt::format("there is no filter \"{}\"{}", name, hint));
 }
 

@@ -59,8 +59,8 @@ ExitCode describe(const DescribeOptions& options) {
     constexpr const char* columns[] = {kCIAttributeDisplayName, kCIAttributeMin,
                                        kCIAttributeSliderMin,   kCIAttributeSliderMax,
                                        kCIAttributeDefault,     kCIAttributeIdentity};
-    std::vector<TableRow> rows{{"INPUT", "KIND", "LABEL", "MIN", "SLIDER FROM", "TO", "DEFAULT",
-                                "IDENTITY", ""}};
+    std::vector<TableRow> rows{
+        {"INPUT", "KIND", "LABEL", "MIN", "SLIDER FROM", "TO", "DEFAULT", "IDENTITY", ""}};
     for (const ListedInput& input : inputs) {
         TableRow row{input.key, inputKindName(input.kind)};
         for (const char* column : columns) row.push_back(attributeText(input.attributes, column));
@@ -76,7 +76,9 @@ ExitCode describe(const DescribeOptions& options) {
 void addDescribeCommand(CLI::App& app, Action& action) {
     auto options = std::make_shared<DescribeOptions>();
     CLI::App* command = app.add_subcommand("describe", "Show a filter's inputs and their ranges");
-    command->add_option("NAME", options->name, "The filter, as `vorn list` names it")->required();
+    command->add_option("NAME", options->name, "The filter, as `vorn list` names it")
+        ->required()
+        ->type_name("");
     command->add_flag("--json", options->json, "One JSON object");
     command->footer("IDENTITY is the value at which an input has no effect.\n\n"
                     "Examples:\n"

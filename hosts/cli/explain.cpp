@@ -30,8 +30,10 @@ struct Step {
     InputValue value;
 
     void applyTo(CIFilter& filter) const {
-        if (key.empty()) filter.clear();
-        else filter.setValueForKey(value, key);
+        if (key.empty())
+            filter.clear();
+        else
+            filter.setValueForKey(value, key);
     }
 };
 
@@ -62,16 +64,16 @@ std::vector<uint64_t> timesFor(const std::string& text, size_t count, std::strin
     if (text.empty()) return std::vector<uint64_t>(count, 0);
     std::vector<uint64_t> times = parseTimes(text, option);
     if (times.size() == count) return times;
-    throw CommandError(ExitCode::Usage, fmt::format("{} {}: {} times are needed, {}", option, text,
-                                                    count, meaning));
+    throw CommandError(ExitCode::Usage,
+                       fmt::format("{} {}: {} times are needed, {}", option, text, count, meaning));
 }
 
 Plan::Plan(const ExplainOptions& options)
     : entry(findFilter(options.name)),
       clock(timesFor(options.clock, size_t{options.frames} + 1, "--clock",
                      "one at init and one for each frame")),
-      frameTimes(timesFor(options.frameTimes, options.frames, "--frame-time",
-                          "one for each frame")),
+      frameTimes(
+          timesFor(options.frameTimes, options.frames, "--frame-time", "one for each frame")),
       probe(parseRect(options.probe, "--probe")) {
     readProperties(options);
     readImages(options);
@@ -114,7 +116,7 @@ Step Plan::imageStep(std::string_view text, std::string_view option) {
     const auto [key, value] = splitOnce(text, '=', option);
     checkInput(entry, key, CIImage(), option);
     if (value == "none") return {key, std::monostate{}};
-    CIImage image = testImage(parsePlacedSize(value, option));
+    CIImage image = testImage(parsePlacedSize(value, fmt::format("{} {}", option, key)));
     if (const auto properties = properties_.find(key); properties != properties_.end()) {
         image = image.imageBySettingProperties(properties->second);
     }
@@ -124,7 +126,7 @@ Step Plan::imageStep(std::string_view text, std::string_view option) {
 
 Step Plan::valueStep(std::string_view text, std::string_view option) const {
     const auto [key, valueText] = splitOnce(text, '=', option);
-    InputValue value = parseValue(valueText, option);
+    InputValue value = parseValue(valueText, fmt::format("{} {}", option, key));
     checkInput(entry, key, value, option);
     return {key, std::move(value)};
 }
@@ -193,12 +195,12 @@ void addExplainCommand(CLI::App& app, Action& action) {
     auto options = std::make_shared<ExplainOptions>();
     CLI::App* command = app.add_subcommand(
         "explain", "Show the image graph that a filter makes, without rendering it");
-    command->add_option("NAME", options->name, "The filter, as `vorn list` names it")->required();
+    command->add_option("NAME", options->name, "The filter, as `vorn list` names it")
+        ->required()
+        ->type_name("");
     const auto addRepeated = [command](const char* name, const char* type,
                                        std::vector<std::string>& values, const char* text) {
-        command->add_option(name, values, text)
-            ->allow_extra_args(false)
-            ->type_name(type);
+        command->add_option(name, values, text)->allow_extra_args(false)->type_name(type);
     };
     addRepeated("--image", "KEY=WxH[+X+Y]", options->images,
                 "An image input of that size and origin; KEY=none\n"
@@ -224,7 +226,7 @@ void addExplainCommand(CLI::App& app, Action& action) {
                      "The host's frame time, pushed before each frame")
         ->type_name("T0,T1,...");
     command->add_option("--frames", options->frames, "How many frames to ask for (default 1)")
-        ->check(CLI::Range(1, 10'000'000))
+        ->check(CLI::Range(1, 10'000'000).description(""))
         ->type_name("N");
     command
         ->add_option("--probe", options->probe,

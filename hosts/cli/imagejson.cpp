@@ -8,9 +8,12 @@ namespace {
 
 Json colorSpaceJson(CGColorSpace space) {
     switch (space) {
-    case CGColorSpace::SRGB: return "sRGB";
-    case CGColorSpace::LinearSRGB: return "linearSRGB";
-    case CGColorSpace::None: break;
+    case CGColorSpace::SRGB:
+        return "sRGB";
+    case CGColorSpace::LinearSRGB:
+        return "linearSRGB";
+    case CGColorSpace::None:
+        break;
     }
     return nullptr;
 }
@@ -21,24 +24,36 @@ Json numberValueJson(const Number& number) {
 
 const char* kernelTypeName(KernelType type) {
     switch (type) {
-    case KernelType::Color: return "color";
-    case KernelType::Warp: return "warp";
-    case KernelType::General: break;
+    case KernelType::Color:
+        return "color";
+    case KernelType::Warp:
+        return "warp";
+    case KernelType::General:
+        break;
     }
     return "general";
 }
 
 const char* kindName(ImageDescription::Kind kind) {
     switch (kind) {
-    case ImageDescription::Kind::Kernel: return "kernel";
-    case ImageDescription::Kind::Builtin: return "builtin";
-    case ImageDescription::Kind::Composite: return "composite";
-    case ImageDescription::Kind::Intermediate: return "intermediate";
-    case ImageDescription::Kind::ErrorImage: return "errorImage";
-    case ImageDescription::Kind::Surface: return "surface";
-    case ImageDescription::Kind::Bitmap: return "bitmap";
-    case ImageDescription::Kind::Accumulator: return "accumulator";
-    case ImageDescription::Kind::Constant: break;
+    case ImageDescription::Kind::Kernel:
+        return "kernel";
+    case ImageDescription::Kind::Builtin:
+        return "builtin";
+    case ImageDescription::Kind::Composite:
+        return "composite";
+    case ImageDescription::Kind::Intermediate:
+        return "intermediate";
+    case ImageDescription::Kind::ErrorImage:
+        return "errorImage";
+    case ImageDescription::Kind::Surface:
+        return "surface";
+    case ImageDescription::Kind::Bitmap:
+        return "bitmap";
+    case ImageDescription::Kind::Accumulator:
+        return "accumulator";
+    case ImageDescription::Kind::Constant:
+        break;
     }
     return "constant";
 }
@@ -49,8 +64,10 @@ void addSource(Json& json, const ImageDescription& image) {
     if (image.height > 0) json["height"] = image.height;
     if (image.bytesPerRow > 0) json["bytesPerRow"] = image.bytesPerRow;
     if (!image.format.empty()) json["format"] = image.format;
-    if (image.color.isSet()) json["color"] = colorComponentsJson(image.color);
-    else json["colorSpace"] = colorSpaceJson(image.colorSpace);
+    if (image.color.isSet())
+        json["color"] = colorComponentsJson(image.color);
+    else
+        json["colorSpace"] = colorSpaceJson(image.colorSpace);
 }
 
 } // namespace
@@ -108,7 +125,9 @@ Json ImageJson::nodeJson(const ImageDescription* description) {
         json["over"] = nodeJson(image.over.get());
         json["under"] = nodeJson(image.under.get());
         break;
-    case ImageDescription::Kind::Intermediate: json["image"] = nodeJson(image.image.get()); break;
+    case ImageDescription::Kind::Intermediate:
+        json["image"] = nodeJson(image.image.get());
+        break;
     case ImageDescription::Kind::ErrorImage:
         json["label"] = image.label;
         json["message"] = image.message;
@@ -116,7 +135,9 @@ Json ImageJson::nodeJson(const ImageDescription* description) {
     case ImageDescription::Kind::Surface:
     case ImageDescription::Kind::Bitmap:
     case ImageDescription::Kind::Accumulator:
-    case ImageDescription::Kind::Constant: addSource(json, image); break;
+    case ImageDescription::Kind::Constant:
+        addSource(json, image);
+        break;
     }
     return json;
 }
@@ -125,9 +146,12 @@ Json ImageJson::argumentJson(const ArgumentDescription& argument) {
     return std::visit(
         [this](const auto& held) -> Json {
             using Held = std::remove_cvref_t<decltype(held)>;
-            if constexpr (std::is_same_v<Held, Number>) return numberValueJson(held);
-            else if constexpr (std::is_same_v<Held, CIVector>) return vectorJson(held);
-            else if constexpr (std::is_same_v<Held, CIColor>) return colorJson(held);
+            if constexpr (std::is_same_v<Held, Number>)
+                return numberValueJson(held);
+            else if constexpr (std::is_same_v<Held, CIVector>)
+                return vectorJson(held);
+            else if constexpr (std::is_same_v<Held, CIColor>)
+                return colorJson(held);
             else {
                 if (!held.image) return Json{{"sampler", nullptr}};
                 const bool isNearest = held.filter == SamplerFilter::Nearest;
@@ -143,11 +167,16 @@ Json ImageJson::builtinInputJson(const BuiltinInput& input) {
     return std::visit(
         [this](const auto& held) -> Json {
             using Held = std::remove_cvref_t<decltype(held)>;
-            if constexpr (std::is_same_v<Held, Number>) return numberValueJson(held);
-            else if constexpr (std::is_same_v<Held, CIVector>) return vectorJson(held);
-            else if constexpr (std::is_same_v<Held, CIColor>) return colorJson(held);
-            else if constexpr (std::is_same_v<Held, CGAffineTransform>) return transformJson(held);
-            else return nodeJson(held.get());
+            if constexpr (std::is_same_v<Held, Number>)
+                return numberValueJson(held);
+            else if constexpr (std::is_same_v<Held, CIVector>)
+                return vectorJson(held);
+            else if constexpr (std::is_same_v<Held, CIColor>)
+                return colorJson(held);
+            else if constexpr (std::is_same_v<Held, CGAffineTransform>)
+                return transformJson(held);
+            else
+                return nodeJson(held.get());
         },
         input);
 }

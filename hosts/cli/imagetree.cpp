@@ -110,9 +110,9 @@ void ImageTree::addValue(std::string& text, const Json& value, const std::string
         addLine(text, depth, line);
         addNode(text, value["sampler"], "", depth + 1);
     } else {
-        addLine(text, depth,
-                fmt::format("{}{} {}", label, value.items().begin().key(),
-                            listText(value.front())));
+        addLine(
+            text, depth,
+            fmt::format("{}{} {}", label, value.items().begin().key(), listText(value.front())));
     }
 }
 

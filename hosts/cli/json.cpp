@@ -21,8 +21,8 @@ Json numberJson(double value) {
 
 Json rectJson(const CGRect& rect) {
     if (rect.isInfinite()) return "infinite";
-    return Json::array({numberJson(rect.x), numberJson(rect.y), numberJson(rect.width),
-                        numberJson(rect.height)});
+    return Json::array(
+        {numberJson(rect.x), numberJson(rect.y), numberJson(rect.width), numberJson(rect.height)});
 }
 
 Json vectorJson(const CIVector& vector) {
@@ -80,10 +80,14 @@ Json attributeJson(const AttributeValue& value) {
     return std::visit(
         [](const auto& held) -> Json {
             using Held = std::remove_cvref_t<decltype(held)>;
-            if constexpr (std::is_same_v<Held, double>) return numberJson(held);
-            else if constexpr (std::is_same_v<Held, CIVector>) return vectorJson(held);
-            else if constexpr (std::is_same_v<Held, CIColor>) return colorJson(held);
-            else return held;
+            if constexpr (std::is_same_v<Held, double>)
+                return numberJson(held);
+            else if constexpr (std::is_same_v<Held, CIVector>)
+                return vectorJson(held);
+            else if constexpr (std::is_same_v<Held, CIColor>)
+                return colorJson(held);
+            else
+                return held;
         },
         value);
 }

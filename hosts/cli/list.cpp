@@ -19,9 +19,8 @@ ExitCode list(const ListOptions& options) {
     const std::vector<FilterEntry> entries = listFilters(options.builtin);
     if (options.json) {
         for (const FilterEntry& entry : entries) {
-            const Json line{{"name", entry.name},
-                            {"class", entry.className()},
-                            {"category", entry.category}};
+            const Json line{
+                {"name", entry.name}, {"class", entry.className()}, {"category", entry.category}};
             printResult("{}\n", jsonLine(line));
         }
         return ExitCode::Done;

@@ -35,15 +35,14 @@ CLI::App& findCommand(CLI::App& app, const std::string& name) {
         return *app.get_subcommand(name);
     }
     const std::string hint = suggestion(name, names);
-    throw CommandError(ExitCode::Usage,
-                       fmt::format("there is no command \"{}\"{}", name,
-                                   hint.empty() ? "; try `vorn help`" : hint));
+    throw CommandError(ExitCode::Usage, fmt::format("there is no command \"{}\"{}", name,
+                                                    hint.empty() ? "; try `vorn help`" : hint));
 }
 
 void addHelpCommand(CLI::App& app, Action& action) {
     auto name = std::make_shared<std::string>();
     CLI::App* command = app.add_subcommand("help", "Explain a command");
-    command->add_option("COMMAND", *name, "The command; all of them when left out");
+    command->add_option("COMMAND", *name, "The command; all of them when left out")->type_name("");
     command->callback([&app, &action, name] {
         action = [&app, name] {
             const std::string help = name->empty()
@@ -69,6 +68,7 @@ ExitCode run(int argc, char** argv) {
     addBenchCommand(app, action);
     addDoctorCommand(app, action);
     addHelpCommand(app, action);
+    app.require_subcommand(0, 1); // the names of commands are plain words behind the first one
 
     if (argc < 2) {
         fmt::print(stderr, "{}", helpFor(app, "vorn"));

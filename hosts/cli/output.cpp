@@ -15,8 +15,8 @@ namespace {
 std::FILE* resultStream = nullptr;
 
 [[noreturn]] void failRedirecting() {
-    throw CommandError(ExitCode::Failed, fmt::format("cannot redirect standard output: {}",
-                                                     std::strerror(errno)));
+    throw CommandError(ExitCode::Failed,
+                       fmt::format("cannot redirect standard output: {}", std::strerror(errno)));
 }
 } // namespace
 
@@ -27,9 +27,13 @@ void separateResultsFromTalk() {
     if (!resultStream || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) failRedirecting();
 }
 
-std::FILE* results() { return resultStream ? resultStream : stdout; }
+std::FILE* results() {
+    return resultStream ? resultStream : stdout;
+}
 
-bool finishResults() { return std::fflush(results()) == 0 && !std::ferror(results()); }
+bool finishResults() {
+    return std::fflush(results()) == 0 && !std::ferror(results());
+}
 
 PrintedLines::PrintedLines() {
     std::fflush(stdout);
@@ -79,8 +83,8 @@ void printTable(const std::vector<TableRow>& rows, const std::vector<size_t>& ri
     for (const TableRow& row : rows) {
         std::string line;
         for (size_t i = 0; i < row.size(); ++i) {
-            const bool right = std::find(rightAligned.begin(), rightAligned.end(), i) !=
-                               rightAligned.end();
+            const bool right =
+                std::find(rightAligned.begin(), rightAligned.end(), i) != rightAligned.end();
             if (i > 0) line += "  ";
             line += right ? fmt::format("{:>{}}", row[i], widths[i])
                           : fmt::format("{:<{}}", row[i], widths[i]);

@@ -22,9 +22,9 @@ CIImage testImage(const PlacedSize& placed) {
                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     }
     if (memory == MAP_FAILED) {
-        throw CommandError(ExitCode::Usage,
-                           fmt::format("an image of {}x{} is larger than memory can address",
-                                       width, height));
+        throw CommandError(
+            ExitCode::Usage,
+            fmt::format("an image of {}x{} is larger than memory can address", width, height));
     }
     const std::shared_ptr<void> owner(memory, [length](void* m) { munmap(m, length); });
 

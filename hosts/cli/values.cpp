@@ -13,7 +13,7 @@ namespace vorn::cli {
 namespace {
 
 [[noreturn]] void refuse(std::string_view option, std::string_view text, std::string_view wanted) {
-    throw CommandError(ExitCode::Usage, fmt::format("{} {}: {}", option, text, wanted));
+    throw CommandError(ExitCode::Usage, fmt::format("{} \"{}\": {}", option, text, wanted));
 }
 
 bool startsWith(std::string_view text, std::string_view start) {
@@ -64,8 +64,10 @@ bool takeSize(std::string_view& text, PixelSize& size) {
 
 /// "+100", "+-50" or "-50".
 bool takeOffset(std::string_view& text, double& offset) {
-    if (startsWith(text, "+")) text.remove_prefix(1);
-    else if (!startsWith(text, "-")) return false;
+    if (startsWith(text, "+"))
+        text.remove_prefix(1);
+    else if (!startsWith(text, "-"))
+        return false;
     int32_t value = 0;
     if (!takeInteger(text, value)) return false;
     offset = value;
@@ -123,10 +125,14 @@ InputValue parseValue(std::string_view text, std::string_view option) {
     if (const auto number = readNumber(text)) return Number(*number);
     if (const auto v = readNumbers(text, "[", ']')) {
         switch (v->size()) {
-        case 2: return CIVector((*v)[0], (*v)[1]);
-        case 3: return CIVector((*v)[0], (*v)[1], (*v)[2]);
-        case 4: return CIVector((*v)[0], (*v)[1], (*v)[2], (*v)[3]);
-        default: refuse(option, text, "a vector has two to four components");
+        case 2:
+            return CIVector((*v)[0], (*v)[1]);
+        case 3:
+            return CIVector((*v)[0], (*v)[1], (*v)[2]);
+        case 4:
+            return CIVector((*v)[0], (*v)[1], (*v)[2], (*v)[3]);
+        default:
+            refuse(option, text, "a vector has two to four components");
         }
     }
     if (const auto c = readNumbers(text, "rgba(", ')')) {
@@ -187,8 +193,8 @@ PlacedSize parsePlacedSize(std::string_view text, std::string_view option) {
     PlacedSize placed;
     bool isGood = takeSize(rest, placed.size);
     if (isGood && !rest.empty()) {
-        isGood = takeOffset(rest, placed.origin.x) && takeOffset(rest, placed.origin.y) &&
-                 rest.empty();
+        isGood =
+            takeOffset(rest, placed.origin.x) && takeOffset(rest, placed.origin.y) && rest.empty();
     }
     if (!isGood) {
         refuse(option, text,
@@ -203,8 +209,8 @@ std::vector<int> parseCounts(std::string_view text, int maximum, std::string_vie
     for (const std::string& part : splitList(text, ',')) {
         const std::optional<uint64_t> count = readUnsigned(part);
         if (!count || *count < 1 || *count > static_cast<uint64_t>(maximum)) {
-            refuse(option, text, fmt::format("whole numbers from 1 to {}, parted by commas",
-                                             maximum));
+            refuse(option, text,
+                   fmt::format("whole numbers from 1 to {}, parted by commas", maximum));
         }
         counts.push_back(static_cast<int>(*count));
     }

@@ -71,8 +71,7 @@ public:
             shared_ = true; // a kernel's own parameters are the same for every pixel
             body(kernel.parametersToken + 1, kernel.bodyToken);
             shared_ = false;
-            depth_ = 0;
-            body(kernel.bodyToken, kernel.endToken);
+            kernelBody(kernel);
             at = kernel.endToken;
         }
         body(at, tokens_.size());
@@ -105,6 +104,45 @@ private:
                 out_ += "\n";
             line_ = token.line, file_ = token.file;
         }
+    }
+
+    /// A kernel's body. Its `uniform` declarations that stand directly in it move to a function that
+    /// runs once per call, before the loop over the pixels; it sees the kernel's parameters and the
+    /// uniforms before it, and nothing that differs from pixel to pixel.
+    void kernelBody(const KernelDeclaration& kernel) {
+        const std::string& name = kernel.function.name;
+        std::string fields, locals, setup;
+        depth_ = 0;
+        const std::string before = std::move(out_);
+        out_.clear();
+        size_t at = kernel.bodyToken;
+        at += one(at);
+        while (at < kernel.endToken) {
+            if (depth_ != 1 || parentheses_ != 0 || !token(at).is("uniform")) {
+                at += one(at);
+                continue;
+            }
+            const std::string pixelText = std::move(out_);
+            out_.clear();
+            const std::string type = kTypes.at(token(at + 1).text).shared;
+            const std::string variable = token(at + 2).text;
+            at += 2;
+            while (!token(at).is(";")) at += one(at);
+            at += 1;
+            setup += "const " + type + " " + out_ + ";\nshared_" + name + "." + variable + " = " +
+                     variable + ";\n";
+            fields += type + " " + variable + "; ";
+            locals += "const " + type + " " + variable + " = shared_" + name + "." + variable + "; ";
+            out_ = pixelText;
+        }
+        const std::string pixelText = std::move(out_);
+        out_ = before + "{ " + locals + pixelText.substr(pixelText.find('{') + 1);
+        out_ += "\nstruct { " + fields + "} shared_" + name + ";\nvoid setup_" + name + "(";
+        shared_ = true;
+        body(kernel.parametersToken + 1, kernel.bodyToken);
+        shared_ = false;
+        out_ += "{\n" + setup + "}\n";
+        line_ = -1;
     }
 
     void body(size_t from, size_t to) {
@@ -194,52 +232,81 @@ private:
 
     /// The function that the engine calls: unflattens the arguments and runs the loop.
     void entry(const Function& function) {
-        out_ += "template <Memory memory> void run_" + function.name +
-                "(const KernelCall* call) {\nText<memory> text;\n";
-        std::string arguments, views;
+        const std::string& name = function.name;
+        out_ += "template <Memory memory> void run_" + name + "(const KernelCall* call) {\n";
+        // How a call of the kernel spells its arguments in a memory mode, `%` standing for it.
+        std::string arguments, setupArguments, opaque;
+        bool onlyOwnPixels = true;
         int source = function.kind == FunctionKind::Warp ? 1 : 0, offset = 0;
         if (function.kind == FunctionKind::Warp) out_ += view(0);
         for (const Parameter& parameter : function.parameters) {
-            if (!arguments.empty()) arguments += ", ";
+            if (!arguments.empty()) arguments += ", ", setupArguments += ", ";
             if (isImage(parameter.type)) {
                 out_ += view(source);
-                const std::string name = "view" + std::to_string(source++);
-                arguments += parameter.type == ParameterType::Sampler
-                                 ? "Sampler<memory>{" + name + "}"
-                                 : "loadHere<memory>(" + name + ", place)";
+                const std::string number = "view" + std::to_string(source++);
+                const bool sampler = parameter.type == ParameterType::Sampler;
+                arguments += sampler ? "Sampler<%>{" + number + "}"
+                                     : "loadHere<%>(" + number + ", place)";
+                setupArguments += sampler ? "Sampler<%>{" + number + "}" : "Pixel()";
+                onlyOwnPixels &= parameter.readsOwnPixelOnly;
+                opaque += (opaque.empty() ? "" : " && ") + ("isOpaqueHere(" + number + ", place)");
                 continue;
             }
+            out_ += argumentDeclaration(parameter.type, offset);
             const std::string argument = "argument" + std::to_string(offset);
-            const auto value = [&](int i) {
-                return "call->arguments[" + std::to_string(offset + i) + "]";
-            };
-            switch (parameter.type) {
-            case ParameterType::Int:
-                out_ += "const int32_t " + argument + " = bitsAs<int32_t>(" + value(0) + ");\n";
-                break;
-            case ParameterType::Uint:
-                out_ += "const uint32_t " + argument + " = bitsAs<uint32_t>(" + value(0) + ");\n";
-                break;
-            case ParameterType::Float:
-                out_ += "const float " + argument + " = " + value(0) + ";\n";
-                break;
-            default: {
-                const int count = flattenedSize(parameter.type);
-                out_ += "const Vec" + std::to_string(count) + "<float> " + argument + "(";
-                for (int i = 0; i < count; ++i) out_ += (i ? ", " : "") + value(i);
-                out_ += ");\n";
-            }
-            }
-            arguments += argument;
+            arguments += argument, setupArguments += argument;
             offset += flattenedSize(parameter.type);
         }
-        const std::string result = "text." + function.name + "(" + arguments + ")";
-        out_ += "forEachGroup<memory>(*call, [&](Place place) __attribute__((always_inline)) -> Pixel {\n"
-                "text.place = place;\n";
-        out_ += function.kind == FunctionKind::Warp
-                    ? "return sampleAt<memory>(view0, Vec2<Float>(" + result + "));\n"
-                    : "return " + result + ";\n";
+        const bool opaqueToo =
+            onlyOwnPixels && !opaque.empty() && function.kind != FunctionKind::Warp;
+        const auto instance = [&](const char* variable, const char* memory) {
+            out_ += std::string("Text<") + memory + "> " + variable + ";\n" + variable + ".setup_" +
+                    name + "(" + inMode(setupArguments, memory) + ");\n";
+        };
+        const auto call = [&](const char* variable, const char* memory) {
+            std::string result = std::string(variable) + "." + name + "(" +
+                                 inMode(arguments, memory) + ")";
+            if (function.kind == FunctionKind::Warp)
+                result = std::string("sampleAt<") + memory + ">(view0, Vec2<Float>(" + result + "))";
+            out_ += std::string(variable) + ".place = place;\nstoreGroup<" + memory +
+                    ">(target, to, " + result + ", place.count);\n";
+        };
+        out_ += "const TargetView target = call->target;\n";
+        instance("text", "memory");
+        if (opaqueToo) instance("opaqueText", "Memory::Opaque");
+        out_ += "forEachGroup<memory>(*call, [&](Place place, uint8_t* to) "
+                "__attribute__((always_inline)) {\n";
+        if (opaqueToo) {
+            out_ += "if constexpr (memory == Memory::Packed) if (" + opaque + ") {\n";
+            call("opaqueText", "Memory::Opaque");
+            out_ += "return;\n}\n";
+        }
+        call("text", "memory");
         out_ += "});\n}\n";
+    }
+
+    static std::string inMode(std::string text, const std::string& memory) {
+        for (size_t at; (at = text.find('%')) != std::string::npos;) text.replace(at, 1, memory);
+        return text;
+    }
+
+    static std::string argumentDeclaration(ParameterType type, int offset) {
+        const std::string name = "argument" + std::to_string(offset);
+        const auto value = [&](int i) {
+            return "call->arguments[" + std::to_string(offset + i) + "]";
+        };
+        switch (type) {
+        case ParameterType::Int:
+            return "const int32_t " + name + " = bitsAs<int32_t>(" + value(0) + ");\n";
+        case ParameterType::Uint:
+            return "const uint32_t " + name + " = bitsAs<uint32_t>(" + value(0) + ");\n";
+        case ParameterType::Float: return "const float " + name + " = " + value(0) + ";\n";
+        default: break;
+        }
+        const int count = flattenedSize(type);
+        std::string text = "const Vec" + std::to_string(count) + "<float> " + name + "(";
+        for (int i = 0; i < count; ++i) text += (i ? ", " : "") + value(i);
+        return text + ");\n";
     }
 
     static std::string view(int index) {

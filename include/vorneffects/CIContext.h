@@ -17,7 +17,7 @@ struct ContextOptions {
     int threads = 0;                                ///< 0: one per core
     CGColorSpace workingSpace = CGColorSpace::None; ///< None: values are worked on as stored
     /// CPU instruction-set level by name ("x86-64-v2", …); empty: the best that the processor has.
-    std::string instructionSet;
+    std::string instructionSet = {};
 };
 
 /// Renders images. Keeps its threads and memory between frames, so hosts keep their context. One

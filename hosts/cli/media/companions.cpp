@@ -22,8 +22,8 @@ bool canHold(const AVFormatContext& output, AVCodecID codec) {
     const int answer = avformat_query_codec(output.oformat, codec, FF_COMPLIANCE_NORMAL);
     if (answer != AVERROR_PATCHWELCOME) return answer == 1;
     const AVMediaType type = avcodec_get_type(codec);
-    const AVCodecID usual = type == AVMEDIA_TYPE_AUDIO ? output.oformat->audio_codec
-                                                       : output.oformat->subtitle_codec;
+    const AVCodecID usual =
+        type == AVMEDIA_TYPE_AUDIO ? output.oformat->audio_codec : output.oformat->subtitle_codec;
     return usual != AV_CODEC_ID_NONE;
 }
 
@@ -37,7 +37,7 @@ Companions::Companions(const MediaInfo& source, const TimeRange& range, AVFormat
                        Warnings& warnings)
     : output_(output), warnings_(warnings), startTime_(source.startTime),
       startTimeBase_(toAv(source.startTimeBase)), endSeconds_(range.endSeconds) {
-    if (source.kind != MediaKind::Video) return;
+    if (source.kind != MediaKind::Video || source.path.empty()) return;
     if (source.path == "-") {
         if (!source.companions.empty())
             warnings_.add("sound cannot be carried over from standard input");
@@ -108,8 +108,8 @@ void Companions::addChapters(const TimeRange& range) {
         chapter->start = std::llround(start / unit);
         chapter->end = std::llround(end / unit);
         av_dict_copy(&chapter->metadata, from.metadata, 0);
-        auto** grown = static_cast<AVChapter**>(av_realloc_array(
-            output_.chapters, output_.nb_chapters + 1, sizeof(AVChapter*)));
+        auto** grown = static_cast<AVChapter**>(
+            av_realloc_array(output_.chapters, output_.nb_chapters + 1, sizeof(AVChapter*)));
         if (!grown) {
             av_dict_free(&chapter->metadata);
             av_free(chapter);
@@ -121,8 +121,9 @@ void Companions::addChapters(const TimeRange& range) {
 }
 
 Companions::Stream* Companions::streamOf(int input) {
-    const auto found = std::find_if(streams_.begin(), streams_.end(),
-                                    [input](const Stream& stream) { return stream.input == input; });
+    const auto found =
+        std::find_if(streams_.begin(), streams_.end(),
+                     [input](const Stream& stream) { return stream.input == input; });
     return found == streams_.end() ? nullptr : &*found;
 }
 

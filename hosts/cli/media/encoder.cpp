@@ -26,14 +26,14 @@ struct Quality {
 };
 
 constexpr Quality kQualities[] = {
-    {"libx264", "crf", 18},      {"libx264rgb", "crf", 18},  {"libx265", "crf", 20},
-    {"libvpx-vp9", "crf", 24},   {"libvpx", "crf", 8},       {"libsvtav1", "crf", 26},
-    {"libaom-av1", "crf", 22},   {"librav1e", "qp", 70},     {"mpeg4", "qscale", 2},
-    {"mpeg2video", "qscale", 2}, {"mpeg1video", "qscale", 2}, {"mjpeg", "qscale", 2},
-    {"msmpeg4", "qscale", 2},    {"msmpeg4v2", "qscale", 2}, {"wmv1", "qscale", 2},
-    {"wmv2", "qscale", 2},       {"flv", "qscale", 2},       {"h263p", "qscale", 2},
-    {"libxvid", "qscale", 2},    {"libtheora", "qscale", 9}, {"libwebp", "quality", 92},
-    {"libwebp_anim", "quality", 92}, {"prores_ks", "qscale", 0}, {"libjxl", "distance", 0.5},
+    {"libx264", "crf", 18},          {"libx264rgb", "crf", 18},   {"libx265", "crf", 20},
+    {"libvpx-vp9", "crf", 24},       {"libvpx", "crf", 8},        {"libsvtav1", "crf", 26},
+    {"libaom-av1", "crf", 22},       {"librav1e", "qp", 70},      {"mpeg4", "qscale", 2},
+    {"mpeg2video", "qscale", 2},     {"mpeg1video", "qscale", 2}, {"mjpeg", "qscale", 2},
+    {"msmpeg4", "qscale", 2},        {"msmpeg4v2", "qscale", 2},  {"wmv1", "qscale", 2},
+    {"wmv2", "qscale", 2},           {"flv", "qscale", 2},        {"h263p", "qscale", 2},
+    {"libxvid", "qscale", 2},        {"libtheora", "qscale", 9},  {"libwebp", "quality", 92},
+    {"libwebp_anim", "quality", 92}, {"prores_ks", "qscale", 0},
 };
 
 struct EncoderOption {
@@ -59,9 +59,9 @@ constexpr EncoderOption kStandardOptions[] = {
 };
 
 const Quality* qualityOf(const AVCodec& codec) {
-    const auto found = std::find_if(std::begin(kQualities), std::end(kQualities), [&](const Quality& q) {
-        return std::string(q.encoder) == codec.name;
-    });
+    const auto found =
+        std::find_if(std::begin(kQualities), std::end(kQualities),
+                     [&](const Quality& q) { return std::string(q.encoder) == codec.name; });
     return found == std::end(kQualities) ? nullptr : found;
 }
 
@@ -74,6 +74,19 @@ std::string numberText(double value) {
 AVColorRange avRange(ColourRange range) {
     if (range == ColourRange::Full) return AVCOL_RANGE_JPEG;
     return range == ColourRange::Limited ? AVCOL_RANGE_MPEG : AVCOL_RANGE_UNSPECIFIED;
+}
+
+// x264 and x265 complain about an unknown preset on the terminal, past FFmpeg's messages.
+void checkPreset(const std::string& preset) {
+    constexpr const char* kPresets[] = {"ultrafast", "superfast", "veryfast", "faster",
+                                        "fast",      "medium",    "slow",     "slower",
+                                        "veryslow",  "placebo"};
+    std::string names;
+    for (const char* name : kPresets) {
+        if (preset.empty() || preset == name) return;
+        names += std::string(names.empty() ? "" : ", ") + name;
+    }
+    throw std::runtime_error("unknown preset " + preset + "; there are: " + names);
 }
 
 bool canCodeFields(const AVCodec& codec) {
@@ -134,7 +147,8 @@ bool Encoder::open(const EncoderRequest& request, AVPixelFormat format, std::str
         AVRational aspect = toAv(options.source->sampleAspectRatio);
         // Frames that were turned upright and stay so have their pixels on the side.
         const int turn = options.source->rotationDegrees;
-        if (toStored_.isIdentity() && (turn == 90 || turn == 270)) std::swap(aspect.num, aspect.den);
+        if (toStored_.isIdentity() && (turn == 90 || turn == 270))
+            std::swap(aspect.num, aspect.den);
         context.sample_aspect_ratio = aspect;
     }
     context.thread_count = options.threads;
@@ -177,12 +191,13 @@ void Encoder::setOptions(const EncoderRequest& request, AvOptions& target) {
     for (const EncoderOption& standard : kStandardOptions)
         if (name == standard.encoder) target.setDefault(standard.key, standard.value);
 
+    if (name.starts_with("libx26")) checkPreset(target.get("preset"));
     const bool isVpx = name == "libvpx" || name == "libvpx-vp9";
     if (isVpx && media::hasAlpha(context_->pix_fmt)) target.setDefault("auto-alt-ref", "0");
     // VP8 takes the bit rate as the ceiling of constant quality; VP9 has none at zero.
     if (name == "libvpx") context_->bit_rate = 50'000'000;
     // SVT-AV1 writes to the terminal by itself; its variable is the only way to quiet it.
-    if (name == "libsvtav1") ::setenv("SVT_LOG", "-1", 0);
+    if (name == "libsvtav1") ::setenv("SVT_LOG", "1", 0);
 
     const Quality* quality = qualityOf(*request.codec);
     if (!quality) return;
@@ -214,8 +229,8 @@ AVFrame& Encoder::idlePicture() {
     if (const int result = av_frame_get_buffer(picture.get(), 0); result < 0)
         throw std::runtime_error(reasonFor(result));
     if (!iccProfile_.empty()) {
-        AVFrameSideData* side = av_frame_new_side_data(picture.get(), AV_FRAME_DATA_ICC_PROFILE,
-                                                       iccProfile_.size());
+        AVFrameSideData* side =
+            av_frame_new_side_data(picture.get(), AV_FRAME_DATA_ICC_PROFILE, iccProfile_.size());
         if (!side) throw std::bad_alloc();
         std::memcpy(side->data, iccProfile_.data(), iccProfile_.size());
     }

@@ -21,9 +21,8 @@ struct FreeOutput {
 using AvOutput = std::unique_ptr<AVFormatContext, FreeOutput>;
 
 bool isNamed(const AVOutputFormat& container, std::initializer_list<const char*> names) {
-    return std::any_of(names.begin(), names.end(), [&](const char* name) {
-        return std::string(container.name) == name;
-    });
+    return std::any_of(names.begin(), names.end(),
+                       [&](const char* name) { return std::string(container.name) == name; });
 }
 
 bool holdsDisplayMatrix(const AVOutputFormat& container) {
@@ -69,6 +68,12 @@ Clock chooseClock(const Target& target, const WriterOptions& options) {
     return clock;
 }
 
+/// The container says only when its header is written that it cannot take a sound stream.
+class RefusedCompanions : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 class FilmSink final : public Sink {
 public:
     FilmSink(const std::string& path, const Target& target, const WriterOptions& options,
@@ -77,9 +82,9 @@ public:
           startsAtFirstFrame_(options.range.startSeconds > 0), frameRate_(frameRateOf(options)) {
         const MediaInfo* source = options.source;
         AVFormatContext* context = nullptr;
-        const int result = avformat_alloc_output_context2(
-            &context, const_cast<AVOutputFormat*>(target.container), nullptr,
-            fileAddress(file_.path()).c_str());
+        const int result =
+            avformat_alloc_output_context2(&context, const_cast<AVOutputFormat*>(target.container),
+                                           nullptr, fileAddress(file_.path()).c_str());
         if (result < 0) throw std::runtime_error(reasonFor(result));
         output_.reset(context);
         output_->flags |= AVFMT_FLAG_BITEXACT;
@@ -99,12 +104,10 @@ public:
             originTimeBase_ = unit;
             if (companions_) companions_->begin(origin_, unit);
         }
-        const std::int64_t start =
-            frame.pts - av_rescale_q(origin_, originTimeBase_, unit);
+        const std::int64_t start = frame.pts - av_rescale_q(origin_, originTimeBase_, unit);
         std::int64_t pts = av_rescale_q(start, unit, clock_.timeBase);
         const std::int64_t end = av_rescale_q(start + frame.duration, unit, clock_.timeBase);
-        if (clock_.isConstantRate &&
-            av_compare_ts(pts, clock_.timeBase, start, unit) != 0)
+        if (clock_.isConstantRate && av_compare_ts(pts, clock_.timeBase, start, unit) != 0)
             noteRounding(pts, start, unit);
         if (lastPts_ != AV_NOPTS_VALUE && pts <= lastPts_) {
             warnings_.add(std::string("frames closer together than a tick of the ") +
@@ -113,6 +116,9 @@ public:
         }
         lastPts_ = pts;
         const std::int64_t duration = std::max<std::int64_t>(1, end - pts);
+        if (lastDuration_ > 0 && std::abs(duration - lastDuration_) * 10 > lastDuration_)
+            hasVariableTimes_ = true;
+        lastDuration_ = duration;
         durations_.push_back({pts, duration});
         end_ = pts + duration;
         encoder_->send(frame, pts, duration);
@@ -122,13 +128,13 @@ public:
     void finish(Ending ending) override {
         encoder_->sendEnd();
         store();
+        writeLast();
         if (companions_) {
             if (ending == Ending::Interrupted)
                 companions_->copyUntil(end_, clock_.timeBase);
             else
                 companions_->copyRest();
         }
-        isHeaderWritten_ = false;
         int result = av_write_trailer(output_.get());
         if (result >= 0 && output_->pb) {
             avio_flush(output_->pb);
@@ -185,7 +191,8 @@ private:
             result < 0)
             throw std::runtime_error(reasonFor(result));
         stream_->time_base = clock_.timeBase;
-        stream_->avg_frame_rate = frameRate_;
+        // Matroska would promise its players a constant rate.
+        if (!source || !source->hasVariableFrameRate) stream_->avg_frame_rate = frameRate_;
         stream_->sample_aspect_ratio = encoder_->context().sample_aspect_ratio;
         stream_->disposition = AV_DISPOSITION_DEFAULT;
         if (!source) return;
@@ -195,7 +202,9 @@ private:
         for (const StreamSideData& side : source->sideData)
             addSideData(AVPacketSideDataType(side.type), side.bytes.data(), side.bytes.size());
         // Matroska tells players by this tag that VP8 and VP9 have an alpha plane.
-        if (encoder_->keepsAlpha()) av_dict_set(&stream_->metadata, "alpha_mode", "1", 0);
+        const bool isVpx = stream_->codecpar->codec_id == AV_CODEC_ID_VP8 ||
+                           stream_->codecpar->codec_id == AV_CODEC_ID_VP9;
+        if (isVpx && encoder_->keepsAlpha()) av_dict_set(&stream_->metadata, "alpha_mode", "1", 0);
     }
 
     void addSideData(AVPacketSideDataType type, const void* bytes, std::size_t count) {
@@ -205,14 +214,16 @@ private:
     }
 
     void writeHeader() {
-        int result =
-            avio_open(&output_->pb, fileAddress(file_.path()).c_str(), AVIO_FLAG_WRITE);
+        int result = avio_open(&output_->pb, fileAddress(file_.path()).c_str(), AVIO_FLAG_WRITE);
         if (result < 0) throw std::runtime_error(reasonFor(result));
         AvOptions options;
         if (isNamed(*output_->oformat, {"apng"})) options.set("plays", "0");
+        // Edit lists count in the film's own ticks; the usual milliseconds would move the sound.
+        if (holdsDisplayMatrix(*output_->oformat)) options.set("movie_timescale", "90000");
         result = avformat_write_header(output_.get(), options.address());
+        if (result < 0 && companions_ && companions_->streamCount() > 0)
+            throw RefusedCompanions(reasonFor(result));
         if (result < 0) throw std::runtime_error(reasonFor(result));
-        isHeaderWritten_ = true;
     }
 
     void noteRounding(std::int64_t pts, std::int64_t start, AVRational unit) {
@@ -235,16 +246,34 @@ private:
 
     void store() {
         while (encoder_->receive(*packet_)) {
-            packet_->stream_index = stream_->index;
+            writeHeld();
             packet_->duration = takeDuration(packet_->pts);
-            const std::int64_t dts = packet_->dts;
-            av_packet_rescale_ts(packet_.get(), clock_.timeBase, stream_->time_base);
-            // Sound goes along with the pictures, so that an interrupted file is whole.
-            if (companions_ && dts != AV_NOPTS_VALUE)
-                companions_->copyUntil(dts, clock_.timeBase);
-            const int result = av_interleaved_write_frame(output_.get(), packet_.get());
-            if (result < 0) throw std::runtime_error(reasonFor(result));
+            std::swap(packet_, held_);
+            isHolding_ = true;
         }
+    }
+
+    void writeHeld() {
+        if (!isHolding_) return;
+        isHolding_ = false;
+        held_->stream_index = stream_->index;
+        const std::int64_t dts = held_->dts;
+        av_packet_rescale_ts(held_.get(), clock_.timeBase, stream_->time_base);
+        // Sound goes along with the pictures, so that an interrupted file is whole.
+        if (companions_ && dts != AV_NOPTS_VALUE) companions_->copyUntil(dts, clock_.timeBase);
+        const int result = av_interleaved_write_frame(output_.get(), held_.get());
+        if (result < 0) throw std::runtime_error(reasonFor(result));
+    }
+
+    void writeLast() {
+        // MP4 and MOV derive the length of a film from the last packet in decoding order. Where
+        // frame times vary that is wrong unless the packet lasts to the end and is decoded when it
+        // is shown.
+        if (isHolding_ && hasVariableTimes_ && holdsDisplayMatrix(*output_->oformat)) {
+            held_->dts = held_->pts;
+            held_->duration = end_ - held_->pts;
+        }
+        writeHeld();
     }
 
     Warnings& warnings_;
@@ -257,14 +286,17 @@ private:
     std::unique_ptr<Companions> companions_;
     AVStream* stream_ = nullptr;
     AvPacket packet_ = makePacket();
+    AvPacket held_ = makePacket(); ///< one packet is kept back until it is known to be the last
+    bool isHolding_ = false;
     bool keepsRotation_ = false;
-    bool isHeaderWritten_ = false;
 
     bool hasBegun_ = false;
     std::int64_t origin_ = 0;
     AVRational originTimeBase_{1, 1};
     std::int64_t lastPts_ = AV_NOPTS_VALUE;
     std::int64_t end_ = 0;
+    std::int64_t lastDuration_ = 0;
+    bool hasVariableTimes_ = false;
     std::deque<Timing> durations_; ///< of the frames inside the encoder
 };
 
@@ -272,7 +304,19 @@ private:
 
 std::unique_ptr<Sink> openFilm(const std::string& path, const Target& target,
                                const WriterOptions& options, Warnings& warnings) {
-    return std::make_unique<FilmSink>(path, target, options, warnings);
+    try {
+        return std::make_unique<FilmSink>(path, target, options, warnings);
+    } catch (const RefusedCompanions& refusal) {
+        std::string codecs;
+        for (const CompanionStream& stream : options.source->companions)
+            codecs += (codecs.empty() ? "" : ", ") + stream.codec;
+        warnings.add("sound and subtitles (" + codecs + ") are left out: a " +
+                     target.container->name + " file refuses them: " + refusal.what());
+    }
+    beginCatchingMessages();
+    WriterOptions silent = options;
+    silent.copyCompanions = false;
+    return std::make_unique<FilmSink>(path, target, silent, warnings);
 }
 
 } // namespace vorn::media

@@ -69,9 +69,13 @@ void Frame::reshape(Size size, PixelFormat format, FramePool* pool) {
     format_ = format;
 }
 
-std::int64_t Frame::timeNanoseconds() const { return toNanoseconds(pts, timeBase); }
+std::int64_t Frame::timeNanoseconds() const {
+    return toNanoseconds(pts, timeBase);
+}
 
-std::int64_t Frame::durationNanoseconds() const { return toNanoseconds(duration, timeBase); }
+std::int64_t Frame::durationNanoseconds() const {
+    return toNanoseconds(duration, timeBase);
+}
 
 void Frame::copyTimeFrom(const Frame& other) {
     pts = other.pts;

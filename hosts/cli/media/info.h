@@ -33,10 +33,10 @@ enum class MediaKind : std::uint8_t {
 
 /// A sound or subtitle stream that goes with the pictures.
 struct CompanionStream {
-    int index = 0;         ///< number of the stream in the file
-    bool isSound = false;  ///< false: subtitles
-    std::string codec;     ///< FFmpeg's short name, such as "aac"
-    std::string language;  ///< three letters, empty if not tagged
+    int index = 0;        ///< number of the stream in the file
+    bool isSound = false; ///< false: subtitles
+    std::string codec;    ///< FFmpeg's short name, such as "aac"
+    std::string language; ///< three letters, empty if not tagged
     int sampleRateHertz = 0;
     int channels = 0;
 };
@@ -67,10 +67,10 @@ struct MediaInfo {
     Rational frameRate;     ///< average, pictures per second; 0/1 if unknown
     Rational baseFrameRate; ///< lowest rate whose ticks hold every frame time, 0/1 if unknown
     bool hasVariableFrameRate = false;
-    Rational timeBase{1, 1};                 ///< of the frames' times
-    std::optional<std::int64_t> frameCount;  ///< if known
-    bool isFrameCountExact = false;          ///< otherwise derived from duration and rate
-    std::optional<double> durationSeconds;   ///< of the picture stream, if known
+    Rational timeBase{1, 1};                ///< of the frames' times
+    std::optional<std::int64_t> frameCount; ///< if known
+    bool isFrameCountExact = false;         ///< otherwise derived from duration and rate
+    std::optional<double> durationSeconds;  ///< of the picture stream, if known
 
     ColourTags colour;
     /// True where the pixels are stored as YCbCr (or grey), false for RGB.

@@ -17,11 +17,19 @@ extern "C" {
 
 namespace vorn::media {
 
-template <auto Free> struct FreeByAddress {
-    template <typename T> void operator()(T* object) const { Free(&object); }
+template <auto Free>
+struct FreeByAddress {
+    template <typename T>
+    void operator()(T* object) const {
+        Free(&object);
+    }
 };
-template <auto Free> struct FreeByValue {
-    template <typename T> void operator()(T* object) const { Free(object); }
+template <auto Free>
+struct FreeByValue {
+    template <typename T>
+    void operator()(T* object) const {
+        Free(object);
+    }
 };
 
 using AvFrame = std::unique_ptr<AVFrame, FreeByAddress<av_frame_free>>;
@@ -47,7 +55,11 @@ public:
     void setDefault(const std::string& key, const std::string& value) {
         av_dict_set(&dictionary_, key.c_str(), value.c_str(), AV_DICT_DONT_OVERWRITE);
     }
-    void copyFrom(const AvOptions& other) { av_dict_copy(&dictionary_, other.dictionary_, 0); }
+    /// The value of a key, empty if it is not set.
+    std::string get(const std::string& key) const {
+        const AVDictionaryEntry* entry = av_dict_get(dictionary_, key.c_str(), nullptr, 0);
+        return entry ? entry->value : "";
+    }
     /// The first key that nobody took, empty if none is left.
     std::string firstLeft() const {
         const AVDictionaryEntry* entry =
@@ -70,8 +82,12 @@ std::string reasonFor(int errorCode);
 /// The "file:" or "pipe:" address of a path, so that no part of the name is taken for a protocol.
 std::string fileAddress(const std::string& path);
 
-inline AVRational toAv(Rational value) { return {value.numerator, value.denominator}; }
-inline Rational fromAv(AVRational value) { return {value.num, value.den}; }
+inline AVRational toAv(Rational value) {
+    return {value.numerator, value.denominator};
+}
+inline Rational fromAv(AVRational value) {
+    return {value.num, value.den};
+}
 
 /// Opens an input for reading from local files only. Throws ReadError.
 AvInput openInput(const std::string& path, const AVInputFormat* format, AvOptions& options);

@@ -98,9 +98,9 @@ std::vector<Colour> choosePalette(const Frame& frame) {
     std::vector<Box> boxes;
     if (!cells.empty()) boxes.push_back(measure(cells, 0, cells.size()));
     while (boxes.size() < kColours && !boxes.empty()) {
-        const auto widest = std::max_element(
-            boxes.begin(), boxes.end(),
-            [](const Box& a, const Box& b) { return a.spread < b.spread; });
+        const auto widest =
+            std::max_element(boxes.begin(), boxes.end(),
+                             [](const Box& a, const Box& b) { return a.spread < b.spread; });
         if (widest->spread <= 0) break;
         const std::size_t cut = cutPoint(cells, *widest);
         const Box left = measure(cells, widest->begin, cut);

@@ -41,8 +41,8 @@ public:
         const bool isFromSequence = source && source->kind == MediaKind::Sequence;
         number_ = options.sequenceFirstNumber.value_or(isFromSequence ? source->firstNumber : 1);
         // Creating the first file now shows whether the folder can be written to.
-        file_ = std::make_unique<TemporaryFile>(pattern_ ? pattern_->path(number_) : path,
-                                                overwrite_);
+        file_ =
+            std::make_unique<TemporaryFile>(pattern_ ? pattern_->path(number_) : path, overwrite_);
     }
 
     void write(const Frame& frame) override {

@@ -69,7 +69,9 @@ std::vector<AVPixelFormat> namedFormat(const std::vector<AVPixelFormat>& formats
                              " has no pixel format " + name + "; it takes: " + names);
 }
 
-bool isJpeg(const EncoderRequest& request) { return request.codec->id == AV_CODEC_ID_MJPEG; }
+bool isJpeg(const EncoderRequest& request) {
+    return request.codec->id == AV_CODEC_ID_MJPEG;
+}
 
 bool canTagMatrix(const EncoderRequest& request) {
     const AVCodecID codec = request.codec->id;
@@ -99,8 +101,8 @@ std::vector<AVPixelFormat> candidateFormats(const EncoderRequest& request) {
     if (isJpeg(request)) return {AV_PIX_FMT_YUVJ420P};
 
     // Only Matroska has a place for the alpha plane of VP8 and VP9.
-    const bool alpha = options.hasAlpha && (!isIn({AV_CODEC_ID_VP8, AV_CODEC_ID_VP9}, codec) ||
-                                            isMatroska(request));
+    const bool alpha = options.hasAlpha &&
+                       (!isIn({AV_CODEC_ID_VP8, AV_CODEC_ID_VP9}, codec) || isMatroska(request));
     const int bits = options.bitsPerComponent;
     const bool isFilm = isYCbCrFilm(options.source);
     const bool holdsRgb = std::any_of(formats.begin(), formats.end(), isRgb);
@@ -166,8 +168,7 @@ ColourChoice chooseColour(const EncoderRequest& request, AVPixelFormat format) {
         choice.coding.matrix = usual;
     }
     if (!canTagMatrix(request)) {
-        choice.coding.matrix =
-            request.codec->id == AV_CODEC_ID_VP8 ? AVCOL_SPC_SMPTE170M : usual;
+        choice.coding.matrix = request.codec->id == AV_CODEC_ID_VP8 ? AVCOL_SPC_SMPTE170M : usual;
         choice.tags.matrix = AVCOL_SPC_UNSPECIFIED;
         choice.tags.chromaLocation = AVCHROMA_LOC_UNSPECIFIED;
         choice.coding.chromaLocation = AVCHROMA_LOC_LEFT;

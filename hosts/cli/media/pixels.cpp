@@ -7,7 +7,8 @@ namespace vorn::media {
 
 namespace {
 
-template <typename T> constexpr std::uint32_t kOne = std::numeric_limits<T>::max();
+template <typename T>
+constexpr std::uint32_t kOne = std::numeric_limits<T>::max();
 
 template <typename In, typename Out, typename Pixel>
 void mapPixels(const Frame& source, Frame& target, Pixel pixel) {
@@ -18,7 +19,8 @@ void mapPixels(const Frame& source, Frame& target, Pixel pixel) {
     }
 }
 
-template <typename T> void premultiplyPixels(const Frame& source, Frame& target) {
+template <typename T>
+void premultiplyPixels(const Frame& source, Frame& target) {
     mapPixels<T, T>(source, target, [](const T* in, T* out) {
         const std::uint32_t alpha = in[3];
         for (int c = 0; c < 3; ++c) out[c] = T((in[c] * alpha + kOne<T> / 2) / kOne<T>);
@@ -26,11 +28,13 @@ template <typename T> void premultiplyPixels(const Frame& source, Frame& target)
     });
 }
 
-template <typename T> void unpremultiplyPixels(const Frame& source, Frame& target) {
+template <typename T>
+void unpremultiplyPixels(const Frame& source, Frame& target) {
     mapPixels<T, T>(source, target, [](const T* in, T* out) {
         const std::uint32_t alpha = in[3];
         for (int c = 0; c < 3; ++c)
-            out[c] = alpha == 0 ? T(0) : T(std::min(kOne<T>, (in[c] * kOne<T> + alpha / 2) / alpha));
+            out[c] =
+                alpha == 0 ? T(0) : T(std::min(kOne<T>, (in[c] * kOne<T> + alpha / 2) / alpha));
         out[3] = T(alpha);
     });
 }

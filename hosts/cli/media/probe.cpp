@@ -4,13 +4,19 @@
 #include "scaler.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
+
+extern "C" {
+#include <libavutil/parseutils.h>
+}
 
 namespace vorn::media {
 
 namespace {
 
-template <typename Tag> int firstTag(Tag frame, Tag stream, Tag unspecified) {
+template <typename Tag>
+int firstTag(Tag frame, Tag stream, Tag unspecified) {
     return int(frame != unspecified ? frame : stream);
 }
 
@@ -33,14 +39,15 @@ std::optional<bool> isIndexRegular(AVStream& stream) {
         }
         previous = time;
     }
-    // Times rounded to ticks may differ by one.
-    return longest - shortest <= 1;
+    // Times rounded to fine ticks may differ by one.
+    return longest == shortest || (longest - shortest == 1 && longest >= 10);
 }
 
 bool hasVariableFrameRate(AVStream& stream) {
     if (const auto regular = isIndexRegular(stream)) return !*regular;
+    if (stream.r_frame_rate.num <= 0) return false;
+    if (stream.avg_frame_rate.num <= 0) return true; // no rate fitted the first pictures
     const double average = av_q2d(stream.avg_frame_rate), base = av_q2d(stream.r_frame_rate);
-    if (stream.avg_frame_rate.num <= 0 || stream.r_frame_rate.num <= 0) return false;
     return std::abs(average / base - 1) > 0.005;
 }
 
@@ -57,8 +64,11 @@ void describeTimes(AVFormatContext& input, AVStream& stream, MediaInfo& info) {
     info.startTime = start;
     info.startTimeBase = fromAv(unit);
 
-    if (stream.duration > 0)
-        info.durationSeconds = double(stream.duration) * av_q2d(stream.time_base);
+    const std::int64_t streamStart = stream.start_time == AV_NOPTS_VALUE
+                                         ? av_rescale_q(start, unit, stream.time_base)
+                                         : stream.start_time;
+    if (const auto end = endOfPictures(stream))
+        info.durationSeconds = double(*end - streamStart) * av_q2d(stream.time_base);
     else if (input.duration > 0)
         info.durationSeconds = double(input.duration) / AV_TIME_BASE;
     if (stream.nb_frames > 0) {
@@ -75,8 +85,7 @@ void describeSideData(const AVStream& stream, const AVFrame& first, MediaInfo& i
     const std::uint8_t* found = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &bytes);
     if (!found) {
         // Pictures carry their orientation in the frame.
-        const AVFrameSideData* side =
-            av_frame_get_side_data(&first, AV_FRAME_DATA_DISPLAYMATRIX);
+        const AVFrameSideData* side = av_frame_get_side_data(&first, AV_FRAME_DATA_DISPLAYMATRIX);
         if (side) found = side->data, bytes = side->size;
     }
     if (found && bytes >= sizeof matrix) {
@@ -124,11 +133,22 @@ ColourTags colourTags(const AVFrame& frame, const AVCodecParameters& stream) {
     tags.matrix = firstTag(frame.colorspace, stream.color_space, AVCOL_SPC_UNSPECIFIED);
     tags.primaries = firstTag(frame.color_primaries, stream.color_primaries, AVCOL_PRI_UNSPECIFIED);
     tags.transfer = firstTag(frame.color_trc, stream.color_trc, AVCOL_TRC_UNSPECIFIED);
-    tags.range = rangeOf(AVColorRange(
-        firstTag(frame.color_range, stream.color_range, AVCOL_RANGE_UNSPECIFIED)));
+    tags.range = rangeOf(
+        AVColorRange(firstTag(frame.color_range, stream.color_range, AVCOL_RANGE_UNSPECIFIED)));
     tags.chromaLocation =
         firstTag(frame.chroma_location, stream.chroma_location, AVCHROMA_LOC_UNSPECIFIED);
     return tags;
+}
+
+std::optional<std::int64_t> endOfPictures(const AVStream& stream) {
+    if (stream.duration > 0)
+        return stream.duration + (stream.start_time == AV_NOPTS_VALUE ? 0 : stream.start_time);
+    // Matroska files say it in a tag, such as 00:01:30.041000000.
+    const AVDictionaryEntry* tag = av_dict_get(stream.metadata, "DURATION", nullptr, 0);
+    std::int64_t microseconds = 0;
+    if (!tag || av_parse_time(&microseconds, tag->value, 1) < 0 || microseconds <= 0)
+        return std::nullopt;
+    return av_rescale_q(microseconds, AV_TIME_BASE_Q, stream.time_base);
 }
 
 MediaInfo describe(AVFormatContext& input, AVStream& stream, const AVFrame& first) {

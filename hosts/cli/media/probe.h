@@ -9,6 +9,10 @@ namespace vorn::media {
 /// The colour tags of a decoded frame, with those of its stream where the frame has none.
 ColourTags colourTags(const AVFrame& frame, const AVCodecParameters& stream);
 
+/// When the last picture ends, in ticks of the stream's time base as stored (the file's start is
+/// not subtracted); nothing if the container does not say.
+std::optional<std::int64_t> endOfPictures(const AVStream& stream);
+
 /// Describes the picture stream `stream` of `input`, whose first decoded picture is `first`, and
 /// its companions. `path` and `kind` are left to the caller.
 MediaInfo describe(AVFormatContext& input, AVStream& stream, const AVFrame& first);

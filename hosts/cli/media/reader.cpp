@@ -58,9 +58,11 @@ struct Reader::State {
     std::int64_t startOffset = 0;
     std::int64_t usualDuration = 1;
     std::int64_t rangeStart = INT64_MIN;
-    std::int64_t rangeEnd = INT64_MAX;
+    std::int64_t rangeEnd = INT64_MAX;      ///< with the tolerance: frames from here on are out
+    std::int64_t exactRangeEnd = INT64_MAX; ///< where the last frame ends at the latest
     std::int64_t lastPts = AV_NOPTS_VALUE;
     std::int64_t lastEnd = 0;
+    std::int64_t longestDuration = 0;
     std::int64_t framesRead = 0;
     bool isEndReported = false;
 
@@ -107,8 +109,8 @@ struct Reader::State {
             const RawVideo& raw = *options.raw;
             demuxer = av_find_input_format("rawvideo");
             openOptions.set("pixel_format", raw.pixelFormat);
-            openOptions.set("video_size", std::to_string(raw.size.width) + "x" +
-                                              std::to_string(raw.size.height));
+            openOptions.set("video_size",
+                            std::to_string(raw.size.width) + "x" + std::to_string(raw.size.height));
             openOptions.set("framerate", std::to_string(raw.frameRate.numerator) + "/" +
                                              std::to_string(raw.frameRate.denominator));
         } else if (path != "-" && !std::filesystem::exists(path, ignored)) {
@@ -175,8 +177,7 @@ struct Reader::State {
     }
 
     void openDecoder() {
-        const int index =
-            av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+        const int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
         if (index < 0) fail("holds no pictures");
         stream = input->streams[index];
         if (stream->disposition & AV_DISPOSITION_ATTACHED_PIC)
@@ -284,8 +285,7 @@ struct Reader::State {
     std::int64_t timeOf(const AVFrame& frame) const {
         std::int64_t pts = frame.best_effort_timestamp;
         if (pts == AV_NOPTS_VALUE) pts = frame.pts;
-        if (pts == AV_NOPTS_VALUE)
-            return lastPts == AV_NOPTS_VALUE ? 0 : lastPts + usualDuration;
+        if (pts == AV_NOPTS_VALUE) return lastPts == AV_NOPTS_VALUE ? 0 : lastPts + usualDuration;
         return pts - startOffset;
     }
 
@@ -294,7 +294,10 @@ struct Reader::State {
     void beginRange() {
         if (info.kind == MediaKind::Picture) return; // a still picture has no time
         const TimeRange& range = options.range;
-        if (range.endSeconds) rangeEnd = firstTickAtOrAfter(*range.endSeconds, stream->time_base);
+        if (range.endSeconds) {
+            rangeEnd = firstTickAtOrAfter(*range.endSeconds, stream->time_base);
+            exactRangeEnd = std::llround(*range.endSeconds / av_q2d(stream->time_base));
+        }
         if (range.startSeconds <= 0) return;
         rangeStart = firstTickAtOrAfter(range.startSeconds, stream->time_base);
         if (!seekBefore(rangeStart)) return;
@@ -311,8 +314,7 @@ struct Reader::State {
         for (double marginSeconds : {0.5, 5.0, 60.0, 1e9}) {
             const double seconds =
                 std::max(0.0, double(target) * av_q2d(stream->time_base) - marginSeconds);
-            const auto wanted =
-                startOffset + std::int64_t(seconds / av_q2d(stream->time_base));
+            const auto wanted = startOffset + std::int64_t(seconds / av_q2d(stream->time_base));
             const int result =
                 avformat_seek_file(input.get(), stream->index, INT64_MIN, wanted, wanted, 0);
             if (result < 0) break;
@@ -381,9 +383,10 @@ struct Reader::State {
             isEndReported = true;
             return false;
         }
-        std::int64_t duration = current->pkt_duration > 0 ? current->pkt_duration : usualDuration;
-        if (hasNext && timeOf(*next) > pts) duration = timeOf(*next) - pts;
-        duration = std::min(duration, rangeEnd - pts);
+        std::int64_t duration =
+            hasNext && timeOf(*next) > pts ? timeOf(*next) - pts : lastDuration(*current, pts);
+        longestDuration = std::max(longestDuration, duration);
+        duration = std::clamp<std::int64_t>(exactRangeEnd - pts, 1, duration);
 
         try {
             convert(*current, frame);
@@ -398,6 +401,17 @@ struct Reader::State {
         return true;
     }
 
+    /// The duration of a frame that none follows.
+    std::int64_t lastDuration(const AVFrame& picture, std::int64_t pts) const {
+        if (const auto end = endOfPictures(*stream)) {
+            // Unless the file is cut off: then the end lies far away.
+            const std::int64_t rest = *end - startOffset - pts;
+            const auto second = std::int64_t(1 / av_q2d(stream->time_base));
+            if (rest > 0 && rest <= std::max(second, 4 * longestDuration)) return rest;
+        }
+        return picture.pkt_duration > 0 ? picture.pkt_duration : usualDuration;
+    }
+
     /// Says so if the file ends well before the time it promised.
     bool reportEnd() {
         if (isEndReported) return false;
@@ -407,10 +421,13 @@ struct Reader::State {
             return false;
         }
         if (!info.durationSeconds || info.kind != MediaKind::Video) return false;
+        // The length of a whole file may be that of its sound.
+        if (!endOfPictures(*stream) && !info.companions.empty()) return false;
         const double seconds = double(lastEnd) * av_q2d(stream->time_base);
         double promised = *info.durationSeconds;
         if (options.range.endSeconds) promised = std::min(promised, *options.range.endSeconds);
-        if (seconds < promised - std::max(0.5, 4 * av_q2d(stream->time_base) * double(usualDuration)))
+        if (seconds <
+            promised - std::max(0.5, 4 * av_q2d(stream->time_base) * double(usualDuration)))
             warnings.add(path + ": ends early, at " + secondsText(seconds) + " of " +
                          secondsText(promised));
         return false;
@@ -423,17 +440,27 @@ Reader::~Reader() = default;
 Reader::Reader(Reader&&) noexcept = default;
 Reader& Reader::operator=(Reader&&) noexcept = default;
 
-const MediaInfo& Reader::info() const { return state_->info; }
+const MediaInfo& Reader::info() const {
+    return state_->info;
+}
 
 void Reader::setOutput(std::optional<PixelFormat> format, std::optional<Size> size) {
     state_->setOutput(format, size);
 }
 
-PixelFormat Reader::outputFormat() const { return state_->format; }
-Size Reader::outputSize() const { return state_->size; }
+PixelFormat Reader::outputFormat() const {
+    return state_->format;
+}
+Size Reader::outputSize() const {
+    return state_->size;
+}
 
-bool Reader::read(Frame& frame) { return state_->read(frame); }
+bool Reader::read(Frame& frame) {
+    return state_->read(frame);
+}
 
-std::vector<std::string> Reader::warnings() const { return state_->warnings.lines(); }
+std::vector<std::string> Reader::warnings() const {
+    return state_->warnings.lines();
+}
 
 } // namespace vorn::media

@@ -19,12 +19,18 @@ const AVPixFmtDescriptor& descriptor(AVPixelFormat format) {
 
 AVPixelFormat withoutRange(AVPixelFormat format) {
     switch (format) {
-    case AV_PIX_FMT_YUVJ420P: return AV_PIX_FMT_YUV420P;
-    case AV_PIX_FMT_YUVJ422P: return AV_PIX_FMT_YUV422P;
-    case AV_PIX_FMT_YUVJ444P: return AV_PIX_FMT_YUV444P;
-    case AV_PIX_FMT_YUVJ440P: return AV_PIX_FMT_YUV440P;
-    case AV_PIX_FMT_YUVJ411P: return AV_PIX_FMT_YUV411P;
-    default: return format;
+    case AV_PIX_FMT_YUVJ420P:
+        return AV_PIX_FMT_YUV420P;
+    case AV_PIX_FMT_YUVJ422P:
+        return AV_PIX_FMT_YUV422P;
+    case AV_PIX_FMT_YUVJ444P:
+        return AV_PIX_FMT_YUV444P;
+    case AV_PIX_FMT_YUVJ440P:
+        return AV_PIX_FMT_YUV440P;
+    case AV_PIX_FMT_YUVJ411P:
+        return AV_PIX_FMT_YUV411P;
+    default:
+        return format;
     }
 }
 
@@ -84,8 +90,10 @@ bool isKnownMatrix(AVColorSpace matrix) {
     case AVCOL_SPC_BT470BG:
     case AVCOL_SPC_SMPTE170M:
     case AVCOL_SPC_SMPTE240M:
-    case AVCOL_SPC_BT2020_NCL: return true;
-    default: return false;
+    case AVCOL_SPC_BT2020_NCL:
+        return true;
+    default:
+        return false;
     }
 }
 

@@ -26,22 +26,22 @@ struct NamePair {
 };
 
 constexpr NamePair kPictureEncoders[] = {
-    {"png", "png"},     {"jpg", "mjpeg"},       {"jpeg", "mjpeg"}, {"tif", "tiff"},
-    {"tiff", "tiff"},   {"bmp", "bmp"},         {"ppm", "ppm"},    {"pam", "pam"},
-    {"webp", "libwebp"}, {"jp2", "libopenjpeg"}, {"jxl", "libjxl"}, {"tga", "targa"},
+    {"png", "png"},      {"jpg", "mjpeg"},       {"jpeg", "mjpeg"}, {"tif", "tiff"},
+    {"tiff", "tiff"},    {"bmp", "bmp"},         {"ppm", "ppm"},    {"pam", "pam"},
+    {"webp", "libwebp"}, {"jp2", "libopenjpeg"}, {"tga", "targa"},
 };
 
 // Containers whose own default is not the encoder that serves best.
 constexpr NamePair kFilmEncoders[] = {
-    {"mp4", "libx264"},    {"mov", "libx264"},    {"matroska", "libx264"}, {"mpegts", "libx264"},
-    {"flv", "libx264"},    {"webm", "libvpx-vp9"}, {"avi", "mpeg4"},
+    {"mp4", "libx264"}, {"mov", "libx264"},     {"matroska", "libx264"}, {"mpegts", "libx264"},
+    {"flv", "libx264"}, {"webm", "libvpx-vp9"}, {"avi", "mpeg4"},        {"mpeg", "mpeg2video"},
 };
 
 // Codec names that several encoders answer to.
 constexpr NamePair kPreferredEncoders[] = {
-    {"h264", "libx264"}, {"hevc", "libx265"},  {"h265", "libx265"},     {"vp8", "libvpx"},
+    {"h264", "libx264"},  {"hevc", "libx265"},     {"h265", "libx265"},   {"vp8", "libvpx"},
     {"av1", "libsvtav1"}, {"prores", "prores_ks"}, {"vp9", "libvpx-vp9"}, {"x264", "libx264"},
-    {"x265", "libx265"}, {"theora", "libtheora"},
+    {"x265", "libx265"},  {"theora", "libtheora"},
 };
 
 template <std::size_t N>
@@ -73,7 +73,8 @@ std::vector<std::string> encodersFor(const AVOutputFormat& container) {
         if (!av_codec_is_encoder(codec) || codec->type != AVMEDIA_TYPE_VIDEO) continue;
         const int excluded =
             AV_CODEC_CAP_HARDWARE | AV_CODEC_CAP_HYBRID | AV_CODEC_CAP_EXPERIMENTAL;
-        if (codec->capabilities & excluded) continue;
+        const bool isOmx = std::string(codec->name).ends_with("_omx"); // needs a device
+        if (isOmx || (codec->capabilities & excluded)) continue;
         if (canHold(container, *codec)) names.push_back(codec->name);
     }
     std::sort(names.begin(), names.end());
@@ -102,7 +103,10 @@ std::size_t editDistance(const std::string& a, const std::string& b) {
     return row.back();
 }
 
-std::string suggestion(const std::string& wanted, const std::vector<std::string>& names) {
+std::string suggestion(const std::string& wanted, std::vector<std::string> names) {
+    for (const NamePair& pair : kPreferredEncoders)
+        if (std::find(names.begin(), names.end(), pair.value) != names.end())
+            names.push_back(pair.name);
     const auto nearest = std::min_element(
         names.begin(), names.end(), [&](const std::string& a, const std::string& b) {
             return editDistance(wanted, a) < editDistance(wanted, b);
@@ -146,10 +150,14 @@ void chooseFilm(const std::string& path, const std::string& codec, Target& targe
     if (!target.container || (target.container->flags & AVFMT_NOFILE))
         fail(path, "unknown extension ." + extension +
                        "; films: mp4 m4v mov mkv webm avi gif apng mpg ts, pictures: png jpg tif "
-                       "bmp webp ppm pam tga jp2 jxl, headerless: rgba raw");
+                       "bmp webp ppm pam tga jp2, headerless: rgba raw");
     const AVOutputFormat& container = *target.container;
-    if (container.video_codec == AV_CODEC_ID_NONE)
-        fail(path, "a ." + extension + " file holds no pictures");
+    // Sound files hold at most a cover picture.
+    const bool isSoundFile =
+        container.audio_codec != AV_CODEC_ID_NONE &&
+        (container.video_codec == AV_CODEC_ID_PNG || container.video_codec == AV_CODEC_ID_MJPEG);
+    if (isSoundFile || container.video_codec == AV_CODEC_ID_NONE)
+        fail(path, "a ." + extension + " file holds no film");
 
     if (codec.empty()) {
         const char* usual = lookUp(kFilmEncoders, container.name);
@@ -165,8 +173,8 @@ void chooseFilm(const std::string& path, const std::string& codec, Target& targe
         fail(path, "unknown codec " + codec + suggestion(codec, available) + " A ." + extension +
                        " file takes: " + join(available));
     if (!canHold(container, *target.encoder))
-        fail(path, "a ." + extension + " file cannot hold " + codec +
-                       "; it takes: " + join(available));
+        fail(path,
+             "a ." + extension + " file cannot hold " + codec + "; it takes: " + join(available));
 }
 
 } // namespace

@@ -54,6 +54,8 @@ enum class PixelFormat : std::uint8_t {
     Rgba16, ///< one little-endian 16-bit word per component
 };
 
-constexpr int bytesPerPixel(PixelFormat format) { return format == PixelFormat::Rgba8 ? 4 : 8; }
+constexpr int bytesPerPixel(PixelFormat format) {
+    return format == PixelFormat::Rgba8 ? 4 : 8;
+}
 
 } // namespace vorn::media

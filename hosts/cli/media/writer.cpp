@@ -28,16 +28,20 @@ struct Writer::State {
 
     std::unique_ptr<Sink> open(const Target& target, const WriterOptions& options) {
         switch (target.kind) {
-        case TargetKind::Raw: return openRaw(path, target, options);
-        case TargetKind::Film: return openFilm(path, target, options, warnings);
+        case TargetKind::Raw:
+            return openRaw(path, target, options);
+        case TargetKind::Film:
+            return openFilm(path, target, options, warnings);
         case TargetKind::Picture:
-        case TargetKind::Sequence: return openPictures(path, target, options, warnings);
+        case TargetKind::Sequence:
+            return openPictures(path, target, options, warnings);
         }
         throw std::logic_error("unknown kind of output");
     }
 
     /// Gives every fault the file's name; errors that have it already pass.
-    template <typename Action> void guarded(Action action) {
+    template <typename Action>
+    void guarded(Action action) {
         try {
             action();
         } catch (const WriteError&) {
@@ -58,7 +62,9 @@ Writer::~Writer() = default;
 Writer::Writer(Writer&&) noexcept = default;
 Writer& Writer::operator=(Writer&&) noexcept = default;
 
-const OutputInfo& Writer::output() const { return state_->output; }
+const OutputInfo& Writer::output() const {
+    return state_->output;
+}
 
 void Writer::write(const Frame& frame) {
     state_->requireOpen();
@@ -83,8 +89,12 @@ void Writer::finish(Ending ending) {
     });
 }
 
-void Writer::abort() noexcept { state_->sink.reset(); }
+void Writer::abort() noexcept {
+    state_->sink.reset();
+}
 
-std::vector<std::string> Writer::warnings() const { return state_->warnings.lines(); }
+std::vector<std::string> Writer::warnings() const {
+    return state_->warnings.lines();
+}
 
 } // namespace vorn::media

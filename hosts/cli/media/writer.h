@@ -11,7 +11,8 @@ namespace vorn::media {
 struct WriterOptions {
     /// Size of the frames that will be written, upright.
     Size size;
-    /// Bits per component worth keeping; more than 8 chooses a deeper format where the codec has one.
+    /// Bits per component worth keeping; more than 8 chooses a deeper format where the codec has
+    /// one.
     int bitsPerComponent = 8;
     /// Keep alpha where the codec can hold it.
     bool hasAlpha = false;
@@ -50,10 +51,10 @@ struct OutputInfo {
     std::string pixelFormat; ///< FFmpeg's name
     Size storedSize;         ///< as coded, differs from the frames' size under a rotation
     bool keepsAlpha = false;
-    bool keepsRotation = false;  ///< stored in the source's orientation with its display matrix
+    bool keepsRotation = false;   ///< stored in the source's orientation with its display matrix
     bool isSinglePicture = false; ///< takes one frame only
-    Rational timeBase{1, 1};     ///< frame times are kept as multiples of this
-    int copiedStreams = 0;       ///< sound and subtitle streams
+    Rational timeBase{1, 1};      ///< frame times are kept as multiples of this
+    int copiedStreams = 0;        ///< sound and subtitle streams
 };
 
 /// How finish() ends the file.
@@ -65,11 +66,11 @@ enum class Ending : std::uint8_t {
 /// Writes frames to one file.
 ///
 /// `path` decides what is written: a film (.mp4 .m4v .mov .mkv .webm .avi .gif .apng .mpg .ts and
-/// what else FFmpeg knows), a picture (.png .jpg .tif .bmp .webp .ppm .pam .tga .jp2 .jxl), a printf
-/// pattern of numbered pictures, or headerless straight RGBA: "-" for standard output, "pipe:N" for
-/// file descriptor N, or a file ending in .rgba or .raw. Raw output is little-endian, 16 bits per
-/// component if bitsPerComponent is above 8. The caller ignores SIGPIPE if a closed pipe is to be a
-/// WriteError.
+/// what else FFmpeg knows), a picture (.png .jpg .tif .bmp .webp .ppm .pam .tga .jp2), a
+/// printf pattern of numbered pictures, or headerless straight RGBA: "-" for standard output,
+/// "pipe:N" for file descriptor N, or a file ending in .rgba or .raw. Raw output is little-endian,
+/// 16 bits per component if bitsPerComponent is above 8. The caller ignores SIGPIPE if a closed
+/// pipe is to be a WriteError.
 ///
 /// Colour: the matrix, range and chroma location of the source are used again and tagged again. If
 /// the codec and container cannot tag them, what a player assumes is used: BT.601 or BT.709 by
@@ -85,8 +86,8 @@ enum class Ending : std::uint8_t {
 /// no frame is dropped or repeated.
 ///
 /// A file is written under a temporary name in the same folder and takes its name in finish(); a
-/// target that is not a regular file (a device, a named pipe) is written directly. The pictures of a
-/// sequence take their names one by one, each when it is whole, and stay after abort(). The same
+/// target that is not a regular file (a device, a named pipe) is written directly. The pictures of
+/// a sequence take their names one by one, each when it is whole, and stay after abort(). The same
 /// frames with the same options and thread count give the same bytes.
 class Writer {
 public:

@@ -19,7 +19,7 @@ struct Sampler {
 /// The pixels of a source at the place that is written (the engine makes sure that they are there).
 template <Memory memory>
 VORN_INLINE Pixel loadHere(const SourceView& view, Place place) {
-    const int layout = memory == Memory::Packed ? static_cast<int>(kPacked8) : view.layout;
+    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
     const int64_t row = view.y0 + view.height - 1 - place.y;
     return loadGroup<memory>(view,
                              view.bytes + row * view.rowBytes +
@@ -47,7 +47,7 @@ VORN_INLINE Uint gather32(const uint8_t* base, Int offset) {
 /// inside it.
 template <Memory memory>
 VORN_INLINE Pixel fetch(const SourceView& view, Int column, Int row) {
-    const int layout = memory == Memory::Packed ? static_cast<int>(kPacked8) : view.layout;
+    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
     const int64_t bytes = view.rowBytes * view.height;
     if (bytes > 0x7fffffff || layout == kPlanar) [[unlikely]] {
         // Offsets past 31 bits, and scratch memory, one lane at a time.
@@ -68,9 +68,9 @@ VORN_INLINE Pixel fetch(const SourceView& view, Int column, Int row) {
         return p;
     }
     const Int line = row * Int(static_cast<int32_t>(view.rowBytes));
-    if (memory == Memory::Packed || layout == kPacked8) {
+    if (isPacked(memory) || layout == kPacked8) {
         const Uint texels = gather32(view.bytes, line + (column << 2));
-        return unpack(bitsAs<Texels>(texels), view.order);
+        return unpack<Memory::Packed>(bitsAs<Texels>(texels), view.order);
     }
     if (layout == kHalf) {
         const Int at = line + (column << 3);
@@ -176,19 +176,28 @@ struct KernelBase {
     }
 };
 
-/// Calls `pixel(place)` for every group of a call and stores what it gives.
-template <Memory memory, class PixelFunction>
-VORN_INLINE void forEachGroup(const KernelCall& call, PixelFunction pixel) {
+/// Whether every pixel of a packed source at a place is opaque. Groups that are not whole count as
+/// not opaque: there is little to gain on them.
+VORN_INLINE bool isOpaqueHere(const SourceView& view, Place place) {
+    if (place.count < N) return false;
+    const int64_t row = view.y0 + view.height - 1 - place.y;
+    return areOpaque(loadTexels(view.bytes + row * view.rowBytes +
+                                static_cast<int64_t>(place.x - view.x0) * 4),
+                     view.order);
+}
+
+/// Calls `group(place, memory to write)` for every group of a call.
+template <Memory memory, class GroupFunction>
+VORN_INLINE void forEachGroup(const KernelCall& call, GroupFunction group) {
+    // Copies: the pixels that are written could otherwise be taken for them.
     const TargetView target = call.target;
-    const int bytes = bytesPerPixel(memory == Memory::Packed ? static_cast<int>(kPacked8)
-                                                             : target.layout);
-    for (int y = call.y1 - 1; y >= call.y0; --y) {
-        uint8_t* row = target.bytes + (call.y1 - 1 - y) * target.rowBytes;
-        for (int x = call.x0; x < call.x1; x += N) {
-            const int count = call.x1 - x < N ? call.x1 - x : N;
-            const Pixel p = pixel(Place{x, y, count});
-            storeGroup<memory>(target, row + static_cast<int64_t>(x - call.x0) * bytes, p, count);
-        }
+    const int x0 = call.x0, x1 = call.x1, y0 = call.y0, y1 = call.y1;
+    const int bytes =
+        bytesPerPixel(isPacked(memory) ? static_cast<int>(kPacked8) : target.layout);
+    for (int y = y1 - 1; y >= y0; --y) {
+        uint8_t* to = target.bytes + (y1 - 1 - y) * target.rowBytes;
+        for (int x = x0; x < x1; x += N, to += N * bytes)
+            group(Place{x, y, x1 - x < N ? x1 - x : N}, to);
     }
 }
 

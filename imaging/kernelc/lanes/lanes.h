@@ -140,7 +140,9 @@ VORN_INLINE Mask operator!(Mask a) { return {~a.v}; }
 
 /// True when every lane of a mask is set: a shortcut for the lane layer itself, never for kernels.
 VORN_INLINE bool allLanes(Mask m) {
-#if VORN_LANES == 8 && defined(__AVX__)
+#if VORN_LANES == 16 && defined(__AVX512DQ__)
+    return _mm512_movepi32_mask(bitsAs<__m512i>(m.v)) == 0xffff;
+#elif VORN_LANES == 8 && defined(__AVX__)
     return _mm256_movemask_ps(bitsAs<__m256>(m.v)) == 0xff;
 #elif VORN_LANES == 4 && defined(__SSE__)
     return _mm_movemask_ps(bitsAs<__m128>(m.v)) == 0xf;
@@ -155,7 +157,11 @@ VORN_INLINE bool allLanes(Mask m) {
 
 template <class T>
 VORN_INLINE T pick(Mask m, T a, T b) {
-#if VORN_LANES == 8 && defined(__AVX__)
+#if VORN_LANES == 16 && defined(__AVX512DQ__)
+    return T(bitsAs<decltype(a.v)>(
+        _mm512_mask_blend_ps(_mm512_movepi32_mask(bitsAs<__m512i>(m.v)), bitsAs<__m512>(b.v),
+                             bitsAs<__m512>(a.v))));
+#elif VORN_LANES == 8 && defined(__AVX__)
     return T(bitsAs<decltype(a.v)>(_mm256_blendv_ps(bitsAs<__m256>(b.v), bitsAs<__m256>(a.v),
                                                     bitsAs<__m256>(m.v))));
 #elif VORN_LANES == 4 && defined(__SSE4_1__)
@@ -170,7 +176,9 @@ VORN_INLINE T pick(Mask m, T a, T b) {
 
 // When either operand is not a number, the second one is the result (as on x86).
 VORN_INLINE Float min1(Float a, Float b) {
-#if VORN_LANES == 8 && defined(__AVX__)
+#if VORN_LANES == 16 && defined(__AVX512F__)
+    return Float(bitsAs<FloatBits>(_mm512_min_ps(bitsAs<__m512>(a.v), bitsAs<__m512>(b.v))));
+#elif VORN_LANES == 8 && defined(__AVX__)
     return Float(bitsAs<FloatBits>(_mm256_min_ps(bitsAs<__m256>(a.v), bitsAs<__m256>(b.v))));
 #elif VORN_LANES == 4 && defined(__SSE__)
     return Float(bitsAs<FloatBits>(_mm_min_ps(bitsAs<__m128>(a.v), bitsAs<__m128>(b.v))));
@@ -179,7 +187,9 @@ VORN_INLINE Float min1(Float a, Float b) {
 #endif
 }
 VORN_INLINE Float max1(Float a, Float b) {
-#if VORN_LANES == 8 && defined(__AVX__)
+#if VORN_LANES == 16 && defined(__AVX512F__)
+    return Float(bitsAs<FloatBits>(_mm512_max_ps(bitsAs<__m512>(a.v), bitsAs<__m512>(b.v))));
+#elif VORN_LANES == 8 && defined(__AVX__)
     return Float(bitsAs<FloatBits>(_mm256_max_ps(bitsAs<__m256>(a.v), bitsAs<__m256>(b.v))));
 #elif VORN_LANES == 4 && defined(__SSE__)
     return Float(bitsAs<FloatBits>(_mm_max_ps(bitsAs<__m128>(a.v), bitsAs<__m128>(b.v))));
@@ -188,7 +198,10 @@ VORN_INLINE Float max1(Float a, Float b) {
 #endif
 }
 VORN_INLINE Float floor1(Float a) {
-#if VORN_LANES == 8 && defined(__AVX__)
+#if VORN_LANES == 16 && defined(__AVX512F__)
+    return Float(bitsAs<FloatBits>(
+        _mm512_roundscale_ps(bitsAs<__m512>(a.v), _MM_FROUND_TO_NEG_INF | _MM_FROUND_NO_EXC)));
+#elif VORN_LANES == 8 && defined(__AVX__)
     return Float(bitsAs<FloatBits>(_mm256_floor_ps(bitsAs<__m256>(a.v))));
 #elif VORN_LANES == 4 && defined(__SSE4_1__)
     return Float(bitsAs<FloatBits>(_mm_floor_ps(bitsAs<__m128>(a.v))));
@@ -199,8 +212,28 @@ VORN_INLINE Float floor1(Float a) {
     return a;
 #endif
 }
+/// To the nearest whole number, halves to the even one.
+VORN_INLINE Float round1(Float a) {
+#if VORN_LANES == 16 && defined(__AVX512F__)
+    return Float(bitsAs<FloatBits>(
+        _mm512_roundscale_ps(bitsAs<__m512>(a.v), _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC)));
+#elif VORN_LANES == 8 && defined(__AVX__)
+    return Float(bitsAs<FloatBits>(_mm256_round_ps(
+        bitsAs<__m256>(a.v), _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC)));
+#elif VORN_LANES == 4 && defined(__SSE4_1__)
+    return Float(bitsAs<FloatBits>(_mm_round_ps(
+        bitsAs<__m128>(a.v), _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC)));
+#elif VORN_LANES == 1
+    return Float(std::nearbyint(a.v));
+#else
+    for (int i = 0; i < N; ++i) a.v[i] = std::nearbyint(a.v[i]);
+    return a;
+#endif
+}
 VORN_INLINE Float sqrt1(Float a) {
-#if VORN_LANES == 8 && defined(__AVX__)
+#if VORN_LANES == 16 && defined(__AVX512F__)
+    return Float(bitsAs<FloatBits>(_mm512_sqrt_ps(bitsAs<__m512>(a.v))));
+#elif VORN_LANES == 8 && defined(__AVX__)
     return Float(bitsAs<FloatBits>(_mm256_sqrt_ps(bitsAs<__m256>(a.v))));
 #elif VORN_LANES == 4 && defined(__SSE__)
     return Float(bitsAs<FloatBits>(_mm_sqrt_ps(bitsAs<__m128>(a.v))));
@@ -234,7 +267,9 @@ VORN_INLINE Float toFloat(Uint a) {
 VORN_INLINE Float toFloat(Float a) { return a; }
 /// Toward zero; outside the 32-bit range, and for not-a-number, the smallest integer.
 VORN_INLINE Int toInt(Float a) {
-#if VORN_LANES == 8 && defined(__AVX__)
+#if VORN_LANES == 16 && defined(__AVX512F__)
+    return Int(bitsAs<IntBits>(_mm512_cvttps_epi32(bitsAs<__m512>(a.v))));
+#elif VORN_LANES == 8 && defined(__AVX__)
     return Int(bitsAs<IntBits>(_mm256_cvttps_epi32(bitsAs<__m256>(a.v))));
 #elif VORN_LANES == 4 && defined(__SSE2__)
     return Int(bitsAs<IntBits>(_mm_cvttps_epi32(bitsAs<__m128>(a.v))));
@@ -262,6 +297,7 @@ VORN_INLINE Float uintBitsToFloat(Uint a) { return Float(bitsAs<FloatBits>(a.v))
 VORN_INLINE float min1(float a, float b) { return a < b ? a : b; }
 VORN_INLINE float max1(float a, float b) { return a > b ? a : b; }
 VORN_INLINE float floor1(float a) { return std::floor(a); }
+VORN_INLINE float round1(float a) { return std::nearbyint(a); }
 VORN_INLINE float sqrt1(float a) { return std::sqrt(a); }
 VORN_INLINE float abs1(float a) { return std::fabs(a); }
 VORN_INLINE float withSignOf(float magnitude, float sign) { return std::copysign(magnitude, sign); }

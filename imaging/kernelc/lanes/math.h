@@ -69,6 +69,8 @@ VORN_INLINE float pow_1(float x, float y) { return std::pow(x, y); }
 #define VORN_SLEEF(name, suffix) Sleef_##name##f4_##suffix##sse4
 #elif VORN_LANES == 4
 #define VORN_SLEEF(name, suffix) Sleef_##name##f4_##suffix##advsimd
+#elif VORN_LANES == 16
+#define VORN_SLEEF(name, suffix) Sleef_##name##f16_##suffix##avx512f
 #else
 #define VORN_SLEEF(name, suffix) Sleef_##name##f8_##suffix##avx2
 #endif

@@ -9,8 +9,11 @@ namespace vorn::lanes {
 using namespace vorn::kernelabi;
 using Pixel = Vec4<Float>;
 
-/// Packed: every source and the target hold packed 8-bit pixels, so nothing needs to be asked.
-enum class Memory { Packed, Any };
+/// What is known of memory when a kernel is compiled. Packed: every source and the target hold
+/// packed 8-bit pixels. Opaque: packed, and every pixel read at the own place has an alpha of 1, so
+/// that the compiler drops all arithmetic on it; most video is like that.
+enum class Memory { Packed, Opaque, Any };
+constexpr bool isPacked(Memory memory) { return memory != Memory::Any; }
 
 constexpr float kByteScale = 1.0f / 255.0f;
 
@@ -18,7 +21,9 @@ VORN_INLINE constexpr int bytesPerPixel(int layout) {
     return layout == kPacked8 || layout == kPlanar ? 4 : layout == kHalf ? 8 : 16;
 }
 
-#if VORN_LANES == 8 && defined(__AVX2__)
+#if VORN_LANES == 16 && defined(__AVX512BW__)
+using Texels = __m512i;
+#elif VORN_LANES == 8 && defined(__AVX2__)
 using Texels = __m256i;
 #elif VORN_LANES == 4 && defined(__SSE4_1__)
 using Texels = __m128i;
@@ -30,7 +35,12 @@ struct Texels {
 
 /// One channel of packed pixels, 0 to 255, as floats. `byte` is its place in the pixel.
 VORN_INLINE Float channelOf(Texels t, uint8_t byte) {
-#if VORN_LANES == 8 && defined(__AVX2__)
+#if VORN_LANES == 16 && defined(__AVX512BW__)
+    const __m512i control = _mm512_set1_epi32(static_cast<int>(0xffffff00u | byte));
+    const __m512i place = _mm512_add_epi32(
+        control, _mm512_broadcast_i32x4(_mm_set_epi32(12, 8, 4, 0)));
+    return Float(bitsAs<FloatBits>(_mm512_cvtepi32_ps(_mm512_shuffle_epi8(t, place))));
+#elif VORN_LANES == 8 && defined(__AVX2__)
     const __m256i control = _mm256_set1_epi32(static_cast<int>(0xffffff00u | byte));
     const __m256i place = _mm256_add_epi32(
         control, _mm256_set_epi32(12, 8, 4, 0, 12, 8, 4, 0)); // the high bytes stay negative
@@ -48,16 +58,61 @@ VORN_INLINE Float channelOf(Texels t, uint8_t byte) {
 #endif
 }
 
+template <Memory memory>
 VORN_INLINE Pixel unpack(Texels t, ChannelOrder order) {
     const Float scale = kByteScale;
     return {channelOf(t, order.r) * scale, channelOf(t, order.g) * scale,
-            channelOf(t, order.b) * scale, channelOf(t, order.a) * scale};
+            channelOf(t, order.b) * scale,
+            memory == Memory::Opaque ? Float(1.0f) : channelOf(t, order.a) * scale};
+}
+
+/// Whether the alpha of every pixel is 255.
+VORN_INLINE bool areOpaque(Texels t, ChannelOrder order) {
+    const uint32_t alpha = 0xffu << (8 * order.a);
+#if VORN_LANES == 16 && defined(__AVX512BW__)
+    const __m512i mask = _mm512_set1_epi32(static_cast<int>(alpha));
+    return _mm512_cmpneq_epi32_mask(_mm512_and_si512(t, mask), mask) == 0;
+#elif VORN_LANES == 8 && defined(__AVX2__)
+    return _mm256_testc_si256(t, _mm256_set1_epi32(static_cast<int>(alpha)));
+#elif VORN_LANES == 4 && defined(__SSE4_1__)
+    return _mm_testc_si128(t, _mm_set1_epi32(static_cast<int>(alpha)));
+#else
+    for (int i = 0; i < N; ++i)
+        if ((t.v[i] & alpha) != alpha) return false;
+    return true;
+#endif
+}
+
+/// Whether the compiler can see that a value is 1 in every lane.
+VORN_INLINE bool isKnownToBeOne(Float f) {
+#if VORN_LANES == 1
+    return __builtin_constant_p(f.v) && f.v == 1.0f;
+#else
+    bool known = true;
+    for (int i = 0; i < N; ++i) known = known && __builtin_constant_p(f.v[i]) && f.v[i] == 1.0f;
+    return known;
+#endif
 }
 
 /// Clamps to 0..1, scales and rounds to nearest (ties to even); not-a-number gives 0.
 VORN_INLINE Texels pack(Pixel p, ChannelOrder order) {
-#if VORN_LANES == 8 && defined(__AVX2__)
+#if VORN_LANES == 16 && defined(__AVX512BW__)
     const auto toBytes = [](Float f) {
+        if (isKnownToBeOne(f)) return _mm512_set1_epi32(255);
+        const __m512 limited = _mm512_min_ps(_mm512_set1_ps(1.0f), bitsAs<__m512>(f.v));
+        return _mm512_cvtps_epi32(_mm512_mul_ps(limited, _mm512_set1_ps(255.0f)));
+    };
+    const __m512i rg = _mm512_packs_epi32(toBytes(p.x), toBytes(p.y));
+    const __m512i ba = _mm512_packs_epi32(toBytes(p.z), toBytes(p.w));
+    const uint32_t channels = (0u << (8 * order.r)) | (4u << (8 * order.g)) |
+                              (8u << (8 * order.b)) | (12u << (8 * order.a));
+    const __m512i place = _mm512_add_epi8(
+        _mm512_set1_epi32(static_cast<int>(channels)),
+        _mm512_broadcast_i32x4(_mm_set_epi32(0x03030303, 0x02020202, 0x01010101, 0)));
+    return _mm512_shuffle_epi8(_mm512_packus_epi16(rg, ba), place);
+#elif VORN_LANES == 8 && defined(__AVX2__)
+    const auto toBytes = [](Float f) {
+        if (isKnownToBeOne(f)) return _mm256_set1_epi32(255);
         // The second operand survives when it is not a number; the conversion then makes it the
         // smallest integer, which the packing below clamps to 0, as it does negative values.
         const __m256 limited = _mm256_min_ps(_mm256_set1_ps(1.0f), bitsAs<__m256>(f.v));
@@ -76,6 +131,7 @@ VORN_INLINE Texels pack(Pixel p, ChannelOrder order) {
     return _mm256_shuffle_epi8(planes, place);
 #elif VORN_LANES == 4 && defined(__SSE4_1__)
     const auto toBytes = [](Float f) {
+        if (isKnownToBeOne(f)) return _mm_set1_epi32(255);
         const __m128 limited = _mm_min_ps(_mm_set1_ps(1.0f), bitsAs<__m128>(f.v));
         return _mm_cvtps_epi32(_mm_mul_ps(limited, _mm_set1_ps(255.0f)));
     };
@@ -255,7 +311,7 @@ VORN_INLINE Float loadPlane(const uint8_t* from) {
 /// N pixels from `from`, of which only `count` are there to be read; the others are 0.
 template <Memory memory>
 VORN_INLINE Pixel loadGroup(const SourceView& view, const uint8_t* from, int count) {
-    const int layout = memory == Memory::Packed ? static_cast<int>(kPacked8) : view.layout;
+    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
     int64_t planeBytes = view.planeBytes;
     alignas(64) uint8_t partial[16 * N];
     if (count < N) [[unlikely]] {
@@ -271,9 +327,9 @@ VORN_INLINE Pixel loadGroup(const SourceView& view, const uint8_t* from, int cou
         }
         from = partial;
     }
-    if constexpr (memory == Memory::Packed) return unpack(loadTexels(from), view.order);
+    if constexpr (isPacked(memory)) return unpack<memory>(loadTexels(from), view.order);
     switch (layout) {
-    case kPacked8: return unpack(loadTexels(from), view.order);
+    case kPacked8: return unpack<memory>(loadTexels(from), view.order);
     case kHalf: return loadHalves(from);
     case kFloat: return loadFloats(from);
     default:
@@ -284,7 +340,7 @@ VORN_INLINE Pixel loadGroup(const SourceView& view, const uint8_t* from, int cou
 
 template <Memory memory>
 VORN_INLINE void storeGroup(const TargetView& view, uint8_t* to, Pixel p, int count) {
-    const int layout = memory == Memory::Packed ? static_cast<int>(kPacked8) : view.layout;
+    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
     int64_t planeBytes = view.planeBytes;
     alignas(64) uint8_t partial[16 * N];
     uint8_t* out = to;
@@ -292,7 +348,7 @@ VORN_INLINE void storeGroup(const TargetView& view, uint8_t* to, Pixel p, int co
         out = partial;
         planeBytes = 4 * N;
     }
-    if (memory == Memory::Packed || layout == kPacked8) {
+    if (isPacked(memory) || layout == kPacked8) {
         const Texels t = pack(p, view.order);
         std::memcpy(out, &t, sizeof t);
     } else if (layout == kHalf) {

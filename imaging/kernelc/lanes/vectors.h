@@ -155,7 +155,7 @@ VORN_INLINE V operator-(V a) {
     }
 VORN_UNARY(floor, floor1(a))
 VORN_UNARY(ceil, -floor1(-a))
-VORN_UNARY(round, floor1(a + 0.5f))
+VORN_UNARY(roundEven, round1(a))
 VORN_UNARY(trunc, withSignOf(floor1(abs1(a)), a))
 VORN_UNARY(fract, a - floor1(a))
 VORN_UNARY(abs, abs1(a))

@@ -1,0 +1,383 @@
+// `vorn bench`: how fast filters render, beside the machine's copy speed.
+#include "catalog.h"
+#include "commands.h"
+#include "imagejson.h"
+#include "measure.h"
+#include "output.h"
+#include "testcard/testcard.h"
+#include "values.h"
+
+#include <algorithm>
+#include <optional>
+#include <thread>
+
+#include <CLI/CLI.hpp>
+
+namespace vorn::cli {
+
+namespace {
+
+struct BenchOptions {
+    std::vector<std::string> names, settings, sizes;
+    std::string device = "cpu", threads, format = "RGBA8";
+    size_t frames = 0;
+    double seconds = 0;
+    bool modes = false, json = false;
+};
+
+/// The pictures of one size: what filters read, and where they are rendered to.
+struct Pictures {
+    PixelSize size;
+    CIFormat format;
+    std::vector<uint8_t> firstPixels, laterPixels, target;
+    CIImage first, later;
+
+    size_t bytesPerRow() const { return size.width * bytesPerPixel(format); }
+    CGRect bounds() const { return {0, 0, double(size.width), double(size.height)}; }
+};
+
+/// A device with a number of threads.
+struct Machine {
+    const char* device;
+    int threads;
+    std::unique_ptr<CIContext> context;
+};
+
+[[noreturn]] void failRendering(const CIContext& context) {
+    throw CommandError(ExitCode::Failed, "rendering failed: " + context.lastError());
+}
+
+std::vector<uint8_t> testCardPixels(const TestCard& card, const Pictures& pictures,
+                                    double seconds) {
+    constexpr double framesPerSecond = 25;
+    const auto [width, height] = pictures.size;
+    std::vector<uint8_t> drawn(size_t{width} * height * 4);
+    card.draw(drawn.data(), size_t{width} * 4, seconds, int64_t(seconds * framesPerSecond),
+              framesPerSecond);
+    if (pictures.format == CIFormat::RGBA8) return drawn;
+
+    std::vector<uint8_t> pixels(pictures.bytesPerRow() * height);
+    const CIImage image =
+        CIImage::imageWithBitmap(drawn.data(), width, height, size_t{width} * 4, CIFormat::RGBA8);
+    CIContext context({.device = DeviceKind::CPU});
+    if (!context.render(image, pixels.data(), pictures.bytesPerRow(), pictures.bounds(),
+                        pictures.format)) {
+        failRendering(context);
+    }
+    return pixels;
+}
+
+void fill(Pictures& pictures) {
+    const auto [width, height] = pictures.size;
+    const TestCard card(static_cast<int>(width), static_cast<int>(height));
+    const auto imageOf = [&](const std::vector<uint8_t>& pixels) {
+        return CIImage::imageWithBitmap(pixels.data(), width, height, pictures.bytesPerRow(),
+                                        pictures.format);
+    };
+    pictures.firstPixels = testCardPixels(card, pictures, 0);
+    pictures.laterPixels = testCardPixels(card, pictures, 1.6);
+    pictures.target.resize(pictures.bytesPerRow() * height);
+    pictures.first = imageOf(pictures.firstPixels);
+    pictures.later = imageOf(pictures.laterPixels);
+}
+
+std::vector<Pictures> makePictures(const BenchOptions& options) {
+    std::optional<CIFormat> format;
+    for (const CIFormat known :
+         {CIFormat::RGBA8, CIFormat::BGRA8, CIFormat::RGBAh, CIFormat::RGBAf}) {
+        if (options.format == formatName(known)) format = known;
+    }
+    if (!format) {
+        throw CommandError(ExitCode::Usage, fmt::format("--format {}: RGBA8, BGRA8, RGBAh or RGBAf",
+                                                        options.format));
+    }
+    std::vector<PixelSize> sizes;
+    for (const std::string& list : options.sizes) {
+        for (const std::string& text : splitList(list, ',')) {
+            sizes.push_back(parseSize(text, "--size"));
+            if (std::max(sizes.back().width, sizes.back().height) > TestCard::kLargestSide) {
+                throw CommandError(ExitCode::Usage,
+                                   fmt::format("--size {}: each side is at most {}", text,
+                                               int{TestCard::kLargestSide}));
+            }
+        }
+    }
+    std::vector<Pictures> all(sizes.size());
+    for (size_t i = 0; i < sizes.size(); ++i) {
+        all[i].size = sizes[i];
+        all[i].format = *format;
+        fill(all[i]);
+    }
+    return all;
+}
+
+std::vector<Machine> makeMachines(const BenchOptions& options) {
+    constexpr int mostThreads = 256;
+    const bool isAll = options.device == "all";
+    if (options.device == "vulkan") {
+        throw CommandError(ExitCode::DeviceMissing, "the Vulkan device is not in this build");
+    }
+    if (!isAll && options.device != "cpu" && options.device != "reference") {
+        throw CommandError(ExitCode::Usage,
+                           fmt::format("--device {}: cpu, reference or all", options.device));
+    }
+    std::vector<int> counts{1};
+    if (!options.threads.empty()) {
+        counts = parseCounts(options.threads, mostThreads, "--threads");
+    } else if (const unsigned cores = std::thread::hardware_concurrency(); cores > 1) {
+        counts.push_back(static_cast<int>(cores));
+    }
+    std::vector<Machine> machines;
+    const auto add = [&](const char* name, DeviceKind device, int threads) {
+        machines.push_back(
+            {name, threads,
+             std::make_unique<CIContext>(ContextOptions{.device = device, .threads = threads})});
+    };
+    if (isAll || options.device == "cpu") {
+        for (const int count : counts) add("cpu", DeviceKind::CPU, count);
+    }
+    if (isAll || options.device == "reference") add("reference", DeviceKind::Reference, 1);
+    return machines;
+}
+
+using Setting = std::pair<std::string, InputValue>;
+
+/// The filters to measure, and the inputs that `--set` gives to those that have them.
+std::vector<FilterEntry> chooseFilters(const BenchOptions& options) {
+    if (options.names.empty()) return listFilters(false);
+    std::vector<FilterEntry> entries;
+    for (const std::string& name : options.names) entries.push_back(findFilter(name));
+    return entries;
+}
+
+bool hasInput(const FilterEntry& entry, std::string_view key) {
+    const std::vector<ListedInput> inputs = listInputs(entry);
+    return std::any_of(inputs.begin(), inputs.end(),
+                       [&](const ListedInput& input) { return input.key == key; });
+}
+
+/// A setting counts for the filters that have the input; one that none of them has is an error.
+std::vector<Setting> readSettings(const BenchOptions& options,
+                                  const std::vector<FilterEntry>& entries) {
+    std::vector<Setting> settings;
+    for (const std::string& text : options.settings) {
+        const auto [key, valueText] = splitOnce(text, '=', "--set");
+        const InputValue value = parseValue(valueText, "--set " + key);
+        bool isUsed = false;
+        for (const FilterEntry& entry : entries) {
+            if (!hasInput(entry, key)) continue;
+            checkInput(entry, key, value, "--set");
+            isUsed = true;
+        }
+        if (!isUsed && entries.size() == 1) checkInput(entries.front(), key, value, "--set");
+        if (!isUsed) {
+            throw CommandError(ExitCode::Usage,
+                               fmt::format("--set: no chosen filter has an input \"{}\"", key));
+        }
+        settings.emplace_back(key, value);
+    }
+    return settings;
+}
+
+CIFilterRef prepareFilter(const FilterEntry& entry, const std::vector<Setting>& settings,
+                          const Pictures& pictures, std::optional<int> mode) {
+    PlatformClock::drive(0);
+    CIFilterRef filter = makeFilter(entry);
+    filter->setDefaults();
+    for (const InputInfo& input : entry.info->inputs()) {
+        if (input.kind != InputKind::Image) continue;
+        const bool isMain = std::string_view(input.key) == "inputImage";
+        filter->setValueForKey(isMain ? pictures.first : pictures.later, input.key);
+    }
+    for (const auto& [key, value] : settings) {
+        if (hasInput(entry, key)) filter->setValueForKey(value, key);
+    }
+    if (mode) filter->setValueForKey(Number(double(*mode)), "inputMode");
+    return filter;
+}
+
+/// Every mode that makes another graph than those before it; one without a number when the filter
+/// has no modes. Sliders of modes often reach beyond the last one.
+std::vector<std::optional<int>>
+modesOf(const FilterEntry& entry, const std::vector<Setting>& settings, const Pictures& pictures) {
+    constexpr double mostModes = 256;
+    std::vector<std::optional<int>> modes;
+    std::vector<std::string> graphs;
+    for (const ListedInput& input : listInputs(entry)) {
+        const AttributeValue* last = input.attributes.find(kCIAttributeSliderMax);
+        if (input.key != "inputMode" || !last || !std::holds_alternative<double>(*last)) continue;
+        for (int mode = 0; mode <= std::min(std::get<double>(*last), mostModes); ++mode) {
+            const CIFilterRef filter = prepareFilter(entry, settings, pictures, mode);
+            std::string graph =
+                jsonLine(ImageJson(pictures.bounds()).imageJson(filter->outputImage()));
+            if (std::find(graphs.begin(), graphs.end(), graph) != graphs.end()) continue;
+            graphs.push_back(std::move(graph));
+            modes.push_back(mode);
+        }
+    }
+    if (modes.empty()) modes.push_back(std::nullopt);
+    return modes;
+}
+
+Json settingsJson(const FilterEntry& entry, const CIFilter& filter) {
+    Json json = Json::object();
+    for (const InputInfo& input : entry.info->inputs()) {
+        const Json value = valueJson(filter.valueForKey(input.key));
+        if (!value.is_null()) json[input.key] = value;
+    }
+    return json;
+}
+
+Effort effortFor(const BenchOptions& options, const Machine& machine) {
+    Effort effort;
+    // The reference device takes seconds for a frame, and its speed is no promise.
+    if (machine.context->options().device == DeviceKind::Reference) {
+        effort = {.leastFrames = 3, .leastSeconds = 0, .frames = 0, .warmUpFrames = 1};
+    }
+    if (options.seconds > 0) effort.leastSeconds = options.seconds;
+    effort.frames = options.frames;
+    return effort;
+}
+
+/// Renders one filter's frames over and over; the median of the seconds that one takes, from asking
+/// for the output image to its last pixel.
+double measure(CIFilter& filter, const Machine& machine, Pictures& pictures, const Effort& effort) {
+    constexpr uint64_t nanosecondsPerFrame = 1'000'000'000 / 60;
+    return medianSeconds(effort, [&](size_t frame) {
+        PlatformClock::drive(frame * nanosecondsPerFrame);
+        const CIImage image = filter.outputImage();
+        if (!image) throw CommandError(ExitCode::Failed, "the filter makes no image");
+        if (!machine.context->render(image, pictures.target.data(), pictures.bytesPerRow(),
+                                     pictures.bounds(), pictures.format)) {
+            failRendering(*machine.context);
+        }
+    });
+}
+
+class Report {
+public:
+    Report(bool json, const std::vector<FilterEntry>& entries) : json_(json) {
+        for (const FilterEntry& entry : entries) {
+            nameWidth_ = std::max(nameWidth_, entry.name.size());
+        }
+        if (json_) return;
+        printResult("{:<{}}  {:>4}  {:<9}  {:>7}  {:>11}  {:<6}  {:>9}  {:>9}  {:>9}\n", "FILTER",
+                    nameWidth_, "MODE", "DEVICE", "THREADS", "SIZE", "FORMAT", "MS", "MPIXEL/S",
+                    "COPY");
+    }
+
+    void add(const FilterEntry& entry, const CIFilter& filter, std::optional<int> mode,
+             const Machine& machine, const Pictures& pictures, double seconds,
+             double secondsOfCopy) {
+        const auto [width, height] = pictures.size;
+        const double megapixels = double(width) * height / 1e6;
+        const double speed = megapixels / seconds, copySpeed = megapixels / secondsOfCopy;
+        if (json_) {
+            const Json line{{"filter", entry.name},
+                            {"settings", settingsJson(entry, filter)},
+                            {"device", machine.device},
+                            {"threads", machine.threads},
+                            {"width", width},
+                            {"height", height},
+                            {"format", formatName(pictures.format)},
+                            {"median_ms", seconds * 1e3},
+                            {"mpixel_per_s", speed},
+                            {"copy_mpixel_per_s", copySpeed}};
+            printResult("{}\n", jsonLine(line));
+        } else {
+            printResult(
+                "{:<{}}  {:>4}  {:<9}  {:>7}  {:>11}  {:<6}  {:>9.3f}  {:>9.1f}  {:>9.1f}\n",
+                entry.name, nameWidth_, mode ? fmt::format("{}", *mode) : "", machine.device,
+                machine.threads, fmt::format("{}x{}", width, height), formatName(pictures.format),
+                seconds * 1e3, speed, copySpeed);
+        }
+        std::fflush(results()); // a row as soon as it is known, also through a pipe
+    }
+
+private:
+    bool json_;
+    size_t nameWidth_ = 6;
+};
+
+ExitCode bench(const BenchOptions& options) {
+    if (options.frames > 0 && options.seconds > 0) {
+        throw CommandError(ExitCode::Usage, "--frames and --seconds exclude each other");
+    }
+    registerFilters();
+    const std::vector<FilterEntry> entries = chooseFilters(options);
+    const std::vector<Setting> settings = readSettings(options, entries);
+    const std::vector<Machine> machines = makeMachines(options);
+    std::vector<Pictures> allPictures = makePictures(options);
+
+    Report report(options.json, entries);
+    ExitCode code = ExitCode::Done;
+    for (const FilterEntry& entry : entries) {
+        const auto modes = options.modes ? modesOf(entry, settings, allPictures.front())
+                                         : std::vector<std::optional<int>>{std::nullopt};
+        for (const std::optional<int> mode : modes) {
+            try {
+                for (const Machine& machine : machines) {
+                    for (Pictures& pictures : allPictures) {
+                        const CIFilterRef filter = prepareFilter(entry, settings, pictures, mode);
+                        const double copy = copySeconds(pictures.target.size(), machine.threads);
+                        const double seconds =
+                            measure(*filter, machine, pictures, effortFor(options, machine));
+                        report.add(entry, *filter, mode, machine, pictures, seconds, copy);
+                    }
+                }
+            } catch (const CommandError& error) {
+                fmt::print(stderr, "vorn: {}: {}\n", entry.name, error.what());
+                code = ExitCode::Failed;
+            }
+        }
+    }
+    return code;
+}
+
+} // namespace
+
+void addBenchCommand(CLI::App& app, Action& action) {
+    auto options = std::make_shared<BenchOptions>();
+    options->sizes = {"1920x1080"};
+    CLI::App* command =
+        app.add_subcommand("bench", "Measure how fast filters render on this machine");
+    command->add_option("NAME", options->names, "The filters; all of them when left out")
+        ->type_name("");
+    command->add_option("--size", options->sizes, "Frame sizes (default 1920x1080)")
+        ->allow_extra_args(false)
+        ->type_name("WxH[,WxH...]");
+    command->add_option("--device", options->device, "cpu (the default), reference or all")
+        ->type_name("NAME");
+    command->add_option("--threads", options->threads, "Thread counts (default: 1 and all cores)")
+        ->type_name("N[,N...]");
+    command->add_option("--frames", options->frames, "Measure exactly that many frames")
+        ->check(CLI::Range(size_t{1}, size_t{1'000'000}).description(""))
+        ->type_name("N");
+    command
+        ->add_option("--seconds", options->seconds,
+                     "Measure at least that long, and 15 frames (default 0.5)")
+        ->check(CLI::Range(0.001, 3600.0).description(""))
+        ->type_name("S");
+    command
+        ->add_option("--format", options->format,
+                     "Pixels read and written: RGBA8 (the default), BGRA8,\nRGBAh or RGBAf")
+        ->type_name("FORMAT");
+    command
+        ->add_option("--set", options->settings,
+                     "An input of the filters that have it, written as for\n`vorn explain`")
+        ->allow_extra_args(false)
+        ->type_name("KEY=VALUE");
+    command->add_flag("--modes", options->modes, "Measure every mode of filters that have modes");
+    command->add_flag("--json", options->json, "One JSON object per measurement and line");
+    command->footer(
+        "Inputs have their advertised defaults; images are the test card. COPY is the speed at\n"
+        "which this machine copies a frame of the same bytes with as many threads, measured just\n"
+        "before: no filter is faster than that.\n\n"
+        "Examples:\n"
+        "  vorn bench VESolarize --set inputIntensity=0.5\n"
+        "  vorn bench --size 3840x2160 --threads 1 --json > speeds.jsonl\n"
+        "  vorn bench VEMirrors --modes");
+    command->callback([options, &action] { action = [options] { return bench(*options); }; });
+}
+
+} // namespace vorn::cli

@@ -1,0 +1,245 @@
+// `vorn doctor`: what this installation has, and what in it is broken.
+#include "catalog.h"
+#include "commands.h"
+#include "fonts.h"
+#include "json.h"
+#include "output.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <thread>
+
+#include <CLI/CLI.hpp>
+
+namespace vorn::cli {
+
+namespace {
+
+struct DoctorOptions {
+    bool json = false;
+};
+
+/// What was found: JSON for programs, the same facts in lines for people, and what is broken.
+class Findings {
+public:
+    void add(const std::string& key, Json value, const std::string& label,
+             const std::string& text) {
+        json_[key] = std::move(value);
+        rows_.push_back({label, text});
+    }
+    void addProblem(const std::string& problem) { problems_.push_back(problem); }
+
+    ExitCode print(bool asJson) {
+        if (asJson) {
+            json_["problems"] = problems_;
+            printResult("{}\n", jsonLine(json_));
+        } else {
+            printTable(rows_);
+            printResult("\n");
+            for (const std::string& problem : problems_) printResult("broken: {}\n", problem);
+            if (problems_.empty()) printResult("Nothing is broken.\n");
+        }
+        return problems_.empty() ? ExitCode::Done : ExitCode::Failed;
+    }
+
+private:
+    Json json_ = Json::object();
+    std::vector<TableRow> rows_;
+    std::vector<std::string> problems_;
+};
+
+std::string joined(const std::vector<std::string>& parts) {
+    return fmt::format("{}", fmt::join(parts, ", "));
+}
+
+void checkVersion(Findings& findings) {
+    std::string program = reinterpret_cast<const char*>(VornEffectsVersionString);
+    program.erase(program.find_last_not_of("\n ") + 1);
+    findings.add("version", numberJson(VornEffectsVersionNumber), "version",
+                 fmt::format("{:.1f}", VornEffectsVersionNumber));
+    findings.add("program", program, "library", program);
+}
+
+void checkProcessor(Findings& findings) {
+    const std::vector<std::string> levels = supportedInstructionSets();
+    const CIContext context({.device = DeviceKind::CPU});
+    const unsigned cores = std::thread::hardware_concurrency();
+    findings.add("instruction_sets", levels, "instruction sets", joined(levels));
+    findings.add("instruction_set", context.instructionSet(), "in use", context.instructionSet());
+    findings.add("cores", cores, "cores", fmt::format("{}", cores));
+    findings.add("threads", context.threads(), "threads", fmt::format("{}", context.threads()));
+    if (levels.empty()) {
+        findings.addProblem("this processor runs none of the kernels' instruction sets");
+    }
+}
+
+/// Renders a colour; what went wrong, or nothing.
+std::string deviceProblem(DeviceKind device) {
+    constexpr int side = 4;
+    constexpr float wanted[] = {0.25F, 0.5F, 0.75F, 1};
+    float pixels[side * side * 4] = {};
+    CIContext context({.device = device});
+    const CIImage image =
+        CIImage::imageWithColor(CIColor(wanted[0], wanted[1], wanted[2], wanted[3]));
+    if (!context.render(image, pixels, side * 4 * sizeof(float), {0, 0, side, side},
+                        CIFormat::RGBAf)) {
+        return context.lastError();
+    }
+    constexpr float tolerance = 1.0F / 255;
+    for (size_t i = 0; i < std::size(pixels); ++i) {
+        if (!(std::fabs(pixels[i] - wanted[i % 4]) <= tolerance)) return "a wrong colour comes out";
+    }
+    return {};
+}
+
+void checkDevices(Findings& findings) {
+    Json devices = Json::array();
+    std::vector<std::string> words;
+    for (const auto& [name, kind] :
+         {std::pair{"cpu", DeviceKind::CPU}, std::pair{"reference", DeviceKind::Reference}}) {
+        const std::string problem = deviceProblem(kind);
+        devices.push_back({{"name", name}, {"available", problem.empty()}, {"note", problem}});
+        words.push_back(name);
+        if (!problem.empty()) findings.addProblem(fmt::format("device {}: {}", name, problem));
+    }
+    devices.push_back({{"name", "vulkan"}, {"available", false}, {"note", "not in this build"}});
+    words.push_back("vulkan (not in this build)");
+    findings.add("devices", std::move(devices), "devices", joined(words));
+}
+
+void checkFonts(Findings& findings) {
+    struct Wanted {
+        std::string name, genericFamily;
+    };
+    Json fonts = Json::array();
+    for (const auto& [name, genericFamily] :
+         {Wanted{"Menlo", "Monospace"}, Wanted{"Monaco", "Monospace"},
+          Wanted{systemFontName(), "Sans"}}) {
+        const std::optional<FoundFont> found = findFont(name, genericFamily);
+        Json font{{"name", name}, {"family", nullptr}, {"file", nullptr}};
+        if (found) {
+            font["family"] = found->family;
+            font["file"] = found->file;
+        } else {
+            findings.addProblem(fmt::format("font {}: no font is installed", name));
+        }
+        fonts.push_back(font);
+        findings.add("fonts", fonts, "font " + name, found ? found->family : "none");
+    }
+}
+
+void checkManifest(Findings& findings, const Bundle& bundle) {
+    const auto path = bundle.pathForResource("VornEffectsManifest", "plist");
+    const auto manifest = path ? dictionaryWithContentsOfFile(*path) : std::nullopt;
+    const PropertyListArray* entries = nullptr;
+    if (manifest) {
+        const auto found = manifest->find("Entries");
+        if (found != manifest->end()) entries = found->second.array();
+    }
+    std::string state = "readable";
+    if (!path)
+        state = "missing";
+    else if (!manifest)
+        state = "no property list";
+    else if (!entries)
+        state = "without entries";
+    if (!entries) findings.addProblem("manifest: " + state);
+    findings.add("manifest",
+                 Json{{"path", path ? Json(*path) : Json(nullptr)},
+                      {"readable", entries != nullptr},
+                      {"entries", entries ? entries->size() : 0}},
+                 "manifest", entries ? fmt::format("{} entries", entries->size()) : state);
+}
+
+std::vector<std::string> kernelLibraryFiles(const Bundle& bundle) {
+    constexpr std::string_view ending = ".ci.metallib";
+    std::vector<std::string> files;
+    std::error_code error;
+    for (const auto& file : std::filesystem::directory_iterator(bundle.folder(), error)) {
+        if (file.path().filename().string().ends_with(ending)) {
+            files.push_back(file.path().string());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+void checkKernelLibraries(Findings& findings, const Bundle& bundle) {
+    const std::vector<std::string> files = kernelLibraryFiles(bundle);
+    Json damaged = Json::array();
+    for (const std::string& file : files) {
+        const Data data = dataWithContentsOfFile(file);
+        const std::optional<std::string> problem =
+            data ? kernelLibraryProblem(data) : std::optional<std::string>("unreadable");
+        if (!problem) continue;
+        damaged.push_back({{"file", file}, {"problem", *problem}});
+        findings.addProblem(fmt::format("{}: {}", file, *problem));
+    }
+    if (files.empty()) findings.addProblem("there is no kernel library in " + bundle.folder());
+    const std::string text = damaged.empty()
+                                 ? fmt::format("{}, all whole", files.size())
+                                 : fmt::format("{}, {} damaged", files.size(), damaged.size());
+    findings.add("kernel_libraries", Json{{"checked", files.size()}, {"damaged", damaged}},
+                 "kernel libraries", text);
+}
+
+void checkErrorPicture(Findings& findings, const Bundle& bundle) {
+    const auto path = bundle.pathForResource("FX_error_image", "png");
+    const Data data = path ? dataWithContentsOfFile(*path) : nullptr;
+    const bool isGood = data && decodePNG(data);
+    if (!isGood) findings.addProblem("the error picture FX_error_image.png cannot be read");
+    findings.add("error_image", Json{{"readable", isGood}}, "error picture",
+                 isGood ? "readable" : "unreadable");
+}
+
+/// Makes one filter of each kind: whatever its making prints is something missing.
+void checkFilters(Findings& findings) {
+    size_t count = 0, broken = 0;
+    for (const FilterEntry& entry : listFilters(false)) {
+        PrintedLines printed;
+        const CIFilterRef filter = CIFilter::filterWithName(entry.name);
+        const std::vector<std::string> lines = printed.take();
+        ++count;
+        if (filter && lines.empty()) continue;
+        ++broken;
+        findings.addProblem(
+            fmt::format("{}: {}", entry.name, lines.empty() ? "cannot be made" : lines.front()));
+    }
+    if (count == 0) findings.addProblem("no filter is registered");
+    findings.add("filters", Json{{"registered", count}, {"broken", broken}}, "filters",
+                 broken == 0 ? fmt::format("{}", count)
+                             : fmt::format("{}, {} broken", count, broken));
+}
+
+ExitCode doctor(const DoctorOptions& options) {
+    registerFilters();
+    Findings findings;
+    checkVersion(findings);
+    checkProcessor(findings);
+    checkDevices(findings);
+    checkFonts(findings);
+    const Bundle bundle = Bundle::forClass(classFromString("VornEffectsCatalog"));
+    findings.add("bundle", bundle.folder(), "bundle", bundle.folder());
+    checkManifest(findings, bundle);
+    checkKernelLibraries(findings, bundle);
+    checkErrorPicture(findings, bundle);
+    checkFilters(findings);
+    return findings.print(options.json);
+}
+
+} // namespace
+
+void addDoctorCommand(CLI::App& app, Action& action) {
+    auto options = std::make_shared<DoctorOptions>();
+    CLI::App* command =
+        app.add_subcommand("doctor", "Check this installation: devices, fonts, resources");
+    command->add_flag("--json", options->json, "One JSON object");
+    command->footer("Leaves with 1 when something is broken, and says what.\n\n"
+                    "Examples:\n"
+                    "  vorn doctor\n"
+                    "  vorn doctor --json | jq .problems");
+    command->callback([options, &action] { action = [options] { return doctor(*options); }; });
+}
+
+} // namespace vorn::cli
