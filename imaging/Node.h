@@ -8,6 +8,8 @@
 
 #include <memory>
 #include <memory_resource>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace vorn::imaging {
@@ -27,10 +29,10 @@ struct PixelSource {
     std::shared_ptr<const void> owner;
 };
 
-/// What is told of a node besides how it is computed.
+/// What is told of a node besides how it is computed. Rare, so it may allocate.
 struct Annotation {
     ImageProperties properties;
-    std::string builtinName; ///< "CICrop", … when a framework filter made the node
+    std::string builtinName; ///< "CIGaussianBlur", … when a framework filter made the node
     std::vector<std::pair<std::string, std::variant<Number, CIVector, CIColor, CGAffineTransform,
                                                     CIImage>>>
         builtinInputs;
@@ -40,16 +42,16 @@ struct Annotation {
 struct Node {
     enum class Kind : uint8_t {
         Pixels,       ///< `pixels`, lower-left corner at the extent's origin
-        Kernel,       ///< `function` over `arguments` and `samplers`
-        Crop,         ///< `children[0]` inside the extent
-        Transform,    ///< `children[0]` under `transform`
-        Composite,    ///< `children[0]` over `children[1]`
+        Kernel,       ///< `function` over `arguments`
+        Crop,         ///< `children[0]` inside `rect`
+        Transform,    ///< `children[0]` under `transform`; computed by `function`
+        Composite,    ///< `children[0]` over `children[1]`; computed by `function`
         Intermediate, ///< `children[0]`, computed once per render
-        Constant,     ///< `color` everywhere
+        Constant,     ///< `color` everywhere; computed by `function`
     };
     enum class Origin : uint8_t { Bitmap, PixelBuffer, Surface, Accumulator };
 
-    Node() : arguments(nodePool()), samplers(nodePool()) {}
+    Node() : arguments(nodePool()), samplers(nodePool()), flattened(nodePool()) {}
 
     Kind kind = Kind::Pixels;
     Origin origin = Origin::Bitmap; ///< of Pixels
@@ -59,9 +61,11 @@ struct Node {
     PixelSource pixels;
     std::shared_ptr<const KernelFunction> function;
     PoolVector<KernelArgument> arguments; ///< as given, samplers included, in order
-    PoolVector<CISampler> samplers;       ///< the sampler arguments, by sampler index
+    PoolVector<CISampler> samplers;       ///< by sampler index; a warp kernel's image is number 0
+    PoolVector<float> flattened;          ///< the other arguments as kernels get them
     RegionOfInterest regionOfInterest;
     CIImage children[2];
+    CGRect rect;
     CGAffineTransform transform;
     CIColor color;
 
@@ -76,5 +80,11 @@ CIImage withAnnotation(const CIImage& image, std::shared_ptr<const Annotation> a
 
 /// Marks the image of a drawn error picture as one, with the texts on it.
 CIImage markAsErrorImage(const CIImage& image, std::string label, std::string message);
+
+/// A node that applies a kernel, arguments checked and flattened; null, with a line on standard
+/// output, when they do not fit. `image` is a warp kernel's image and empty for the others.
+std::shared_ptr<Node> makeKernelNode(const std::shared_ptr<const KernelFunction>& function,
+                                     CGRect extent, const RegionOfInterest& regionOfInterest,
+                                     const CIImage& image, KernelArguments arguments);
 
 } // namespace vorn::imaging

@@ -584,6 +584,7 @@ TEST_F(MediaTest, ReadsExactlyTheFramesOfARange) {
     writeCounter(path("counter.mp4"), 50);
     writeCounter(path("counter.mkv"), 50);
     writeCounter(path("counter.webm"), 50, "libvpx");
+    writeCounter(path("counter.ts"), 50);
     struct {
         TimeRange range;
         int first, count;
@@ -592,7 +593,7 @@ TEST_F(MediaTest, ReadsExactlyTheFramesOfARange) {
         {{0.521, 1.2}, 14, 16},     {{1.96, 9.0}, 49, 1}, {{0.04, 0.08}, 1, 1},
         {{3.0, 4.0}, 0, 0},
     };
-    for (const char* name : {"counter.mp4", "counter.mkv", "counter.webm"}) {
+    for (const char* name : {"counter.mp4", "counter.mkv", "counter.webm", "counter.ts"}) {
         for (const auto& [range, first, count] : cases) {
             SCOPED_TRACE(std::string(name) + " from " + std::to_string(range.startSeconds));
             ReaderOptions options;

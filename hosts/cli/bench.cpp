@@ -71,8 +71,8 @@ void fill(Pictures& pictures) {
     const auto [width, height] = pictures.size;
     const TestCard card(static_cast<int>(width), static_cast<int>(height));
     const auto imageOf = [&](const std::vector<uint8_t>& pixels) {
-        return CIImage::imageWithBitmap(pixels.data(), width, height, pictures.bytesPerRow(),
-                                        pictures.format);
+        return CIImage::imageWithBitmap(pixels.data(), pictures.size.width, pictures.size.height,
+                                        pictures.bytesPerRow(), pictures.format);
     };
     pictures.firstPixels = testCardPixels(card, pictures, 0);
     pictures.laterPixels = testCardPixels(card, pictures, 1.6);

@@ -79,7 +79,8 @@ Plan::Plan(const ExplainOptions& options)
     readImages(options);
     for (const std::string& text : options.settings) initial.push_back(valueStep(text, "--set"));
     for (const std::string& text : options.changes) readChange(text);
-    for (const auto& [key, properties] : properties_) {
+    for (const auto& [imageKey, properties] : properties_) {
+        const std::string& key = imageKey;
         const bool isUsed = std::any_of(images.begin(), images.end(),
                                         [&](const auto& image) { return image.second == key; });
         if (isUsed) continue;

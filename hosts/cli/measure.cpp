@@ -48,7 +48,9 @@ double copySeconds(size_t bytes, int threads) {
     std::vector<std::jthread> helpers;
     for (int part = 1; part < threads; ++part) {
         helpers.emplace_back([&, part] {
-            for (turn.arrive_and_wait(); !isDone; turn.arrive_and_wait()) {
+            for (;;) {
+                turn.arrive_and_wait();
+                if (isDone) return;
                 copyPart(part);
                 turn.arrive_and_wait();
             }

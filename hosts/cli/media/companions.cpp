@@ -72,8 +72,8 @@ bool Companions::addStream(const AVStream& from) {
     const AVCodecParameters& codec = *from.codecpar;
     const std::string name = avcodec_get_name(codec.codec_id);
     if (codec.codec_id == AV_CODEC_ID_NONE || !canHold(output_, codec.codec_id)) {
-        warnings_.add(std::string("the ") + kindName(codec.codec_type) + " (" + name +
-                      ") is left out: a " + output_.oformat->name + " file cannot hold it");
+        warnings_.add(std::string(kindName(codec.codec_type)) + " left out: the container " +
+                      output_.oformat->name + " cannot hold " + name);
         return false;
     }
     AVStream* to = avformat_new_stream(&output_, nullptr);

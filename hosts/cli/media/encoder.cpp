@@ -119,8 +119,8 @@ Encoder::Encoder(const EncoderRequest& request, Warnings& warnings)
         warnings.add("the encoder " + std::string(request.codec->name) + " has no quality setting");
     keepsAlpha_ = media::hasAlpha(context_->pix_fmt) || context_->pix_fmt == AV_PIX_FMT_PAL8;
     if (request.options->hasAlpha && !keepsAlpha_)
-        warnings.add("transparency is composed over black: " + std::string(request.codec->name) +
-                     " cannot hold it here");
+        warnings.add("transparency, if there is any, is composed over black: " +
+                     std::string(request.codec->name) + " cannot hold it here");
 }
 
 bool Encoder::open(const EncoderRequest& request, AVPixelFormat format, std::string& reason) {

@@ -110,8 +110,8 @@ public:
         if (clock_.isConstantRate && av_compare_ts(pts, clock_.timeBase, start, unit) != 0)
             noteRounding(pts, start, unit);
         if (lastPts_ != AV_NOPTS_VALUE && pts <= lastPts_) {
-            warnings_.add(std::string("frames closer together than a tick of the ") +
-                          output_->oformat->name + " file were moved apart");
+            warnings_.add(std::string("frames closer together than a tick of the container ") +
+                          output_->oformat->name + " were moved apart");
             pts = lastPts_ + 1;
         }
         lastPts_ = pts;
@@ -231,8 +231,10 @@ private:
         const double difference =
             double(pts) * av_q2d(clock_.timeBase) - double(start) * av_q2d(unit);
         if (std::abs(difference) > 0.0006)
-            warnings_.add(std::string("frame times were rounded to the constant frame rate of a ") +
-                          output_->oformat->name + " file");
+            warnings_.add(
+                std::string(
+                    "frame times were rounded to the constant frame rate that the container ") +
+                output_->oformat->name + " needs");
     }
 
     std::int64_t takeDuration(std::int64_t pts) {
@@ -310,8 +312,9 @@ std::unique_ptr<Sink> openFilm(const std::string& path, const Target& target,
         std::string codecs;
         for (const CompanionStream& stream : options.source->companions)
             codecs += (codecs.empty() ? "" : ", ") + stream.codec;
-        warnings.add("sound and subtitles (" + codecs + ") are left out: a " +
-                     target.container->name + " file refuses them: " + refusal.what());
+        warnings.add("sound and subtitles left out: the container " +
+                     std::string(target.container->name) + " refuses " + codecs + ": " +
+                     refusal.what());
     }
     beginCatchingMessages();
     WriterOptions silent = options;

@@ -53,11 +53,11 @@ struct Reader::State {
     AvFrame current = makeFrame(), next = makeFrame(), scaled = makeFrame();
     bool hasNext = false;
     bool isDraining = false;
+    bool hasMoved = false; ///< away from the first picture, by seeking
 
     // All in ticks of the stream's time base, counted from the start of the file.
     std::int64_t startOffset = 0;
     std::int64_t usualDuration = 1;
-    std::int64_t rangeStart = INT64_MIN;
     std::int64_t rangeEnd = INT64_MAX;      ///< with the tolerance: frames from here on are out
     std::int64_t exactRangeEnd = INT64_MAX; ///< where the last frame ends at the latest
     std::int64_t lastPts = AV_NOPTS_VALUE;
@@ -299,33 +299,45 @@ struct Reader::State {
             exactRangeEnd = std::llround(*range.endSeconds / av_q2d(stream->time_base));
         }
         if (range.startSeconds <= 0) return;
-        rangeStart = firstTickAtOrAfter(range.startSeconds, stream->time_base);
-        if (!seekBefore(rangeStart)) return;
-        // The decoder was flushed, so the first picture must be decoded again.
-        while (hasNext && timeOf(*next) < rangeStart) advance();
+        const std::int64_t start = firstTickAtOrAfter(range.startSeconds, stream->time_base);
+        if (timeOf(*next) < start) seekBefore(start);
+        while (hasNext && timeOf(*next) < start) advance();
     }
 
     void advance() { hasNext = decode(*next); }
 
-    /// Goes to a key picture at or before `target`; false if the file cannot seek (the caller then
-    /// reads on from the start).
-    bool seekBefore(std::int64_t target) {
-        // Some containers find the key picture by decoding time, which runs ahead of presentation.
-        for (double marginSeconds : {0.5, 5.0, 60.0, 1e9}) {
-            const double seconds =
-                std::max(0.0, double(target) * av_q2d(stream->time_base) - marginSeconds);
-            const auto wanted = startOffset + std::int64_t(seconds / av_q2d(stream->time_base));
+    /// Goes to a key picture at or before `target`, if the file can seek.
+    void seekBefore(std::int64_t target) {
+        const double targetSeconds = double(target) * av_q2d(stream->time_base);
+        // Some containers find the key picture by decoding time, which runs ahead of presentation,
+        // and some go to any picture, after which the decoder waits for the next key picture.
+        for (const double marginSeconds : {0.5, 5.0, 60.0}) {
+            if (marginSeconds >= targetSeconds) break;
+            const auto wanted = startOffset + std::int64_t((targetSeconds - marginSeconds) /
+                                                           av_q2d(stream->time_base));
             const int result =
                 avformat_seek_file(input.get(), stream->index, INT64_MIN, wanted, wanted, 0);
-            if (result < 0) break;
+            if (result < 0) {
+                if (!hasMoved) return; // still at the first picture
+                break;
+            }
+            hasMoved = true;
             avcodec_flush_buffers(decoder.get());
             isDraining = false;
             advance();
-            if (hasNext && timeOf(*next) <= target) return true;
-            if (seconds <= 0) return true;
+            if (hasNext && timeOf(*next) <= target) return;
         }
-        while (hasNext && timeOf(*next) < target) advance();
-        return false;
+        if (hasMoved) reopen();
+    }
+
+    /// Back to the first picture, for files that cannot seek there.
+    void reopen() {
+        decoder.reset();
+        input.reset();
+        isDraining = false;
+        open();
+        openDecoder();
+        advance();
     }
 
     // --- conversion -----------------------------------------------------------------------------

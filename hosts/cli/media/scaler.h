@@ -47,9 +47,13 @@ public:
 
 private:
     void prepare(const PictureCoding& from, const PictureCoding& to);
+    void scale(const AVFrame& source, const PictureCoding& from, AVFrame& target,
+               const PictureCoding& to);
+    AVFrame& planes(const PictureCoding& coding);
 
     int threads_;
     AvScaler context_;
+    AvFrame planes_;
     PictureCoding from_, to_;
 };
 

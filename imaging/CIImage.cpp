@@ -1,0 +1,326 @@
+#include "vorneffects/CIImage.h"
+
+#include "imaging/KernelLibrary.h"
+#include "imaging/Node.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace vorn::imaging {
+
+std::pmr::memory_resource* nodePool() {
+    // Never destroyed: images may outlive every other static object.
+    static auto* pool = new std::pmr::synchronized_pool_resource;
+    return pool;
+}
+
+std::shared_ptr<Node> makeNode(Node::Kind kind, CGRect extent) {
+    auto node = std::allocate_shared<Node>(std::pmr::polymorphic_allocator<Node>(nodePool()));
+    node->kind = kind;
+    node->extent = extent.isEmpty() ? CGRect{} : extent;
+    return node;
+}
+
+CIImage withAnnotation(const CIImage& image, std::shared_ptr<const Annotation> annotation) {
+    if (!image) return {};
+    auto node =
+        std::allocate_shared<Node>(std::pmr::polymorphic_allocator<Node>(nodePool()), *image.node());
+    node->annotation = std::move(annotation);
+    return CIImage(std::move(node));
+}
+
+CIImage markAsErrorImage(const CIImage& image, std::string label, std::string message) {
+    auto annotation = std::make_shared<Annotation>();
+    annotation->errorLabel = std::move(label);
+    annotation->errorMessage = std::move(message);
+    return withAnnotation(image, std::move(annotation));
+}
+
+namespace {
+
+CIImage pixelsImage(PixelSource source, CGPoint origin, CGColorSpace colorSpace,
+                    Node::Origin kind) {
+    auto node = makeNode(Node::Kind::Pixels, {origin.x, origin.y, double(source.width),
+                                              double(source.height)});
+    node->origin = kind;
+    node->colorSpace = colorSpace;
+    node->pixels = std::move(source);
+    return CIImage(std::move(node));
+}
+
+CIImage imageOfMemory(const std::shared_ptr<PixelMemory>& memory, CGColorSpace colorSpace,
+                      Node::Origin kind) {
+    if (!memory) return {};
+    return pixelsImage({memory->bytes(), memory->width(), memory->height(), memory->bytesPerRow(),
+                        memory->format(), memory},
+                       {}, colorSpace, kind);
+}
+
+} // namespace
+} // namespace vorn::imaging
+
+using namespace vorn::imaging;
+
+CGRect CIImage::extent() const { return node_ ? node_->extent : CGRect{}; }
+
+CGColorSpace CIImage::colorSpace() const {
+    return node_ ? node_->colorSpace : CGColorSpace::None;
+}
+
+const ImageProperties& CIImage::properties() const {
+    static const ImageProperties none;
+    return node_ && node_->annotation ? node_->annotation->properties : none;
+}
+
+CIImage CIImage::imageBySettingProperties(ImageProperties properties) const {
+    if (!node_) return {};
+    auto annotation = node_->annotation ? std::make_shared<Annotation>(*node_->annotation)
+                                        : std::make_shared<Annotation>();
+    annotation->properties = std::move(properties);
+    return withAnnotation(*this, std::move(annotation));
+}
+
+CIImage CIImage::imageWithBitmap(const void* bytes, uint32_t width, uint32_t height,
+                                 size_t bytesPerRow, CIFormat format, CGColorSpace colorSpace,
+                                 std::shared_ptr<const void> owner, CGPoint origin) {
+    if (!bytes || width == 0 || height == 0 || width > INT32_MAX / 4 || height > INT32_MAX / 4 ||
+        bytesPerRow < width * bytesPerPixel(format) || !std::isfinite(origin.x) ||
+        !std::isfinite(origin.y))
+        return {};
+    return pixelsImage({static_cast<const uint8_t*>(bytes), width, height, bytesPerRow, format,
+                        std::move(owner)},
+                       origin, colorSpace, Node::Origin::Bitmap);
+}
+
+CIImage CIImage::imageWithCVPixelBuffer(CVPixelBufferRef buffer, CGColorSpace colorSpace) {
+    return imageOfMemory(buffer, colorSpace, Node::Origin::PixelBuffer);
+}
+
+CIImage CIImage::imageWithIOSurface(IOSurfaceRef surface, CGColorSpace colorSpace) {
+    return imageOfMemory(surface, colorSpace, Node::Origin::Surface);
+}
+
+CIImage CIImage::imageWithColor(CIColor color) {
+    if (!color.isSet()) return {};
+    const auto kernel = frameworkKernel("CI_constant");
+    if (!kernel) return {};
+    auto node = makeKernelNode(kernel, CGRect::infinite(), RegionOfInterest::identity(), {}, {color});
+    if (!node) return {};
+    node->kind = Node::Kind::Constant;
+    node->color = color;
+    node->colorSpace = CGColorSpace::SRGB;
+    return CIImage(std::move(node));
+}
+
+CIImage CIImage::imageByCroppingToRect(CGRect rect) const {
+    if (!node_) return {};
+    auto node = makeNode(Node::Kind::Crop, node_->extent.intersection(rect));
+    node->rect = rect;
+    node->children[0] = *this;
+    node->colorSpace = node_->colorSpace;
+    return CIImage(std::move(node));
+}
+
+CIImage CIImage::imageByApplyingTransform(CGAffineTransform transform) const {
+    if (!node_ || !transform.isFinite() || transform.determinant() == 0) return {};
+    // A chain of transforms is one resampling.
+    if (node_->kind == Node::Kind::Transform && !node_->annotation)
+        return node_->children[0].imageByApplyingTransform(node_->transform.then(transform));
+    if (transform.isIdentity()) return *this;
+    const CGAffineTransform inverse = transform.inverted();
+    if (!inverse.isFinite()) return {};
+    const auto kernel = frameworkKernel("CI_affine");
+    if (!kernel) return {};
+    auto node = makeKernelNode(
+        kernel, transform.boundsOf(node_->extent),
+        RegionOfInterest::computed(
+            [inverse](int, CGRect destination) { return inverse.boundsOf(destination); }),
+        *this,
+        {CIVector(inverse.a, inverse.b, inverse.c, inverse.d), CIVector(inverse.tx, inverse.ty)});
+    if (!node) return {};
+    node->kind = Node::Kind::Transform;
+    node->children[0] = *this;
+    node->transform = transform;
+    return CIImage(std::move(node));
+}
+
+CIImage CIImage::imageByCompositingOverImage(const CIImage& under) const {
+    if (!node_) return under;
+    if (!under) return *this;
+    const auto kernel = frameworkKernel("CI_sourceOver");
+    if (!kernel) return {};
+    auto node = makeKernelNode(kernel, extent().unionWith(under.extent()),
+                               RegionOfInterest::identity(), {},
+                               {CISampler(*this), CISampler(under)});
+    if (!node) return {};
+    node->kind = Node::Kind::Composite;
+    node->children[0] = *this;
+    node->children[1] = under;
+    return CIImage(std::move(node));
+}
+
+CIImage CIImage::imageByInsertingIntermediate() const {
+    if (!node_) return {};
+    auto node = makeNode(Node::Kind::Intermediate, node_->extent);
+    node->children[0] = *this;
+    node->colorSpace = node_->colorSpace;
+    return CIImage(std::move(node));
+}
+
+// ---- Regions of interest ----------------------------------------------------------------------
+
+RegionOfInterest RegionOfInterest::whole(CGRect extent) {
+    return wholeByIndex(extent, extent);
+}
+RegionOfInterest RegionOfInterest::wholeByIndex(CGRect first, CGRect others) {
+    RegionOfInterest rule;
+    rule.kind_ = first == others ? Kind::Whole : Kind::WholeByIndex;
+    rule.first_ = first;
+    rule.others_ = others;
+    return rule;
+}
+RegionOfInterest RegionOfInterest::grownBy(double margin) {
+    RegionOfInterest rule;
+    rule.kind_ = Kind::Grown;
+    rule.margin_ = margin;
+    return rule;
+}
+RegionOfInterest RegionOfInterest::computed(Callback callback) {
+    RegionOfInterest rule;
+    rule.kind_ = callback ? Kind::Computed : Kind::Identity;
+    rule.callback_ = std::move(callback);
+    return rule;
+}
+CGRect RegionOfInterest::rectFor(int index, CGRect destination) const {
+    switch (kind_) {
+    case Kind::Whole:
+    case Kind::WholeByIndex: return index == 0 ? first_ : others_;
+    case Kind::Grown: return destination.grownBy(margin_);
+    case Kind::Computed: return callback_(index, destination);
+    case Kind::Identity: break;
+    }
+    return destination;
+}
+
+// ---- Kernels ----------------------------------------------------------------------------------
+
+bool KernelArgument::isMissing() const {
+    return std::visit(
+        [](const auto& value) {
+            if constexpr (requires { value.isSet(); }) return !value.isSet();
+            else return !value;
+        },
+        value_);
+}
+
+namespace vorn::imaging {
+namespace {
+
+const char* typeName(kernelc::ParameterType type) {
+    static const char* const names[] = {"an image", "an image",     "a number",   "a vector of 2",
+                                        "a vector of 3", "a vector of 4", "a number", "a number"};
+    return names[static_cast<size_t>(type)];
+}
+
+/// Appends an argument to the flattened ones; false when it does not fit the parameter.
+bool flatten(const KernelArgument& argument, kernelc::ParameterType type, Node& node) {
+    using kernelc::ParameterType;
+    const auto& value = argument.value();
+    if (kernelc::isImage(type)) {
+        const auto* sampler = std::get_if<CISampler>(&value);
+        if (sampler) node.samplers.push_back(*sampler);
+        return sampler != nullptr;
+    }
+    if (const auto* number = std::get_if<Number>(&value)) {
+        float bits = number->floatValue();
+        const int32_t whole = type == ParameterType::Uint ? number->modeValue() : number->intValue();
+        if (type == ParameterType::Int || type == ParameterType::Uint)
+            std::memcpy(&bits, &whole, sizeof bits);
+        else if (type != ParameterType::Float) return false;
+        node.flattened.push_back(bits);
+        return true;
+    }
+    const size_t count = static_cast<size_t>(kernelc::flattenedSize(type));
+    if (const auto* vector = std::get_if<CIVector>(&value)) {
+        if (count < 2 || vector->count() != count) return false;
+        for (size_t i = 0; i < count; ++i)
+            node.flattened.push_back(Number(vector->valueAtIndex(i)).floatValue());
+        return true;
+    }
+    const auto* color = std::get_if<CIColor>(&value);
+    if (!color || count < 3) return false;
+    // Kernels get colours premultiplied.
+    const double scale = count == 4 ? color->alpha() : 1;
+    const double components[] = {color->red() * scale, color->green() * scale,
+                                 color->blue() * scale, color->alpha()};
+    for (size_t i = 0; i < count; ++i)
+        node.flattened.push_back(Number(components[i]).floatValue());
+    return true;
+}
+
+} // namespace
+
+std::shared_ptr<Node> makeKernelNode(const std::shared_ptr<const KernelFunction>& function,
+                                     CGRect extent, const RegionOfInterest& regionOfInterest,
+                                     const CIImage& image, KernelArguments arguments) {
+    const kernelc::Function& declaration = function->declaration();
+    const auto& parameters = declaration.parameters;
+    if (arguments.size() != parameters.size()) {
+        std::printf("### CIKernel '%s' takes %zu arguments, not %zu\n", declaration.name.c_str(),
+                    parameters.size(), arguments.size());
+        return nullptr;
+    }
+    auto node = makeNode(Node::Kind::Kernel, extent);
+    if (declaration.kind == kernelc::FunctionKind::Warp) {
+        if (!image) {
+            std::printf("### CIKernel '%s': the image to warp is missing\n",
+                        declaration.name.c_str());
+            return nullptr;
+        }
+        node->samplers.emplace_back(image);
+    }
+    node->arguments.reserve(arguments.size());
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        const KernelArgument& argument = arguments.begin()[i];
+        const bool missing = argument.isMissing();
+        if (missing || !flatten(argument, parameters[i].type, *node)) {
+            std::printf("### CIKernel '%s': argument %zu (%s) %s %s\n", declaration.name.c_str(),
+                        i + 1, parameters[i].name.c_str(),
+                        missing ? "is missing: it should be" : "should be",
+                        typeName(parameters[i].type));
+            return nullptr;
+        }
+        node->arguments.push_back(argument);
+    }
+    node->function = function;
+    node->regionOfInterest = regionOfInterest;
+    return node;
+}
+
+} // namespace vorn::imaging
+
+CIImage CIKernel::applyWithExtent(CGRect extent, const RegionOfInterest& regionOfInterest,
+                                  KernelArguments arguments) const {
+    if (!function_) return {};
+    if (type() == KernelType::Warp) {
+        std::printf("### CIKernel '%s' is a warp kernel and needs an image to warp\n",
+                    function_->declaration().name.c_str());
+        return {};
+    }
+    return CIImage(makeKernelNode(function_, extent, regionOfInterest, {}, arguments));
+}
+
+CIImage CIKernel::applyWithExtent(CGRect extent, KernelArguments arguments) const {
+    if (function_ && type() != KernelType::Color) {
+        std::printf("### CIKernel '%s' is no colour kernel and needs a region of interest\n",
+                    function_->declaration().name.c_str());
+        return {};
+    }
+    return applyWithExtent(extent, RegionOfInterest::identity(), arguments);
+}
+
+CIImage CIWarpKernel::applyWithExtent(CGRect extent, const RegionOfInterest& regionOfInterest,
+                                      const CIImage& image, KernelArguments arguments) const {
+    if (!function_) return {};
+    return CIImage(makeKernelNode(function_, extent, regionOfInterest, image, arguments));
+}

@@ -1,0 +1,86 @@
+#include "imaging/Node.h"
+#include "imaging/cpu/Plan.h"
+#include "vorneffects/CIContext.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+using namespace vorn::imaging;
+
+struct CIImageAccumulator::State {
+    using Memory = std::shared_ptr<uint8_t>;
+
+    CGRect extent;
+    CIFormat format = CIFormat::RGBA8;
+    cpu::IntRect rect;
+    size_t bytesPerRow = 0;
+    /// Pictures in memory: the one that `image` shows, and others that are free as soon as no image
+    /// made from them is left.
+    std::vector<Memory> pictures;
+    CIImage image;
+
+    size_t size() const { return bytesPerRow * static_cast<size_t>(rect.height()); }
+
+    /// Memory that no image reads; null when there is none to be had.
+    Memory freePicture() {
+        for (const Memory& memory : pictures)
+            if (memory.use_count() == 1) return memory;
+        Memory memory(static_cast<uint8_t*>(std::calloc(1, size())), &std::free);
+        if (memory) pictures.push_back(memory);
+        return memory;
+    }
+
+    void show(const Memory& memory) {
+        auto node = makeNode(Node::Kind::Pixels, extent);
+        node->origin = Node::Origin::Accumulator;
+        node->pixels = {memory.get(), static_cast<uint32_t>(rect.width()),
+                        static_cast<uint32_t>(rect.height()), bytesPerRow, format, memory};
+        image = CIImage(std::move(node));
+    }
+};
+
+CIImageAccumulator::CIImageAccumulator() : state_(std::make_unique<State>()) {}
+CIImageAccumulator::~CIImageAccumulator() = default;
+
+std::shared_ptr<CIImageAccumulator> CIImageAccumulator::imageAccumulatorWithExtent(CGRect extent,
+                                                                                   CIFormat format) {
+    if (extent.isEmpty() || !extent.isFinite()) return nullptr;
+    const std::shared_ptr<CIImageAccumulator> accumulator(new CIImageAccumulator);
+    State& state = *accumulator->state_;
+    state.extent = extent;
+    state.format = format;
+    state.rect = cpu::IntRect::around(extent);
+    if (state.rect.area() <= 0 || state.rect.area() > (int64_t(1) << 32)) return nullptr;
+    state.bytesPerRow = static_cast<size_t>(state.rect.width()) * bytesPerPixel(format);
+    const State::Memory memory = state.freePicture();
+    if (!memory) return nullptr;
+    state.show(memory);
+    return accumulator;
+}
+
+CGRect CIImageAccumulator::extent() const { return state_->extent; }
+CIFormat CIImageAccumulator::format() const { return state_->format; }
+CIImage CIImageAccumulator::image() const { return state_->image; }
+
+void CIImageAccumulator::setImage(const CIImage& image) {
+    // One context a thread, shared by its accumulators: filters belong to one thread at a time.
+    static thread_local CIContext context;
+    const State::Memory memory = state_->freePicture();
+    const cpu::IntRect& rect = state_->rect;
+    const CGRect bounds{double(rect.x0), double(rect.y0), double(rect.width()),
+                        double(rect.height())};
+    if (memory && context.render(image, memory.get(), state_->bytesPerRow, bounds, state_->format,
+                                 CGColorSpace::None))
+        state_->show(memory);
+    else
+        std::printf("### CIImageAccumulator: %s\n",
+                    memory ? context.lastError().c_str() : "out of memory");
+}
+
+void CIImageAccumulator::clear() {
+    const State::Memory memory = state_->freePicture();
+    if (!memory) return;
+    std::memset(memory.get(), 0, state_->size());
+    state_->show(memory);
+}

@@ -1,0 +1,126 @@
+#include "vorneffects/ImageDescription.h"
+
+#include "imaging/KernelLibrary.h"
+#include "imaging/Node.h"
+
+#include <unordered_map>
+
+using namespace vorn::imaging;
+
+namespace {
+
+class Describer {
+public:
+    explicit Describer(CGRect probe) : probe_(probe) {}
+
+    std::shared_ptr<ImageDescription> describe(const CIImage& image) {
+        if (!image) return nullptr;
+        std::shared_ptr<ImageDescription>& known = known_[image.node()];
+        if (known) return known;
+        auto description = std::make_shared<ImageDescription>();
+        known = description;
+        description->object = image;
+        description->extent = image.extent();
+        description->colorSpace = image.colorSpace();
+        fill(*description, *image.node());
+        return description;
+    }
+
+private:
+    using Kind = ImageDescription::Kind;
+
+    void fill(ImageDescription& out, const Node& node) {
+        if (node.annotation && !node.annotation->builtinName.empty()) {
+            out.kind = Kind::Builtin;
+            out.name = node.annotation->builtinName;
+            for (const auto& [key, value] : node.annotation->builtinInputs)
+                out.inputs.emplace_back(key, std::visit([this](const auto& v) { return input(v); },
+                                                        value));
+            return;
+        }
+        switch (node.kind) {
+        case Node::Kind::Pixels: pixels(out, node); break;
+        case Node::Kind::Kernel: kernel(out, node); break;
+        case Node::Kind::Crop:
+            out.kind = Kind::Builtin;
+            out.name = "CICrop";
+            out.inputs = {{"inputImage", describe(node.children[0])},
+                          {"inputRectangle", CIVector(node.rect.x, node.rect.y, node.rect.width,
+                                                      node.rect.height)}};
+            break;
+        case Node::Kind::Transform:
+            out.kind = Kind::Builtin;
+            out.name = "CIAffineTransform";
+            out.inputs = {{"inputImage", describe(node.children[0])},
+                          {"inputTransform", node.transform}};
+            break;
+        case Node::Kind::Composite:
+            out.kind = Kind::Composite;
+            out.over = describe(node.children[0]);
+            out.under = describe(node.children[1]);
+            break;
+        case Node::Kind::Intermediate:
+            out.kind = Kind::Intermediate;
+            out.image = describe(node.children[0]);
+            break;
+        case Node::Kind::Constant:
+            out.kind = Kind::Constant;
+            out.color = node.color;
+            break;
+        }
+    }
+
+    void pixels(ImageDescription& out, const Node& node) {
+        static constexpr Kind kinds[] = {Kind::Bitmap, Kind::Surface, Kind::Surface,
+                                         Kind::Accumulator};
+        out.kind = kinds[static_cast<size_t>(node.origin)];
+        out.width = node.pixels.width;
+        out.height = node.pixels.height;
+        out.bytesPerRow = node.pixels.bytesPerRow;
+        out.format = formatName(node.pixels.format);
+        if (node.annotation &&
+            !(node.annotation->errorLabel.empty() && node.annotation->errorMessage.empty())) {
+            out.kind = Kind::ErrorImage;
+            out.label = node.annotation->errorLabel;
+            out.message = node.annotation->errorMessage;
+        }
+    }
+
+    void kernel(ImageDescription& out, const Node& node) {
+        out.kind = Kind::Kernel;
+        out.library = node.function->libraryName();
+        out.function = node.function->declaration().name;
+        out.type = static_cast<KernelType>(node.function->declaration().kind);
+        for (const KernelArgument& argument : node.arguments)
+            out.arguments.push_back(
+                std::visit([this](const auto& v) { return describeArgument(v); }, argument.value()));
+        if (out.type == KernelType::Warp) out.image = describe(node.samplers[0].image());
+        if (out.type != KernelType::Color)
+            for (size_t i = 0; i < node.samplers.size(); ++i)
+                out.regionsOfInterest.push_back(
+                    node.regionOfInterest.rectFor(static_cast<int>(i), probe_));
+    }
+
+    template <class T>
+    ArgumentDescription describeArgument(const T& value) {
+        return value;
+    }
+    ArgumentDescription describeArgument(const CISampler& sampler) {
+        return SamplerDescription{describe(sampler.image()), sampler.options().filter,
+                                  sampler.options().colorSpace};
+    }
+    template <class T>
+    BuiltinInput input(const T& value) {
+        return value;
+    }
+    BuiltinInput input(const CIImage& image) { return describe(image); }
+
+    CGRect probe_;
+    std::unordered_map<const Node*, std::shared_ptr<ImageDescription>> known_;
+};
+
+} // namespace
+
+std::shared_ptr<ImageDescription> describeImage(const CIImage& image, CGRect probe) {
+    return Describer(probe).describe(image);
+}

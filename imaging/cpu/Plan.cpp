@@ -1,0 +1,193 @@
+#include "imaging/cpu/Plan.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace vorn::imaging::cpu {
+namespace {
+
+int bounded(double value) {
+    if (!(value > -IntRect::kFar)) return -IntRect::kFar; // also when it is not a number
+    return value < IntRect::kFar ? static_cast<int>(value) : IntRect::kFar;
+}
+
+kernelabi::ChannelOrder orderOf(CIFormat format) {
+    switch (format) {
+    case CIFormat::BGRA8: return {2, 1, 0, 3};
+    case CIFormat::ARGB8: return {1, 2, 3, 0};
+    default: return {0, 1, 2, 3};
+    }
+}
+
+} // namespace
+
+IntRect IntRect::around(const CGRect& rect) {
+    if (rect.isEmpty()) return {};
+    return {bounded(std::floor(rect.x)), bounded(std::floor(rect.y)),
+            bounded(std::ceil(rect.maxX())), bounded(std::ceil(rect.maxY()))};
+}
+
+IntRect IntRect::intersection(const IntRect& o) const {
+    const IntRect both{std::max(x0, o.x0), std::max(y0, o.y0), std::min(x1, o.x1),
+                       std::min(y1, o.y1)};
+    return both.isEmpty() ? IntRect{} : both;
+}
+
+IntRect IntRect::unionWith(const IntRect& o) const {
+    if (isEmpty()) return o;
+    if (o.isEmpty()) return *this;
+    return {std::min(x0, o.x0), std::min(y0, o.y0), std::max(x1, o.x1), std::max(y1, o.y1)};
+}
+
+void Plan::fail(std::string problem) {
+    if (problem_.empty()) problem_ = std::move(problem);
+}
+
+bool Plan::build(const CIImage& image, const IntRect& rect, const PlanSettings& settings) {
+    settings_ = settings;
+    steps_.clear();
+    edges_.clear();
+    conversions_.clear();
+    problem_.clear();
+    root_ = resolve(image, settings.outputSpace == CGColorSpace::SRGB ? CGColorSpace::SRGB
+                                                                      : settings.workingSpace);
+    if (!problem_.empty()) return false;
+    propagateNeeds(rect);
+    return true;
+}
+
+Edge Plan::resolve(const CIImage& image, CGColorSpace wanted) {
+    Edge edge;
+    edge.extent = image.extent();
+    CIImage base = image;
+    bool keep = false;
+    while (base.node()->kind == Node::Kind::Crop || base.node()->kind == Node::Kind::Intermediate) {
+        if (base.node()->kind == Node::Kind::Crop)
+            edge.clip = edge.clip.intersection(IntRect::around(base.extent()));
+        else keep = true;
+        base = CIImage(base.node()->children[0]);
+    }
+    edge.step = stepFor(base);
+    if (!problem_.empty()) return edge;
+    if (keep && !steps_[static_cast<size_t>(edge.step)].isMemory)
+        steps_[static_cast<size_t>(edge.step)].materialised = true;
+    if (settings_.workingSpace != CGColorSpace::None) {
+        const CGColorSpace has = base.colorSpace() == CGColorSpace::SRGB ? CGColorSpace::SRGB
+                                                                         : CGColorSpace::LinearSRGB;
+        const CGColorSpace wants =
+            wanted == CGColorSpace::SRGB ? CGColorSpace::SRGB : CGColorSpace::LinearSRGB;
+        if (has != wants)
+            edge.step = conversionOf(edge.step, wants == CGColorSpace::SRGB ? "CI_sRGBFromLinear"
+                                                                            : "CI_linearFromSRGB");
+    }
+    return edge;
+}
+
+int Plan::conversionOf(int step, const char* kernel) {
+    for (const Conversion& known : conversions_)
+        if (known.from == step && known.kernel == kernel) return known.to;
+    const auto function = frameworkKernel(kernel);
+    Step conversion;
+    if (function) conversion.code = function->module->entry(function->index, *settings_.levels);
+    if (!conversion.code.generic) fail("the framework's colour conversion kernels are missing");
+    conversion.extent = steps_[static_cast<size_t>(step)].extent;
+    conversion.firstEdge = static_cast<int>(edges_.size());
+    conversion.edgeCount = 1;
+    Edge edge;
+    edge.step = step;
+    edge.ownPixelOnly = true;
+    edges_.push_back(edge);
+    steps_.push_back(conversion);
+    const int index = static_cast<int>(steps_.size()) - 1;
+    conversions_.push_back({step, index, kernel});
+    return index;
+}
+
+int Plan::stepFor(const CIImage& image) {
+    const Node* node = image.node();
+    for (size_t i = 0; i < steps_.size(); ++i)
+        if (steps_[i].node == node) return static_cast<int>(i);
+    Step step;
+    step.node = node;
+    step.extent = IntRect::around(node->extent);
+    if (node->kind == Node::Kind::Pixels) {
+        const PixelSource& pixels = node->pixels;
+        step.isMemory = true;
+        step.extent.x1 = step.extent.x0 + static_cast<int>(pixels.width);
+        step.extent.y1 = step.extent.y0 + static_cast<int>(pixels.height);
+        step.memoryRect = step.extent;
+        step.memory = {pixels.bytes,
+                       static_cast<int64_t>(pixels.bytesPerRow),
+                       0,
+                       pixels.format == CIFormat::RGBAf   ? kernelabi::kFloat
+                       : pixels.format == CIFormat::RGBAh ? kernelabi::kHalf
+                                                          : kernelabi::kPacked8,
+                       orderOf(pixels.format),
+                       step.extent.x0,
+                       step.extent.y0,
+                       static_cast<int32_t>(pixels.width),
+                       static_cast<int32_t>(pixels.height),
+                       0,
+                       {}};
+        steps_.push_back(step);
+        return static_cast<int>(steps_.size()) - 1;
+    }
+    const KernelFunction& function = *node->function;
+    step.code = function.module->entry(function.index, *settings_.levels);
+    if (!step.code.generic) {
+        fail("kernel '" + function.declaration().name + "' has no code for this processor");
+        return -1;
+    }
+    if (node->samplers.size() > kMostSources) {
+        fail("kernel '" + function.declaration().name + "' reads more than " +
+             std::to_string(kMostSources) + " images");
+        return -1;
+    }
+    step.arguments = node->flattened.data();
+    const bool warps = function.declaration().kind == kernelc::FunctionKind::Warp;
+    std::array<Edge, kMostSources> edges;
+    for (size_t i = 0; i < node->samplers.size(); ++i) {
+        edges[i] = resolve(node->samplers[i].image(), node->samplers[i].options().colorSpace);
+        if (!problem_.empty()) return -1;
+        edges[i].nearest = node->samplers[i].options().filter == SamplerFilter::Nearest;
+    }
+    size_t source = 0;
+    if (!warps)
+        for (const kernelc::Parameter& parameter : function.declaration().parameters)
+            if (kernelc::isImage(parameter.type))
+                edges[source++].ownPixelOnly = parameter.readsOwnPixelOnly;
+    step.firstEdge = static_cast<int>(edges_.size());
+    step.edgeCount = static_cast<int>(node->samplers.size());
+    edges_.insert(edges_.end(), edges.begin(), edges.begin() + step.edgeCount);
+    steps_.push_back(step);
+    return static_cast<int>(steps_.size()) - 1;
+}
+
+void Plan::propagateNeeds(const IntRect& rect) {
+    Step& last = steps_[static_cast<size_t>(root_.step)];
+    last.needed = rect.intersection(root_.clip).intersection(last.extent);
+    // Sources come before their readers, so from the end on every reader's need is known.
+    for (size_t i = steps_.size(); i-- > 0;) {
+        Step& step = steps_[i];
+        if (step.isMemory || step.needed.isEmpty()) continue;
+        const CGRect destination{double(step.needed.x0), double(step.needed.y0),
+                                 double(step.needed.width()), double(step.needed.height())};
+        for (int e = 0; e < step.edgeCount; ++e) {
+            const Edge& edge = edges_[static_cast<size_t>(step.firstEdge + e)];
+            Step& source = steps_[static_cast<size_t>(edge.step)];
+            IntRect wanted = step.needed;
+            if (!edge.ownPixelOnly) {
+                // An identity rule promises that only the own pixel is read. This kernel reads
+                // elsewhere, so it gets the whole input.
+                const RegionOfInterest& rule = step.node->regionOfInterest;
+                if (rule.kind() == RegionOfInterest::Kind::Identity) wanted = source.extent;
+                else wanted = IntRect::around(rule.rectFor(e, destination).grownBy(1));
+                if (!source.isMemory) source.materialised = true;
+            }
+            source.needed = source.needed.unionWith(
+                wanted.intersection(edge.clip).intersection(source.extent));
+        }
+    }
+}
+
+} // namespace vorn::imaging::cpu

@@ -1,0 +1,270 @@
+#include "imaging/cpu/Renderer.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <oneapi/tbb/parallel_for.h>
+#include <oneapi/tbb/task_arena.h>
+
+namespace vorn::imaging::cpu {
+namespace {
+
+using namespace kernelabi;
+
+/// Pixel memory that is kept from render to render.
+struct Buffer {
+    std::unique_ptr<uint8_t, decltype(&std::free)> bytes{nullptr, &std::free};
+    size_t size = 0;
+    bool inUse = false;
+};
+
+/// Scratch memory of one worker, given out piece by piece and taken back as a whole.
+class Scratch {
+public:
+    uint8_t* allocate(size_t size) {
+        size = (size + 63) / 64 * 64;
+        while (block_ < blocks_.size() && used_ + size > blocks_[block_].size) ++block_, used_ = 0;
+        if (block_ == blocks_.size()) {
+            const size_t blockSize = std::max(size, size_t(1) << 20);
+            blocks_.push_back({Memory(static_cast<uint8_t*>(std::aligned_alloc(64, blockSize)),
+                                      &std::free),
+                               blockSize});
+            if (!blocks_.back().bytes) throw std::bad_alloc();
+            ++allocations;
+            used_ = 0;
+        }
+        uint8_t* bytes = blocks_[block_].bytes.get() + used_;
+        used_ += size;
+        return bytes;
+    }
+    void reset() {
+        block_ = 0, used_ = 0;
+        known.clear();
+    }
+
+    /// What this tile has computed already: a source that two kernels read is computed once.
+    struct Known {
+        int step;
+        IntRect clip, rect;
+        SourceView view;
+    };
+    std::vector<Known> known;
+    uint64_t allocations = 0;
+
+private:
+    using Memory = std::unique_ptr<uint8_t, decltype(&std::free)>;
+    struct Block {
+        Memory bytes;
+        size_t size;
+    };
+    std::vector<Block> blocks_;
+    size_t block_ = 0, used_ = 0;
+};
+
+class TileRenderer final : public Renderer {
+public:
+    TileRenderer(int threads, std::vector<std::string> levels)
+        : levels_(std::move(levels)), threads_(std::max(1, threads)),
+          scratch_(static_cast<size_t>(threads_)), arena_(threads_) {}
+
+    bool render(const CIImage& image, const IntRect& rect, const Target& target,
+                CGColorSpace workingSpace, CGColorSpace outputSpace) override {
+        problem_.clear();
+        if (!plan_.build(image, rect, {&levels_, workingSpace, outputSpace})) {
+            problem_ = plan_.problem();
+            return false;
+        }
+        if (!copy_.generic) {
+            if (const auto kernel = frameworkKernel("CI_copy"))
+                copy_ = kernel->module->entry(kernel->index, levels_);
+            if (!copy_.generic) {
+                problem_ = "the framework's copy kernel is missing";
+                return false;
+            }
+        }
+        // A wide target is computed in 32-bit floats throughout.
+        intermediate_ = target.format == CIFormat::RGBAf ? kFloat : kHalf;
+        try {
+            run(rect, target);
+        } catch (const std::bad_alloc&) {
+            problem_ = "out of memory";
+        }
+        for (Buffer& buffer : buffers_) buffer.inUse = false;
+        return problem_.empty();
+    }
+
+private:
+    void run(const IntRect& rect, const Target& target) {
+        for (Step& step : plan_.steps()) {
+            if (!step.materialised || step.needed.isEmpty()) continue;
+            const int64_t rowBytes = int64_t(step.needed.width()) * (intermediate_ == kFloat ? 16 : 8);
+            Buffer& buffer = acquire(static_cast<uint64_t>(rowBytes) *
+                                     static_cast<uint64_t>(step.needed.height()));
+            const TargetView view{buffer.bytes.get(), rowBytes, 0, intermediate_, {0, 1, 2, 3}};
+            Edge self;
+            self.step = static_cast<int>(&step - plan_.steps().data());
+            computeTiles(self, step.needed, view);
+            step.memory = {view.bytes,     rowBytes,       0,
+                           intermediate_,  {0, 1, 2, 3},   step.needed.x0,
+                           step.needed.y0, step.needed.width(), step.needed.height(), 0, {}};
+            step.memoryRect = step.needed;
+            step.isMemory = true;
+        }
+        TargetView view = targetView(target);
+        if (!readsTarget(rect, target)) {
+            computeTiles(plan_.root(), rect, view);
+            return;
+        }
+        // The caller renders over pixels that the image reads: compute beside them, then copy.
+        const size_t row = static_cast<size_t>(rect.width()) * bytesPerPixel(target.format);
+        Buffer& beside = acquire(uint64_t(row) * static_cast<uint64_t>(rect.height()));
+        view.bytes = beside.bytes.get();
+        view.rowBytes = static_cast<int64_t>(row);
+        computeTiles(plan_.root(), rect, view);
+        for (int y = 0; y < rect.height(); ++y)
+            std::memcpy(static_cast<uint8_t*>(target.bytes) + size_t(y) * target.bytesPerRow,
+                        beside.bytes.get() + size_t(y) * row, row);
+    }
+
+    bool readsTarget(const IntRect& rect, const Target& target) {
+        const auto* first = static_cast<const uint8_t*>(target.bytes);
+        const auto* last = first + size_t(rect.height()) * target.bytesPerRow;
+        for (const Step& step : plan_.steps()) {
+            if (!step.isMemory || step.needed.isEmpty()) continue;
+            const uint8_t* from = step.memory.bytes;
+            if (from < last && from + step.memory.rowBytes * step.memory.height > first) return true;
+        }
+        return false;
+    }
+
+    Buffer& acquire(uint64_t size) {
+        Buffer* best = nullptr;
+        for (Buffer& buffer : buffers_)
+            if (!buffer.inUse && buffer.size >= size && (!best || buffer.size < best->size))
+                best = &buffer;
+        if (!best) {
+            // A buffer of another size makes way, so that a change of size does not pile them up.
+            for (Buffer& buffer : buffers_)
+                if (!buffer.inUse) best = &buffer;
+            if (!best) best = &buffers_.emplace_back();
+            if (size > (uint64_t(1) << 40)) throw std::bad_alloc();
+            const size_t rounded = (static_cast<size_t>(size) + 63) / 64 * 64;
+            best->bytes.reset();
+            best->bytes.reset(static_cast<uint8_t*>(std::aligned_alloc(64, std::max<size_t>(64, rounded))));
+            best->size = best->bytes ? rounded : 0;
+            if (!best->bytes) throw std::bad_alloc();
+            ++pixelAllocations_;
+        }
+        best->inUse = true;
+        return *best;
+    }
+
+    /// Computes what an edge reads over `rect`, in tiles spread over the threads.
+    void computeTiles(const Edge& edge, const IntRect& rect, const TargetView& target) {
+        const Step& step = plan_.steps()[static_cast<size_t>(edge.step)];
+        bool usesScratch = false;
+        for (int e = 0; e < step.edgeCount; ++e)
+            usesScratch |= !plan_.steps()[static_cast<size_t>(plan_.edgesOf(step)[e].step)].isMemory;
+        // Bands for direct kernels; smaller tiles where a tile's scratch should stay in the cache.
+        const int64_t tileArea = usesScratch ? 4096 : 32768;
+        const int tileWidth = std::min(rect.width(), usesScratch ? 512 : 8192);
+        const int tileHeight = static_cast<int>(std::clamp<int64_t>(tileArea / tileWidth, 1, rect.height()));
+        const int columns = (rect.width() + tileWidth - 1) / tileWidth;
+        const int rows = (rect.height() + tileHeight - 1) / tileHeight;
+        const auto tile = [&](int index, Scratch& scratch) {
+            IntRect part;
+            part.x0 = rect.x0 + index % columns * tileWidth;
+            part.x1 = std::min(part.x0 + tileWidth, rect.x1);
+            part.y1 = rect.y1 - index / columns * tileHeight;
+            part.y0 = std::max(part.y1 - tileHeight, rect.y0);
+            scratch.reset();
+            evaluate(edge, part, partOf(target, rect, part), scratch);
+        };
+        const int count = columns * rows;
+        if (threads_ == 1 || count == 1) {
+            for (int i = 0; i < count; ++i) tile(i, scratch_[0]);
+        } else {
+            arena_.execute([&] {
+                oneapi::tbb::parallel_for(0, count, [&](int i) {
+                    tile(i, scratch_[static_cast<size_t>(
+                                oneapi::tbb::this_task_arena::current_thread_index())]);
+                });
+            });
+        }
+        uint64_t allocations = 0;
+        for (const Scratch& scratch : scratch_) allocations += scratch.allocations;
+        pixelAllocations_ += allocations - scratchAllocations_;
+        scratchAllocations_ = allocations;
+    }
+
+    /// Fills `rect` of a target with what an edge reads there.
+    void evaluate(const Edge& edge, const IntRect& rect, const TargetView& target,
+                  Scratch& scratch) {
+        const Step& step = plan_.steps()[static_cast<size_t>(edge.step)];
+        const IntRect inside = rect.intersection(edge.clip)
+                                   .intersection(step.isMemory ? step.memoryRect : step.extent);
+        if (inside != rect) clearPixels(target, rect.width(), rect.height());
+        if (inside.isEmpty()) return;
+        const TargetView part = partOf(target, rect, inside);
+        if (step.isMemory) {
+            const SourceView source = viewOf(step, edge);
+            call(copy_, inside, &source, 1, nullptr, part);
+            return;
+        }
+        SourceView sources[kMostSources];
+        for (int e = 0; e < step.edgeCount; ++e)
+            sources[e] = sourceFor(plan_.edgesOf(step)[e], inside, scratch);
+        call(step.code, inside, sources, step.edgeCount, step.arguments, part);
+    }
+
+    SourceView sourceFor(const Edge& edge, const IntRect& rect, Scratch& scratch) {
+        const Step& step = plan_.steps()[static_cast<size_t>(edge.step)];
+        if (step.isMemory &&
+            (!edge.ownPixelOnly || step.memoryRect.intersection(edge.clip).contains(rect)))
+            return viewOf(step, edge);
+        for (const Scratch::Known& known : scratch.known)
+            if (known.step == edge.step && known.clip == edge.clip && known.rect == rect) {
+                SourceView view = known.view;
+                std::copy_n(viewOf(step, edge).extent, 4, view.extent);
+                return view;
+            }
+        const int64_t rowBytes = (int64_t(rect.width()) * 4 + 63) / 64 * 64;
+        const int64_t planeBytes = rowBytes * rect.height();
+        uint8_t* bytes = scratch.allocate(static_cast<size_t>(planeBytes) * 4);
+        evaluate(edge, rect, {bytes, rowBytes, planeBytes, kPlanar, {0, 1, 2, 3}}, scratch);
+        SourceView view = viewOf(step, edge);
+        view.bytes = bytes, view.rowBytes = rowBytes, view.planeBytes = planeBytes;
+        view.layout = kPlanar;
+        view.x0 = rect.x0, view.y0 = rect.y0;
+        view.width = rect.width(), view.height = rect.height();
+        scratch.known.push_back({edge.step, edge.clip, rect, view});
+        return view;
+    }
+
+    static void call(const KernelModule::Entry& code, const IntRect& rect, const SourceView* sources,
+                     int count, const float* arguments, const TargetView& target) {
+        bool packed = target.layout == kPacked8;
+        for (int i = 0; i < count; ++i) packed &= sources[i].layout == kPacked8;
+        const KernelCall call{rect.x0, rect.y0, rect.x1, rect.y1, sources, arguments, target};
+        (packed ? code.packed : code.generic)(&call);
+    }
+
+    std::vector<std::string> levels_;
+    int threads_;
+    std::vector<Scratch> scratch_;
+    oneapi::tbb::task_arena arena_;
+    Plan plan_;
+    KernelModule::Entry copy_;
+    int32_t intermediate_ = kHalf;
+    std::vector<Buffer> buffers_;
+    uint64_t scratchAllocations_ = 0;
+};
+
+} // namespace
+
+std::unique_ptr<Renderer> makeTileRenderer(int threads, std::vector<std::string> levels) {
+    return std::make_unique<TileRenderer>(threads, std::move(levels));
+}
+
+} // namespace vorn::imaging::cpu
