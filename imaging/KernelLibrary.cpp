@@ -3,6 +3,7 @@
 #include "vorneffects/CIContext.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <dlfcn.h>
 #include <map>
@@ -24,8 +25,14 @@ void* openObject(const std::string& name, const std::string& object) {
         written += static_cast<size_t>(count);
     }
     void* handle = nullptr;
-    if (written == object.size())
-        handle = dlopen(("/proc/self/fd/" + std::to_string(file)).c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (written == object.size()) {
+        // The loader takes a path that it has seen for the object that it knows, and file numbers
+        // come back: a count, spelt in dots and slashes, makes every path a new one.
+        static std::atomic<unsigned> count = 0;
+        std::string path = "/proc/self/fd";
+        for (unsigned left = ++count; left != 0; left >>= 1) path += left & 1 ? "/." : "//.";
+        handle = dlopen((path + "/" + std::to_string(file)).c_str(), RTLD_NOW | RTLD_LOCAL);
+    }
     close(file);
     return handle;
 }

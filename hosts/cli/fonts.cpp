@@ -8,7 +8,6 @@ namespace vorn::cli {
 
 namespace {
 
-using Configuration = std::unique_ptr<FcConfig, decltype(&FcConfigDestroy)>;
 using Pattern = std::unique_ptr<FcPattern, decltype(&FcPatternDestroy)>;
 
 std::string stringOf(FcPattern* pattern, const char* property) {
@@ -20,17 +19,15 @@ std::string stringOf(FcPattern* pattern, const char* property) {
 } // namespace
 
 std::optional<FoundFont> findFont(const std::string& name, const std::string& genericFamily) {
-    const Configuration configuration(FcInitLoadConfigAndFonts(), &FcConfigDestroy);
-    if (!configuration) return {};
     const Pattern wanted(FcPatternCreate(), &FcPatternDestroy);
     for (const std::string& family : {name, genericFamily}) {
         FcPatternAddString(wanted.get(), FC_FAMILY,
                            reinterpret_cast<const FcChar8*>(family.c_str()));
     }
-    FcConfigSubstitute(configuration.get(), wanted.get(), FcMatchPattern);
+    FcConfigSubstitute(nullptr, wanted.get(), FcMatchPattern);
     FcDefaultSubstitute(wanted.get());
     FcResult result = FcResultNoMatch;
-    const Pattern match(FcFontMatch(configuration.get(), wanted.get(), &result), &FcPatternDestroy);
+    const Pattern match(FcFontMatch(nullptr, wanted.get(), &result), &FcPatternDestroy);
     if (!match || result != FcResultMatch) return {};
     return FoundFont{stringOf(match.get(), FC_FAMILY), stringOf(match.get(), FC_FILE)};
 }
