@@ -1,4 +1,4 @@
-// X-ray: the negative on blue-based film, mixed with the source by the intensity.
+// X-ray: folds the tones over into a negative on blue-based film as the intensity rises.
 #include "core/FilterSupport.h"
 
 class VEXray final : public CIFilter {

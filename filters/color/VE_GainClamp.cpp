@@ -1,5 +1,5 @@
 // Gain clamp: three limits on 0 to 255. The first input is the mode: a threshold per channel, a
-// clamp per channel, or a clamp of channels, saturation and value.
+// clamp per channel, or a clamp of all channels with gains of saturation and value.
 #include "core/FilterSupport.h"
 
 class VE_GainClamp final : public CIFilter {

@@ -1,5 +1,5 @@
-// Traffic sign: a few flat, bold colours. The boost moves colours away from grey, the scale is the
-// number of steps per channel.
+// Traffic sign: a few flat, bold colours. The boost moves each channel away from the middle, the
+// scale is its number of steps.
 #include "core/FilterSupport.h"
 
 class VE_TrafficSign final : public CIFilter {

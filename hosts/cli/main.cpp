@@ -65,6 +65,7 @@ ExitCode run(int argc, char** argv) {
     addListCommand(app, action);
     addDescribeCommand(app, action);
     addExplainCommand(app, action);
+    addRenderCommand(app, action);
     addBenchCommand(app, action);
     addDoctorCommand(app, action);
     addHelpCommand(app, action);

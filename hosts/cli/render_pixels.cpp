@@ -62,10 +62,10 @@ CIImage imageOfFrame(media::Frame frame, media::FramePool& pool) {
     const media::Size size = frame.size();
     const auto owner =
         std::make_shared<const media::Frame>(isDeep ? widen(frame, pool) : std::move(frame));
-    return CIImage::imageWithBitmap(
-        owner->pixels(), static_cast<uint32_t>(size.width), static_cast<uint32_t>(size.height),
-        owner->strideBytes(), isDeep ? CIFormat::RGBAf : CIFormat::RGBA8, CGColorSpace::SRGB,
-        owner);
+    return CIImage::imageWithBitmap(owner->pixels(), static_cast<uint32_t>(size.width),
+                                    static_cast<uint32_t>(size.height), owner->strideBytes(),
+                                    isDeep ? CIFormat::RGBAf : CIFormat::RGBA8, CGColorSpace::SRGB,
+                                    owner);
 }
 
 RenderTarget::RenderTarget(media::Size size, media::PixelFormat format, TargetPools& pools)

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <numeric>
 
 #include <fmt/format.h>
 
@@ -18,7 +20,6 @@ constexpr double timeTolerance = 0.0005;
 
 constexpr double testCardSeconds = 5;
 constexpr media::Size testCardSize{1280, 720};
-constexpr media::Rational usualRate{25, 1};
 
 std::int64_t firstTickAtOrAfter(double seconds, media::Rational rate) {
     return static_cast<std::int64_t>(std::ceil((seconds - timeTolerance) * rate.value()));
@@ -126,7 +127,8 @@ public:
     bool read(SourceFrame& frame) override {
         if (!hasBegun_ && !begin()) return false;
         const double seconds = static_cast<double>(tick_) / rate_.value();
-        while (hasNext_ && std::fabs(secondsOf(next_) - seconds) <
+        constexpr double rounding = 1e-6; // of two that are as near, the earlier one
+        while (hasNext_ && std::fabs(secondsOf(next_) - seconds) + rounding <
                                std::fabs(secondsOf(current_) - seconds)) {
             advance();
         }
@@ -177,10 +179,10 @@ OpenedSource openTestCard(const SourceRequest& request, const TestCardRequest& c
     if (request.size) opened.size = *request.size;
     if (std::max(opened.size.width, opened.size.height) > TestCard::kLargestSide) {
         throw CommandError(ExitCode::Usage,
-                           fmt::format("{}: each side of the test card is at most {}",
-                                       request.name, int{TestCard::kLargestSide}));
+                           fmt::format("{}: each side of the test card is at most {}", request.name,
+                                       int{TestCard::kLargestSide}));
     }
-    opened.rate = request.rate.value_or(card.rate.value_or(usualRate));
+    opened.rate = request.rate.value_or(card.rate.value_or(request.usualRate));
     opened.range = request.range;
     const bool isEndless = request.frames && !card.durationSeconds;
     if (!opened.range.endSeconds && !isEndless) {
@@ -195,15 +197,22 @@ OpenedSource openTestCard(const SourceRequest& request, const TestCardRequest& c
 
 /// Keeps the shape of the picture when its size changes, to the rounding of whole pixels.
 media::Rational pixelAspectAfterScaling(const media::MediaInfo& info, media::Size upright) {
+    constexpr double rounding = 0.01;
+    constexpr std::int64_t largest = 65535; // what files hold
     const media::Rational old = info.sampleAspectRatio;
-    if (!old.isPositive()) return old;
-    const bool isTurned = info.rotationDegrees % 180 != 0;
-    const media::Size stored = isTurned ? upright.transposed() : upright;
-    const double change = static_cast<double>(info.storedSize.width) / info.storedSize.height *
-                          stored.height / stored.width;
-    constexpr double rounding = 0.01, unit = 10'000;
-    if (std::fabs(change - 1) < rounding) return old;
-    const double ratio = std::clamp(old.value() * change, 0.01, 100.0);
+    const media::Size stored = info.rotationDegrees % 180 != 0 ? upright.transposed() : upright;
+    std::int64_t wider = std::int64_t{info.storedSize.width} * stored.height;
+    std::int64_t higher = std::int64_t{info.storedSize.height} * stored.width;
+    const double change = static_cast<double>(wider) / static_cast<double>(higher);
+    if (!old.isPositive() || std::fabs(change - 1) < 100) return old;
+
+    const std::int64_t common = std::gcd(wider, higher);
+    wider /= common, higher /= common;
+    if (old == media::Rational{1, 1} && wider <= largest && higher <= largest) {
+        return {static_cast<int>(wider), static_cast<int>(higher)};
+    }
+    constexpr double unit = 1000;
+    const double ratio = std::clamp(old.value() * change, 1 / unit, largest / unit);
     return {static_cast<int>(std::lround(ratio * unit)), static_cast<int>(unit)};
 }
 
@@ -257,7 +266,7 @@ OpenedSource openSource(const SourceRequest& request) {
     options.outputSize = request.size;
     options.range = request.range;
     options.threads = request.threads;
-    options.sequenceRate = request.rate.value_or(usualRate);
+    options.sequenceRate = request.rate.value_or(request.usualRate);
     media::Reader reader(request.name, options);
 
     OpenedSource opened;
@@ -271,8 +280,8 @@ OpenedSource openSource(const SourceRequest& request) {
     info.sampleAspectRatio = pixelAspectAfterScaling(info, opened.size);
 
     const bool isVideo = info.kind == media::MediaKind::Video;
-    opened.rate = request.rate.value_or(
-        isVideo && info.frameRate.isPositive() ? info.frameRate : usualRate);
+    opened.rate = request.rate.value_or(isVideo && info.frameRate.isPositive() ? info.frameRate
+                                                                               : request.usualRate);
     if (info.kind == media::MediaKind::Picture) {
         setConstantRate(info, opened.rate);
         return openStill(std::move(reader), request, std::move(opened));
@@ -292,13 +301,13 @@ SecondImage::SecondImage(const std::string& name, media::Size mainSize, media::R
     SourceRequest request;
     request.name = name;
     request.threads = threads;
-    // Some frames before the first one that is needed, for the one that is shown by then may be old.
+    request.usualRate = mainRate;
+    request.frames = std::numeric_limits<std::int64_t>::max();
+    // Some frames before the first one that is needed, for the one that is shown by then may be
+    // old.
     constexpr double lead = 2;
     request.range.startSeconds = std::max(0.0, firstSeconds - lead);
-    if (const auto card = parseTestCard(name)) {
-        if (!card->size) request.size = mainSize;
-        if (!card->rate) request.rate = mainRate;
-    }
+    if (const auto card = parseTestCard(name); card && !card->size) request.size = mainSize;
     source_ = openSource(request).frames;
     if (!source_->read(current_)) {
         throw media::ReadError(fmt::format("cannot read {}: it has no picture at {:.3f} s or later",

@@ -38,7 +38,10 @@ public:
 struct SourceRequest {
     std::string name; ///< a file, a pattern of numbered files, "-" or "test:…"
     std::optional<media::Size> size;
+    /// Pictures per second; a film is resampled to it.
     std::optional<media::Rational> rate;
+    /// The same for what knows no rate of its own: still and numbered pictures.
+    media::Rational usualRate{25, 1};
     media::TimeRange range;
     /// How many frames are wanted at most, which makes a still picture that long.
     std::optional<std::int64_t> frames;

@@ -19,8 +19,8 @@ namespace {
 /// The exact form of a rate; nothing when it is out of range.
 std::optional<media::Rational> rationalRate(double numerator, double denominator) {
     constexpr double largest = 1'000'000;
-    const bool isWhole = numerator == std::floor(numerator) &&
-                         denominator == std::floor(denominator);
+    const bool isWhole =
+        numerator == std::floor(numerator) && denominator == std::floor(denominator);
     if (!isWhole || numerator < 1 || denominator < 1 || numerator > largest ||
         denominator > largest || numerator > 1000 * denominator) {
         return {};
@@ -34,8 +34,8 @@ std::optional<media::Rational> decimalRate(double rate) {
     // Television counts whole rates times 1000/1001, and people round the result.
     constexpr double rounding = 0.005, thousandths = 1000;
     const double whole = std::ceil(rate);
-    const bool isTelevision = rate != whole && whole >= 24 &&
-                              std::fabs(rate - whole * 1000 / 1001) < rounding;
+    const bool isTelevision =
+        rate != whole && whole >= 24 && std::fabs(rate - whole * 1000 / 1001) < rounding;
     if (isTelevision) return rationalRate(whole * 1000, 1001);
     return rationalRate(std::round(rate * thousandths), thousandths);
 }

@@ -1,0 +1,42 @@
+# vorn_add_kernel_library(SOURCE OUTPUT_FOLDER LIST): compiles one kernel source to a kernel
+# library in a folder and appends the library to the list of that name. A rebuild after touching a
+# source compiles that one; after touching a header in kernels/include/, those that use it.
+
+find_program(GLSLANG glslangValidator REQUIRED)
+find_program(SPIRV_VALIDATOR spirv-val REQUIRED)
+
+set(VORN_KERNEL_INCLUDES ${PROJECT_SOURCE_DIR}/kernels/include)
+set(VORN_LANES ${PROJECT_SOURCE_DIR}/imaging/kernelc/lanes)
+
+# Instruction-set levels: name, lanes, compiler flags. The reference level comes first: one lane and
+# no contraction, the plainest reading of a kernel's text.
+set(VORN_LEVELS reference:1:-O1,-ffp-contract=off)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+  list(APPEND VORN_LEVELS x86-64-v2:4:-O2,-march=x86-64-v2 x86-64-v3:8:-O2,-march=x86-64-v3
+                          x86-64-v4:16:-O2,-march=x86-64-v4)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64")
+  list(APPEND VORN_LEVELS neon:4:-O2)
+endif()
+
+file(GLOB VORN_LANE_HEADERS CONFIGURE_DEPENDS ${VORN_LANES}/*.h
+                                              ${PROJECT_SOURCE_DIR}/imaging/kernelc/abi.h)
+
+function(vorn_add_kernel_library source output_folder list_name)
+  get_filename_component(name ${source} NAME_WE)
+  set(library ${output_folder}/${name}.ci.metallib)
+  set(temporary ${CMAKE_CURRENT_BINARY_DIR})
+  set(level_options)
+  foreach(level ${VORN_LEVELS})
+    list(APPEND level_options --level ${level})
+  endforeach()
+  add_custom_command(OUTPUT ${library}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${output_folder}
+    COMMAND kernelc --output ${library} --include ${VORN_KERNEL_INCLUDES} --lanes ${VORN_LANES}
+            --compiler ${CMAKE_CXX_COMPILER} --glslang ${GLSLANG} --validator ${SPIRV_VALIDATOR}
+            --depfile ${temporary}/${name}.d --temporary ${temporary} ${level_options} ${source}
+    DEPENDS kernelc ${source} ${VORN_LANE_HEADERS}
+    DEPFILE ${temporary}/${name}.d
+    COMMENT "Kernel library ${name}"
+    VERBATIM)
+  set(${list_name} ${${list_name}} ${library} PARENT_SCOPE)
+endfunction()
