@@ -2,15 +2,18 @@
 //
 //   contact_sheet PICTURE.png SHEET.ppm
 //
-// Every filter shows its defaults; one whose defaults leave the picture as it is shows what it does
-// with its controls moved up.
+// Filters are shown with settings that tell what they do: those of the table below, or else their
+// defaults, or with their controls moved up where the defaults leave the picture as it is.
 #include <vorneffects/VornEffects.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -18,6 +21,19 @@ namespace {
 constexpr uint32_t kGap = 12, kCaption = 28; // pixels between the cells, and under each for its name
 constexpr CIFormat kFormat = kCIFormatRGBA8;
 constexpr size_t kPixelBytes = bytesPerPixel(kFormat);
+
+struct Settings {
+    std::string_view filter;
+    std::vector<std::pair<std::string_view, double>> values;
+};
+const std::vector<Settings> kSettings = {
+    {"VEColorBrightContrast",
+     {{"inputBrightness", 127}, {"inputContrast", 150}, {"inputRed", 170}, {"inputBlue", 90}}},
+    {"VEGobo", {{"inputIntensity", 0.8}}},
+    {"VE_GainClamp", {{"input2", 140}, {"input3", 140}, {"input4", 140}}},
+    {"VE_RGB_Gamma", {{"input1", 120}, {"input3", 50}}},
+    {"VE_TrafficSign", {{"inputMixer", 1}, {"inputScale", 3}, {"inputBoost", 2}}},
+};
 
 struct Picture {
     uint32_t width = 0, height = 0;
@@ -29,15 +45,19 @@ struct Picture {
     CGRect extent() const { return {0, 0, double(width), double(height)}; }
 };
 
-/// Sets the source on every image input, and every number to its default.
-void prepare(CIFilter& filter, const CIImage& source) {
+/// Sets the source on every image input, and the settings of the table or else the defaults.
+void prepare(CIFilter& filter, std::string_view name, const CIImage& source) {
     filter.setDefaults();
     for (const InputInfo& input : filter.filterClass().inputs())
         if (input.kind == InputKind::Image) filter.setValueForKey(source, input.key);
+    for (const Settings& settings : kSettings)
+        if (settings.filter == name)
+            for (const auto& [key, value] : settings.values)
+                filter.setValueForKey(Number(value), key);
 }
 
 /// Moves every control to three quarters of its slider.
-void moveControls(CIFilter& filter) {
+void moveControlsUp(CIFilter& filter) {
     for (const InputAttributes& input : filter.filterClass().customAttributes()) {
         const AttributeValue* from = input.find(kCIAttributeSliderMin);
         const AttributeValue* to = input.find(kCIAttributeSliderMax);
@@ -60,7 +80,7 @@ bool show(CIContext& context, const std::string& name, const CIImage& source,
           const Picture& sourcePixels, Picture& result) {
     const CIFilterRef filter = CIFilter::filterWithName(name);
     if (!filter) return std::fprintf(stderr, "%s cannot be made\n", name.c_str()), false;
-    prepare(*filter, source);
+    prepare(*filter, name, source);
     const auto render = [&] {
         const CIImage image = filter->outputImage();
         if (!image) return std::fprintf(stderr, "%s gives no image\n", name.c_str()), false;
@@ -71,7 +91,7 @@ bool show(CIContext& context, const std::string& name, const CIImage& source,
     };
     if (!render()) return false;
     if (!lookAlike(result, sourcePixels)) return true;
-    moveControls(*filter);
+    moveControlsUp(*filter);
     return render();
 }
 

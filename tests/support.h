@@ -241,12 +241,12 @@ inline CIContext& referenceContext() {
 }
 
 /// The CPU device on every instruction-set level that this processor has, with one thread and with
-/// three.
+/// two.
 inline const std::vector<std::unique_ptr<CIContext>>& cpuContexts() {
     static const auto* contexts = [] {
         auto* list = new std::vector<std::unique_ptr<CIContext>>;
         for (const std::string& level : supportedInstructionSets())
-            for (const int threads : {1, 3})
+            for (const int threads : {1, 2})
                 list->push_back(std::make_unique<CIContext>(ContextOptions{
                     .device = DeviceKind::CPU, .threads = threads, .instructionSet = level}));
         return list;

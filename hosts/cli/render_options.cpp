@@ -39,10 +39,10 @@ constexpr const char helpText[] =
     "image ends the render with 1; the frames before it are kept.\n\n"
     "Examples:\n"
     "  vorn render film.mp4 out.mp4 --filter VESolarize:intensity=0.7\n"
-    "  vorn render test:640x360@50,2s card.webm --filter VEGobo --filter VE_RGB_Gamma:input1=2\n"
-    "  vorn render film.mov still.png --range 1:02.5- --filter VEXray\n"
+    "  vorn render test:640x360@50,2s card.webm --filter VEGobo --filter VESolarize:intensity=1\n"
+    "  vorn render film.mov still.png --range 1:02.5- --filter VEXray:intensity=1\n"
     "  vorn render photo.jpg fade.mp4 --duration 4 --filter VEGobo --animate mixer=0:0,4:1\n"
-    "  vorn render film.mp4 - --filter VESolarize | ffplay -f rawvideo \\\n"
+    "  vorn render film.mp4 - --filter VEGobo | ffplay -f rawvideo \\\n"
     "      -pixel_format rgba -video_size 854x480 -framerate 24 -\n\n";
 
 DeviceKind deviceNamed(const std::string& name) {

@@ -204,7 +204,7 @@ media::Rational pixelAspectAfterScaling(const media::MediaInfo& info, media::Siz
     std::int64_t wider = std::int64_t{info.storedSize.width} * stored.height;
     std::int64_t higher = std::int64_t{info.storedSize.height} * stored.width;
     const double change = static_cast<double>(wider) / static_cast<double>(higher);
-    if (!old.isPositive() || std::fabs(change - 1) < 100) return old;
+    if (!old.isPositive() || std::fabs(change - 1) < rounding) return old;
 
     const std::int64_t common = std::gcd(wider, higher);
     wider /= common, higher /= common;

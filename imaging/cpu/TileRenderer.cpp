@@ -166,9 +166,10 @@ private:
         bool usesScratch = false;
         for (int e = 0; e < step.edgeCount; ++e)
             usesScratch |= !plan_.steps()[static_cast<size_t>(plan_.edgesOf(step)[e].step)].isMemory;
-        // Bands for direct kernels; smaller tiles where a tile's scratch should stay in the cache.
+        // Whole rows, since the processor fetches those ahead; fewer of them where the scratch of a
+        // tile should stay in the cache.
         const int64_t tileArea = usesScratch ? 4096 : 32768;
-        const int tileWidth = std::min(rect.width(), usesScratch ? 512 : 8192);
+        const int tileWidth = std::min(rect.width(), usesScratch ? 2048 : 8192);
         const int tileHeight = static_cast<int>(std::clamp<int64_t>(tileArea / tileWidth, 1, rect.height()));
         const int columns = (rect.width() + tileWidth - 1) / tileWidth;
         const int rows = (rect.height() + tileHeight - 1) / tileHeight;
@@ -230,7 +231,8 @@ private:
                 return view;
             }
         const int64_t rowBytes = (int64_t(rect.width()) * 4 + 63) / 64 * 64;
-        const int64_t planeBytes = rowBytes * rect.height();
+        // Planes a multiple of 4096 bytes apart would all fall on the same lines of the cache.
+        const int64_t planeBytes = rowBytes * rect.height() + 5 * 64;
         uint8_t* bytes = scratch.allocate(static_cast<size_t>(planeBytes) * 4);
         evaluate(edge, rect, {bytes, rowBytes, planeBytes, kPlanar, {0, 1, 2, 3}}, scratch);
         SourceView view = viewOf(step, edge);
