@@ -49,8 +49,7 @@ bool Plan::build(const CIImage& image, const IntRect& rect, const PlanSettings& 
     edges_.clear();
     conversions_.clear();
     problem_.clear();
-    root_ = resolve(image, settings.outputSpace == CGColorSpace::SRGB ? CGColorSpace::SRGB
-                                                                      : settings.workingSpace);
+    root_ = resolve(image, settings.outputSpace);
     if (!problem_.empty()) return false;
     propagateNeeds(rect);
     return true;
@@ -72,10 +71,11 @@ Edge Plan::resolve(const CIImage& image, CGColorSpace wanted) {
     if (keep && !steps_[static_cast<size_t>(edge.step)].isMemory)
         steps_[static_cast<size_t>(edge.step)].materialised = true;
     if (settings_.workingSpace != CGColorSpace::None) {
-        const CGColorSpace has = base.colorSpace() == CGColorSpace::SRGB ? CGColorSpace::SRGB
-                                                                         : CGColorSpace::LinearSRGB;
-        const CGColorSpace wants =
-            wanted == CGColorSpace::SRGB ? CGColorSpace::SRGB : CGColorSpace::LinearSRGB;
+        // Without a space of their own, images and readers are in the working space.
+        const auto spaceOf = [this](CGColorSpace space) {
+            return space == CGColorSpace::None ? settings_.workingSpace : space;
+        };
+        const CGColorSpace has = spaceOf(base.colorSpace()), wants = spaceOf(wanted);
         if (has != wants)
             edge.step = conversionOf(edge.step, wants == CGColorSpace::SRGB ? "CI_sRGBFromLinear"
                                                                             : "CI_linearFromSRGB");

@@ -29,7 +29,9 @@ VORN_INLINE Pixel loadHere(const SourceView& view, Place place) {
 
 /// 32 bits at each lane's byte offset.
 VORN_INLINE Uint gather32(const uint8_t* base, Int offset) {
-#if VORN_LANES == 8 && defined(__AVX2__)
+#if VORN_LANES == 16 && defined(__AVX512F__)
+    return Uint(bitsAs<UintBits>(_mm512_i32gather_epi32(bitsAs<__m512i>(offset.v), base, 1)));
+#elif VORN_LANES == 8 && defined(__AVX2__)
     return Uint(bitsAs<UintBits>(_mm256_i32gather_epi32(reinterpret_cast<const int*>(base),
                                                         bitsAs<__m256i>(offset.v), 1)));
 #else

@@ -215,31 +215,104 @@ VORN_INLINE Uint floatToHalf(Float f) {
 
 // ---- Interleaved floats ------------------------------------------------------------------------
 
-#if VORN_LANES == 8 && defined(__AVX2__)
-/// Eight interleaved pixels, two in each register as {0,4} {1,5} {2,6} {3,7}, to channels, and
-/// back: the exchange is its own inverse.
-VORN_INLINE void transpose(__m256& a, __m256& b, __m256& c, __m256& d) {
-    const __m256 t0 = _mm256_unpacklo_ps(a, b), t1 = _mm256_unpackhi_ps(a, b);
-    const __m256 t2 = _mm256_unpacklo_ps(c, d), t3 = _mm256_unpackhi_ps(c, d);
-    a = _mm256_shuffle_ps(t0, t2, 0x44), b = _mm256_shuffle_ps(t0, t2, 0xee);
-    c = _mm256_shuffle_ps(t1, t3, 0x44), d = _mm256_shuffle_ps(t1, t3, 0xee);
-}
-VORN_INLINE Pixel fromInterleaved(__m256 a, __m256 b, __m256 c, __m256 d) {
-    transpose(a, b, c, d);
-    return {Float(bitsAs<FloatBits>(a)), Float(bitsAs<FloatBits>(b)), Float(bitsAs<FloatBits>(c)),
-            Float(bitsAs<FloatBits>(d))};
-}
-#endif
+#if VORN_LANES >= 8 && defined(__AVX2__) && defined(__F16C__)
+/// Eight pixels as four registers: interleaved, two pixels in each as {0,4} {1,5} {2,6} {3,7}, or
+/// one register a channel. The exchange is its own inverse.
+struct Eight {
+    __m256 a, b, c, d;
 
-VORN_INLINE Pixel loadFloats(const uint8_t* from) {
-#if VORN_LANES == 8 && defined(__AVX2__)
+    VORN_INLINE Eight exchanged() const {
+        const __m256 t0 = _mm256_unpacklo_ps(a, b), t1 = _mm256_unpackhi_ps(a, b);
+        const __m256 t2 = _mm256_unpacklo_ps(c, d), t3 = _mm256_unpackhi_ps(c, d);
+        return {_mm256_shuffle_ps(t0, t2, 0x44), _mm256_shuffle_ps(t0, t2, 0xee),
+                _mm256_shuffle_ps(t1, t3, 0x44), _mm256_shuffle_ps(t1, t3, 0xee)};
+    }
+};
+
+VORN_INLINE Eight loadEightFloats(const uint8_t* from) {
     const float* f = reinterpret_cast<const float*>(from);
     const auto two = [f](int i) {
         return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(f + 4 * i)),
                                     _mm_loadu_ps(f + 4 * i + 16), 1);
     };
-    return fromInterleaved(two(0), two(1), two(2), two(3));
+    return Eight{two(0), two(1), two(2), two(3)}.exchanged();
+}
+
+VORN_INLINE void storeEightFloats(uint8_t* to, Eight channels) {
+    const Eight pixels = channels.exchanged();
+    float* f = reinterpret_cast<float*>(to);
+    const auto two = [f](int i, __m256 v) {
+        _mm_storeu_ps(f + 4 * i, _mm256_castps256_ps128(v));
+        _mm_storeu_ps(f + 4 * i + 16, _mm256_extractf128_ps(v, 1));
+    };
+    two(0, pixels.a), two(1, pixels.b), two(2, pixels.c), two(3, pixels.d);
+}
+
+VORN_INLINE Eight loadEightHalves(const uint8_t* from) {
+    const auto two = [from](int i) {
+        return _mm256_cvtph_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from) + i));
+    };
+    const __m256 p01 = two(0), p23 = two(1), p45 = two(2), p67 = two(3);
+    return Eight{_mm256_permute2f128_ps(p01, p45, 0x20), _mm256_permute2f128_ps(p01, p45, 0x31),
+                 _mm256_permute2f128_ps(p23, p67, 0x20), _mm256_permute2f128_ps(p23, p67, 0x31)}
+        .exchanged();
+}
+
+VORN_INLINE void storeEightHalves(uint8_t* to, Eight channels) {
+    const Eight p = channels.exchanged();
+    const auto two = [to](int i, __m256 v) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to) + i,
+                         _mm256_cvtps_ph(v, _MM_FROUND_TO_NEAREST_INT));
+    };
+    two(0, _mm256_permute2f128_ps(p.a, p.b, 0x20)), two(1, _mm256_permute2f128_ps(p.c, p.d, 0x20));
+    two(2, _mm256_permute2f128_ps(p.a, p.b, 0x31)), two(3, _mm256_permute2f128_ps(p.c, p.d, 0x31));
+}
+
+#if VORN_LANES == 8
+VORN_INLINE Pixel fromEights(Eight e) {
+    return {Float(bitsAs<FloatBits>(e.a)), Float(bitsAs<FloatBits>(e.b)),
+            Float(bitsAs<FloatBits>(e.c)), Float(bitsAs<FloatBits>(e.d))};
+}
+VORN_INLINE Eight toEight(Pixel p) {
+    return {bitsAs<__m256>(p.x.v), bitsAs<__m256>(p.y.v), bitsAs<__m256>(p.z.v),
+            bitsAs<__m256>(p.w.v)};
+}
+VORN_INLINE Pixel loadFloats(const uint8_t* from) { return fromEights(loadEightFloats(from)); }
+VORN_INLINE Pixel loadHalves(const uint8_t* from) { return fromEights(loadEightHalves(from)); }
+VORN_INLINE void storeFloats(uint8_t* to, Pixel p) { storeEightFloats(to, toEight(p)); }
+VORN_INLINE void storeHalves(uint8_t* to, Pixel p) { storeEightHalves(to, toEight(p)); }
 #else
+VORN_INLINE Pixel fromEights(Eight low, Eight high) {
+    const auto both = [](__m256 l, __m256 h) {
+        return Float(
+            bitsAs<FloatBits>(_mm512_insertf32x8(_mm512_castps256_ps512(l), h, 1)));
+    };
+    return {both(low.a, high.a), both(low.b, high.b), both(low.c, high.c), both(low.d, high.d)};
+}
+template <int half>
+VORN_INLINE Eight toEight(Pixel p) {
+    const auto part = [](Float f) { return _mm512_extractf32x8_ps(bitsAs<__m512>(f.v), half); };
+    return {part(p.x), part(p.y), part(p.z), part(p.w)};
+}
+VORN_INLINE Pixel loadFloats(const uint8_t* from) {
+    return fromEights(loadEightFloats(from), loadEightFloats(from + 8 * 16));
+}
+VORN_INLINE Pixel loadHalves(const uint8_t* from) {
+    return fromEights(loadEightHalves(from), loadEightHalves(from + 8 * 8));
+}
+VORN_INLINE void storeFloats(uint8_t* to, Pixel p) {
+    storeEightFloats(to, toEight<0>(p));
+    storeEightFloats(to + 8 * 16, toEight<1>(p));
+}
+VORN_INLINE void storeHalves(uint8_t* to, Pixel p) {
+    storeEightHalves(to, toEight<0>(p));
+    storeEightHalves(to + 8 * 8, toEight<1>(p));
+}
+#endif
+
+#else // any processor, with the compiler's own vectors
+
+VORN_INLINE Pixel loadFloats(const uint8_t* from) {
     float in[4 * N], out[4][N];
     std::memcpy(in, from, sizeof in);
     for (int i = 0; i < N; ++i)
@@ -247,40 +320,17 @@ VORN_INLINE Pixel loadFloats(const uint8_t* from) {
     Pixel p;
     std::memcpy(&p, out, sizeof p);
     return p;
-#endif
 }
 
 VORN_INLINE void storeFloats(uint8_t* to, Pixel p) {
-#if VORN_LANES == 8 && defined(__AVX2__)
-    __m256 a = bitsAs<__m256>(p.x.v), b = bitsAs<__m256>(p.y.v), c = bitsAs<__m256>(p.z.v),
-           d = bitsAs<__m256>(p.w.v);
-    transpose(a, b, c, d);
-    float* f = reinterpret_cast<float*>(to);
-    const auto two = [f](int i, __m256 v) {
-        _mm_storeu_ps(f + 4 * i, _mm256_castps256_ps128(v));
-        _mm_storeu_ps(f + 4 * i + 16, _mm256_extractf128_ps(v, 1));
-    };
-    two(0, a), two(1, b), two(2, c), two(3, d);
-#else
     float in[4][N], out[4 * N];
     std::memcpy(in, &p, sizeof in);
     for (int i = 0; i < N; ++i)
         for (int c = 0; c < 4; ++c) out[4 * i + c] = in[c][i];
     std::memcpy(to, out, sizeof out);
-#endif
 }
 
 VORN_INLINE Pixel loadHalves(const uint8_t* from) {
-#if VORN_LANES == 8 && defined(__F16C__)
-    const __m128i* h = reinterpret_cast<const __m128i*>(from);
-    // Each load holds two pixels; the exchange wants {0,4} {1,5} {2,6} {3,7}.
-    const __m256 p01 = _mm256_cvtph_ps(_mm_loadu_si128(h)), p23 = _mm256_cvtph_ps(_mm_loadu_si128(h + 1)),
-                 p45 = _mm256_cvtph_ps(_mm_loadu_si128(h + 2)),
-                 p67 = _mm256_cvtph_ps(_mm_loadu_si128(h + 3));
-    return fromInterleaved(
-        _mm256_permute2f128_ps(p01, p45, 0x20), _mm256_permute2f128_ps(p01, p45, 0x31),
-        _mm256_permute2f128_ps(p23, p67, 0x20), _mm256_permute2f128_ps(p23, p67, 0x31));
-#else
     uint16_t in[4 * N];
     uint32_t out[4][N];
     std::memcpy(in, from, sizeof in);
@@ -290,21 +340,9 @@ VORN_INLINE Pixel loadHalves(const uint8_t* from) {
     std::memcpy(channels, out, sizeof channels);
     return {halfToFloat(channels[0]), halfToFloat(channels[1]), halfToFloat(channels[2]),
             halfToFloat(channels[3])};
-#endif
 }
 
 VORN_INLINE void storeHalves(uint8_t* to, Pixel p) {
-#if VORN_LANES == 8 && defined(__F16C__)
-    __m256 a = bitsAs<__m256>(p.x.v), b = bitsAs<__m256>(p.y.v), c = bitsAs<__m256>(p.z.v),
-           d = bitsAs<__m256>(p.w.v);
-    transpose(a, b, c, d);
-    __m128i* h = reinterpret_cast<__m128i*>(to);
-    const auto two = [](__m256 v) { return _mm256_cvtps_ph(v, _MM_FROUND_TO_NEAREST_INT); };
-    _mm_storeu_si128(h, two(_mm256_permute2f128_ps(a, b, 0x20)));
-    _mm_storeu_si128(h + 1, two(_mm256_permute2f128_ps(c, d, 0x20)));
-    _mm_storeu_si128(h + 2, two(_mm256_permute2f128_ps(a, b, 0x31)));
-    _mm_storeu_si128(h + 3, two(_mm256_permute2f128_ps(c, d, 0x31)));
-#else
     const Uint channels[4] = {floatToHalf(p.x), floatToHalf(p.y), floatToHalf(p.z),
                               floatToHalf(p.w)};
     uint32_t in[4][N];
@@ -313,8 +351,8 @@ VORN_INLINE void storeHalves(uint8_t* to, Pixel p) {
     for (int i = 0; i < N; ++i)
         for (int c = 0; c < 4; ++c) out[4 * i + c] = static_cast<uint16_t>(in[c][i]);
     std::memcpy(to, out, sizeof out);
-#endif
 }
+#endif
 
 VORN_INLINE Float loadPlane(const uint8_t* from) {
     Float f;
