@@ -26,10 +26,9 @@ struct CIContext::State {
         lastError.clear();
         if (!image) return fail("there is no image to render");
         if (!bytes) return fail("there is no memory to render into");
-        if (rect.isEmpty()) return fail("the rectangle to render is empty");
-        if (rect.x0 <= -IntRect::kFar || rect.y0 <= -IntRect::kFar || rect.x1 >= IntRect::kFar ||
-            rect.y1 >= IntRect::kFar)
+        if (!rect.isInReach())
             return fail("the rectangle to render is infinite or too far away");
+        if (rect.isEmpty()) return fail("the rectangle to render is empty");
         if (bytesPerRow < static_cast<size_t>(rect.width()) * bytesPerPixel(format))
             return fail("the rows of the memory to render into are too short");
         if (renderer->render(image, rect, {bytes, bytesPerRow, format}, options.workingSpace,

@@ -132,10 +132,7 @@ CIImage CIImage::imageByApplyingTransform(CGAffineTransform transform) const {
     const auto kernel = frameworkKernel("CI_affine");
     if (!kernel) return {};
     auto node = makeKernelNode(
-        kernel, transform.boundsOf(node_->extent),
-        RegionOfInterest::computed(
-            [inverse](int, CGRect destination) { return inverse.boundsOf(destination); }),
-        *this,
+        kernel, transform.boundsOf(node_->extent), RegionOfInterest::transformedBy(inverse), *this,
         {CIVector(inverse.a, inverse.b, inverse.c, inverse.d), CIVector(inverse.tx, inverse.ty)});
     if (!node) return {};
     node->kind = Node::Kind::Transform;
@@ -185,6 +182,12 @@ RegionOfInterest RegionOfInterest::grownBy(double margin) {
     rule.margin_ = margin;
     return rule;
 }
+RegionOfInterest RegionOfInterest::transformedBy(CGAffineTransform transform) {
+    RegionOfInterest rule;
+    rule.kind_ = Kind::Transformed;
+    rule.transform_ = transform;
+    return rule;
+}
 RegionOfInterest RegionOfInterest::computed(Callback callback) {
     RegionOfInterest rule;
     rule.kind_ = callback ? Kind::Computed : Kind::Identity;
@@ -196,6 +199,7 @@ CGRect RegionOfInterest::rectFor(int index, CGRect destination) const {
     case Kind::Whole:
     case Kind::WholeByIndex: return index == 0 ? first_ : others_;
     case Kind::Grown: return destination.grownBy(margin_);
+    case Kind::Transformed: return transform_.boundsOf(destination);
     case Kind::Computed: return callback_(index, destination);
     case Kind::Identity: break;
     }

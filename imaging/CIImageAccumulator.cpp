@@ -51,7 +51,9 @@ std::shared_ptr<CIImageAccumulator> CIImageAccumulator::imageAccumulatorWithExte
     state.extent = extent;
     state.format = format;
     state.rect = cpu::IntRect::around(extent);
-    if (state.rect.area() <= 0 || state.rect.area() > (int64_t(1) << 32)) return nullptr;
+    if (!state.rect.isInReach() || state.rect.area() <= 0 ||
+        state.rect.area() > (int64_t(1) << 32))
+        return nullptr;
     state.bytesPerRow = static_cast<size_t>(state.rect.width()) * bytesPerPixel(format);
     const State::Memory memory = state.freePicture();
     if (!memory) return nullptr;

@@ -1,43 +1,69 @@
-// Counts allocations by replacing the program's `new` and `delete`, which the library then uses.
+// Counts allocations by standing before the C library's allocator, which `new` ends at as well.
 #include "allocation_count.h"
 
+#include <atomic>
+#include <cerrno>
 #include <cstddef>
-#include <cstdlib>
-#include <new>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define VORN_COUNTS 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VORN_COUNTS 0
+#endif
+#endif
+#ifndef VORN_COUNTS
+#define VORN_COUNTS 1
+#endif
 
 namespace {
 
 thread_local uint64_t allocations = 0;
-
-void* allocate(std::size_t size, std::size_t alignment) {
-    ++allocations;
-    const std::size_t wholeBlocks = (size + alignment - 1) / alignment * alignment;
-    if (void* memory = std::aligned_alloc(alignment, wholeBlocks ? wholeBlocks : alignment))
-        return memory;
-    throw std::bad_alloc();
-}
+std::atomic<uint64_t> allocationsOfAllThreads = 0;
 
 } // namespace
 
-uint64_t heapAllocations() {
-    return allocations;
+uint64_t heapAllocations() { return allocations; }
+uint64_t heapAllocationsOfAllThreads() { return allocationsOfAllThreads; }
+bool countsAllocations() { return VORN_COUNTS; }
+
+#if VORN_COUNTS
+extern "C" {
+
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+
+static void count() {
+    ++allocations;
+    allocationsOfAllThreads.fetch_add(1, std::memory_order_relaxed);
 }
 
-void* operator new(std::size_t size) {
-    return allocate(size, alignof(std::max_align_t));
+void* malloc(std::size_t size) noexcept {
+    count();
+    return __libc_malloc(size);
 }
-void* operator new(std::size_t size, std::align_val_t alignment) {
-    return allocate(size, static_cast<std::size_t>(alignment));
+void* calloc(std::size_t number, std::size_t size) noexcept {
+    count();
+    return __libc_calloc(number, size);
 }
-void operator delete(void* memory) noexcept {
-    std::free(memory);
+void* realloc(void* memory, std::size_t size) noexcept {
+    count();
+    return __libc_realloc(memory, size);
 }
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
+void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept {
+    count();
+    return __libc_memalign(alignment, size);
 }
-void operator delete(void* memory, std::align_val_t) noexcept {
-    std::free(memory);
+void* memalign(std::size_t alignment, std::size_t size) noexcept {
+    count();
+    return __libc_memalign(alignment, size);
 }
-void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
-    std::free(memory);
+int posix_memalign(void** memory, std::size_t alignment, std::size_t size) noexcept {
+    count();
+    *memory = __libc_memalign(alignment, size);
+    return *memory ? 0 : ENOMEM;
 }
+}
+#endif

@@ -79,6 +79,15 @@ TEST(InStep, KernelsAreThoseThatFiltersLoad) {
     }
 }
 
+TEST(InStep, TheHostInTheReadmeIsTheExample) {
+    const std::string example = fileContents(kSources / "examples/minimal_host.cpp");
+    const std::vector<std::string> blocks =
+        matches(fileContents(kSources / "README.md"), "```cpp\n([^`]*)```");
+    EXPECT_EQ(blocks.size(), 1u);
+    for (const std::string& block : blocks)
+        EXPECT_NE(example.find(block), std::string::npos) << block;
+}
+
 // DEVELOPERS.md alone may point at papers that lie beside the checkout. Patterns are written so
 // that they do not match themselves.
 TEST(InStep, NoTextLeansOnWhatReadersDoNotHave) {

@@ -25,6 +25,8 @@ struct IntRect {
     static IntRect around(const CGRect& rect);
 
     bool isEmpty() const { return x0 >= x1 || y0 >= y1; }
+    /// Whether no edge had to be brought in.
+    bool isInReach() const { return x0 > -kFar && y0 > -kFar && x1 < kFar && y1 < kFar; }
     int width() const { return x1 - x0; }
     int height() const { return y1 - y0; }
     int64_t area() const { return isEmpty() ? 0 : int64_t(width()) * height(); }

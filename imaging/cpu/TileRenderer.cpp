@@ -221,8 +221,9 @@ private:
 
     SourceView sourceFor(const Edge& edge, const IntRect& rect, Scratch& scratch) {
         const Step& step = plan_.steps()[static_cast<size_t>(edge.step)];
-        if (step.isMemory &&
-            (!edge.ownPixelOnly || step.memoryRect.intersection(edge.clip).contains(rect)))
+        // What is read elsewhere is memory by now, or empty because nothing of it is needed.
+        if (!edge.ownPixelOnly ||
+            (step.isMemory && step.memoryRect.intersection(edge.clip).contains(rect)))
             return viewOf(step, edge);
         for (const Scratch::Known& known : scratch.known)
             if (known.step == edge.step && known.clip == edge.clip && known.rect == rect) {

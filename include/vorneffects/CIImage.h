@@ -110,7 +110,7 @@ private:
 /// destination rectangle. One of a closed set of rules.
 class RegionOfInterest {
 public:
-    enum class Kind : uint8_t { Identity, Whole, WholeByIndex, Grown, Computed };
+    enum class Kind : uint8_t { Identity, Whole, WholeByIndex, Grown, Transformed, Computed };
     using Callback = std::function<CGRect(int index, CGRect destination)>;
 
     /// The destination rectangle itself.
@@ -123,6 +123,8 @@ public:
     static RegionOfInterest wholeByIndex(CGRect first, CGRect others);
     /// The destination grown by a margin in pixels on every side.
     static RegionOfInterest grownBy(double margin);
+    /// The box around the destination under a transform.
+    static RegionOfInterest transformedBy(CGAffineTransform transform);
     /// Anything else. Called on the rendering thread, any number of times; must depend only on
     /// its arguments and on what it captured.
     static RegionOfInterest computed(Callback callback);
@@ -135,6 +137,7 @@ private:
     Kind kind_ = Kind::Identity;
     double margin_ = 0;
     CGRect first_, others_;
+    CGAffineTransform transform_;
     Callback callback_;
 };
 

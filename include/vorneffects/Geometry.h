@@ -41,6 +41,8 @@ struct CGRect {
 
     /// The part that both rectangles share; the zero rectangle when there is none.
     CGRect intersection(const CGRect& other) const {
+        // Not-a-number fails a comparison; min and max would pass over it.
+        if (!(other.maxX() > other.x && other.maxY() > other.y)) return {};
         const double left = std::max(x, other.x), bottom = std::max(y, other.y);
         const double right = std::min(maxX(), other.maxX()), top = std::min(maxY(), other.maxY());
         if (!(right > left && top > bottom)) return {};

@@ -1,37 +1,36 @@
 // Powers, logarithms and the circular functions on lanes.
 //
-// exp2 and log2, and pow, exp and log with them, are our own polynomials (relative error below
-// 3e-7 for exp2, 1.5e-7 absolute for log2 on [0.5, 2]): they inline into the kernel, which a
-// library call with a vector argument does not, and that gain is measured on the whole gamma
-// filter. The circular functions are SLEEF's. Coefficients: minimax fits of exp2 on [-0.5, 0.5] and
-// of log2(1 + f) / f on [sqrt(1/2) - 1, sqrt(2) - 1].
+// exp2 and log2, and pow, exp and log with them, are our own polynomials: they inline into the
+// kernel, which a library call with a vector argument does not. Measured on the whole gamma filter
+// at 1920x1080, one thread: 396 Mpixel/s on AVX2 and 565 on AVX-512, where SLEEF's pow gave 76 and
+// 131. Largest errors found: exp2 1.2e-7 relative, log2 8.4e-8 of max(1, |log2|), pow 2.4e-7 relative
+// for each power of two between the result and 1. The circular functions are SLEEF's. Coefficients:
+// minimax fits of exp2 on [-0.5, 0.5] and of log2(1 + f) / f on [sqrt(1/2) - 1, sqrt(2) - 1].
 #pragma once
 
 #include "lanes.h"
 
 namespace vorn::lanes {
 
-/// 2^x; 0 below -126, about 3.4e38 above 127.99.
+// The polynomials are evaluated in pairs (Estrin's scheme): half as deep as Horner's, which counts,
+// as one kernel's group of pixels is a single chain of operations.
+
+/// 2^x; about 1.2e-38 below -126 and 2.4e38 above 127.5.
 VORN_INLINE Float exp2_1(Float x) {
-    x = min1(max1(x, Float(-127.0f)), Float(127.99999f));
-    const Float whole = floor1(x + Float(0.5f));
+    x = min1(max1(x, Float(-126.0f)), Float(127.49999f));
+    const Float whole = round1(x);
     const Float f = x - whole;
-    Float p = Float(0.000153458118f);
-    p = p * f + Float(0.00133999312f);
-    p = p * f + Float(0.00961848896f);
-    p = p * f + Float(0.0555032878f);
-    p = p * f + Float(0.240226469f);
-    p = p * f + Float(0.693147206f);
-    p = p * f + Float(1.0f);
-    // Half of the exponent at a time, so that 2^128 does not overflow on the way.
-    const Int e = toInt(whole);
-    const Int half = e >> 1;
-    const Float scaleA(bitsAs<FloatBits>(((half + Int(127)) << 23).v));
-    const Float scaleB(bitsAs<FloatBits>(((e - half + Int(127)) << 23).v));
-    return p * scaleA * scaleB;
+    const Float f2 = f * f;
+    const Float p01 = f * Float(0.693147206f) + Float(1.0f);
+    const Float p23 = f * Float(0.0555032878f) + Float(0.240226469f);
+    const Float p45 = f * Float(0.00133999312f) + Float(0.00961848896f);
+    const Float p456 = f2 * Float(0.000153458118f) + p45;
+    const Float p = (p456 * f2 + p23) * f2 + p01;
+    const Int scale = (toInt(whole) + Int(127)) << 23;
+    return p * Float(bitsAs<FloatBits>(scale.v));
 }
 
-/// log2 of a positive normal number; about -126.5 at and below zero.
+/// log2 of a positive normal number; -126 at and below zero.
 VORN_INLINE Float log2_1(Float x) {
     x = max1(x, Float(1.17549435e-38f));
     const IntBits bits = bitsAs<IntBits>(x.v);
@@ -39,22 +38,21 @@ VORN_INLINE Float log2_1(Float x) {
     const Int e = Int(bits - 0x3f3504f3) >> 23;
     const Float m(bitsAs<FloatBits>((Int(bits) - (e << 23)).v));
     const Float f = m - Float(1.0f);
-    Float p = Float(0.125836983f);
-    p = p * f + Float(-0.207269729f);
-    p = p * f + Float(0.215715611f);
-    p = p * f + Float(-0.238944824f);
-    p = p * f + Float(0.287916248f);
-    p = p * f + Float(-0.360703683f);
-    p = p * f + Float(0.480910643f);
-    p = p * f + Float(-0.721347347f);
-    p = p * f + Float(1.442695f);
+    const Float f2 = f * f;
+    const Float f4 = f2 * f2;
+    const Float p01 = f * Float(-0.721347347f) + Float(1.442695f);
+    const Float p23 = f * Float(-0.360703683f) + Float(0.480910643f);
+    const Float p45 = f * Float(-0.238944824f) + Float(0.287916248f);
+    const Float p67 = f * Float(-0.207269729f) + Float(0.215715611f);
+    const Float p0123 = p23 * f2 + p01;
+    const Float p4567 = p67 * f2 + p45;
+    const Float p = (f4 * Float(0.125836983f) + p4567) * f4 + p0123;
     return p * f + toFloat(e);
 }
 
-/// x^y for x >= 0: 0^y is 0 for a positive y.
+/// x^y for x > 0; 0 for a smaller x.
 VORN_INLINE Float pow_1(Float x, Float y) {
-    const Float p = exp2_1(log2_1(x) * y);
-    return pick((x <= Float(0.0f)) && (y > Float(0.0f)), Float(0.0f), p);
+    return pick(x > Float(0.0f), exp2_1(log2_1(x) * y), Float(0.0f));
 }
 
 VORN_INLINE float exp2_1(float x) { return std::exp2(x); }
