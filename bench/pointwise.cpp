@@ -86,7 +86,8 @@ int main(int count, char** arguments) {
     cv::setNumThreads(1);
     const cv::Mat from(kHeight, kWidth, CV_8UC4, source.data());
     cv::Mat to(kHeight, kWidth, CV_8UC4, target.data()), grey, table(1, 256, CV_8UC4);
-    for (int i = 0; i < 256; ++i) table.at<cv::Vec4b>(i) = cv::Vec4b::all(static_cast<uchar>(255 - i));
+    for (int i = 0; i < 256; ++i)
+        table.at<cv::Vec4b>(i) = cv::Vec4b::all(static_cast<uchar>(255 - i));
     candidates.push_back({"LUT", [&] { cv::LUT(from, table, to); }});
     candidates.push_back({"convertScaleAbs", [&] { cv::convertScaleAbs(from, to, 1.2, 10); }});
     candidates.push_back({"RGBA-GRAY-RGBA", [&] {
@@ -100,8 +101,7 @@ int main(int count, char** arguments) {
         const CIFilterRef filter = CIFilter::filterWithName(setting.filter);
         filter->setDefaults();
         filter->setValueForKey(image, "inputImage");
-        for (const auto& [key, value] : setting.inputs)
-            filter->setValueForKey(Number(value), key);
+        for (const auto& [key, value] : setting.inputs) filter->setValueForKey(Number(value), key);
         for (CIContext* context : {&one, &two})
             candidates.push_back({setting.filter, [&target, filter, context] {
                                       context->render(filter->outputImage(), target.data(),
@@ -114,8 +114,8 @@ int main(int count, char** arguments) {
     const double copy = candidates[0].megapixels();
     std::printf("%u cores, %s, %d rounds; copy of the frame, one thread: %.0f Mpixel/s\n",
                 std::thread::hardware_concurrency(), one.instructionSet(), rounds, copy);
-    std::printf("%-22s %9s %9s %9s %9s  %s\n", "filter", "Mpixel/s", "of copy", "2 threads",
-                "gain", "OpenCV, one thread");
+    std::printf("%-22s %9s %9s %9s %9s  %s\n", "filter", "Mpixel/s", "of copy", "2 threads", "gain",
+                "OpenCV, one thread");
     for (size_t i = 0; i < kSettings.size(); ++i) {
         const Candidate& single = candidates[peers + 2 * i];
         const Candidate& both = candidates[peers + 2 * i + 1];

@@ -18,7 +18,8 @@
 
 namespace {
 
-constexpr uint32_t kGap = 12, kCaption = 28; // pixels between the cells, and under each for its name
+constexpr uint32_t kGap = 12,
+                   kCaption = 28; // pixels between the cells, and under each for its name
 constexpr CIFormat kFormat = kCIFormatRGBA8;
 constexpr size_t kPixelBytes = bytesPerPixel(kFormat);
 
@@ -161,7 +162,6 @@ int makeSheet(const char* picturePath, const char* sheetPath) {
 } // namespace
 
 int main(int count, char** arguments) {
-    if (count != 3)
-        return std::fprintf(stderr, "Usage: contact_sheet PICTURE.png SHEET.ppm\n"), 2;
+    if (count != 3) return std::fprintf(stderr, "Usage: contact_sheet PICTURE.png SHEET.ppm\n"), 2;
     return makeSheet(arguments[1], arguments[2]);
 }

@@ -26,8 +26,7 @@ struct CIContext::State {
         lastError.clear();
         if (!image) return fail("there is no image to render");
         if (!bytes) return fail("there is no memory to render into");
-        if (!rect.isInReach())
-            return fail("the rectangle to render is infinite or too far away");
+        if (!rect.isInReach()) return fail("the rectangle to render is infinite or too far away");
         if (rect.isEmpty()) return fail("the rectangle to render is empty");
         if (bytesPerRow < static_cast<size_t>(rect.width()) * bytesPerPixel(format))
             return fail("the rows of the memory to render into are too short");
@@ -43,7 +42,8 @@ struct CIContext::State {
         IntRect rect = IntRect::around(bounds);
         rect.x1 = std::min(rect.x1, rect.x0 + static_cast<int>(memory.width()));
         rect.y1 = std::min(rect.y1, rect.y0 + static_cast<int>(memory.height()));
-        const size_t rowsAbove = memory.height() - static_cast<uint32_t>(std::max(0, rect.height()));
+        const size_t rowsAbove =
+            memory.height() - static_cast<uint32_t>(std::max(0, rect.height()));
         return render(image, memory.mutableBytes() + rowsAbove * memory.bytesPerRow(),
                       memory.bytesPerRow(), rect, memory.format(), colorSpace);
     }
@@ -83,8 +83,18 @@ bool CIContext::renderToCVPixelBuffer(const CIImage& image, PixelBuffer& buffer,
     return state_->renderToMemory(image, buffer, bounds, colorSpace);
 }
 
-const std::string& CIContext::lastError() const { return state_->lastError; }
-const ContextOptions& CIContext::options() const { return state_->options; }
-int CIContext::threads() const { return state_->threads; }
-const char* CIContext::instructionSet() const { return state_->instructionSet.c_str(); }
-uint64_t CIContext::pixelAllocations() const { return state_->renderer->pixelAllocations(); }
+const std::string& CIContext::lastError() const {
+    return state_->lastError;
+}
+const ContextOptions& CIContext::options() const {
+    return state_->options;
+}
+int CIContext::threads() const {
+    return state_->threads;
+}
+const char* CIContext::instructionSet() const {
+    return state_->instructionSet.c_str();
+}
+uint64_t CIContext::pixelAllocations() const {
+    return state_->renderer->pixelAllocations();
+}

@@ -23,8 +23,8 @@ std::shared_ptr<Node> makeNode(Node::Kind kind, CGRect extent) {
 
 CIImage withAnnotation(const CIImage& image, std::shared_ptr<const Annotation> annotation) {
     if (!image) return {};
-    auto node =
-        std::allocate_shared<Node>(std::pmr::polymorphic_allocator<Node>(nodePool()), *image.node());
+    auto node = std::allocate_shared<Node>(std::pmr::polymorphic_allocator<Node>(nodePool()),
+                                           *image.node());
     node->annotation = std::move(annotation);
     return CIImage(std::move(node));
 }
@@ -40,8 +40,8 @@ namespace {
 
 CIImage pixelsImage(PixelSource source, CGPoint origin, CGColorSpace colorSpace,
                     Node::Origin kind) {
-    auto node = makeNode(Node::Kind::Pixels, {origin.x, origin.y, double(source.width),
-                                              double(source.height)});
+    auto node = makeNode(Node::Kind::Pixels,
+                         {origin.x, origin.y, double(source.width), double(source.height)});
     node->origin = kind;
     node->colorSpace = colorSpace;
     node->pixels = std::move(source);
@@ -61,7 +61,9 @@ CIImage imageOfMemory(const std::shared_ptr<PixelMemory>& memory, CGColorSpace c
 
 using namespace vorn::imaging;
 
-CGRect CIImage::extent() const { return node_ ? node_->extent : CGRect{}; }
+CGRect CIImage::extent() const {
+    return node_ ? node_->extent : CGRect{};
+}
 
 CGColorSpace CIImage::colorSpace() const {
     return node_ ? node_->colorSpace : CGColorSpace::None;
@@ -87,9 +89,9 @@ CIImage CIImage::imageWithBitmap(const void* bytes, uint32_t width, uint32_t hei
         bytesPerRow < width * bytesPerPixel(format) || !std::isfinite(origin.x) ||
         !std::isfinite(origin.y))
         return {};
-    return pixelsImage({static_cast<const uint8_t*>(bytes), width, height, bytesPerRow, format,
-                        std::move(owner)},
-                       origin, colorSpace, Node::Origin::Bitmap);
+    return pixelsImage(
+        {static_cast<const uint8_t*>(bytes), width, height, bytesPerRow, format, std::move(owner)},
+        origin, colorSpace, Node::Origin::Bitmap);
 }
 
 CIImage CIImage::imageWithCVPixelBuffer(CVPixelBufferRef buffer, CGColorSpace colorSpace) {
@@ -104,7 +106,8 @@ CIImage CIImage::imageWithColor(CIColor color) {
     if (!color.isSet()) return {};
     const auto kernel = frameworkKernel("CI_constant");
     if (!kernel) return {};
-    auto node = makeKernelNode(kernel, CGRect::infinite(), RegionOfInterest::identity(), {}, {color});
+    auto node =
+        makeKernelNode(kernel, CGRect::infinite(), RegionOfInterest::identity(), {}, {color});
     if (!node) return {};
     node->kind = Node::Kind::Constant;
     node->color = color;
@@ -146,9 +149,9 @@ CIImage CIImage::imageByCompositingOverImage(const CIImage& under) const {
     if (!under) return *this;
     const auto kernel = frameworkKernel("CI_sourceOver");
     if (!kernel) return {};
-    auto node = makeKernelNode(kernel, extent().unionWith(under.extent()),
-                               RegionOfInterest::identity(), {},
-                               {CISampler(*this), CISampler(under)});
+    auto node =
+        makeKernelNode(kernel, extent().unionWith(under.extent()), RegionOfInterest::identity(), {},
+                       {CISampler(*this), CISampler(under)});
     if (!node) return {};
     node->kind = Node::Kind::Composite;
     node->children[0] = *this;
@@ -197,11 +200,16 @@ RegionOfInterest RegionOfInterest::computed(Callback callback) {
 CGRect RegionOfInterest::rectFor(int index, CGRect destination) const {
     switch (kind_) {
     case Kind::Whole:
-    case Kind::WholeByIndex: return index == 0 ? first_ : others_;
-    case Kind::Grown: return destination.grownBy(margin_);
-    case Kind::Transformed: return transform_.boundsOf(destination);
-    case Kind::Computed: return callback_(index, destination);
-    case Kind::Identity: break;
+    case Kind::WholeByIndex:
+        return index == 0 ? first_ : others_;
+    case Kind::Grown:
+        return destination.grownBy(margin_);
+    case Kind::Transformed:
+        return transform_.boundsOf(destination);
+    case Kind::Computed:
+        return callback_(index, destination);
+    case Kind::Identity:
+        break;
     }
     return destination;
 }
@@ -211,8 +219,10 @@ CGRect RegionOfInterest::rectFor(int index, CGRect destination) const {
 bool KernelArgument::isMissing() const {
     return std::visit(
         [](const auto& value) {
-            if constexpr (requires { value.isSet(); }) return !value.isSet();
-            else return !value;
+            if constexpr (requires { value.isSet(); })
+                return !value.isSet();
+            else
+                return !value;
         },
         value_);
 }
@@ -221,8 +231,9 @@ namespace vorn::imaging {
 namespace {
 
 const char* typeName(kernelc::ParameterType type) {
-    static const char* const names[] = {"an image", "an image",     "a number",   "a vector of 2",
-                                        "a vector of 3", "a vector of 4", "a number", "a number"};
+    static const char* const names[] = {"an image",      "an image",      "a number",
+                                        "a vector of 2", "a vector of 3", "a vector of 4",
+                                        "a number",      "a number"};
     return names[static_cast<size_t>(type)];
 }
 
@@ -237,10 +248,12 @@ bool flatten(const KernelArgument& argument, kernelc::ParameterType type, Node& 
     }
     if (const auto* number = std::get_if<Number>(&value)) {
         float bits = number->floatValue();
-        const int32_t whole = type == ParameterType::Uint ? number->modeValue() : number->intValue();
+        const int32_t whole =
+            type == ParameterType::Uint ? number->modeValue() : number->intValue();
         if (type == ParameterType::Int || type == ParameterType::Uint)
             std::memcpy(&bits, &whole, sizeof bits);
-        else if (type != ParameterType::Float) return false;
+        else if (type != ParameterType::Float)
+            return false;
         node.flattened.push_back(bits);
         return true;
     }
@@ -257,8 +270,7 @@ bool flatten(const KernelArgument& argument, kernelc::ParameterType type, Node& 
     const double scale = count == 4 ? color->alpha() : 1;
     const double components[] = {color->red() * scale, color->green() * scale,
                                  color->blue() * scale, color->alpha()};
-    for (size_t i = 0; i < count; ++i)
-        node.flattened.push_back(Number(components[i]).floatValue());
+    for (size_t i = 0; i < count; ++i) node.flattened.push_back(Number(components[i]).floatValue());
     return true;
 }
 

@@ -34,8 +34,12 @@ struct CIImageAccumulator::State {
     void show(const Memory& memory) {
         auto node = makeNode(Node::Kind::Pixels, extent);
         node->origin = Node::Origin::Accumulator;
-        node->pixels = {memory.get(), static_cast<uint32_t>(rect.width()),
-                        static_cast<uint32_t>(rect.height()), bytesPerRow, format, memory};
+        node->pixels = {memory.get(),
+                        static_cast<uint32_t>(rect.width()),
+                        static_cast<uint32_t>(rect.height()),
+                        bytesPerRow,
+                        format,
+                        memory};
         image = CIImage(std::move(node));
     }
 };
@@ -43,16 +47,15 @@ struct CIImageAccumulator::State {
 CIImageAccumulator::CIImageAccumulator() : state_(std::make_unique<State>()) {}
 CIImageAccumulator::~CIImageAccumulator() = default;
 
-std::shared_ptr<CIImageAccumulator> CIImageAccumulator::imageAccumulatorWithExtent(CGRect extent,
-                                                                                   CIFormat format) {
+std::shared_ptr<CIImageAccumulator>
+CIImageAccumulator::imageAccumulatorWithExtent(CGRect extent, CIFormat format) {
     if (extent.isEmpty() || !extent.isFinite()) return nullptr;
     const std::shared_ptr<CIImageAccumulator> accumulator(new CIImageAccumulator);
     State& state = *accumulator->state_;
     state.extent = extent;
     state.format = format;
     state.rect = cpu::IntRect::around(extent);
-    if (!state.rect.isInReach() || state.rect.area() <= 0 ||
-        state.rect.area() > (int64_t(1) << 32))
+    if (!state.rect.isInReach() || state.rect.area() <= 0 || state.rect.area() > (int64_t(1) << 32))
         return nullptr;
     state.bytesPerRow = static_cast<size_t>(state.rect.width()) * bytesPerPixel(format);
     const State::Memory memory = state.freePicture();
@@ -61,9 +64,15 @@ std::shared_ptr<CIImageAccumulator> CIImageAccumulator::imageAccumulatorWithExte
     return accumulator;
 }
 
-CGRect CIImageAccumulator::extent() const { return state_->extent; }
-CIFormat CIImageAccumulator::format() const { return state_->format; }
-CIImage CIImageAccumulator::image() const { return state_->image; }
+CGRect CIImageAccumulator::extent() const {
+    return state_->extent;
+}
+CIFormat CIImageAccumulator::format() const {
+    return state_->format;
+}
+CIImage CIImageAccumulator::image() const {
+    return state_->image;
+}
 
 void CIImageAccumulator::setImage(const CIImage& image) {
     // One context a thread, shared by its accumulators: filters belong to one thread at a time.

@@ -34,19 +34,23 @@ private:
             out.kind = Kind::Builtin;
             out.name = node.annotation->builtinName;
             for (const auto& [key, value] : node.annotation->builtinInputs)
-                out.inputs.emplace_back(key, std::visit([this](const auto& v) { return input(v); },
-                                                        value));
+                out.inputs.emplace_back(
+                    key, std::visit([this](const auto& v) { return input(v); }, value));
             return;
         }
         switch (node.kind) {
-        case Node::Kind::Pixels: pixels(out, node); break;
-        case Node::Kind::Kernel: kernel(out, node); break;
+        case Node::Kind::Pixels:
+            pixels(out, node);
+            break;
+        case Node::Kind::Kernel:
+            kernel(out, node);
+            break;
         case Node::Kind::Crop:
             out.kind = Kind::Builtin;
             out.name = "CICrop";
             out.inputs = {{"inputImage", describe(node.children[0])},
-                          {"inputRectangle", CIVector(node.rect.x, node.rect.y, node.rect.width,
-                                                      node.rect.height)}};
+                          {"inputRectangle",
+                           CIVector(node.rect.x, node.rect.y, node.rect.width, node.rect.height)}};
             break;
         case Node::Kind::Transform:
             out.kind = Kind::Builtin;
@@ -92,8 +96,8 @@ private:
         out.function = node.function->declaration().name;
         out.type = static_cast<KernelType>(node.function->declaration().kind);
         for (const KernelArgument& argument : node.arguments)
-            out.arguments.push_back(
-                std::visit([this](const auto& v) { return describeArgument(v); }, argument.value()));
+            out.arguments.push_back(std::visit(
+                [this](const auto& v) { return describeArgument(v); }, argument.value()));
         if (out.type == KernelType::Warp) out.image = describe(node.samplers[0].image());
         if (out.type != KernelType::Color)
             for (size_t i = 0; i < node.samplers.size(); ++i)

@@ -55,8 +55,7 @@ KernelModule::KernelModule(kernelc::Library library)
 
 KernelModule::~KernelModule() = default;
 
-std::shared_ptr<const KernelModule> KernelModule::fromData(const Data& data,
-                                                           std::string& problem) {
+std::shared_ptr<const KernelModule> KernelModule::fromData(const Data& data, std::string& problem) {
     if (!data) {
         problem = "There is no kernel library.";
         return nullptr;
@@ -83,10 +82,10 @@ const KernelModule::Loaded& KernelModule::load(size_t codeIndex) const {
     loaded.entries.resize(library_.functions.size());
     const kernelc::Code& code = library_.code[codeIndex];
     loaded.handle = openObject(library_.name + "." + code.level, code.object);
-    const auto* table = loaded.handle
-                            ? static_cast<const kernelabi::TableEntry*>(
-                                  dlsym(loaded.handle, "vorn_kernel_table"))
-                            : nullptr;
+    const auto* table =
+        loaded.handle
+            ? static_cast<const kernelabi::TableEntry*>(dlsym(loaded.handle, "vorn_kernel_table"))
+            : nullptr;
     if (!table) {
         const char* reason = dlerror();
         std::printf("ERROR: cannot load the %s code of kernel library '%s': %s\n",
@@ -148,8 +147,8 @@ makeFunction(std::string_view name, const Data& data, KernelError* error,
         else if (wanted && found->kind != *wanted)
             problem = "The function '" + std::string(name) + "' is no " + wantedName + " kernel.";
         else
-            return std::make_shared<const imaging::KernelFunction>(imaging::KernelFunction{
-                module, static_cast<size_t>(found - functions.begin())});
+            return std::make_shared<const imaging::KernelFunction>(
+                imaging::KernelFunction{module, static_cast<size_t>(found - functions.begin())});
     }
     if (error) error->localizedDescription = problem;
     return nullptr;

@@ -33,8 +33,8 @@ struct PixelSource {
 struct Annotation {
     ImageProperties properties;
     std::string builtinName; ///< "CIGaussianBlur", … when a framework filter made the node
-    std::vector<std::pair<std::string, std::variant<Number, CIVector, CIColor, CGAffineTransform,
-                                                    CIImage>>>
+    std::vector<
+        std::pair<std::string, std::variant<Number, CIVector, CIColor, CGAffineTransform, CIImage>>>
         builtinInputs;
     std::string errorLabel, errorMessage;
 };

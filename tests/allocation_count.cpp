@@ -23,9 +23,15 @@ std::atomic<uint64_t> allocationsOfAllThreads = 0;
 
 } // namespace
 
-uint64_t heapAllocations() { return allocations; }
-uint64_t heapAllocationsOfAllThreads() { return allocationsOfAllThreads; }
-bool countsAllocations() { return VORN_COUNTS; }
+uint64_t heapAllocations() {
+    return allocations;
+}
+uint64_t heapAllocationsOfAllThreads() {
+    return allocationsOfAllThreads;
+}
+bool countsAllocations() {
+    return VORN_COUNTS;
+}
 
 #if VORN_COUNTS
 extern "C" {

@@ -2,9 +2,9 @@
 # Installs a build, moves the installed tree elsewhere, and uses it from there: the command line
 # without any environment, and the examples built through CMake and through pkg-config.
 #
-#   install_test.sh CMAKE BUILD_FOLDER SOURCE_FOLDER C++_COMPILER PKG_CONFIG LIBRARY_FOLDER
+#   install_test.sh CMAKE GENERATOR BUILD_FOLDER SOURCE_FOLDER C++_COMPILER PKG_CONFIG LIBRARY_FOLDER
 set -euo pipefail
-cmake=$1 build=$2 source=$3 compiler=$4 pkg_config=$5 library_folder=$6
+cmake=$1 generator=$2 build=$3 source=$4 compiler=$5 pkg_config=$6 library_folder=$7
 
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
@@ -41,8 +41,8 @@ check_example() { # a program, and how it was built
     rm "$folder/picture.ppm"
 }
 
-"$cmake" -S "$source/examples" -B "$folder/examples" -DCMAKE_CXX_COMPILER="$compiler" \
-    -DCMAKE_PREFIX_PATH="$tree" >"$folder/log" 2>&1 &&
+"$cmake" -G "$generator" -S "$source/examples" -B "$folder/examples" \
+    -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$tree" >"$folder/log" 2>&1 &&
     "$cmake" --build "$folder/examples" >>"$folder/log" 2>&1 || fail "$(cat "$folder/log")"
 check_example "$folder/examples/minimal_host" "CMake"
 "$folder/examples/contact_sheet" "$source/resources/FX_error_image.png" "$folder/sheet.ppm" >/dev/null ||

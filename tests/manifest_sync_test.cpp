@@ -34,7 +34,8 @@ std::vector<std::string> matches(const std::string& text, const char* pattern) {
 std::set<std::string> wordsQuotedIn(const fs::path& folder) {
     std::set<std::string> words;
     for (const fs::path& file : filesUnder(folder, {".cpp", ".h"}))
-        for (const std::string& word : matches(fileContents(file), "\"(\\w+)\"")) words.insert(word);
+        for (const std::string& word : matches(fileContents(file), "\"(\\w+)\""))
+            words.insert(word);
     return words;
 }
 
@@ -71,7 +72,8 @@ TEST(InStep, KernelsAreThoseThatFiltersLoad) {
         EXPECT_TRUE(allWords.contains(file.stem().string())) << "nobody loads " << file;
         for (const std::string& function :
              matches(fileContents(file), "kernel\\s+vec[24]\\s+(\\w+)\\("))
-            EXPECT_TRUE(allWords.contains(function)) << "nobody loads " << function << " of " << file;
+            EXPECT_TRUE(allWords.contains(function))
+                << "nobody loads " << function << " of " << file;
     }
     for (const std::string& word : filterWords) {
         const bool isLibrary = word.ends_with("Kernel");
@@ -100,7 +102,8 @@ TEST(InStep, NoTextLeansOnWhatReadersDoNotHave) {
         if (name == "build" || name == "demo" || name == "out" || name == ".git" ||
             name == "DEVELOPERS.md")
             continue;
-        if (!entry.is_directory()) files.push_back(entry.path());
+        if (!entry.is_directory())
+            files.push_back(entry.path());
         else
             for (const fs::path& file :
                  filesUnder(entry.path(), {".cpp", ".h", ".kernel", ".md", ".txt", ".cmake", ".in",

@@ -31,8 +31,8 @@ struct SourceView {
     int32_t layout;
     ChannelOrder order;
     int32_t x0, y0, width, height;
-    int32_t nearest;  ///< 1: nearest pixel, 0: bilinear
-    float extent[4];  ///< origin and size that the kernel is told
+    int32_t nearest; ///< 1: nearest pixel, 0: bilinear
+    float extent[4]; ///< origin and size that the kernel is told
 };
 
 struct TargetView {

@@ -53,15 +53,16 @@ public:
     explicit Emitter(const Source& source) : source_(source), tokens_(source.tokens) {}
 
     std::string run() {
-        out_ = "#include \"kernel.h\"\n"
-               "using namespace vorn::lanes;\n"
-               "namespace {\n"
-               "template <Memory memory>\n"
-               "struct Text : KernelBase<memory> {\n"
-               "using KernelBase<memory>::place; using KernelBase<memory>::destCoord;\n"
-               "using KernelBase<memory>::sample; using KernelBase<memory>::sampleHere;\n"
-               "using KernelBase<memory>::samplerCoord; using KernelBase<memory>::samplerSize;\n"
-               "using KernelBase<memory>::samplerOrigin; using KernelBase<memory>::samplerExtent;\n";
+        out_ =
+            "#include \"kernel.h\"\n"
+            "using namespace vorn::lanes;\n"
+            "namespace {\n"
+            "template <Memory memory>\n"
+            "struct Text : KernelBase<memory> {\n"
+            "using KernelBase<memory>::place; using KernelBase<memory>::destCoord;\n"
+            "using KernelBase<memory>::sample; using KernelBase<memory>::sampleHere;\n"
+            "using KernelBase<memory>::samplerCoord; using KernelBase<memory>::samplerSize;\n"
+            "using KernelBase<memory>::samplerOrigin; using KernelBase<memory>::samplerExtent;\n";
         size_t at = 0;
         for (const KernelDeclaration& kernel : source_.kernels) {
             body(at, kernel.firstToken);
@@ -106,9 +107,9 @@ private:
         }
     }
 
-    /// A kernel's body. Its `uniform` declarations that stand directly in it move to a function that
-    /// runs once per call, before the loop over the pixels; it sees the kernel's parameters and the
-    /// uniforms before it, and nothing that differs from pixel to pixel.
+    /// A kernel's body. Its `uniform` declarations that stand directly in it move to a function
+    /// that runs once per call, before the loop over the pixels; it sees the kernel's parameters
+    /// and the uniforms before it, and nothing that differs from pixel to pixel.
     void kernelBody(const KernelDeclaration& kernel) {
         const std::string& name = kernel.function.name;
         std::string fields, locals, setup;
@@ -124,15 +125,22 @@ private:
             }
             const std::string pixelText = std::move(out_);
             out_.clear();
-            const std::string type = kTypes.at(token(at + 1).text).shared;
+            const auto known = kTypes.find(token(at + 1).text);
+            if (known == kTypes.end())
+                source_.fail(at + 1, "'" + token(at + 1).text + "' is not a type");
+            const std::string type = known->second.shared;
             const std::string variable = token(at + 2).text;
             at += 2;
-            while (!token(at).is(";")) at += one(at);
+            while (!token(at).is(";")) {
+                if (at + 1 >= kernel.endToken) source_.fail(at, "expected ';'");
+                at += one(at);
+            }
             at += 1;
             setup += "const " + type + " " + out_ + ";\nshared_" + name + "." + variable + " = " +
                      variable + ";\n";
             fields += type + " " + variable + "; ";
-            locals += "const " + type + " " + variable + " = shared_" + name + "." + variable + "; ";
+            locals +=
+                "const " + type + " " + variable + " = shared_" + name + "." + variable + "; ";
             out_ = pixelText;
         }
         const std::string pixelText = std::move(out_);
@@ -245,8 +253,8 @@ private:
                 out_ += view(source);
                 const std::string number = "view" + std::to_string(source++);
                 const bool sampler = parameter.type == ParameterType::Sampler;
-                arguments += sampler ? "Sampler<%>{" + number + "}"
-                                     : "loadHere<%>(" + number + ", place)";
+                arguments +=
+                    sampler ? "Sampler<%>{" + number + "}" : "loadHere<%>(" + number + ", place)";
                 setupArguments += sampler ? "Sampler<%>{" + number + "}" : "Pixel()";
                 onlyOwnPixels &= parameter.readsOwnPixelOnly;
                 opaque += (opaque.empty() ? "" : " && ") + ("isOpaqueHere(" + number + ", place)");
@@ -264,10 +272,11 @@ private:
                     name + "(" + inMode(setupArguments, memory) + ");\n";
         };
         const auto call = [&](const char* variable, const char* memory) {
-            std::string result = std::string(variable) + "." + name + "(" +
-                                 inMode(arguments, memory) + ")";
+            std::string result =
+                std::string(variable) + "." + name + "(" + inMode(arguments, memory) + ")";
             if (function.kind == FunctionKind::Warp)
-                result = std::string("sampleAt<") + memory + ">(view0, Vec2<Float>(" + result + "))";
+                result =
+                    std::string("sampleAt<") + memory + ">(view0, Vec2<Float>(" + result + "))";
             out_ += std::string(variable) + ".place = place;\nstoreGroup<" + memory +
                     ">(target, to, " + result + ", place.count);\n";
         };
@@ -300,8 +309,10 @@ private:
             return "const int32_t " + name + " = bitsAs<int32_t>(" + value(0) + ");\n";
         case ParameterType::Uint:
             return "const uint32_t " + name + " = bitsAs<uint32_t>(" + value(0) + ");\n";
-        case ParameterType::Float: return "const float " + name + " = " + value(0) + ";\n";
-        default: break;
+        case ParameterType::Float:
+            return "const float " + name + " = " + value(0) + ";\n";
+        default:
+            break;
         }
         const int count = flattenedSize(type);
         std::string text = "const Vec" + std::to_string(count) + "<float> " + name + "(";
@@ -326,6 +337,8 @@ private:
 
 } // namespace
 
-std::string emitCpp(const Source& source) { return Emitter(source).run(); }
+std::string emitCpp(const Source& source) {
+    return Emitter(source).run();
+}
 
 } // namespace vorn::kernelc

@@ -47,12 +47,18 @@ vec4 samplerExtent(int source) { return vornCall.sources[source].extent; }
 
 const char* typeName(ParameterType type) {
     switch (type) {
-    case ParameterType::Vec2: return "vec2";
-    case ParameterType::Vec3: return "vec3";
-    case ParameterType::Vec4: return "vec4";
-    case ParameterType::Int: return "int";
-    case ParameterType::Uint: return "uint";
-    default: return "float";
+    case ParameterType::Vec2:
+        return "vec2";
+    case ParameterType::Vec3:
+        return "vec3";
+    case ParameterType::Vec4:
+        return "vec4";
+    case ParameterType::Int:
+        return "int";
+    case ParameterType::Uint:
+        return "uint";
+    default:
+        return "float";
     }
 }
 

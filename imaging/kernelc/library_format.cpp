@@ -108,7 +108,8 @@ std::string serialize(const Library& library) {
 std::string parse(std::string_view bytes, Library& library) {
     if (bytes.empty()) return "The kernel library is empty.";
     const size_t magicSize = std::min(bytes.size(), sizeof kMagic);
-    if (std::memcmp(bytes.data(), kMagic, magicSize) != 0) return "The file is not a kernel library.";
+    if (std::memcmp(bytes.data(), kMagic, magicSize) != 0)
+        return "The file is not a kernel library.";
     Reader header(bytes.substr(magicSize));
     const auto format = header.number<uint32_t>();
     const auto abi = header.number<uint32_t>();

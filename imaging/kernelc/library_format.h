@@ -19,17 +19,31 @@ namespace vorn::kernelc {
 inline constexpr uint32_t kFormatVersion = 1;
 
 enum class FunctionKind : uint8_t { General = 0, Color = 1, Warp = 2 };
-enum class ParameterType : uint8_t { Sampler = 0, Pixel = 1, Float = 2, Vec2, Vec3, Vec4, Int, Uint };
+enum class ParameterType : uint8_t {
+    Sampler = 0,
+    Pixel = 1,
+    Float = 2,
+    Vec2,
+    Vec3,
+    Vec4,
+    Int,
+    Uint
+};
 
 /// How many 32-bit values a parameter takes in the flattened arguments; 0 for image parameters.
 constexpr int flattenedSize(ParameterType type) {
     switch (type) {
     case ParameterType::Sampler:
-    case ParameterType::Pixel: return 0;
-    case ParameterType::Vec2: return 2;
-    case ParameterType::Vec3: return 3;
-    case ParameterType::Vec4: return 4;
-    default: return 1;
+    case ParameterType::Pixel:
+        return 0;
+    case ParameterType::Vec2:
+        return 2;
+    case ParameterType::Vec3:
+        return 3;
+    case ParameterType::Vec4:
+        return 4;
+    default:
+        return 1;
     }
 }
 constexpr bool isImage(ParameterType type) {

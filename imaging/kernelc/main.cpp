@@ -11,8 +11,8 @@
 
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <fcntl.h>
+#include <fstream>
 #include <iterator>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -36,8 +36,10 @@ struct Options {
 std::vector<std::string> split(const std::string& text, char separator) {
     std::vector<std::string> parts(1);
     for (const char c : text)
-        if (c == separator) parts.emplace_back();
-        else parts.back() += c;
+        if (c == separator)
+            parts.emplace_back();
+        else
+            parts.back() += c;
     return parts;
 }
 
@@ -51,20 +53,29 @@ Options parseOptions(int count, char** arguments) {
         }
         if (i + 1 >= count) throw SourceError(name + " needs a value");
         const std::string value = arguments[++i];
-        if (name == "--output") options.output = value;
-        else if (name == "--include") options.includeFolder = value;
-        else if (name == "--lanes") options.lanesFolder = value;
-        else if (name == "--compiler") options.compiler = value;
-        else if (name == "--glslang") options.glslang = value;
-        else if (name == "--validator") options.validator = value;
-        else if (name == "--depfile") options.depfile = value;
-        else if (name == "--temporary") options.temporary = value;
+        if (name == "--output")
+            options.output = value;
+        else if (name == "--include")
+            options.includeFolder = value;
+        else if (name == "--lanes")
+            options.lanesFolder = value;
+        else if (name == "--compiler")
+            options.compiler = value;
+        else if (name == "--glslang")
+            options.glslang = value;
+        else if (name == "--validator")
+            options.validator = value;
+        else if (name == "--depfile")
+            options.depfile = value;
+        else if (name == "--temporary")
+            options.temporary = value;
         else if (name == "--level") {
             const auto parts = split(value, ':');
             if (parts.size() != 3) throw SourceError("--level NAME:LANES:FLAGS");
-            options.levels.push_back({parts[0], static_cast<uint32_t>(std::stoul(parts[1])),
-                                      split(parts[2], ',')});
-        } else throw SourceError("unknown option " + name);
+            options.levels.push_back(
+                {parts[0], static_cast<uint32_t>(std::stoul(parts[1])), split(parts[2], ',')});
+        } else
+            throw SourceError("unknown option " + name);
     }
     if (options.source.empty() || options.output.empty() || options.levels.empty())
         throw SourceError("usage: kernelc --output LIBRARY --level … SOURCE");
@@ -120,14 +131,22 @@ void compile(const Options& options) {
     writeFile(cpp, emitCpp(source));
     for (const Options::Level& level : options.levels) {
         const std::string object = base + "." + level.name + ".so";
-        std::vector<std::string> command{
-            options.compiler, "-std=c++20", "-shared", "-fPIC", "-fvisibility=hidden",
-            "-fno-math-errno", "-fno-trapping-math", "-fno-exceptions", "-fno-rtti", "-w",
-            "-DVORN_LANES=" + std::to_string(level.lanes), "-I" + options.lanesFolder};
+        std::vector<std::string> command{options.compiler,
+                                         "-std=c++20",
+                                         "-shared",
+                                         "-fPIC",
+                                         "-fvisibility=hidden",
+                                         "-fno-math-errno",
+                                         "-fno-trapping-math",
+                                         "-fno-exceptions",
+                                         "-fno-rtti",
+                                         "-w",
+                                         "-DVORN_LANES=" + std::to_string(level.lanes),
+                                         "-I" + options.lanesFolder};
         command.insert(command.end(), level.flags.begin(), level.flags.end());
-        command.insert(command.end(), {cpp, "-o", object, "-nostartfiles", "-Wl,-s",
-                                       "-Wl,-z,noseparate-code", "-Wl,--as-needed", "-lsleef",
-                                       "-lm"});
+        command.insert(command.end(),
+                       {cpp, "-o", object, "-nostartfiles", "-Wl,-s", "-Wl,-z,noseparate-code",
+                        "-Wl,--as-needed", "-lsleef", "-lm"});
         run(command);
         library.code.push_back({level.name, level.lanes, readFile(object)});
     }

@@ -70,9 +70,9 @@ private:
                 }
                 add(Token::Kind::Number, end - at);
             } else {
-                static const char* const pairs[] = {"<<=", ">>=", "<<", ">>", "<=", ">=", "==",
-                                                    "!=",  "&&",  "||", "+=", "-=", "*=", "/=",
-                                                    "%=",  "&=",  "|=", "^=", "++", "--"};
+                static const char* const pairs[] = {
+                    "<<=", ">>=", "<<", ">>", "<=", ">=", "==", "!=", "&&", "||",
+                    "+=",  "-=",  "*=", "/=", "%=", "&=", "|=", "^=", "++", "--"};
                 size_t length = 1;
                 for (const char* pair : pairs)
                     if (text.compare(at, std::char_traits<char>::length(pair), pair) == 0) {
@@ -111,9 +111,7 @@ public:
 
 private:
     [[noreturn]] void fail(size_t at, const std::string& message) const {
-        const Token& token = tokens_[std::min(at, tokens_.size() - 1)];
-        throw SourceError(source_.files[static_cast<size_t>(token.file)] + ":" +
-                          std::to_string(token.line) + ": " + message);
+        source_.fail(at, message);
     }
     const Token& token(size_t at) const {
         static const Token end;
@@ -151,7 +149,8 @@ private:
             kernel.function.parameters.push_back(std::move(parameter));
             at += 2;
         }
-        if (samplers && pixels) fail(first, "a kernel has sampler or __sample parameters, not both");
+        if (samplers && pixels)
+            fail(first, "a kernel has sampler or __sample parameters, not both");
         if (returnsPoint && (samplers || pixels))
             fail(first, "a warp kernel takes no image; its result says where to read");
         kernel.function.kind = returnsPoint ? FunctionKind::Warp
@@ -184,11 +183,10 @@ private:
             if (isReadHere(tokens_, at, length)) {
                 at += length - 1;
             } else if (token(at).is(name) && !token(at - 1).is(".")) {
-                const bool question = token(at - 1).is("(") && token(at + 1).is(")") &&
-                                      (token(at - 2).is("samplerSize") ||
-                                       token(at - 2).is("samplerOrigin") ||
-                                       token(at - 2).is("samplerExtent") ||
-                                       token(at - 2).is("samplerCoord"));
+                const bool question =
+                    token(at - 1).is("(") && token(at + 1).is(")") &&
+                    (token(at - 2).is("samplerSize") || token(at - 2).is("samplerOrigin") ||
+                     token(at - 2).is("samplerExtent") || token(at - 2).is("samplerCoord"));
                 if (!question) return false;
             }
         }
@@ -200,6 +198,12 @@ private:
 };
 
 } // namespace
+
+void Source::fail(size_t at, const std::string& message) const {
+    const Token& token = tokens[std::min(at, tokens.size() - 1)];
+    throw SourceError(files[static_cast<size_t>(token.file)] + ":" + std::to_string(token.line) +
+                      ": " + message);
+}
 
 bool isReadHere(const std::vector<Token>& tokens, size_t at, size_t& length) {
     const auto matches = [&](std::initializer_list<const char*> pattern) {

@@ -38,6 +38,9 @@ struct Source {
     std::vector<std::string> files; ///< the source itself and what it includes
     std::vector<Token> tokens;      ///< with headers in place of their #include lines
     std::vector<KernelDeclaration> kernels;
+
+    /// Throws a SourceError at a token (past the end: at the last one).
+    [[noreturn]] void fail(size_t token, const std::string& message) const;
 };
 
 /// Reads a source and the headers that it includes (each once), and checks the declarations.

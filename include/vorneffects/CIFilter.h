@@ -13,9 +13,8 @@
 #include <vector>
 
 /// What an input can be set to; the first alternative is "unset".
-using InputValue =
-    std::variant<std::monostate, CIImage, Number, CIVector, CIColor, Data, std::string,
-                 CGAffineTransform>;
+using InputValue = std::variant<std::monostate, CIImage, Number, CIVector, CIColor, Data,
+                                std::string, CGAffineTransform>;
 
 enum class InputKind : uint8_t { Image, Number, Vector, Color, Data, String, Transform };
 const char* inputKindName(InputKind kind); // "image", "number", ...
@@ -148,12 +147,18 @@ namespace vorn::detail {
 
 template <class Member>
 constexpr InputKind kindOf() {
-    if constexpr (std::is_same_v<Member, CIImage>) return InputKind::Image;
-    else if constexpr (std::is_same_v<Member, Number>) return InputKind::Number;
-    else if constexpr (std::is_same_v<Member, CIVector>) return InputKind::Vector;
-    else if constexpr (std::is_same_v<Member, CIColor>) return InputKind::Color;
-    else if constexpr (std::is_same_v<Member, Data>) return InputKind::Data;
-    else if constexpr (std::is_same_v<Member, CGAffineTransform>) return InputKind::Transform;
+    if constexpr (std::is_same_v<Member, CIImage>)
+        return InputKind::Image;
+    else if constexpr (std::is_same_v<Member, Number>)
+        return InputKind::Number;
+    else if constexpr (std::is_same_v<Member, CIVector>)
+        return InputKind::Vector;
+    else if constexpr (std::is_same_v<Member, CIColor>)
+        return InputKind::Color;
+    else if constexpr (std::is_same_v<Member, Data>)
+        return InputKind::Data;
+    else if constexpr (std::is_same_v<Member, CGAffineTransform>)
+        return InputKind::Transform;
     else {
         static_assert(std::is_same_v<Member, std::string>, "not a kind of input");
         return InputKind::String;
@@ -166,9 +171,12 @@ constexpr InputInfo inputInfo(const char* key) {
     return {key, kindOf<Member>(),
             [](CIFilter& filter, const InputValue& value) {
                 Member& slot = static_cast<Filter&>(filter).*member;
-                if (std::holds_alternative<std::monostate>(value)) slot = Member{};
-                else if (const Member* given = std::get_if<Member>(&value)) slot = *given;
-                else return false;
+                if (std::holds_alternative<std::monostate>(value))
+                    slot = Member{};
+                else if (const Member* given = std::get_if<Member>(&value))
+                    slot = *given;
+                else
+                    return false;
                 return true;
             },
             [](const CIFilter& filter) -> InputValue {
@@ -180,8 +188,10 @@ constexpr InputInfo inputInfo(const char* key) {
 template <class Filter>
 const Attributes& attributesOf() {
     static const Attributes attributes = [] {
-        if constexpr (requires { Filter::customAttributes(); }) return Filter::customAttributes();
-        else return Attributes{};
+        if constexpr (requires { Filter::customAttributes(); })
+            return Filter::customAttributes();
+        else
+            return Attributes{};
     }();
     return attributes;
 }
@@ -209,12 +219,17 @@ struct ClassRegistration {
 /// Inside a filter class, after its inputs: names the class and its inputs, keys in this order.
 #define VORN_FILTER(FilterClass, ...)                                                              \
     static const std::vector<InputInfo>& inputs() {                                                \
-        static const std::vector<InputInfo> table{VORN_EACH(VORN_INPUT, FilterClass, __VA_ARGS__)}; \
+        static const std::vector<InputInfo> table{                                                 \
+            VORN_EACH(VORN_INPUT, FilterClass, __VA_ARGS__)};                                      \
         return table;                                                                              \
     }                                                                                              \
     static const FilterClassInfo classInformation;                                                 \
-    static Class theClass() { return &classInformation.classInfo; }                                \
-    const FilterClassInfo& filterClass() const override { return classInformation; }
+    static Class theClass() {                                                                      \
+        return &classInformation.classInfo;                                                        \
+    }                                                                                              \
+    const FilterClassInfo& filterClass() const override {                                          \
+        return classInformation;                                                                   \
+    }
 
 /// After a filter class: makes the class known by its name.
 #define VORN_REGISTER(FilterClass)                                                                 \

@@ -69,8 +69,8 @@ struct CGRect {
     }
 
     bool contains(const CGRect& other) const {
-        return other.isEmpty() || (x <= other.x && y <= other.y && maxX() >= other.maxX() &&
-                                   maxY() >= other.maxY());
+        return other.isEmpty() ||
+               (x <= other.x && y <= other.y && maxX() >= other.maxX() && maxY() >= other.maxY());
     }
 
     bool operator==(const CGRect&) const = default;
@@ -107,13 +107,17 @@ struct CGAffineTransform {
     /// This transform first, then `next`.
     CGAffineTransform then(const CGAffineTransform& next) const {
         const CGPoint origin = next.apply({tx, ty});
-        return {next.a * a + next.c * b, next.b * a + next.d * b, next.a * c + next.c * d,
-                next.b * c + next.d * d, origin.x, origin.y};
+        return {next.a * a + next.c * b,
+                next.b * a + next.d * b,
+                next.a * c + next.c * d,
+                next.b * c + next.d * d,
+                origin.x,
+                origin.y};
     }
 
     /// The inverse; the determinant must not be zero.
     CGAffineTransform inverted() const {
         const double k = 1 / determinant();
-        return {d * k,  -b * k, -c * k, a * k, (c * ty - d * tx) * k, (b * tx - a * ty) * k};
+        return {d * k, -b * k, -c * k, a * k, (c * ty - d * tx) * k, (b * tx - a * ty) * k};
     }
 };

@@ -18,8 +18,8 @@ struct SamplerDescription {
 };
 
 using ArgumentDescription = std::variant<Number, CIVector, CIColor, SamplerDescription>;
-using BuiltinInput = std::variant<Number, CIVector, CIColor, CGAffineTransform,
-                                  std::shared_ptr<ImageDescription>>;
+using BuiltinInput =
+    std::variant<Number, CIVector, CIColor, CGAffineTransform, std::shared_ptr<ImageDescription>>;
 
 struct ImageDescription {
     enum class Kind {

@@ -171,8 +171,8 @@ using CVPixelBufferRef = std::shared_ptr<PixelBuffer>;
 struct SurfaceProperties {
     uint32_t width = 0, height = 0;
     uint32_t bytesPerElement = 4;
-    size_t bytesPerRow = 0; ///< 0: chosen by the platform
-    size_t allocSize = 0;   ///< 0: chosen by the platform
+    size_t bytesPerRow = 0;            ///< 0: chosen by the platform
+    size_t allocSize = 0;              ///< 0: chosen by the platform
     uint32_t pixelFormat = 0x42475241; ///< four-character code; 'BGRA'
 };
 
