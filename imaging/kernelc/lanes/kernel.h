@@ -1,5 +1,5 @@
-// What a kernel's text finds around it on the CPU: where its pixels are, samplers, and the loop that
-// calls it for every group of N neighbouring pixels.
+// What a kernel's text finds around it on the CPU: where its pixels are, samplers, and the loop
+// that calls it for every group of N neighbouring pixels.
 #pragma once
 
 #include "pixels.h"
@@ -32,8 +32,8 @@ VORN_INLINE Uint gather32(const uint8_t* base, Int offset) {
 #if VORN_LANES == 16 && defined(__AVX512F__)
     return Uint(bitsAs<UintBits>(_mm512_i32gather_epi32(bitsAs<__m512i>(offset.v), base, 1)));
 #elif VORN_LANES == 8 && defined(__AVX2__)
-    return Uint(bitsAs<UintBits>(_mm256_i32gather_epi32(reinterpret_cast<const int*>(base),
-                                                        bitsAs<__m256i>(offset.v), 1)));
+    return Uint(bitsAs<UintBits>(
+        _mm256_i32gather_epi32(reinterpret_cast<const int*>(base), bitsAs<__m256i>(offset.v), 1)));
 #else
     int32_t at[N];
     uint32_t out[N];
@@ -81,7 +81,8 @@ VORN_INLINE Pixel fetch(const SourceView& view, Int column, Int row) {
                 halfToFloat(ba & Uint(0xffffu)), halfToFloat(ba >> 16)};
     }
     const Int at = line + (column << 4);
-    return {uintBitsToFloat(gather32(view.bytes, at)), uintBitsToFloat(gather32(view.bytes + 4, at)),
+    return {uintBitsToFloat(gather32(view.bytes, at)),
+            uintBitsToFloat(gather32(view.bytes + 4, at)),
             uintBitsToFloat(gather32(view.bytes + 8, at)),
             uintBitsToFloat(gather32(view.bytes + 12, at))};
 }
@@ -107,43 +108,47 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
         const Float zero = 0.0f;
         return {zero, zero, zero, zero};
     }
-    // Limited to just outside of the source, so that the integers below are safe; a coordinate that
+    // Whole and fractional parts are taken of the point itself, not of its distance to the source's
+    // corner: rounding then does not depend on which part of a source is at hand. Whole parts are
+    // limited to just outside of the source, so that the integers below are safe; a coordinate that
     // is not a number ends there as well.
-    const float right = static_cast<float>(view.width) + 1.0f;
-    const float bottom = static_cast<float>(view.height) + 1.0f;
-    const auto limit = [](Float value, float most) {
-        return min1(max1(value, Float(-2.0f)), Float(most));
+    const auto whole = [](Float value, int32_t origin, int32_t size) {
+        const Float low = static_cast<float>(origin) - 2.0f;
+        const Float high = static_cast<float>(origin) + static_cast<float>(size) + 1.0f;
+        return min1(max1(floor1(value), low), high);
     };
-    const Float fromLeft = point.x - Float(static_cast<float>(view.x0));
-    const Float fromTop = Float(static_cast<float>(view.y0 + view.height)) - point.y;
+    const int32_t top = view.y0 + view.height - 1;
     if (view.nearest) {
-        const Int column = toInt(floor1(limit(fromLeft, right)));
-        // A point on the edge between two rows belongs to the upper one, as y points up.
-        const Int row = -toInt(floor1(-limit(fromTop, bottom))) - Int(1);
+        const Int column = toInt(whole(point.x, view.x0, view.width)) - Int(view.x0);
+        const Int row = Int(top) - toInt(whole(point.y, view.y0, view.height));
         return fetchOrNothing<memory>(view, column, row,
                                       isWithin(column, view.width) && isWithin(row, view.height));
     }
-    const Float u = limit(fromLeft - 0.5f, right), v = limit(fromTop - 0.5f, bottom);
-    const Float u0 = floor1(u), v0 = floor1(v);
-    const Float fx = u - u0, fy = v - v0;
-    const Int column = toInt(u0), row = toInt(v0);
-    const Mask left = isWithin(column, view.width), rightSide = isWithin(column + Int(1), view.width);
-    const Mask top = isWithin(row, view.height), below = isWithin(row + Int(1), view.height);
+    const Float u = point.x - Float(0.5f), v = point.y - Float(0.5f);
+    const Float u0 = whole(u, view.x0, view.width), v0 = whole(v, view.y0, view.height);
+    // Not a number where the point is infinite: 0 then.
+    const Float fx = max1(u - floor1(u), Float(0.0f)), fy = max1(v - floor1(v), Float(0.0f));
+    const Int column = toInt(u0) - Int(view.x0), row = Int(top) - toInt(v0);
+    const Mask left = isWithin(column, view.width), right = isWithin(column + Int(1), view.width);
+    const Mask lower = isWithin(row, view.height), upper = isWithin(row - Int(1), view.height);
     Pixel p00, p10, p01, p11;
-    if (allLanes(left && rightSide && top && below)) [[likely]] {
+    if (allLanes(left && right && lower && upper)) [[likely]] {
         p00 = fetch<memory>(view, column, row);
         p10 = fetch<memory>(view, column + Int(1), row);
-        p01 = fetch<memory>(view, column, row + Int(1));
-        p11 = fetch<memory>(view, column + Int(1), row + Int(1));
+        p01 = fetch<memory>(view, column, row - Int(1));
+        p11 = fetch<memory>(view, column + Int(1), row - Int(1));
     } else {
-        p00 = fetchOrNothing<memory>(view, column, row, left && top);
-        p10 = fetchOrNothing<memory>(view, column + Int(1), row, rightSide && top);
-        p01 = fetchOrNothing<memory>(view, column, row + Int(1), left && below);
-        p11 = fetchOrNothing<memory>(view, column + Int(1), row + Int(1), rightSide && below);
+        p00 = fetchOrNothing<memory>(view, column, row, left && lower);
+        p10 = fetchOrNothing<memory>(view, column + Int(1), row, right && lower);
+        p01 = fetchOrNothing<memory>(view, column, row - Int(1), left && upper);
+        p11 = fetchOrNothing<memory>(view, column + Int(1), row - Int(1), right && upper);
     }
-    const Pixel upper = p00 + (p10 - p00) * fx;
-    const Pixel lower = p01 + (p11 - p01) * fx;
-    return upper + (lower - upper) * fy;
+    const auto blend = [](Float a, Float b, Float t) { return a + (b - a) * t; };
+    const auto channel = [&](Float a, Float b, Float c, Float d) {
+        return blend(blend(a, b, fx), blend(c, d, fx), fy);
+    };
+    return {channel(p00.x, p10.x, p01.x, p11.x), channel(p00.y, p10.y, p01.y, p11.y),
+            channel(p00.z, p10.z, p01.z, p11.z), channel(p00.w, p10.w, p01.w, p11.w)};
 }
 
 /// The base of every compiled library: holds the place, and gives the text its built-in functions.
@@ -183,9 +188,9 @@ struct KernelBase {
 VORN_INLINE bool isOpaqueHere(const SourceView& view, Place place) {
     if (place.count < N) return false;
     const int64_t row = view.y0 + view.height - 1 - place.y;
-    return areOpaque(loadTexels(view.bytes + row * view.rowBytes +
-                                static_cast<int64_t>(place.x - view.x0) * 4),
-                     view.order);
+    return areOpaque(
+        loadTexels(view.bytes + row * view.rowBytes + static_cast<int64_t>(place.x - view.x0) * 4),
+        view.order);
 }
 
 /// Calls `group(place, memory to write)` for every group of a call.
@@ -194,8 +199,7 @@ VORN_INLINE void forEachGroup(const KernelCall& call, GroupFunction group) {
     // Copies: the pixels that are written could otherwise be taken for them.
     const TargetView target = call.target;
     const int x0 = call.x0, x1 = call.x1, y0 = call.y0, y1 = call.y1;
-    const int bytes =
-        bytesPerPixel(isPacked(memory) ? static_cast<int>(kPacked8) : target.layout);
+    const int bytes = bytesPerPixel(isPacked(memory) ? static_cast<int>(kPacked8) : target.layout);
     for (int y = y1 - 1; y >= y0; --y) {
         uint8_t* to = target.bytes + (y1 - 1 - y) * target.rowBytes;
         for (int x = x0; x < x1; x += N, to += N * bytes)

@@ -86,8 +86,12 @@ struct Uint {
 };
 
 #define VORN_OPERATOR(Type, op)                                                                    \
-    VORN_INLINE Type operator op(Type a, Type b) { return Type(a.v op b.v); }                      \
-    VORN_INLINE Type& operator op##=(Type& a, Type b) { return a = a op b; }
+    VORN_INLINE Type operator op(Type a, Type b) {                                                 \
+        return Type(a.v op b.v);                                                                   \
+    }                                                                                              \
+    VORN_INLINE Type& operator op##=(Type& a, Type b) {                                            \
+        return a = a op b;                                                                         \
+    }
 VORN_OPERATOR(Float, +)
 VORN_OPERATOR(Float, -)
 VORN_OPERATOR(Float, *)
@@ -105,22 +109,44 @@ VORN_OPERATOR(Uint, &)
 VORN_OPERATOR(Uint, |)
 VORN_OPERATOR(Uint, ^)
 #undef VORN_OPERATOR
-VORN_INLINE Float operator-(Float a) { return Float(-a.v); }
-VORN_INLINE Int operator-(Int a) { return Int(-a.v); }
-VORN_INLINE Uint operator~(Uint a) { return Uint(~a.v); }
-VORN_INLINE Int operator~(Int a) { return Int(~a.v); }
-VORN_INLINE Int operator<<(Int a, int n) { return Int(a.v << n); }
-VORN_INLINE Int operator>>(Int a, int n) { return Int(a.v >> n); }
-VORN_INLINE Uint operator<<(Uint a, int n) { return Uint(a.v << n); }
-VORN_INLINE Uint operator>>(Uint a, int n) { return Uint(a.v >> n); }
-VORN_INLINE Uint& operator^=(Uint& a, int b) { return a = a ^ Uint(b); }
+VORN_INLINE Float operator-(Float a) {
+    return Float(-a.v);
+}
+VORN_INLINE Int operator-(Int a) {
+    return Int(-a.v);
+}
+VORN_INLINE Uint operator~(Uint a) {
+    return Uint(~a.v);
+}
+VORN_INLINE Int operator~(Int a) {
+    return Int(~a.v);
+}
+VORN_INLINE Int operator<<(Int a, int n) {
+    return Int(a.v << n);
+}
+VORN_INLINE Int operator>>(Int a, int n) {
+    return Int(a.v >> n);
+}
+VORN_INLINE Uint operator<<(Uint a, int n) {
+    return Uint(a.v << n);
+}
+VORN_INLINE Uint operator>>(Uint a, int n) {
+    return Uint(a.v >> n);
+}
+VORN_INLINE Uint& operator^=(Uint& a, int b) {
+    return a = a ^ Uint(b);
+}
 
 #if VORN_LANES == 1
 #define VORN_COMPARE(Type, op)                                                                     \
-    VORN_INLINE Mask operator op(Type a, Type b) { return {-static_cast<int32_t>(a.v op b.v)}; }
+    VORN_INLINE Mask operator op(Type a, Type b) {                                                 \
+        return {-static_cast<int32_t>(a.v op b.v)};                                                \
+    }
 #else
 #define VORN_COMPARE(Type, op)                                                                     \
-    VORN_INLINE Mask operator op(Type a, Type b) { return {(IntBits)(a.v op b.v)}; }
+    VORN_INLINE Mask operator op(Type a, Type b) {                                                 \
+        return {(IntBits)(a.v op b.v)};                                                            \
+    }
 #endif
 #define VORN_COMPARISONS(Type)                                                                     \
     VORN_COMPARE(Type, <)                                                                          \
@@ -134,9 +160,15 @@ VORN_COMPARISONS(Int)
 VORN_COMPARISONS(Uint)
 #undef VORN_COMPARISONS
 #undef VORN_COMPARE
-VORN_INLINE Mask operator&&(Mask a, Mask b) { return {a.v & b.v}; }
-VORN_INLINE Mask operator||(Mask a, Mask b) { return {a.v | b.v}; }
-VORN_INLINE Mask operator!(Mask a) { return {~a.v}; }
+VORN_INLINE Mask operator&&(Mask a, Mask b) {
+    return {a.v & b.v};
+}
+VORN_INLINE Mask operator||(Mask a, Mask b) {
+    return {a.v | b.v};
+}
+VORN_INLINE Mask operator!(Mask a) {
+    return {~a.v};
+}
 
 /// True when every lane of a mask is set: a shortcut for the lane layer itself, never for kernels.
 VORN_INLINE bool allLanes(Mask m) {
@@ -158,12 +190,11 @@ VORN_INLINE bool allLanes(Mask m) {
 template <class T>
 VORN_INLINE T pick(Mask m, T a, T b) {
 #if VORN_LANES == 16 && defined(__AVX512DQ__)
-    return T(bitsAs<decltype(a.v)>(
-        _mm512_mask_blend_ps(_mm512_movepi32_mask(bitsAs<__m512i>(m.v)), bitsAs<__m512>(b.v),
-                             bitsAs<__m512>(a.v))));
+    return T(bitsAs<decltype(a.v)>(_mm512_mask_blend_ps(_mm512_movepi32_mask(bitsAs<__m512i>(m.v)),
+                                                        bitsAs<__m512>(b.v), bitsAs<__m512>(a.v))));
 #elif VORN_LANES == 8 && defined(__AVX__)
-    return T(bitsAs<decltype(a.v)>(_mm256_blendv_ps(bitsAs<__m256>(b.v), bitsAs<__m256>(a.v),
-                                                    bitsAs<__m256>(m.v))));
+    return T(bitsAs<decltype(a.v)>(
+        _mm256_blendv_ps(bitsAs<__m256>(b.v), bitsAs<__m256>(a.v), bitsAs<__m256>(m.v))));
 #elif VORN_LANES == 4 && defined(__SSE4_1__)
     return T(bitsAs<decltype(a.v)>(
         _mm_blendv_ps(bitsAs<__m128>(b.v), bitsAs<__m128>(a.v), bitsAs<__m128>(m.v))));
@@ -218,11 +249,11 @@ VORN_INLINE Float round1(Float a) {
     return Float(bitsAs<FloatBits>(
         _mm512_roundscale_ps(bitsAs<__m512>(a.v), _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC)));
 #elif VORN_LANES == 8 && defined(__AVX__)
-    return Float(bitsAs<FloatBits>(_mm256_round_ps(
-        bitsAs<__m256>(a.v), _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC)));
+    return Float(bitsAs<FloatBits>(
+        _mm256_round_ps(bitsAs<__m256>(a.v), _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC)));
 #elif VORN_LANES == 4 && defined(__SSE4_1__)
-    return Float(bitsAs<FloatBits>(_mm_round_ps(
-        bitsAs<__m128>(a.v), _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC)));
+    return Float(bitsAs<FloatBits>(
+        _mm_round_ps(bitsAs<__m128>(a.v), _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC)));
 #elif VORN_LANES == 1
     return Float(std::nearbyint(a.v));
 #else
@@ -264,7 +295,9 @@ VORN_INLINE Float toFloat(Uint a) {
     return toFloat(Int(bitsAs<IntBits>((a >> 1).v))) * Float(2.0f) +
            toFloat(Int(bitsAs<IntBits>((a & Uint(1)).v)));
 }
-VORN_INLINE Float toFloat(Float a) { return a; }
+VORN_INLINE Float toFloat(Float a) {
+    return a;
+}
 /// Toward zero; outside the 32-bit range, and for not-a-number, the smallest integer.
 VORN_INLINE Int toInt(Float a) {
 #if VORN_LANES == 16 && defined(__AVX512F__)
@@ -285,31 +318,71 @@ VORN_INLINE Int toInt(Float a) {
     return r;
 #endif
 }
-VORN_INLINE Int toInt(Int a) { return a; }
-VORN_INLINE Int toInt(Uint a) { return Int(bitsAs<IntBits>(a.v)); }
-VORN_INLINE Uint toUint(Float a) { return Uint(bitsAs<UintBits>(toInt(a).v)); }
-VORN_INLINE Uint toUint(Int a) { return Uint(bitsAs<UintBits>(a.v)); }
-VORN_INLINE Uint toUint(Uint a) { return a; }
-VORN_INLINE Uint floatBitsToUint(Float a) { return Uint(bitsAs<UintBits>(a.v)); }
-VORN_INLINE Float uintBitsToFloat(Uint a) { return Float(bitsAs<FloatBits>(a.v)); }
+VORN_INLINE Int toInt(Int a) {
+    return a;
+}
+VORN_INLINE Int toInt(Uint a) {
+    return Int(bitsAs<IntBits>(a.v));
+}
+VORN_INLINE Uint toUint(Float a) {
+    return Uint(bitsAs<UintBits>(toInt(a).v));
+}
+VORN_INLINE Uint toUint(Int a) {
+    return Uint(bitsAs<UintBits>(a.v));
+}
+VORN_INLINE Uint toUint(Uint a) {
+    return a;
+}
+VORN_INLINE Uint floatBitsToUint(Float a) {
+    return Uint(bitsAs<UintBits>(a.v));
+}
+VORN_INLINE Float uintBitsToFloat(Uint a) {
+    return Float(bitsAs<FloatBits>(a.v));
+}
 
 // The same for values that all pixels share.
-VORN_INLINE float min1(float a, float b) { return a < b ? a : b; }
-VORN_INLINE float max1(float a, float b) { return a > b ? a : b; }
-VORN_INLINE float floor1(float a) { return std::floor(a); }
-VORN_INLINE float round1(float a) { return std::nearbyint(a); }
-VORN_INLINE float sqrt1(float a) { return std::sqrt(a); }
-VORN_INLINE float abs1(float a) { return std::fabs(a); }
-VORN_INLINE float withSignOf(float magnitude, float sign) { return std::copysign(magnitude, sign); }
-VORN_INLINE float pick(bool m, float a, float b) { return m ? a : b; }
-VORN_INLINE float toFloat(float a) { return a; }
-VORN_INLINE float toFloat(int a) { return static_cast<float>(a); }
+VORN_INLINE float min1(float a, float b) {
+    return a < b ? a : b;
+}
+VORN_INLINE float max1(float a, float b) {
+    return a > b ? a : b;
+}
+VORN_INLINE float floor1(float a) {
+    return std::floor(a);
+}
+VORN_INLINE float round1(float a) {
+    return std::nearbyint(a);
+}
+VORN_INLINE float sqrt1(float a) {
+    return std::sqrt(a);
+}
+VORN_INLINE float abs1(float a) {
+    return std::fabs(a);
+}
+VORN_INLINE float withSignOf(float magnitude, float sign) {
+    return std::copysign(magnitude, sign);
+}
+VORN_INLINE float pick(bool m, float a, float b) {
+    return m ? a : b;
+}
+VORN_INLINE float toFloat(float a) {
+    return a;
+}
+VORN_INLINE float toFloat(int a) {
+    return static_cast<float>(a);
+}
 VORN_INLINE int toInt(float a) {
     return a > -2147483648.0f && a < 2147483648.0f ? static_cast<int>(a)
                                                    : static_cast<int>(0x80000000u);
 }
-VORN_INLINE int toInt(int a) { return a; }
-VORN_INLINE uint32_t toUint(int a) { return static_cast<uint32_t>(a); }
-VORN_INLINE uint32_t toUint(float a) { return static_cast<uint32_t>(toInt(a)); }
+VORN_INLINE int toInt(int a) {
+    return a;
+}
+VORN_INLINE uint32_t toUint(int a) {
+    return static_cast<uint32_t>(a);
+}
+VORN_INLINE uint32_t toUint(float a) {
+    return static_cast<uint32_t>(toInt(a));
+}
 
 } // namespace vorn::lanes

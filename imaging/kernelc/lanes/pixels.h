@@ -13,7 +13,9 @@ using Pixel = Vec4<Float>;
 /// packed 8-bit pixels. Opaque: packed, and every pixel read at the own place has an alpha of 1, so
 /// that the compiler drops all arithmetic on it; most video is like that.
 enum class Memory { Packed, Opaque, Any };
-constexpr bool isPacked(Memory memory) { return memory != Memory::Any; }
+constexpr bool isPacked(Memory memory) {
+    return memory != Memory::Any;
+}
 
 constexpr float kByteScale = 1.0f / 255.0f;
 
@@ -37,8 +39,8 @@ struct Texels {
 VORN_INLINE Float channelOf(Texels t, uint8_t byte) {
 #if VORN_LANES == 16 && defined(__AVX512BW__)
     const __m512i control = _mm512_set1_epi32(static_cast<int>(0xffffff00u | byte));
-    const __m512i place = _mm512_add_epi32(
-        control, _mm512_broadcast_i32x4(_mm_set_epi32(12, 8, 4, 0)));
+    const __m512i place =
+        _mm512_add_epi32(control, _mm512_broadcast_i32x4(_mm_set_epi32(12, 8, 4, 0)));
     return Float(bitsAs<FloatBits>(_mm512_cvtepi32_ps(_mm512_shuffle_epi8(t, place))));
 #elif VORN_LANES == 8 && defined(__AVX2__)
     const __m256i control = _mm256_set1_epi32(static_cast<int>(0xffffff00u | byte));
@@ -65,11 +67,11 @@ VORN_INLINE Float channelOf(Texels t, uint8_t byte) {
 VORN_INLINE Float scaledChannelOf(Texels t, uint8_t byte) {
     const __m512i place = _mm512_add_epi32(_mm512_set1_epi32(byte),
                                            _mm512_broadcast_i32x4(_mm_set_epi32(12, 8, 4, 0)));
-    const __m512i biased = _mm512_mask_shuffle_epi8(_mm512_set1_epi32(0x4b000000),
-                                                    0x1111111111111111u, t, place);
-    return Float(bitsAs<FloatBits>(
-        _mm512_fmsub_ps(_mm512_castsi512_ps(biased), _mm512_set1_ps(kByteScale),
-                        _mm512_set1_ps(8388608.0f * kByteScale))));
+    const __m512i biased =
+        _mm512_mask_shuffle_epi8(_mm512_set1_epi32(0x4b000000), 0x1111111111111111u, t, place);
+    return Float(
+        bitsAs<FloatBits>(_mm512_fmsub_ps(_mm512_castsi512_ps(biased), _mm512_set1_ps(kByteScale),
+                                          _mm512_set1_ps(8388608.0f * kByteScale))));
 }
 #else
 VORN_INLINE Float scaledChannelOf(Texels t, uint8_t byte) {
@@ -140,10 +142,9 @@ VORN_INLINE Texels pack(Pixel p, ChannelOrder order) {
     // Byte k of a pixel comes from the channel that the order puts there.
     const uint32_t channels = (0u << (8 * order.r)) | (4u << (8 * order.g)) |
                               (8u << (8 * order.b)) | (12u << (8 * order.a));
-    const __m256i place = _mm256_add_epi8(
-        _mm256_set1_epi32(static_cast<int>(channels)),
-        _mm256_set_epi32(0x03030303, 0x02020202, 0x01010101, 0, 0x03030303, 0x02020202, 0x01010101,
-                         0));
+    const __m256i place = _mm256_add_epi8(_mm256_set1_epi32(static_cast<int>(channels)),
+                                          _mm256_set_epi32(0x03030303, 0x02020202, 0x01010101, 0,
+                                                           0x03030303, 0x02020202, 0x01010101, 0));
     return _mm256_shuffle_epi8(planes, place);
 #elif VORN_LANES == 4 && defined(__SSE4_1__)
     const auto toBytes = [](Float f) {
@@ -156,9 +157,8 @@ VORN_INLINE Texels pack(Pixel p, ChannelOrder order) {
     const __m128i planes = _mm_packus_epi16(rg, ba);
     const uint32_t channels = (0u << (8 * order.r)) | (4u << (8 * order.g)) |
                               (8u << (8 * order.b)) | (12u << (8 * order.a));
-    const __m128i place =
-        _mm_add_epi8(_mm_set1_epi32(static_cast<int>(channels)),
-                     _mm_set_epi32(0x03030303, 0x02020202, 0x01010101, 0));
+    const __m128i place = _mm_add_epi8(_mm_set1_epi32(static_cast<int>(channels)),
+                                       _mm_set_epi32(0x03030303, 0x02020202, 0x01010101, 0));
     return _mm_shuffle_epi8(planes, place);
 #else
     const auto toByte = [](float f) -> uint32_t {
@@ -277,15 +277,22 @@ VORN_INLINE Eight toEight(Pixel p) {
     return {bitsAs<__m256>(p.x.v), bitsAs<__m256>(p.y.v), bitsAs<__m256>(p.z.v),
             bitsAs<__m256>(p.w.v)};
 }
-VORN_INLINE Pixel loadFloats(const uint8_t* from) { return fromEights(loadEightFloats(from)); }
-VORN_INLINE Pixel loadHalves(const uint8_t* from) { return fromEights(loadEightHalves(from)); }
-VORN_INLINE void storeFloats(uint8_t* to, Pixel p) { storeEightFloats(to, toEight(p)); }
-VORN_INLINE void storeHalves(uint8_t* to, Pixel p) { storeEightHalves(to, toEight(p)); }
+VORN_INLINE Pixel loadFloats(const uint8_t* from) {
+    return fromEights(loadEightFloats(from));
+}
+VORN_INLINE Pixel loadHalves(const uint8_t* from) {
+    return fromEights(loadEightHalves(from));
+}
+VORN_INLINE void storeFloats(uint8_t* to, Pixel p) {
+    storeEightFloats(to, toEight(p));
+}
+VORN_INLINE void storeHalves(uint8_t* to, Pixel p) {
+    storeEightHalves(to, toEight(p));
+}
 #else
 VORN_INLINE Pixel fromEights(Eight low, Eight high) {
     const auto both = [](__m256 l, __m256 h) {
-        return Float(
-            bitsAs<FloatBits>(_mm512_insertf32x8(_mm512_castps256_ps512(l), h, 1)));
+        return Float(bitsAs<FloatBits>(_mm512_insertf32x8(_mm512_castps256_ps512(l), h, 1)));
     };
     return {both(low.a, high.a), both(low.b, high.b), both(low.c, high.c), both(low.d, high.d)};
 }
@@ -383,9 +390,12 @@ VORN_INLINE Pixel loadGroup(const SourceView& view, const uint8_t* from, int cou
     }
     if constexpr (isPacked(memory)) return unpack<memory>(loadTexels(from), view.order);
     switch (layout) {
-    case kPacked8: return unpack<memory>(loadTexels(from), view.order);
-    case kHalf: return loadHalves(from);
-    case kFloat: return loadFloats(from);
+    case kPacked8:
+        return unpack<memory>(loadTexels(from), view.order);
+    case kHalf:
+        return loadHalves(from);
+    case kFloat:
+        return loadFloats(from);
     default:
         return {loadPlane(from), loadPlane(from + planeBytes), loadPlane(from + 2 * planeBytes),
                 loadPlane(from + 3 * planeBytes)};
@@ -416,7 +426,8 @@ VORN_INLINE void storeGroup(const TargetView& view, uint8_t* to, Pixel p, int co
         std::memcpy(out + 3 * planeBytes, &p.w, sizeof p.w);
     }
     if (count < N) [[unlikely]] {
-        const size_t bytes = static_cast<size_t>(count) * static_cast<size_t>(bytesPerPixel(layout));
+        const size_t bytes =
+            static_cast<size_t>(count) * static_cast<size_t>(bytesPerPixel(layout));
         if (layout == kPlanar)
             for (int plane = 0; plane < 4; ++plane)
                 std::memcpy(to + plane * view.planeBytes, partial + plane * planeBytes, bytes);

@@ -20,9 +20,13 @@ struct Vec4;
 
 // Swizzles are read-only: `const` results make an assignment to one an error.
 #define VORN_SWIZZLE2(a, b)                                                                        \
-    VORN_INLINE const Vec2<F> a##b() const { return {a, b}; }
+    VORN_INLINE const Vec2<F> a##b() const {                                                       \
+        return {a, b};                                                                             \
+    }
 #define VORN_SWIZZLE3(a, b, c)                                                                     \
-    VORN_INLINE const Vec3<F> a##b##c() const { return {a, b, c}; }
+    VORN_INLINE const Vec3<F> a##b##c() const {                                                    \
+        return {a, b, c};                                                                          \
+    }
 
 template <class F>
 struct Vec2 {
@@ -30,8 +34,7 @@ struct Vec2 {
     Vec2() = default;
     constexpr VORN_INLINE Vec2(F x_, F y_) : x(x_), y(y_) {}
     template <class G>
-        requires(!std::is_same_v<F, G>)
-    VORN_INLINE Vec2(const Vec2<G>& o) : x(o.x), y(o.y) {}
+    requires(!std::is_same_v<F, G>) VORN_INLINE Vec2(const Vec2<G>& o) : x(o.x), y(o.y) {}
     VORN_SWIZZLE2(x, x)
     VORN_SWIZZLE2(x, y) VORN_SWIZZLE2(y, x) VORN_SWIZZLE2(y, y)
 };
@@ -42,14 +45,13 @@ struct Vec3 {
     Vec3() = default;
     constexpr VORN_INLINE Vec3(F x_, F y_, F z_) : x(x_), y(y_), z(z_) {}
     template <class G>
-        requires(!std::is_same_v<F, G>)
-    VORN_INLINE Vec3(const Vec3<G>& o) : x(o.x), y(o.y), z(o.z) {}
-    VORN_SWIZZLE2(x, x) VORN_SWIZZLE2(x, y) VORN_SWIZZLE2(x, z) VORN_SWIZZLE2(y, x)
-    VORN_SWIZZLE2(y, y) VORN_SWIZZLE2(y, z) VORN_SWIZZLE2(z, x) VORN_SWIZZLE2(z, y)
-    VORN_SWIZZLE2(z, z)
-    VORN_SWIZZLE3(x, x, x) VORN_SWIZZLE3(x, y, z) VORN_SWIZZLE3(x, z, y) VORN_SWIZZLE3(y, x, z)
-    VORN_SWIZZLE3(y, y, y) VORN_SWIZZLE3(y, z, x) VORN_SWIZZLE3(z, x, y) VORN_SWIZZLE3(z, y, x)
-    VORN_SWIZZLE3(z, z, z)
+    requires(!std::is_same_v<F, G>) VORN_INLINE Vec3(const Vec3<G>& o) : x(o.x), y(o.y), z(o.z) {}
+    VORN_SWIZZLE2(x, x)
+    VORN_SWIZZLE2(x, y) VORN_SWIZZLE2(x, z) VORN_SWIZZLE2(y, x) VORN_SWIZZLE2(y, y)
+        VORN_SWIZZLE2(y, z) VORN_SWIZZLE2(z, x) VORN_SWIZZLE2(z, y) VORN_SWIZZLE2(z, z)
+            VORN_SWIZZLE3(x, x, x) VORN_SWIZZLE3(x, y, z) VORN_SWIZZLE3(x, z, y)
+                VORN_SWIZZLE3(y, x, z) VORN_SWIZZLE3(y, y, y) VORN_SWIZZLE3(y, z, x)
+                    VORN_SWIZZLE3(z, x, y) VORN_SWIZZLE3(z, y, x) VORN_SWIZZLE3(z, z, z)
 };
 
 template <class F>
@@ -58,16 +60,19 @@ struct Vec4 {
     Vec4() = default;
     constexpr VORN_INLINE Vec4(F x_, F y_, F z_, F w_) : x(x_), y(y_), z(z_), w(w_) {}
     template <class G>
-        requires(!std::is_same_v<F, G>)
-    VORN_INLINE Vec4(const Vec4<G>& o) : x(o.x), y(o.y), z(o.z), w(o.w) {}
-    VORN_SWIZZLE2(x, x) VORN_SWIZZLE2(x, y) VORN_SWIZZLE2(x, z) VORN_SWIZZLE2(x, w)
-    VORN_SWIZZLE2(y, x) VORN_SWIZZLE2(y, y) VORN_SWIZZLE2(y, z) VORN_SWIZZLE2(y, w)
-    VORN_SWIZZLE2(z, x) VORN_SWIZZLE2(z, y) VORN_SWIZZLE2(z, z) VORN_SWIZZLE2(z, w)
-    VORN_SWIZZLE2(w, x) VORN_SWIZZLE2(w, y) VORN_SWIZZLE2(w, z) VORN_SWIZZLE2(w, w)
-    VORN_SWIZZLE3(x, x, x) VORN_SWIZZLE3(x, y, z) VORN_SWIZZLE3(x, z, y) VORN_SWIZZLE3(y, x, z)
-    VORN_SWIZZLE3(y, y, y) VORN_SWIZZLE3(y, z, x) VORN_SWIZZLE3(z, x, y) VORN_SWIZZLE3(z, y, x)
-    VORN_SWIZZLE3(z, z, z) VORN_SWIZZLE3(w, w, w) VORN_SWIZZLE3(x, y, w)
-    VORN_INLINE const Vec4 xyzw() const { return *this; }
+    requires(!std::is_same_v<F, G>) VORN_INLINE Vec4(const Vec4<G>& o)
+        : x(o.x), y(o.y), z(o.z), w(o.w) {}
+    VORN_SWIZZLE2(x, x)
+    VORN_SWIZZLE2(x, y) VORN_SWIZZLE2(x, z) VORN_SWIZZLE2(x, w) VORN_SWIZZLE2(y, x)
+        VORN_SWIZZLE2(y, y) VORN_SWIZZLE2(y, z) VORN_SWIZZLE2(y, w) VORN_SWIZZLE2(z, x)
+            VORN_SWIZZLE2(z, y) VORN_SWIZZLE2(z, z) VORN_SWIZZLE2(z, w) VORN_SWIZZLE2(w, x)
+                VORN_SWIZZLE2(w, y) VORN_SWIZZLE2(w, z) VORN_SWIZZLE2(w, w) VORN_SWIZZLE3(x, x, x)
+                    VORN_SWIZZLE3(x, y, z) VORN_SWIZZLE3(x, z, y) VORN_SWIZZLE3(y, x, z)
+                        VORN_SWIZZLE3(y, y, y) VORN_SWIZZLE3(y, z, x) VORN_SWIZZLE3(z, x, y)
+                            VORN_SWIZZLE3(z, y, x) VORN_SWIZZLE3(z, z, z) VORN_SWIZZLE3(w, w, w)
+                                VORN_SWIZZLE3(x, y, w) VORN_INLINE const Vec4 xyzw() const {
+        return *this;
+    }
     VORN_INLINE const Vec4 zyxw() const { return {z, y, x, w}; }
     VORN_INLINE const Vec4 wwww() const { return {w, w, w, w}; }
 };
@@ -94,13 +99,21 @@ VORN_INLINE auto each(Op op, Vec4<F> a, const T&... o) {
 
 /// A scalar as a vector whose components are all that scalar, shaped like another vector.
 template <class F, Scalar S>
-VORN_INLINE auto like(const Vec2<F>&, S s) { return Vec2<Common<S>>(s, s); }
+VORN_INLINE auto like(const Vec2<F>&, S s) {
+    return Vec2<Common<S>>(s, s);
+}
 template <class F, Scalar S>
-VORN_INLINE auto like(const Vec3<F>&, S s) { return Vec3<Common<S>>(s, s, s); }
+VORN_INLINE auto like(const Vec3<F>&, S s) {
+    return Vec3<Common<S>>(s, s, s);
+}
 template <class F, Scalar S>
-VORN_INLINE auto like(const Vec4<F>&, S s) { return Vec4<Common<S>>(s, s, s, s); }
+VORN_INLINE auto like(const Vec4<F>&, S s) {
+    return Vec4<Common<S>>(s, s, s, s);
+}
 template <template <class> class V, class F, class G>
-VORN_INLINE const V<G>& like(const V<F>&, const V<G>& v) { return v; }
+VORN_INLINE const V<G>& like(const V<F>&, const V<G>& v) {
+    return v;
+}
 
 template <class T>
 inline constexpr bool isVector = false;
@@ -118,10 +131,12 @@ concept Value = Scalar<T> || Vector<T>;
 #define VORN_VECTOR_OPERATOR(op)                                                                   \
     template <Vector V, Value W>                                                                   \
     VORN_INLINE auto operator op(V a, W b) {                                                       \
-        return each([](auto p, auto q) { return static_cast<Common<decltype(p), decltype(q)>>(p)   \
-                                                op static_cast<Common<decltype(p), decltype(q)>>(  \
-                                                    q); },                                         \
-                    a, like(a, b));                                                                \
+        return each(                                                                               \
+            [](auto p, auto q) {                                                                   \
+                return static_cast<Common<decltype(p), decltype(q)>>(p)                            \
+                    op static_cast<Common<decltype(p), decltype(q)>>(q);                           \
+            },                                                                                     \
+            a, like(a, b));                                                                        \
     }                                                                                              \
     template <Scalar S, Vector V>                                                                  \
     VORN_INLINE auto operator op(S a, V b) {                                                       \
@@ -224,21 +239,33 @@ VORN_INLINE auto smoothstep(A low, B high, V v) {
 }
 
 template <class F, class G>
-VORN_INLINE auto dot(Vec2<F> a, Vec2<G> b) { return a.x * b.x + a.y * b.y; }
+VORN_INLINE auto dot(Vec2<F> a, Vec2<G> b) {
+    return a.x * b.x + a.y * b.y;
+}
 template <class F, class G>
-VORN_INLINE auto dot(Vec3<F> a, Vec3<G> b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+VORN_INLINE auto dot(Vec3<F> a, Vec3<G> b) {
+    return a.x * b.x + a.y * b.y + a.z * b.z;
+}
 template <class F, class G>
 VORN_INLINE auto dot(Vec4<F> a, Vec4<G> b) {
     return a.x * b.x + a.y * b.y + a.z * b.z + a.w * b.w;
 }
 template <Vector V>
-VORN_INLINE auto length(V v) { return sqrt1(dot(v, v)); }
+VORN_INLINE auto length(V v) {
+    return sqrt1(dot(v, v));
+}
 template <Scalar S>
-VORN_INLINE auto length(S s) { return abs1(Common<S>(s)); }
+VORN_INLINE auto length(S s) {
+    return abs1(Common<S>(s));
+}
 template <Value V, Value W>
-VORN_INLINE auto distance(V a, W b) { return length(a - b); }
+VORN_INLINE auto distance(V a, W b) {
+    return length(a - b);
+}
 template <Vector V>
-VORN_INLINE V normalize(V v) { return v * (1.0f / length(v)); }
+VORN_INLINE V normalize(V v) {
+    return v * (1.0f / length(v));
+}
 template <Vector V, Vector W>
 VORN_INLINE auto reflect(V incident, W normal) {
     return incident - normal * (2.0f * dot(normal, incident));
@@ -248,9 +275,15 @@ VORN_INLINE auto cross(Vec3<F> a, Vec3<G> b) {
     return a.yzx() * b.zxy() - a.zxy() * b.yzx();
 }
 
-VORN_INLINE Float select(Mask m, Float a, Float b) { return pick(m, a, b); }
-VORN_INLINE Int select(Mask m, Int a, Int b) { return pick(m, a, b); }
-VORN_INLINE Uint select(Mask m, Uint a, Uint b) { return pick(m, a, b); }
+VORN_INLINE Float select(Mask m, Float a, Float b) {
+    return pick(m, a, b);
+}
+VORN_INLINE Int select(Mask m, Int a, Int b) {
+    return pick(m, a, b);
+}
+VORN_INLINE Uint select(Mask m, Uint a, Uint b) {
+    return pick(m, a, b);
+}
 template <class F, class G>
 VORN_INLINE Vec2<Float> select(Mask m, Vec2<F> a, Vec2<G> b) {
     return {pick(m, Float(a.x), Float(b.x)), pick(m, Float(a.y), Float(b.y))};
@@ -266,7 +299,9 @@ VORN_INLINE Vec4<Float> select(Mask m, Vec4<F> a, Vec4<G> b) {
             pick(m, Float(a.z), Float(b.z)), pick(m, Float(a.w), Float(b.w))};
 }
 template <Value V>
-VORN_INLINE V select(bool m, V a, V b) { return m ? a : b; }
+VORN_INLINE V select(bool m, V a, V b) {
+    return m ? a : b;
+}
 
 // ---- Constructors ------------------------------------------------------------------------------
 
@@ -276,31 +311,47 @@ constexpr VORN_INLINE auto makeVec2(A a, B b) {
     return Vec2<C>(C(a), C(b));
 }
 template <Scalar A>
-constexpr VORN_INLINE auto makeVec2(A a) { return makeVec2(a, a); }
+constexpr VORN_INLINE auto makeVec2(A a) {
+    return makeVec2(a, a);
+}
 template <Scalar A, Scalar B, Scalar C>
 constexpr VORN_INLINE auto makeVec3(A a, B b, C c) {
     using D = Common<A, B, C>;
     return Vec3<D>(D(a), D(b), D(c));
 }
 template <Scalar A>
-constexpr VORN_INLINE auto makeVec3(A a) { return makeVec3(a, a, a); }
+constexpr VORN_INLINE auto makeVec3(A a) {
+    return makeVec3(a, a, a);
+}
 template <class F, Scalar S>
-VORN_INLINE auto makeVec3(Vec2<F> v, S s) { return makeVec3(v.x, v.y, s); }
+VORN_INLINE auto makeVec3(Vec2<F> v, S s) {
+    return makeVec3(v.x, v.y, s);
+}
 template <Scalar S, class F>
-VORN_INLINE auto makeVec3(S s, Vec2<F> v) { return makeVec3(s, v.x, v.y); }
+VORN_INLINE auto makeVec3(S s, Vec2<F> v) {
+    return makeVec3(s, v.x, v.y);
+}
 template <Scalar A, Scalar B, Scalar C, Scalar D>
 constexpr VORN_INLINE auto makeVec4(A a, B b, C c, D d) {
     using E = Common<A, B, C, D>;
     return Vec4<E>(E(a), E(b), E(c), E(d));
 }
 template <Scalar A>
-constexpr VORN_INLINE auto makeVec4(A a) { return makeVec4(a, a, a, a); }
+constexpr VORN_INLINE auto makeVec4(A a) {
+    return makeVec4(a, a, a, a);
+}
 template <class F, Scalar S>
-VORN_INLINE auto makeVec4(Vec3<F> v, S s) { return makeVec4(v.x, v.y, v.z, s); }
+VORN_INLINE auto makeVec4(Vec3<F> v, S s) {
+    return makeVec4(v.x, v.y, v.z, s);
+}
 template <class F, class G>
-VORN_INLINE auto makeVec4(Vec2<F> a, Vec2<G> b) { return makeVec4(a.x, a.y, b.x, b.y); }
+VORN_INLINE auto makeVec4(Vec2<F> a, Vec2<G> b) {
+    return makeVec4(a.x, a.y, b.x, b.y);
+}
 template <class F, Scalar S, Scalar T>
-VORN_INLINE auto makeVec4(Vec2<F> a, S s, T t) { return makeVec4(a.x, a.y, s, t); }
+VORN_INLINE auto makeVec4(Vec2<F> a, S s, T t) {
+    return makeVec4(a.x, a.y, s, t);
+}
 
 // ---- Matrices, by columns ----------------------------------------------------------------------
 

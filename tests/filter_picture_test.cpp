@@ -1,0 +1,274 @@
+// The pictures of the filters against their formulas in double precision, for a few pixels of every
+// sort, and what their neutral settings leave alone.
+#include "support.h"
+
+#include <functional>
+#include <ostream>
+
+namespace {
+
+using Straight = std::array<double, 3>;
+/// A formula on the straight colour; alpha is kept by every one of these filters.
+using Formula = std::function<Straight(Straight)>;
+
+double unit(double v) {
+    return std::clamp(v, 0.0, 1.0);
+}
+double luma(Straight v) {
+    return 0.2126 * v[0] + 0.7152 * v[1] + 0.0722 * v[2];
+}
+
+Straight each(const Straight& v, const std::function<double(double, size_t)>& f) {
+    return {f(v[0], 0), f(v[1], 1), f(v[2], 2)};
+}
+Straight mix(const Straight& a, const Straight& b, double t) {
+    return each(a, [&](double v, size_t c) { return v * (1 - t) + b[c] * t; });
+}
+double single(double v) {
+    return static_cast<float>(v);
+}
+
+// ---- Formulas, as the filters' descriptions give them -------------------------------------------
+
+Formula solarize(double intensity) {
+    const double top = 1 - unit(intensity) / 2;
+    return [=](Straight v) {
+        return each(
+            v, [&](double c, size_t) { return std::max(c < top ? c / top : 2 - c / top, 0.0); });
+    };
+}
+
+Formula gammaCurve(std::array<double, 4> sliders) {
+    for (double& s : sliders) s = single((s - 1) * 0.01137254902 + 0.1);
+    return [=](Straight v) {
+        return each(v, [&](double c, size_t i) {
+            return std::pow(std::max(c, 0.0), 1 / std::max(sliders[i] * sliders[3], 0.001));
+        });
+    };
+}
+
+Formula contrast(std::array<double, 4> sliders) {
+    for (double& s : sliders) s = s < 127 ? s / 127 * 0.7 + 0.3 : s / 127;
+    return [=](Straight v) {
+        return each(
+            v, [&](double c, size_t i) { return unit((c - 0.5) * sliders[i] * sliders[3] + 0.5); });
+    };
+}
+
+Formula brightContrast(Straight gains, double brightness, double steepness) {
+    return [=](Straight v) {
+        return each(v, [&](double c, size_t i) {
+            const double gain = gains[i] / 127,
+                         boost = gain > 1 ? 0.5 * (gain - 1) * (gain - 1) : 0;
+            const double g = gain * c + boost * c * (1 - c);
+            return unit((g + (brightness - 127) / 127 - 0.5) * steepness / 127 + 0.5);
+        });
+    };
+}
+
+Formula threshold(Straight limits) {
+    return [=](Straight v) {
+        return each(
+            v, [&](double c, size_t i) { return c + (1 - c) * unit(16 * (c - limits[i] / 255)); });
+    };
+}
+
+Formula clampTo(Straight limits) {
+    return [=](Straight v) {
+        return each(v, [&](double c, size_t i) { return std::min(c, limits[i] / 255); });
+    };
+}
+
+/// Less saturation: toward the largest channel; less value: toward black.
+Formula hybridClamp(double channel, double saturation, double value) {
+    return [=](Straight v) {
+        v = clampTo({channel, channel, channel})(v);
+        const double most = *std::max_element(v.begin(), v.end());
+        return each(v, [&](double c, size_t) {
+            return (most + (c - most) * saturation / 255) * value / 255;
+        });
+    };
+}
+
+Formula xray(double i) {
+    return [=](Straight v) {
+        const double t = std::min(std::fabs(luma(v) - i) / std::max(i, 1 - i), 1.0);
+        return mix(v, {t * t, t * (1 + t) / 2, t * (3 - t) / 2}, i * (2 - i));
+    };
+}
+
+Formula gobo(double mixer, double intensity, Straight raised) {
+    const Straight base{0.2126, 0.7152, 0.0722};
+    const double sum = 1 + raised[0] + raised[1] + raised[2];
+    const double slope = 1 / (1 - 0.98 * intensity);
+    return [=](Straight v) {
+        double grey = 0;
+        for (size_t c = 0; c < 3; ++c) grey += (base[c] + raised[c]) / sum * v[c];
+        grey = unit((grey - 0.5) * slope + 0.5);
+        return mix(v, {grey, grey, grey}, mixer);
+    };
+}
+
+Formula trafficSign(double mixer, double scale, double boost) {
+    const double steps = std::max(std::nearbyint(scale), 1.0);
+    return [=](Straight v) {
+        const Straight stepped = each(v, [&](double c, size_t) {
+            return std::nearbyint(unit((c - 0.5) * boost + 0.5) * steps) / steps;
+        });
+        return mix(v, stepped, mixer);
+    };
+}
+
+// ---- The table ----------------------------------------------------------------------------------
+
+struct PictureCase {
+    const char* title;
+    std::string filter;
+    Settings settings;
+    Formula formula;
+    bool isNeutral = false; ///< every byte of the source stays as it is
+};
+
+std::ostream& operator<<(std::ostream& stream, const PictureCase& test) {
+    return stream << test.title;
+}
+
+Settings numbered(std::vector<double> values) {
+    Settings settings;
+    for (size_t i = 0; i < values.size(); ++i)
+        settings.emplace_back("input" + std::to_string(i + 1), Number(values[i]));
+    return settings;
+}
+Settings inputs(std::vector<std::pair<std::string, double>> values) {
+    Settings settings;
+    for (const auto& [key, value] : values) settings.emplace_back("input" + key, Number(value));
+    return settings;
+}
+
+const Formula kUnchanged = [](Straight v) { return v; };
+
+const PictureCase kCases[] = {
+    {"Dummy", "VEDummy", {}, kUnchanged, true},
+
+    {"SolarizeDefault", "VESolarize", {}, kUnchanged, true},
+    {"SolarizeMiddle", "VESolarize", inputs({{"Intensity", 0.5}}), solarize(0.5)},
+    {"SolarizeFull", "VESolarize", inputs({{"Intensity", 1}}), solarize(1)},
+    {"SolarizeOutOfRange", "VESolarize", inputs({{"Intensity", 7}}), solarize(1)},
+
+    {"GammaDefault", "VE_RGB_Gamma", {}, gammaCurve({80, 80, 80, 80})},
+    {"GammaUneven", "VE_RGB_Gamma", numbered({40, 80, 160, 100}), gammaCurve({40, 80, 160, 100})},
+    {"GammaLow", "VE_RGB_Gamma", numbered({1, 20, 40, 80}), gammaCurve({1, 20, 40, 80})},
+    {"GammaHigh", "VE_RGB_Gamma", numbered({255, 255, 255, 255}), gammaCurve({255, 255, 255, 255})},
+
+    {"ContrastDefault", "VE_RGB_Contrast", {}, kUnchanged, true},
+    {"ContrastLow", "VE_RGB_Contrast", numbered({0, 60, 127, 100}), contrast({0, 60, 127, 100})},
+    {"ContrastHigh", "VE_RGB_Contrast", numbered({255, 200, 127, 255}),
+     contrast({255, 200, 127, 255})},
+
+    {"BrightContrastNeutral", "VEColorBrightContrast", inputs({{"Brightness", 127}}), kUnchanged,
+     true},
+    {"BrightContrastUnset", "VEColorBrightContrast", {}, brightContrast({127, 127, 127}, 0, 127)},
+    {"BrightContrastGains", "VEColorBrightContrast",
+     inputs({{"Brightness", 127}, {"Red", 255}, {"Green", 60}, {"Blue", 180}}),
+     brightContrast({255, 60, 180}, 127, 127)},
+    {"BrightContrastAll", "VEColorBrightContrast",
+     inputs({{"Brightness", 150}, {"Contrast", 200}, {"Red", 140}, {"Green", 0}, {"Blue", 127}}),
+     brightContrast({140, 0, 127}, 150, 200)},
+
+    {"ThresholdDefault", "VE_GainClamp", {}, kUnchanged, true},
+    {"Threshold", "VE_GainClamp", numbered({0, 128, 30, 240}), threshold({128, 30, 240})},
+    {"ThresholdZero", "VE_GainClamp", numbered({0, 0, 0, 0}), threshold({0, 0, 0})},
+    {"ClampNeutral", "VE_GainClamp", numbered({1, 255, 255, 255}), kUnchanged, true},
+    {"Clamp", "VE_GainClamp", numbered({1, 128, 30, 240}), clampTo({128, 30, 240})},
+    {"ClampToBlack", "VE_GainClamp", numbered({1, 0, 0, 0}), clampTo({0, 0, 0})},
+    {"HybridNeutral", "VE_GainClamp", numbered({2, 255, 255, 255}), kUnchanged, true},
+    {"HybridChannels", "VE_GainClamp", numbered({2, 100, 255, 255}), hybridClamp(100, 255, 255)},
+    {"HybridSaturation", "VE_GainClamp", numbered({2, 255, 100, 255}), hybridClamp(255, 100, 255)},
+    {"HybridValue", "VE_GainClamp", numbered({2, 255, 255, 100}), hybridClamp(255, 255, 100)},
+    {"HybridAll", "VE_GainClamp", numbered({2, 220, 60, 180}), hybridClamp(220, 60, 180)},
+    {"HybridToGrey", "VE_GainClamp", numbered({2, 255, 0, 255}), hybridClamp(255, 0, 255)},
+
+    {"XrayDefault", "VEXray", {}, kUnchanged, true},
+    {"XrayMiddle", "VEXray", inputs({{"Intensity", 0.5}}), xray(0.5)},
+    {"XrayQuarter", "VEXray", inputs({{"Intensity", 0.25}}), xray(0.25)},
+    {"XrayFull", "VEXray", inputs({{"Intensity", 1}}), xray(1)},
+
+    {"GoboMixedOut", "VEGobo", inputs({{"Mixer", 0}, {"Intensity", 1}}), kUnchanged, true},
+    {"GoboDefault", "VEGobo", {}, gobo(1, 0, {0, 0, 0})},
+    {"GoboWeights", "VEGobo", inputs({{"Intensity", 0.5}, {"Red", 1}, {"Blue", 0.3}}),
+     gobo(1, 0.5, {1, 0, 0.3})},
+    {"GoboHalfMixed", "VEGobo", inputs({{"Mixer", 0.5}, {"Intensity", 0.9}, {"Green", 0.4}}),
+     gobo(0.5, 0.9, {0, 0.4, 0})},
+    {"GoboFull", "VEGobo", inputs({{"Intensity", 1}}), gobo(1, 1, {0, 0, 0})},
+
+    {"TrafficSignDefault", "VE_TrafficSign", {}, kUnchanged, true},
+    {"TrafficSignFour", "VE_TrafficSign", inputs({{"Mixer", 1}, {"Scale", 4}, {"Boost", 2}}),
+     trafficSign(1, 4, 2)},
+    {"TrafficSignOne", "VE_TrafficSign", inputs({{"Mixer", 1}, {"Scale", 1}, {"Boost", 5}}),
+     trafficSign(1, 1, 5)},
+    {"TrafficSignHalfMixed", "VE_TrafficSign", inputs({{"Mixer", 0.5}, {"Scale", 10.4}}),
+     trafficSign(0.5, 10, 1)},
+    {"TrafficSignMany", "VE_TrafficSign", inputs({{"Mixer", 1}, {"Scale", 200}, {"Boost", 1.5}}),
+     trafficSign(1, 200, 1.5)},
+};
+
+/// Straight colours with an alpha: greys, primaries, tones of every hue; each of them opaque,
+/// half transparent and nearly transparent; and nothing at all.
+std::vector<Pixel> pixels() {
+    const Straight colors[] = {{0, 0, 0},          {1, 1, 1},          {0.5, 0.5, 0.5},
+                               {1, 0, 0},          {0, 1, 0},          {0, 0, 1},
+                               {0.9, 0.3, 0.12},   {0.1, 0.62, 0.44},  {0.21, 0.33, 0.87},
+                               {0.02, 0.03, 0.01}, {0.97, 0.99, 0.95}, {0.72, 0.7, 0.31}};
+    std::vector<Pixel> list{{0, 0, 0, 0}};
+    for (const Straight& v : colors)
+        for (const double alpha : {1.0, 128 / 255.0, 4 / 255.0})
+            list.push_back({v[0] * alpha, v[1] * alpha, v[2] * alpha, alpha});
+    return list;
+}
+
+class Pictures : public testing::TestWithParam<PictureCase> {
+protected:
+    /// Whether a case's picture is that of its formula, worked out from the pixels as stored.
+    void expectFormula(CIFormat format, Tolerance tolerance) {
+        const std::vector<Pixel> list = pixels();
+        Bitmap source(static_cast<int>(list.size()), 1, format);
+        for (size_t i = 0; i < list.size(); ++i) source.set(static_cast<int>(i), 0, list[i]);
+        const CIImage image = filtered(GetParam().filter, source.image(), GetParam().settings);
+        ASSERT_TRUE(image);
+        EXPECT_EQ(image.extent(), source.image().extent());
+        const auto expected = [&](int x, int) {
+            const Pixel p = source.pixel(x, 0);
+            if (p[3] == 0) return Pixel{};
+            const Straight v = GetParam().formula({p[0] / p[3], p[1] / p[3], p[2] / p[3]});
+            return Pixel{v[0] * p[3], v[1] * p[3], v[2] * p[3], p[3]};
+        };
+        for (CIContext* context : everyContext())
+            ASSERT_TRUE(
+                isClose(render(*context, image, image.extent(), format), expected, tolerance))
+                << formatName(format) << ", " << nameOf(*context);
+    }
+};
+
+TEST_P(Pictures, AreThoseOfTheFormula) {
+    // A few tones lie on the edge between two steps and may fall on either side.
+    const double onEdges = GetParam().filter == "VE_TrafficSign" ? 0.1 : 0;
+    expectFormula(CIFormat::RGBA8, {0.5 / 255 + 1e-4, onEdges});
+    expectFormula(CIFormat::RGBAf, {5e-6, onEdges});
+}
+
+INSTANTIATE_TEST_SUITE_P(, Pictures, testing::ValuesIn(kCases),
+                         [](const auto& test) { return test.param.title; });
+
+TEST(NeutralSettings, LeaveEveryByteAsItIs) {
+    Random random(17);
+    for (const PictureCase& test : kCases) {
+        if (!test.isNeutral) continue;
+        const Bitmap source = randomBitmap(random, 200, 30, CIFormat::RGBA8);
+        const CIImage image = filtered(test.filter, source.image(), test.settings);
+        for (CIContext* context : everyContext())
+            EXPECT_TRUE(isClose(render(*context, image, image.extent()), source, {}))
+                << test.title << ", " << nameOf(*context);
+    }
+}
+
+} // namespace
