@@ -86,12 +86,14 @@ private:
 
     void directive(const std::string& text, int file, int line) {
         const size_t quote = text.find('"');
+        const std::string here =
+            source_.files[static_cast<size_t>(file)] + ":" + std::to_string(line) + ": ";
         if (text.compare(0, 8, "#include") != 0 || quote == std::string::npos)
-            throw SourceError(source_.files[static_cast<size_t>(file)] + ":" +
-                              std::to_string(line) +
-                              ": only #include \"header\" is understood, not: " + text);
+            throw SourceError(here + "only #include \"header\" is understood, not: " + text);
         const std::string name = text.substr(quote + 1, text.find('"', quote + 1) - quote - 1);
-        if (included_.insert(name).second) scanFile(includeFolder_ + "/" + name);
+        const std::string path = includeFolder_ + "/" + name;
+        if (!std::ifstream(path)) throw SourceError(here + path + ": cannot be read");
+        if (included_.insert(name).second) scanFile(path);
     }
 
     Source& source_;
