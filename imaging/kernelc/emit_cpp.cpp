@@ -72,7 +72,10 @@ public:
             shared_ = true; // a kernel's own parameters are the same for every pixel
             body(kernel.parametersToken + 1, kernel.bodyToken);
             shared_ = false;
+            kernel_ = &kernel;
             kernelBody(kernel);
+            kernel_ = nullptr;
+            parentheses_ = 0; // the parameters were written twice, their closing one too
             at = kernel.endToken;
         }
         body(at, tokens_.size());
@@ -94,6 +97,14 @@ private:
     const Token& token(size_t at) const {
         static const Token end;
         return at < tokens_.size() ? tokens_[at] : end;
+    }
+
+    /// Whether the kernel that is being written reads a sampler at the own pixel and nowhere else.
+    bool readsOwnPixelOnly(const std::string& sampler) const {
+        if (!kernel_) return false;
+        for (const Parameter& parameter : kernel_->function.parameters)
+            if (parameter.name == sampler) return parameter.readsOwnPixelOnly;
+        return false;
     }
 
     void newLine(const Token& token) {
@@ -163,7 +174,10 @@ private:
         newLine(now);
         size_t length = 0;
         if (isReadHere(tokens_, at, length)) {
-            out_ += "sampleHere(" + token(at + 2).text + ") ";
+            // A source that is read elsewhere as well need not hold the own pixel: it is asked.
+            const std::string& source = token(at + 2).text;
+            out_ += readsOwnPixelOnly(source) ? "sampleHere(" + source + ") "
+                                              : "sample(" + source + ", destCoord()) ";
             return length;
         }
         if (now.kind == Token::Kind::Number) {
@@ -329,6 +343,7 @@ private:
     const Source& source_;
     const std::vector<Token>& tokens_;
     std::string out_;
+    const KernelDeclaration* kernel_ = nullptr; ///< the one whose body is being written
     int line_ = -1, file_ = -1;
     int depth_ = 0, parentheses_ = 0;
     int forHeader_ = 0; ///< the parenthesis depth of the `for` header that we are in, or 0
