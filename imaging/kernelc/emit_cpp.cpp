@@ -72,7 +72,9 @@ public:
             shared_ = true; // a kernel's own parameters are the same for every pixel
             body(kernel.parametersToken + 1, kernel.bodyToken);
             shared_ = false;
+            kernel_ = &kernel;
             kernelBody(kernel);
+            kernel_ = nullptr;
             at = kernel.endToken;
         }
         body(at, tokens_.size());
@@ -157,7 +159,7 @@ private:
         newLine(now);
         size_t length = 0;
         if (isReadHere(tokens_, at, length)) {
-            out_ += "sampleHere(" + token(at + 2).text + ") ";
+            out_ += callReadingHere(kernel_, token(at + 2).text, "sampleHere");
             return length;
         }
         if (now.kind == Token::Kind::Number) {
@@ -319,6 +321,7 @@ private:
 
     const Source& source_;
     const std::vector<Token>& tokens_;
+    const KernelDeclaration* kernel_ = nullptr; ///< whose body is being written
     std::string out_;
     int line_ = -1, file_ = -1;
     int depth_ = 0, parentheses_ = 0;

@@ -114,7 +114,8 @@ std::string emitGlsl(const Source& source, const KernelDeclaration& kernel) {
         if (token.line != line) out += "\n", line = token.line;
         size_t length = 0;
         if (isReadHere(tokens, at, length)) {
-            out += "vorn_here(" + tokens[at + 2].text + ") ";
+            const bool inKernel = at >= kernel.bodyToken && at < kernel.endToken;
+            out += callReadingHere(inKernel ? &kernel : nullptr, tokens[at + 2].text, "vorn_here");
             at += length - 1;
         } else if (token.is("kernel") || token.is("uniform")) {
             continue;

@@ -216,6 +216,15 @@ bool isReadHere(const std::vector<Token>& tokens, size_t at, size_t& length) {
            tokens[at + 2].text == tokens[at + 6].text;
 }
 
+std::string callReadingHere(const KernelDeclaration* kernel, const std::string& sampler,
+                            const char* here) {
+    if (kernel)
+        for (const Parameter& parameter : kernel->function.parameters)
+            if (parameter.name == sampler && parameter.readsOwnPixelOnly)
+                return std::string(here) + "(" + sampler + ") ";
+    return "sampleOffset(" + sampler + ", 0, 0) ";
+}
+
 Source readSource(const std::string& path, const std::string& includeFolder) {
     Source source;
     const size_t slash = path.rfind('/');

@@ -48,6 +48,12 @@ Source readSource(const std::string& path, const std::string& includeFolder);
 /// samplerCoord(s))` or `sample(s, destCoord())`. `length` gets how many tokens that takes.
 bool isReadHere(const std::vector<Token>& tokens, size_t at, size_t& length);
 
+/// The function that such a read calls in C++ or GLSL: `here` where the engine makes sure that the
+/// pixel is there, which it does for samplers that a kernel reads nowhere else, and otherwise the
+/// read at an offset, which looks for the border. `kernel` is null outside of kernels.
+std::string callReadingHere(const KernelDeclaration* kernel, const std::string& sampler,
+                            const char* here);
+
 /// The kernels as C++ for the lane types.
 std::string emitCpp(const Source& source);
 
