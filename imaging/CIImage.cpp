@@ -48,6 +48,15 @@ CIImage pixelsImage(PixelSource source, CGPoint origin, CGColorSpace colorSpace,
     return CIImage(std::move(node));
 }
 
+/// Puts a node on top of an image that it reads. False, with a line on standard output, when it
+/// would be too deep.
+bool putOnTop(Node& node, const CIImage& image) {
+    node.depth = std::max(node.depth, image.node()->depth + 1);
+    if (node.depth <= Node::kDeepest) return true;
+    std::printf("### CIImage: more than %d images lie on top of each other\n", Node::kDeepest);
+    return false;
+}
+
 CIImage imageOfMemory(const std::shared_ptr<PixelMemory>& memory, CGColorSpace colorSpace,
                       Node::Origin kind) {
     if (!memory) return {};
@@ -118,6 +127,7 @@ CIImage CIImage::imageWithColor(CIColor color) {
 CIImage CIImage::imageByCroppingToRect(CGRect rect) const {
     if (!node_) return {};
     auto node = makeNode(Node::Kind::Crop, node_->extent.intersection(rect));
+    if (!putOnTop(*node, *this)) return {};
     node->rect = rect;
     node->children[0] = *this;
     node->colorSpace = node_->colorSpace;
@@ -162,6 +172,7 @@ CIImage CIImage::imageByCompositingOverImage(const CIImage& under) const {
 CIImage CIImage::imageByInsertingIntermediate() const {
     if (!node_) return {};
     auto node = makeNode(Node::Kind::Intermediate, node_->extent);
+    if (!putOnTop(*node, *this)) return {};
     node->children[0] = *this;
     node->colorSpace = node_->colorSpace;
     return CIImage(std::move(node));
@@ -308,6 +319,8 @@ std::shared_ptr<Node> makeKernelNode(const std::shared_ptr<const KernelFunction>
         }
         node->arguments.push_back(argument);
     }
+    for (const CISampler& sampler : node->samplers)
+        if (!putOnTop(*node, sampler.image())) return nullptr;
     node->function = function;
     node->regionOfInterest = regionOfInterest;
     return node;

@@ -69,6 +69,11 @@ struct Node {
     CGAffineTransform transform;
     CIColor color;
 
+    /// Images on top of each other, this one included. Limited, since planning, computing and
+    /// freeing go down from image to image on the stack.
+    int depth = 1;
+    static constexpr int kDeepest = 512;
+
     std::shared_ptr<const Annotation> annotation; ///< null when there is nothing to tell
 };
 

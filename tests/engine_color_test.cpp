@@ -5,8 +5,12 @@
 namespace {
 
 /// IEC 61966-2-1.
-double decoded(double v) { return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); }
-double encoded(double v) { return v <= 0.0031308 ? v * 12.92 : 1.055 * std::pow(v, 1 / 2.4) - 0.055; }
+double decoded(double v) {
+    return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+}
+double encoded(double v) {
+    return v <= 0.0031308 ? v * 12.92 : 1.055 * std::pow(v, 1 / 2.4) - 0.055;
+}
 
 /// A curve on the straight colour.
 Pixel onStraight(Pixel p, double (*curve)(double)) {
@@ -20,8 +24,8 @@ class LinearLight : public testing::Test {
 protected:
     LinearLight() {
         for (const DeviceKind device : {DeviceKind::Reference, DeviceKind::CPU})
-            contexts_.push_back(std::make_unique<CIContext>(
-                ContextOptions{.device = device, .threads = 1, .workingSpace = CGColorSpace::LinearSRGB}));
+            contexts_.push_back(std::make_unique<CIContext>(ContextOptions{
+                .device = device, .threads = 1, .workingSpace = CGColorSpace::LinearSRGB}));
     }
 
     Bitmap noise(uint32_t seed, CIFormat format = CIFormat::RGBA8) {
@@ -33,7 +37,8 @@ protected:
     void expectAll(const CIImage& image, const Expected& expected, Tolerance tolerance,
                    CIFormat format, CGColorSpace space) {
         for (const auto& context : contexts_)
-            EXPECT_TRUE(isClose(render(*context, image, kBounds, format, 0, space), expected, tolerance))
+            EXPECT_TRUE(
+                isClose(render(*context, image, kBounds, format, 0, space), expected, tolerance))
                 << nameOf(*context);
     }
 
@@ -45,15 +50,15 @@ TEST_F(LinearLight, ATaggedImageComesBackAsItWas) {
     const CIImage image = source.image({}, CGColorSpace::SRGB);
     expectAll(image, source, {}, CIFormat::RGBA8, CGColorSpace::SRGB);
     // Through a kernel, and so through linear light and back.
-    const CIImage same = pictureKernel("blend").applyWithExtent(image.extent(), {image, image, 1.0});
+    const CIImage same =
+        pictureKernel("blend").applyWithExtent(image.extent(), {image, image, 1.0});
     expectAll(same, source, {1 / 255.0}, CIFormat::RGBA8, CGColorSpace::SRGB);
 }
 
 TEST_F(LinearLight, AMixIsOneOfLight) {
     const Bitmap first = noise(2), second = noise(3, CIFormat::RGBAf);
     const CIImage mix = pictureKernel("blend").applyWithExtent(
-        kBounds,
-        {first.image({}, CGColorSpace::SRGB), second.image({}, CGColorSpace::SRGB), 0.5});
+        kBounds, {first.image({}, CGColorSpace::SRGB), second.image({}, CGColorSpace::SRGB), 0.5});
     const auto linear = [&](int x, int y) {
         const Pixel a = onStraight(first.pixel(x, y), decoded);
         const Pixel b = onStraight(second.pixel(x, y), decoded);
@@ -93,9 +98,11 @@ TEST_F(LinearLight, UntaggedAndLinearImagesAreLeftAsTheyAre) {
 
 TEST_F(LinearLight, ASamplerMayAskForAnotherSpace) {
     const Bitmap source = noise(6);
-    const CISampler asStored(source.image({}, CGColorSpace::SRGB), {.colorSpace = CGColorSpace::SRGB});
-    const CIImage copy = pictureKernel("rotateChannels")
-                             .applyWithExtent(kBounds, RegionOfInterest::identity(), {asStored, 1.0});
+    const CISampler asStored(source.image({}, CGColorSpace::SRGB),
+                             {.colorSpace = CGColorSpace::SRGB});
+    const CIImage copy =
+        pictureKernel("rotateChannels")
+            .applyWithExtent(kBounds, RegionOfInterest::identity(), {asStored, 1.0});
     const auto rotated = [&](int x, int y) {
         const Pixel p = source.pixel(x, y);
         return Pixel{p[2], p[0], p[1], p[3]};
@@ -103,8 +110,9 @@ TEST_F(LinearLight, ASamplerMayAskForAnotherSpace) {
     expectAll(copy, rotated, {}, CIFormat::RGBA8, CGColorSpace::None);
     // Linear values, encoded because the sampler asks for that.
     const CISampler encodedSampler(source.image(), {.colorSpace = CGColorSpace::SRGB});
-    const CIImage made = pictureKernel("rotateChannels")
-                             .applyWithExtent(kBounds, RegionOfInterest::identity(), {encodedSampler, 1.0});
+    const CIImage made =
+        pictureKernel("rotateChannels")
+            .applyWithExtent(kBounds, RegionOfInterest::identity(), {encodedSampler, 1.0});
     const auto expected = [&](int x, int y) {
         const Pixel p = onStraight(source.pixel(x, y), encoded);
         return Pixel{p[2], p[0], p[1], p[3]};
@@ -115,20 +123,24 @@ TEST_F(LinearLight, ASamplerMayAskForAnotherSpace) {
 TEST_F(LinearLight, AColourIsOneOfSRGB) {
     const CIImage color = CIImage::imageWithColor(CIColor(0.5, 0.25, 1, 0.5));
     const Pixel stored{0.25, 0.125, 0.5, 0.5};
-    expectAll(color, [&](int, int) { return stored; }, {}, CIFormat::RGBAf, CGColorSpace::SRGB);
-    expectAll(color, [&](int, int) { return onStraight(stored, decoded); }, {1e-6}, CIFormat::RGBAf,
-              CGColorSpace::LinearSRGB);
+    expectAll(
+        color, [&](int, int) { return stored; }, {}, CIFormat::RGBAf, CGColorSpace::SRGB);
+    expectAll(
+        color, [&](int, int) { return onStraight(stored, decoded); }, {1e-6}, CIFormat::RGBAf,
+        CGColorSpace::LinearSRGB);
 }
 
 TEST(WorkingSpaces, NoneLeavesEveryTagAlone) {
     Random random(7);
     const Bitmap source = randomBitmap(random, 64, 24, CIFormat::RGBA8);
     for (CIContext* context : everyContext())
-        for (const CGColorSpace tag : {CGColorSpace::None, CGColorSpace::SRGB, CGColorSpace::LinearSRGB})
+        for (const CGColorSpace tag :
+             {CGColorSpace::None, CGColorSpace::SRGB, CGColorSpace::LinearSRGB})
             for (const CGColorSpace output :
                  {CGColorSpace::None, CGColorSpace::SRGB, CGColorSpace::LinearSRGB})
-                EXPECT_TRUE(isClose(render(*context, source.image({}, tag), kBounds, CIFormat::RGBA8, 0, output),
-                                    source, {}))
+                EXPECT_TRUE(isClose(
+                    render(*context, source.image({}, tag), kBounds, CIFormat::RGBA8, 0, output),
+                    source, {}))
                     << nameOf(*context);
 }
 
@@ -147,9 +159,11 @@ TEST(WorkingSpaces, SRGBWorksOnEncodedValuesAndConvertsOthers) {
         EXPECT_TRUE(isClose(copyOf(CGColorSpace::SRGB, CGColorSpace::None), source, {}));
         EXPECT_TRUE(isClose(copyOf(CGColorSpace::None, CGColorSpace::SRGB), source, {}));
         const auto brighter = [&](int x, int y) { return onStraight(source.pixel(x, y), encoded); };
-        EXPECT_TRUE(isClose(copyOf(CGColorSpace::LinearSRGB, CGColorSpace::None), brighter, {1 / 255.0}));
+        EXPECT_TRUE(
+            isClose(copyOf(CGColorSpace::LinearSRGB, CGColorSpace::None), brighter, {1 / 255.0}));
         const auto darker = [&](int x, int y) { return onStraight(source.pixel(x, y), decoded); };
-        EXPECT_TRUE(isClose(copyOf(CGColorSpace::SRGB, CGColorSpace::LinearSRGB), darker, {1 / 255.0}));
+        EXPECT_TRUE(
+            isClose(copyOf(CGColorSpace::SRGB, CGColorSpace::LinearSRGB), darker, {1 / 255.0}));
     }
 }
 

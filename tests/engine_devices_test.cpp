@@ -24,7 +24,9 @@ std::ostream& operator<<(std::ostream& stream, const Recipe& recipe) {
     return stream << recipe.name;
 }
 
-CGPoint centerOf(CGRect rect) { return {rect.x + rect.width / 2, rect.y + rect.height / 2}; }
+CGPoint centerOf(CGRect rect) {
+    return {rect.x + rect.width / 2, rect.y + rect.height / 2};
+}
 
 CGRect rectNear(CGRect rect, Random& random) {
     const int reach = 9;
@@ -34,7 +36,8 @@ CGRect rectNear(CGRect rect, Random& random) {
 }
 
 std::function<CIImage(const Sources&, CGRect, Random&)>
-filterRecipe(std::string name, std::vector<std::pair<std::string, std::pair<double, double>>> ranges,
+filterRecipe(std::string name,
+             std::vector<std::pair<std::string, std::pair<double, double>>> ranges,
              Settings fixed = {}) {
     return [=](const Sources& sources, CGRect, Random& random) {
         Settings settings = fixed;
@@ -57,8 +60,9 @@ const Recipe kRecipes[] = {
     {"Dummy", 1, false, filterRecipe("VEDummy", {})},
     {"Solarize", 1, false, filterRecipe("VESolarize", {{"inputIntensity", {-0.2, 1.2}}})},
     {"Gamma", 1, false,
-     filterRecipe("VE_RGB_Gamma",
-                  {{"input1", kByte}, {"input2", kByte}, {"input3", kByte}, {"input4", {40, 200}}})},
+     filterRecipe(
+         "VE_RGB_Gamma",
+         {{"input1", kByte}, {"input2", kByte}, {"input3", kByte}, {"input4", {40, 200}}})},
     {"Contrast", 1, false,
      filterRecipe("VE_RGB_Contrast",
                   {{"input1", kByte}, {"input2", kByte}, {"input3", kByte}, {"input4", kByte}})},
@@ -98,7 +102,8 @@ const Recipe kRecipes[] = {
     {"SameImageTwice", 1, false,
      [](const Sources& s, CGRect, Random&) {
          return pictureKernel("blend").applyWithExtent(
-             s[0].extent(), {s[0], pictureKernel("square").applyWithExtent(s[0].extent(), {s[0]}), 0.5});
+             s[0].extent(),
+             {s[0], pictureKernel("square").applyWithExtent(s[0].extent(), {s[0]}), 0.5});
      }},
     {"ChainOfOwnPixels", 2, false,
      [](const Sources& s, CGRect target, Random& random) {
@@ -109,9 +114,8 @@ const Recipe kRecipes[] = {
                      image.extent().unionWith(s[1].extent()), {image, s[1], random.real(0, 1)});
              else
                  image = pictureKernel("scaleAndShift")
-                             .applyWithExtent(image.extent(),
-                                              {image, CIVector(0.9, 1.1, 0.8, 1),
-                                               CIVector(0.05, -0.02, 0.1, 0)});
+                             .applyWithExtent(image.extent(), {image, CIVector(0.9, 1.1, 0.8, 1),
+                                                               CIVector(0.05, -0.02, 0.1, 0)});
              if (random.chance(0.3)) image = image.imageByCroppingToRect(rectNear(target, random));
              if (random.chance(0.2)) image = image.imageByInsertingIntermediate();
          }
@@ -121,7 +125,8 @@ const Recipe kRecipes[] = {
      [](const Sources& s, CGRect, Random&) { return s[0].imageByCompositingOverImage(s[1]); }},
     {"CropOfCrop", 1, false,
      [](const Sources& s, CGRect target, Random& random) {
-         return s[0].imageByCroppingToRect(rectNear(target, random))
+         return s[0]
+             .imageByCroppingToRect(rectNear(target, random))
              .imageByCroppingToRect(rectNear(target, random));
      }},
     {"ConstantColour", 0, false,
@@ -147,9 +152,10 @@ const Recipe kRecipes[] = {
     {"ExtentTold", 1, false,
      [](const Sources& s, CGRect target, Random&) {
          return pictureKernel("scaleAndShift")
-             .applyWithExtent(target, {pictureKernel("extentTold").applyWithExtent(
-                                           target, RegionOfInterest::identity(), {s[0]}),
-                                       CIVector(1e-3, 1e-3, 1e-3, 1e-3), CIVector(0.5, 0.5, 0, 0)});
+             .applyWithExtent(target,
+                              {pictureKernel("extentTold")
+                                   .applyWithExtent(target, RegionOfInterest::identity(), {s[0]}),
+                               CIVector(1e-3, 1e-3, 1e-3, 1e-3), CIVector(0.5, 0.5, 0, 0)});
      }},
 
     {"ReadAtAnOffset", 1, true,
@@ -197,10 +203,9 @@ const Recipe kRecipes[] = {
      [](const Sources& s, CGRect target, Random& random) {
          const CGPoint c = centerOf(target);
          const double angle = random.real(-3, 3), k = random.real(0.5, 2);
-         const CGAffineTransform about =
-             CGAffineTransform{1, 0, 0, 1, -c.x, -c.y}
-                 .then({k * std::cos(angle), k * std::sin(angle), -std::sin(angle), std::cos(angle),
-                        c.x, c.y});
+         const CGAffineTransform about = CGAffineTransform{1, 0, 0, 1, -c.x, -c.y}.then(
+             {k * std::cos(angle), k * std::sin(angle), -std::sin(angle), std::cos(angle), c.x,
+              c.y});
          return s[0].imageByApplyingTransform(about);
      }},
     {"Warp", 1, true,
@@ -211,8 +216,8 @@ const Recipe kRecipes[] = {
      }},
     {"WarpOfAChain", 2, true,
      [](const Sources& s, CGRect target, Random& random) {
-         const CIImage over = s[0].imageByCompositingOverImage(s[1]).imageByCroppingToRect(
-             rectNear(target, random));
+         const CIImage over =
+             s[0].imageByCompositingOverImage(s[1]).imageByCroppingToRect(rectNear(target, random));
          const double x = random.real(-3, 3), y = random.real(-3, 3);
          const auto rule = RegionOfInterest::computed([x, y](int, CGRect d) {
              return CGRect{d.x + x, d.y + y, d.width, d.height};
@@ -232,16 +237,17 @@ const Recipe kRecipes[] = {
      }},
     {"ReadNowhere", 1, true,
      [](const Sources& s, CGRect target, Random&) {
-         return pictureKernel("readNowhere").applyWithExtent(target, RegionOfInterest::whole(s[0]),
-                                                             {s[0]});
+         return pictureKernel("readNowhere")
+             .applyWithExtent(target, RegionOfInterest::whole(s[0]), {s[0]});
      }},
     {"InfiniteSourceElsewhere", 0, true,
      [](const Sources&, CGRect target, Random& random) {
          return pictureKernel("constantAsSource")
-             .applyWithExtent(target, RegionOfInterest::computed([](int, CGRect d) {
-                                  return CGRect{d.x * 2 + 7, d.y * 2 + 7, d.width * 2, d.height * 2};
-                              }),
-                              {CIImage::imageWithColor(CIColor(0.9, 0.6, 0.3)), random.real(0, 1)});
+             .applyWithExtent(
+                 target, RegionOfInterest::computed([](int, CGRect d) {
+                     return CGRect{d.x * 2 + 7, d.y * 2 + 7, d.width * 2, d.height * 2};
+                 }),
+                 {CIImage::imageWithColor(CIColor(0.9, 0.6, 0.3)), random.real(0, 1)});
      }},
 };
 
@@ -270,8 +276,10 @@ void split(CGRect rect, int depth, Random& random, std::vector<CGRect>& parts) {
     }
     const double first = random.whole(1, size - 1);
     CGRect a = rect, b = rect;
-    if (upright) a.height = first, b.y += first, b.height -= first;
-    else a.width = first, b.x += first, b.width -= first;
+    if (upright)
+        a.height = first, b.y += first, b.height -= first;
+    else
+        a.width = first, b.x += first, b.width -= first;
     split(a, depth - 1, random, parts);
     split(b, depth - 1, random, parts);
 }
@@ -314,8 +322,8 @@ protected:
             SCOPED_TRACE("seed " + std::to_string(seed) + ", " + formatName(format) + " " +
                          testing::PrintToString(target.width) + " by " +
                          testing::PrintToString(target.height) + " at " +
-                         testing::PrintToString(target.x) + ", " + testing::PrintToString(target.y) +
-                         ", " + nameOf(*context));
+                         testing::PrintToString(target.x) + ", " +
+                         testing::PrintToString(target.y) + ", " + nameOf(*context));
             const Bitmap actual = render(*context, image, target, format, padding);
             ASSERT_TRUE(isClose(actual, expected, toleranceOf(recipe, format)));
             if (level == context->instructionSet()) {
@@ -326,11 +334,11 @@ protected:
 
             Bitmap again(actual.width(), actual.height(), format, padding);
             for (const CGRect& part : parts)
-                ASSERT_TRUE(context->render(
-                    image,
-                    again.at(static_cast<int>(part.x - target.x),
-                             static_cast<int>(part.y - target.y + part.height - 1)),
-                    again.bytesPerRow(), part, format, CGColorSpace::None));
+                ASSERT_TRUE(
+                    context->render(image,
+                                    again.at(static_cast<int>(part.x - target.x),
+                                             static_cast<int>(part.y - target.y + part.height - 1)),
+                                    again.bytesPerRow(), part, format, CGColorSpace::None));
             ASSERT_TRUE(isClose(again, actual, {})) << "rendered in " << parts.size() << " parts";
             ASSERT_TRUE(again == actual);
         }
@@ -348,9 +356,9 @@ INSTANTIATE_TEST_SUITE_P(, DevicesAgree, testing::ValuesIn(kRecipes),
 TEST(Render, TwiceGivesTheSameBytes) {
     Random random(5);
     const Bitmap source = randomBitmap(random, 300, 120, CIFormat::BGRA8);
-    const CIImage image = pictureKernel("box").applyWithExtent(
-        source.image().extent(), RegionOfInterest::grownBy(2),
-        {filtered("VE_RGB_Gamma", source.image(), {}), 2});
+    const CIImage image =
+        pictureKernel("box").applyWithExtent(source.image().extent(), RegionOfInterest::grownBy(2),
+                                             {filtered("VE_RGB_Gamma", source.image(), {}), 2});
     for (const auto& context : cpuContexts())
         EXPECT_TRUE(render(*context, image, {0, 0, 300, 120}) ==
                     render(*context, image, {0, 0, 300, 120}))
@@ -361,7 +369,8 @@ TEST(Render, TheIntegerHashIsThatOfPlainIntegers) {
     const CGRect rect{-37, 1000, 80, 9};
     const CIImage image = pictureKernel("integerHash").applyWithExtent(rect, {Number(7u)});
     const auto expected = [&](int x, int y) {
-        uint32_t h = uint32_t(x + int(rect.x)) * 0x9e3779b9u + uint32_t(y + int(rect.y)) * 0x85ebca6bu + 7;
+        uint32_t h =
+            uint32_t(x + int(rect.x)) * 0x9e3779b9u + uint32_t(y + int(rect.y)) * 0x85ebca6bu + 7;
         h = (h ^ h >> 16) * 0x7feb352du;
         h = (h ^ h >> 15) * 0x846ca68bu;
         h ^= h >> 16;

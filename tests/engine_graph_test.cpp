@@ -30,7 +30,8 @@ CIImage box(const CIImage& image, RegionOfInterest rule) {
 void expectLikeReference(const CIImage& image, Tolerance tolerance, CGRect bounds = kBounds) {
     const Bitmap expected = render(referenceContext(), image, bounds);
     for (const auto& context : cpuContexts())
-        EXPECT_TRUE(isClose(render(*context, image, bounds), expected, tolerance)) << nameOf(*context);
+        EXPECT_TRUE(isClose(render(*context, image, bounds), expected, tolerance))
+            << nameOf(*context);
 }
 
 // ---- Planning -----------------------------------------------------------------------------------
@@ -83,7 +84,9 @@ TEST(Plans, NeedOnlyTheRegionThatIsAskedFor) {
         {RegionOfInterest::whole(CGRect{0, 12, 3, 3}), {-1, 11, 5, 5}},
         {RegionOfInterest::whole(source), kBounds},
         {RegionOfInterest::identity(), kBounds}, // does not hold for a kernel that reads elsewhere
-        {RegionOfInterest::computed([](int, CGRect d) { return CGRect{d.x - 0.5, d.y, d.width, 1}; }),
+        {RegionOfInterest::computed([](int, CGRect d) {
+             return CGRect{d.x - 0.5, d.y, d.width, 1};
+         }),
          {8, 9, 11, 3}},
         {RegionOfInterest::whole(CGRect::infinite()), kBounds},
         {RegionOfInterest::whole(CGRect{500, 500, 3, 3}), {}},
@@ -106,30 +109,56 @@ TEST(Plans, NeedOnlyTheRegionThatIsAskedFor) {
 
 TEST(Graphs, AnIdentityRuleThatDoesNotHoldLeavesNoSeams) {
     const Bitmap bitmap = noise(2);
-    const CIImage image = box(square(bitmap.image({kBounds.x, kBounds.y})),
-                              RegionOfInterest::identity());
-    const CIImage sound = box(square(bitmap.image({kBounds.x, kBounds.y})),
-                              RegionOfInterest::grownBy(1));
+    const CIImage image =
+        box(square(bitmap.image({kBounds.x, kBounds.y})), RegionOfInterest::identity());
+    const CIImage sound =
+        box(square(bitmap.image({kBounds.x, kBounds.y})), RegionOfInterest::grownBy(1));
     for (CIContext* context : everyContext()) {
         const Bitmap whole = render(*context, sound, kBounds);
         EXPECT_TRUE(isClose(render(*context, image, kBounds), whole, {})) << nameOf(*context);
         // A part of it as well: its neighbours are computed although nobody asked for them.
         const CGRect part{20, 20, 9, 3};
         const Bitmap cut = render(*context, image, part);
-        EXPECT_TRUE(isClose(cut, [&](int x, int y) {
-            return whole.pixel(x + int(part.x - kBounds.x), y + int(part.y - kBounds.y));
-        }, {})) << nameOf(*context);
+        EXPECT_TRUE(isClose(cut,
+                            [&](int x, int y) {
+                                return whole.pixel(x + int(part.x - kBounds.x),
+                                                   y + int(part.y - kBounds.y));
+                            },
+                            {}))
+            << nameOf(*context);
     }
 }
 
 TEST(Graphs, LongChainsAreComputed) {
     const Bitmap bitmap = noise(3);
     CIImage image = bitmap.image({kBounds.x, kBounds.y});
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 510; ++i)
         image = pictureKernel("scaleAndShift")
                     .applyWithExtent(kBounds, {image, CIVector(1, 1, 1, 1),
                                                CIVector(i % 2 ? 0.125 : -0.125, 0, 0, 0)});
     expectLikeReference(image, {1 / 255.0});
+}
+
+TEST(Graphs, ThatAreTooDeepAreRefusedAtTheirTop) {
+    const CIImage color = CIImage::imageWithColor(CIColor(1, 0, 0));
+    const auto pile = [&](const std::function<CIImage(const CIImage&)>& next) {
+        testing::internal::CaptureStdout();
+        CIImage image = color, top;
+        int count = 0;
+        while (image && count < 100000) top = image, image = next(image), ++count;
+        EXPECT_LT(count, 1000);
+        EXPECT_EQ(linesOf(testing::internal::GetCapturedStdout()).size(), 1u);
+        expectLikeReference(top, {}, {0, 0, 9, 9});
+    };
+    const CGRect rect{0, 0, 9, 9};
+    pile([&](const CIImage& i) { return pictureKernel("square").applyWithExtent(rect, {i}); });
+    pile([&](const CIImage& i) { return i.imageByCroppingToRect(rect); });
+    pile([&](const CIImage& i) { return i.imageByInsertingIntermediate(); });
+    pile([&](const CIImage& i) { return i.imageByCompositingOverImage(color); });
+    pile([&](const CIImage& i) {
+        return warpKernel("shift").applyWithExtent(rect, RegionOfInterest::grownBy(0), i,
+                                                   {CIVector(0, 0)});
+    });
 }
 
 TEST(Graphs, ADiamondIsNoExponentialWork) {
@@ -143,8 +172,9 @@ TEST(Graphs, ADiamondIsNoExponentialWork) {
 
 TEST(Graphs, OneKernelTakesAtMostSixteenImages) {
     const CIImage c = CIImage::imageWithColor(CIColor(0.01, 0, 0));
-    const CIImage image = pictureKernel("seventeen")
-                              .applyWithExtent(kBounds, {c, c, c, c, c, c, c, c, c, c, c, c, c, c, c, c, c});
+    const CIImage image =
+        pictureKernel("seventeen")
+            .applyWithExtent(kBounds, {c, c, c, c, c, c, c, c, c, c, c, c, c, c, c, c, c});
     ASSERT_TRUE(image);
     Bitmap target(4, 4);
     for (CIContext* context : everyContext()) {
@@ -202,8 +232,8 @@ TEST(Targets, MayBeTheMemoryThatTheImageReads) {
                 const Bitmap expected = render(*context, image, bounds);
                 // Into the same memory, with its lower left corner on that of the picture.
                 uint8_t* top = bitmap.at(0, int(bounds.height) - 1);
-                ASSERT_TRUE(context->render(image, top, bitmap.bytesPerRow(), bounds, CIFormat::RGBA8,
-                                            CGColorSpace::None));
+                ASSERT_TRUE(context->render(image, top, bitmap.bytesPerRow(), bounds,
+                                            CIFormat::RGBA8, CGColorSpace::None));
                 EXPECT_TRUE(isClose(expected, [&](int x, int y) { return bitmap.pixel(x, y); }, {}))
                     << nameOf(*context);
                 EXPECT_TRUE(bitmap.isGuardIntact());
@@ -231,14 +261,15 @@ TEST(Targets, SurfacesAreFilledFromTheLowerLeftCorner) {
                 {.width = test.width, .height = test.height, .bytesPerRow = test.bytesPerRow});
             ASSERT_NE(surface, nullptr);
             std::memset(surface->mutableBytes(), 0x5a, surface->bytesPerRow() * test.height);
-            ASSERT_TRUE(context->renderToIOSurface(image, *surface, test.bounds, CGColorSpace::None));
+            ASSERT_TRUE(
+                context->renderToIOSurface(image, *surface, test.bounds, CGColorSpace::None));
             for (int y = 0; y < int(test.height); ++y)
                 for (int x = 0; x < int(surface->bytesPerRow() / 4); ++x) {
                     const uint8_t* at = surface->bytes() +
                                         (test.height - 1 - uint32_t(y)) * surface->bytesPerRow() +
                                         uint32_t(x) * 4;
-                    const bool inside = x < test.bounds.width && y < test.bounds.height &&
-                                        x < int(test.width);
+                    const bool inside =
+                        x < test.bounds.width && y < test.bounds.height && x < int(test.width);
                     Pixel expected{0x5a / 255.0, 0x5a / 255.0, 0x5a / 255.0, 0x5a / 255.0};
                     if (inside)
                         expected = bitmap.pixel(x + int(test.bounds.x - kBounds.x),
@@ -260,7 +291,8 @@ TEST(Targets, SurfacesAreFilledFromTheLowerLeftCorner) {
     CIContext& context = *cpuContexts()[0];
     const CVPixelBufferRef buffer = PixelBuffer::create(70, 40, CIFormat::RGBAh);
     ASSERT_TRUE(context.renderToCVPixelBuffer(image, *buffer, kBounds, CGColorSpace::None));
-    EXPECT_TRUE(isClose(render(context, CIImage::imageWithCVPixelBuffer(buffer), {0, 0, 70, 40}), bitmap, {}));
+    EXPECT_TRUE(isClose(render(context, CIImage::imageWithCVPixelBuffer(buffer), {0, 0, 70, 40}),
+                        bitmap, {}));
 }
 
 // ---- What is refused ----------------------------------------------------------------------------
@@ -324,8 +356,8 @@ TEST(Refusals, MemoryThatRunsOutIsReportedAndTheNextFrameTriesAgain) {
         EXPECT_FALSE(context->render(endless, target.bytes(), target.bytesPerRow(), kBounds,
                                      CIFormat::RGBA8));
         EXPECT_NE(context->lastError().find("memory"), std::string::npos) << context->lastError();
-        EXPECT_TRUE(context->render(color, target.bytes(), target.bytesPerRow(), kBounds,
-                                    CIFormat::RGBA8));
+        EXPECT_TRUE(
+            context->render(color, target.bytes(), target.bytesPerRow(), kBounds, CIFormat::RGBA8));
     }
 }
 
@@ -341,23 +373,66 @@ TEST(Refusals, OfArgumentsAreOneLineThatNamesThem) {
         const char* line;
     };
     const Case cases[] = {
-        {[&] { return blend.applyWithExtent(kBounds, {i, i}); }, "takes 3 arguments, not 2"},
-        {[&] { return blend.applyWithExtent(kBounds, {i, i, 1.0, 1.0}); }, "takes 3 arguments, not 4"},
-        {[&] { return blend.applyWithExtent(kBounds, {i, 1.0, 1.0}); }, "argument 2 (under) should be an image"},
-        {[&] { return blend.applyWithExtent(kBounds, {i, i, i}); }, "argument 3 (amount) should be a number"},
-        {[&] { return blend.applyWithExtent(kBounds, {i, i, CIVector(1, 2)}); }, "argument 3 (amount) should be a number"},
-        {[&] { return blend.applyWithExtent(kBounds, {i, CIImage(), 1.0}); }, "argument 2 (under) is missing"},
-        {[&] { return blend.applyWithExtent(kBounds, {i, i, Number()}); }, "argument 3 (amount) is missing"},
-        {[&] { return at.applyWithExtent(kBounds, rule, {s, CIVector(1, 2, 3)}); }, "argument 2 (offset) should be a vector of 2"},
-        {[&] { return at.applyWithExtent(kBounds, rule, {s, 1.0}); }, "argument 2 (offset) should be a vector of 2"},
-        {[&] { return at.applyWithExtent(kBounds, rule, {s, CIColor(1, 1, 1)}); }, "argument 2 (offset) should be a vector of 2"},
-        {[&] { return at.applyWithExtent(kBounds, rule, {CISampler(), CIVector(1, 2)}); }, "argument 1 (source) is missing"},
-        {[&] { return at.applyWithExtent(kBounds, {s, CIVector(1, 2)}); }, "needs a region of interest"},
-        {[&] { return box.applyWithExtent(kBounds, rule, {s, CIVector(1, 2)}); }, "argument 2 (radius) should be a number"},
-        {[&] { return one.applyWithExtent(kBounds, {CIVector()}); }, "argument 1 (color) is missing"},
-        {[&] { return one.applyWithExtent(kBounds, {CIColor()}); }, "argument 1 (color) is missing"},
-        {[&] { return pictureKernel("shift").applyWithExtent(kBounds, rule, {CIVector(1, 2)}); }, "needs an image to warp"},
-        {[&] { return warpKernel("shift").applyWithExtent(kBounds, rule, {}, {CIVector(1, 2)}); }, "image to warp is missing"},
+        {[&] {
+             return blend.applyWithExtent(kBounds, {i, i});
+         },
+         "takes 3 arguments, not 2"},
+        {[&] {
+             return blend.applyWithExtent(kBounds, {i, i, 1.0, 1.0});
+         },
+         "takes 3 arguments, not 4"},
+        {[&] {
+             return blend.applyWithExtent(kBounds, {i, 1.0, 1.0});
+         },
+         "argument 2 (under) should be an image"},
+        {[&] {
+             return blend.applyWithExtent(kBounds, {i, i, i});
+         },
+         "argument 3 (amount) should be a number"},
+        {[&] {
+             return blend.applyWithExtent(kBounds, {i, i, CIVector(1, 2)});
+         },
+         "argument 3 (amount) should be a number"},
+        {[&] {
+             return blend.applyWithExtent(kBounds, {i, CIImage(), 1.0});
+         },
+         "argument 2 (under) is missing"},
+        {[&] {
+             return blend.applyWithExtent(kBounds, {i, i, Number()});
+         },
+         "argument 3 (amount) is missing"},
+        {[&] {
+             return at.applyWithExtent(kBounds, rule, {s, CIVector(1, 2, 3)});
+         },
+         "argument 2 (offset) should be a vector of 2"},
+        {[&] {
+             return at.applyWithExtent(kBounds, rule, {s, 1.0});
+         },
+         "argument 2 (offset) should be a vector of 2"},
+        {[&] {
+             return at.applyWithExtent(kBounds, rule, {s, CIColor(1, 1, 1)});
+         },
+         "argument 2 (offset) should be a vector of 2"},
+        {[&] {
+             return at.applyWithExtent(kBounds, rule, {CISampler(), CIVector(1, 2)});
+         },
+         "argument 1 (source) is missing"},
+        {[&] {
+             return at.applyWithExtent(kBounds, {s, CIVector(1, 2)});
+         },
+         "needs a region of interest"},
+        {[&] {
+             return box.applyWithExtent(kBounds, rule, {s, CIVector(1, 2)});
+         },
+         "argument 2 (radius) should be a number"},
+        {[&] { return one.applyWithExtent(kBounds, {CIVector()}); },
+         "argument 1 (color) is missing"},
+        {[&] { return one.applyWithExtent(kBounds, {CIColor()}); },
+         "argument 1 (color) is missing"},
+        {[&] { return pictureKernel("shift").applyWithExtent(kBounds, rule, {CIVector(1, 2)}); },
+         "needs an image to warp"},
+        {[&] { return warpKernel("shift").applyWithExtent(kBounds, rule, {}, {CIVector(1, 2)}); },
+         "image to warp is missing"},
     };
     for (const Case& test : cases) {
         testing::internal::CaptureStdout();
@@ -417,12 +492,13 @@ TEST(Accumulators, FeedbackIsThatOfAPlainLoop) {
     const Bitmap bitmap = noise(12, CIFormat::RGBAf);
     const CGRect extent{2, -4, 70, 40};
     const CIImage source = bitmap.image({extent.x, extent.y});
-    const auto accumulator = CIImageAccumulator::imageAccumulatorWithExtent(extent, CIFormat::RGBAf);
+    const auto accumulator =
+        CIImageAccumulator::imageAccumulatorWithExtent(extent, CIFormat::RGBAf);
     ASSERT_NE(accumulator, nullptr);
     std::vector<Pixel> expected(70 * 40, Pixel{});
     for (int frame = 0; frame < 30; ++frame) {
-        accumulator->setImage(pictureKernel("blend").applyWithExtent(
-            extent, {source, accumulator->image(), 0.125}));
+        accumulator->setImage(
+            pictureKernel("blend").applyWithExtent(extent, {source, accumulator->image(), 0.125}));
         bitmap.forEach([&](int x, int y) {
             Pixel& kept = expected[size_t(y) * 70 + size_t(x)];
             const Pixel p = bitmap.pixel(x, y);
@@ -431,15 +507,18 @@ TEST(Accumulators, FeedbackIsThatOfAPlainLoop) {
     }
     for (CIContext* context : everyContext())
         EXPECT_TRUE(isClose(render(*context, accumulator->image(), extent, CIFormat::RGBAf),
-                            [&](int x, int y) { return expected[size_t(y) * 70 + size_t(x)]; }, {1e-6}))
+                            [&](int x, int y) { return expected[size_t(y) * 70 + size_t(x)]; },
+                            {1e-6}))
             << nameOf(*context);
 }
 
 TEST(Accumulators, KeepWhatWasHandedOut) {
     const CGRect extent{0, 0, 9, 9};
-    const auto accumulator = CIImageAccumulator::imageAccumulatorWithExtent(extent, CIFormat::RGBA8);
+    const auto accumulator =
+        CIImageAccumulator::imageAccumulatorWithExtent(extent, CIFormat::RGBA8);
     const auto shows = [&](const CIImage& image, const Pixel& color) {
-        return isClose(render(*cpuContexts()[0], image, extent), [&](int, int) { return color; }, {});
+        return isClose(render(*cpuContexts()[0], image, extent), [&](int, int) { return color; },
+                       {});
     };
     const CIImage empty = accumulator->image();
     EXPECT_TRUE(empty == accumulator->image());
@@ -477,7 +556,10 @@ TEST(Accumulators, AreRefusedWithoutAnEndOrASize) {
     EXPECT_EQ(fractional->format(), CIFormat::RGBAf);
     fractional->setImage(CIImage::imageWithColor(CIColor(1, 1, 1)));
     EXPECT_TRUE(isClose(render(*cpuContexts()[0], fractional->image(), {0, 0, 2, 2}),
-                        [](int, int) { return Pixel{1, 1, 1, 1}; }, {}));
+                        [](int, int) {
+                            return Pixel{1, 1, 1, 1};
+                        },
+                        {}));
 }
 
 // ---- The steady state ---------------------------------------------------------------------------
@@ -526,7 +608,8 @@ TEST(SteadyState, TakesNoMemory) {
         {"a step computed beforehand",
          [&] {
              const CIImage lazy = squareKernel.applyWithExtent(source.extent(), {source});
-             return boxKernel.applyWithExtent(source.extent(), RegionOfInterest::grownBy(1), {lazy, 1});
+             return boxKernel.applyWithExtent(source.extent(), RegionOfInterest::grownBy(1),
+                                              {lazy, 1});
          }},
         {"a transform",
          [&] {
@@ -561,13 +644,15 @@ TEST(SteadyState, TakesNoMemory) {
 TEST(SteadyState, AnAccumulatorKeepsItsMemory) {
     if (!countsAllocations()) GTEST_SKIP() << "allocations are not counted under a sanitizer";
     const CGRect extent{0, 0, 64, 64};
-    const auto accumulator = CIImageAccumulator::imageAccumulatorWithExtent(extent, CIFormat::RGBAf);
+    const auto accumulator =
+        CIImageAccumulator::imageAccumulatorWithExtent(extent, CIFormat::RGBAf);
     const CIKernel shiftKernel = pictureKernel("scaleAndShift");
     uint64_t before = 0;
     for (int frame = 0; frame < 1000; ++frame) {
         if (frame == 5) before = heapAllocationsOfAllThreads();
-        accumulator->setImage(shiftKernel.applyWithExtent(
-            extent, {accumulator->image(), CIVector(0.5, 0.5, 0.5, 0.5), CIVector(0.5, 0, 0, 0.5)}));
+        accumulator->setImage(
+            shiftKernel.applyWithExtent(extent, {accumulator->image(), CIVector(0.5, 0.5, 0.5, 0.5),
+                                                 CIVector(0.5, 0, 0, 0.5)}));
     }
     EXPECT_EQ(heapAllocationsOfAllThreads(), before);
 }

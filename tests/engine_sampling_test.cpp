@@ -49,7 +49,8 @@ TEST(Sampling, LinearReadsBlendFourPixelsAndTransparencyOutside) {
         };
         for (CIContext* context : everyContext()) {
             SCOPED_TRACE(nameOf(*context) + ", seed " + std::to_string(seed));
-            EXPECT_TRUE(isClose(render(*context, image, bounds, CIFormat::RGBAf), expected, {1e-6}));
+            EXPECT_TRUE(
+                isClose(render(*context, image, bounds, CIFormat::RGBAf), expected, {1e-6}));
             EXPECT_TRUE(isClose(render(*context, image, bounds), expected, {1 / 255.0}));
         }
     }
@@ -78,9 +79,9 @@ TEST(Sampling, CoordinatesThatAreNowhereReadTransparency) {
     const Bitmap source = randomBitmap(random, 20, 5, CIFormat::RGBA8);
     for (const SamplerFilter filter : {SamplerFilter::Linear, SamplerFilter::Nearest}) {
         const CISampler sampler(source.image(), {.filter = filter});
-        const CIImage image = pictureKernel("readNowhere")
-                                  .applyWithExtent(sampler.extent(), RegionOfInterest::whole(sampler),
-                                                   {sampler});
+        const CIImage image =
+            pictureKernel("readNowhere")
+                .applyWithExtent(sampler.extent(), RegionOfInterest::whole(sampler), {sampler});
         const CIImage offsets[] = {image, readAt(sampler, sampler.extent(), std::nan(""), 0),
                                    readAt(sampler, sampler.extent(), 0, kInfinity),
                                    readAt(sampler, sampler.extent(), -kInfinity, 1e38)};
@@ -96,8 +97,10 @@ TEST(Sampling, ATransformReadsThroughItsInverse) {
     Random random(8);
     const Bitmap source = randomBitmap(random, 17, 11, CIFormat::RGBAf);
     const CGPoint origin{3, -2};
-    const CGAffineTransform transforms[] = {{1, 0, 0, 1, 2.5, -1.25}, {2, 0, 0, 0.5, 0, 0},
-                                            {0, 1, -1, 0, 4, 4},      {-1, 0, 0, 1, 20, 0},
+    const CGAffineTransform transforms[] = {{1, 0, 0, 1, 2.5, -1.25},
+                                            {2, 0, 0, 0.5, 0, 0},
+                                            {0, 1, -1, 0, 4, 4},
+                                            {-1, 0, 0, 1, 20, 0},
                                             {1, 0.5, -0.25, 1, 0, 0}};
     for (const CGAffineTransform& transform : transforms) {
         const CIImage image = source.image(origin).imageByApplyingTransform(transform);
@@ -118,12 +121,15 @@ TEST(Sampling, ATransformReadsThroughItsInverse) {
 }
 
 TEST(Transforms, ThatDoNothingOrHaveNoInverse) {
-    const CIImage image = CIImage::imageWithColor(CIColor(1, 0, 0)).imageByCroppingToRect({0, 0, 4, 4});
+    const CIImage image =
+        CIImage::imageWithColor(CIColor(1, 0, 0)).imageByCroppingToRect({0, 0, 4, 4});
     EXPECT_TRUE(image.imageByApplyingTransform({}) == image);
     EXPECT_FALSE(CIImage().imageByApplyingTransform({}));
-    for (const CGAffineTransform& transform :
-         {CGAffineTransform{0, 0, 0, 0, 0, 0}, {1, 2, 2, 4, 0, 0}, {1, 0, 0, 1, kInfinity, 0},
-          {std::nan(""), 0, 0, 1, 0, 0}, {1e-200, 0, 0, 1e-200, 0, 0}})
+    for (const CGAffineTransform& transform : {CGAffineTransform{0, 0, 0, 0, 0, 0},
+                                               {1, 2, 2, 4, 0, 0},
+                                               {1, 0, 0, 1, kInfinity, 0},
+                                               {std::nan(""), 0, 0, 1, 0, 0},
+                                               {1e-200, 0, 0, 1e-200, 0, 0}})
         EXPECT_FALSE(image.imageByApplyingTransform(transform));
     // Two transforms that undo each other are one that does nothing.
     const CIImage back = image.imageByApplyingTransform({2, 0, 0, 2, 3, 0})
@@ -140,13 +146,21 @@ struct ExtentCase {
     CGRect visible;
 };
 
-CIImage red() { return CIImage::imageWithColor(CIColor(1, 0, 0)); }
+CIImage red() {
+    return CIImage::imageWithColor(CIColor(1, 0, 0));
+}
 
 const ExtentCase kExtentCases[] = {
     {"Endless", [](const CIImage& i) { return i; }, {-50, -50, 100, 100}},
-    {"Cropped", [](const CIImage& i) { return i.imageByCroppingToRect({-3, 2, 5, 4}); }, {-3, 2, 5, 4}},
+    {"Cropped",
+     [](const CIImage& i) {
+         return i.imageByCroppingToRect({-3, 2, 5, 4});
+     },
+     {-3, 2, 5, 4}},
     {"RoundedOutward",
-     [](const CIImage& i) { return i.imageByCroppingToRect({-2.5, 1.25, 3.25, 0.5}); },
+     [](const CIImage& i) {
+         return i.imageByCroppingToRect({-2.5, 1.25, 3.25, 0.5});
+     },
      {-3, 1, 4, 1}},
     {"CropOfACrop",
      [](const CIImage& i) {
@@ -158,21 +172,35 @@ const ExtentCase kExtentCases[] = {
          return i.imageByCroppingToRect({0, 0, 5, 5}).imageByCroppingToRect({5, 5, 5, 5});
      },
      {}},
-    {"CropToNothing", [](const CIImage& i) { return i.imageByCroppingToRect({3, 3, 0, 5}); }, {}},
+    {"CropToNothing",
+     [](const CIImage& i) {
+         return i.imageByCroppingToRect({3, 3, 0, 5});
+     },
+     {}},
     {"CropToANegativeSize",
-     [](const CIImage& i) { return i.imageByCroppingToRect({3, 3, -2, 5}); },
+     [](const CIImage& i) {
+         return i.imageByCroppingToRect({3, 3, -2, 5});
+     },
      {}},
     {"CropToNoNumber",
-     [](const CIImage& i) { return i.imageByCroppingToRect({std::nan(""), 0, 5, 5}); },
+     [](const CIImage& i) {
+         return i.imageByCroppingToRect({std::nan(""), 0, 5, 5});
+     },
      {}},
     {"CropToASizeThatIsNoNumber",
-     [](const CIImage& i) { return i.imageByCroppingToRect({0, 0, std::nan(""), 5}); },
+     [](const CIImage& i) {
+         return i.imageByCroppingToRect({0, 0, std::nan(""), 5});
+     },
      {}},
     {"HalfAPlane",
-     [](const CIImage& i) { return i.imageByCroppingToRect({10, -kInfinity, kInfinity, kInfinity}); },
+     [](const CIImage& i) {
+         return i.imageByCroppingToRect({10, -kInfinity, kInfinity, kInfinity});
+     },
      {10, -50, 40, 100}},
     {"TransformedWithoutEnd",
-     [](const CIImage& i) { return i.imageByApplyingTransform({0.5, 0.5, -0.5, 0.5, 3, 3}); },
+     [](const CIImage& i) {
+         return i.imageByApplyingTransform({0.5, 0.5, -0.5, 0.5, 3, 3});
+     },
      {-50, -50, 100, 100}},
     {"KernelCropped",
      [](const CIImage& i) {
@@ -182,7 +210,9 @@ const ExtentCase kExtentCases[] = {
      },
      {0, 5, 5, 5}},
     {"KernelWithoutExtent",
-     [](const CIImage& i) { return pictureKernel("blend").applyWithExtent({}, {i, i, 0.5}); },
+     [](const CIImage& i) {
+         return pictureKernel("blend").applyWithExtent({}, {i, i, 0.5});
+     },
      {}},
     {"KernelWithAnExtentThatIsNoNumber",
      [](const CIImage& i) {
@@ -191,8 +221,8 @@ const ExtentCase kExtentCases[] = {
      {}},
     {"CompositeOfTwoPlaces",
      [](const CIImage& i) {
-         return i.imageByCroppingToRect({0, 0, 2, 9}).imageByCompositingOverImage(
-             i.imageByCroppingToRect({2, 0, 3, 9}));
+         return i.imageByCroppingToRect({0, 0, 2, 9})
+             .imageByCompositingOverImage(i.imageByCroppingToRect({2, 0, 3, 9}));
      },
      {0, 0, 5, 9}},
     {"CompositeWithNothing",
@@ -210,7 +240,8 @@ TEST(Extents, ShowWhatLiesInsideAndTransparencyAround) {
         const CGRect v = test.visible;
         const auto expected = [&](int x, int y) {
             const double px = bounds.x + x + 0.5, py = bounds.y + y + 0.5;
-            return px > v.x && py > v.y && px < v.maxX() && py < v.maxY() ? Pixel{1, 0, 0, 1} : kNothing;
+            return px > v.x && py > v.y && px < v.maxX() && py < v.maxY() ? Pixel{1, 0, 0, 1}
+                                                                          : kNothing;
         };
         for (CIContext* context : everyContext())
             EXPECT_TRUE(isClose(render(*context, image, bounds), expected, {}))
@@ -223,8 +254,9 @@ TEST(Extents, OfCropsAndCompositesFollowTheirImages) {
     EXPECT_EQ(image.extent(), (CGRect{1, 2, 3.5, 4}));
     EXPECT_EQ(image.imageByCroppingToRect(CGRect::infinite()).extent(), image.extent());
     EXPECT_EQ(image.imageByInsertingIntermediate().extent(), image.extent());
-    EXPECT_EQ(image.imageByCompositingOverImage(red().imageByCroppingToRect({10, 10, 1, 1})).extent(),
-              (CGRect{1, 2, 10, 9}));
+    EXPECT_EQ(
+        image.imageByCompositingOverImage(red().imageByCroppingToRect({10, 10, 1, 1})).extent(),
+        (CGRect{1, 2, 10, 9}));
     EXPECT_TRUE(red().extent().isInfinite());
     EXPECT_EQ(image.imageByCroppingToRect({100, 0, 1, 1}).extent(), CGRect());
     EXPECT_EQ(CIImage().extent(), CGRect());
@@ -237,7 +269,10 @@ TEST(Extents, KernelsAreToldTheExactOne) {
                              .applyWithExtent({0, 0, 1, 1}, RegionOfInterest::identity(), {image});
     for (CIContext* context : everyContext())
         EXPECT_TRUE(isClose(render(*context, told, {0, 0, 1, 1}, CIFormat::RGBAf),
-                            [](int, int) { return Pixel{1.25, -2.5, 3.5, 4}; }, {}))
+                            [](int, int) {
+                                return Pixel{1.25, -2.5, 3.5, 4};
+                            },
+                            {}))
             << nameOf(*context);
 }
 
@@ -256,8 +291,9 @@ TEST(Borders, ALinearReadOfACropBlendsWithTransparencyNotWithWhatWasCropped) {
     const auto expected = [&](int x, int y) { return linearAt(cropped, {}, x + 1.0, y + 0.75); };
     for (CIContext* context : everyContext())
         for (const CIImage& image : {plain, lazy})
-            EXPECT_TRUE(isClose(render(*context, readAt(CISampler(image), bounds, 0.5, 0.25), bounds),
-                                expected, {1 / 255.0}))
+            EXPECT_TRUE(
+                isClose(render(*context, readAt(CISampler(image), bounds, 0.5, 0.25), bounds),
+                        expected, {1 / 255.0}))
                 << nameOf(*context);
 }
 

@@ -19,8 +19,9 @@ double channelAt(const Bitmap& bitmap, size_t index) {
 }
 
 TEST(Stores, BytesAreClampedAndRoundedToTheNearest) {
-    std::vector<float> values = {0,     -0.0f, 1,     1.0001f, -1e-9f, -1,        2,    255,
-                                 1e10f, 3e38f, -3e38f, 1e-40f,  0.5f,   0.999999f, -1e-40f, 8388608};
+    std::vector<float> values = {0,    -0.0f,     1,       1.0001f, -1e-9f, -1,
+                                 2,    255,       1e10f,   3e38f,   -3e38f, 1e-40f,
+                                 0.5f, 0.999999f, -1e-40f, 8388608};
     for (int i = 0; i < 4096; ++i) values.push_back(static_cast<float>(i - 512) / 3000.0f);
     for (CIContext* context : everyContext())
         for (const CIFormat format : {CIFormat::RGBA8, CIFormat::BGRA8, CIFormat::ARGB8}) {
@@ -41,11 +42,19 @@ TEST(Stores, NoNumberIsZeroAndInfinityIsFull) {
         std::vector<float> values;
         for (int i = 0; i < 37; ++i) values.insert(values.end(), {nan, inf, -inf, -nan});
         const Bitmap bytes = stored(*context, values, CIFormat::RGBA8);
-        EXPECT_TRUE(isClose(bytes, [](int, int) { return Pixel{0, 1, 0, 0}; }, {}))
+        EXPECT_TRUE(isClose(bytes,
+                            [](int, int) {
+                                return Pixel{0, 1, 0, 0};
+                            },
+                            {}))
             << nameOf(*context);
         for (const CIFormat format : {CIFormat::RGBAh, CIFormat::RGBAf}) {
             const Bitmap wide = stored(*context, values, format);
-            EXPECT_TRUE(isClose(wide, [&](int, int) { return Pixel{nan, inf, -inf, nan}; }, {}))
+            EXPECT_TRUE(isClose(wide,
+                                [&](int, int) {
+                                    return Pixel{nan, inf, -inf, nan};
+                                },
+                                {}))
                 << nameOf(*context);
         }
     }
@@ -60,7 +69,8 @@ TEST(Stores, EveryByteSurvivesACopyInAnyOrder) {
         for (const CIFormat format : kAllFormats) {
             const Bitmap there = render(*context, source.image(), {0, 0, 256, 1}, format);
             const Bitmap back = render(*context, there.image(), {0, 0, 256, 1}, CIFormat::RGBA8);
-            EXPECT_TRUE(isClose(back, source, {})) << formatName(format) << ", " << nameOf(*context);
+            EXPECT_TRUE(isClose(back, source, {}))
+                << formatName(format) << ", " << nameOf(*context);
         }
 }
 
@@ -88,9 +98,10 @@ TEST(Halves, AllOfThemAreReadExactlyAndWrittenBack) {
 }
 
 TEST(Halves, AreTheNearestToASingleTiesToEven) {
-    std::vector<float> values = {65504, 65519.996f, 65520, 65535, 65536, 1e30f, 0x1p-24f, 0x1p-25f,
-                                 0x1.000002p-25f, 0x1.8p-24f, 0x1p-26f, 1e-40f, 0x1.ffcp-15f,
-                                 0x1.ffep-15f, 0x1.fffp-15f, 0x1p-14f};
+    std::vector<float> values = {65504,           65519.996f,   65520,        65535,
+                                 65536,           1e30f,        0x1p-24f,     0x1p-25f,
+                                 0x1.000002p-25f, 0x1.8p-24f,   0x1p-26f,     1e-40f,
+                                 0x1.ffcp-15f,    0x1.ffep-15f, 0x1.fffp-15f, 0x1p-14f};
     Random random(9);
     for (int i = 0; i < 60000; ++i) {
         const double base = valueOfHalf(static_cast<uint16_t>(random.whole(0, 0x7bfe)));

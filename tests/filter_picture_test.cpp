@@ -150,7 +150,7 @@ const Formula kUnchanged = [](Straight v) { return v; };
 const PictureCase kCases[] = {
     {"Dummy", "VEDummy", {}, kUnchanged, true},
 
-    {"SolarizeDefault", "VESolarize", {}, kUnchanged, true},
+    {"SolarizeDefault", "VESolarize", {}, solarize(0), true},
     {"SolarizeMiddle", "VESolarize", inputs({{"Intensity", 0.5}}), solarize(0.5)},
     {"SolarizeFull", "VESolarize", inputs({{"Intensity", 1}}), solarize(1)},
     {"SolarizeOutOfRange", "VESolarize", inputs({{"Intensity", 7}}), solarize(1)},
@@ -160,13 +160,13 @@ const PictureCase kCases[] = {
     {"GammaLow", "VE_RGB_Gamma", numbered({1, 20, 40, 80}), gammaCurve({1, 20, 40, 80})},
     {"GammaHigh", "VE_RGB_Gamma", numbered({255, 255, 255, 255}), gammaCurve({255, 255, 255, 255})},
 
-    {"ContrastDefault", "VE_RGB_Contrast", {}, kUnchanged, true},
+    {"ContrastDefault", "VE_RGB_Contrast", {}, contrast({127, 127, 127, 127}), true},
     {"ContrastLow", "VE_RGB_Contrast", numbered({0, 60, 127, 100}), contrast({0, 60, 127, 100})},
     {"ContrastHigh", "VE_RGB_Contrast", numbered({255, 200, 127, 255}),
      contrast({255, 200, 127, 255})},
 
-    {"BrightContrastNeutral", "VEColorBrightContrast", inputs({{"Brightness", 127}}), kUnchanged,
-     true},
+    {"BrightContrastNeutral", "VEColorBrightContrast", inputs({{"Brightness", 127}}),
+     brightContrast({127, 127, 127}, 127, 127), true},
     {"BrightContrastUnset", "VEColorBrightContrast", {}, brightContrast({127, 127, 127}, 0, 127)},
     {"BrightContrastGains", "VEColorBrightContrast",
      inputs({{"Brightness", 127}, {"Red", 255}, {"Green", 60}, {"Blue", 180}}),
@@ -175,13 +175,14 @@ const PictureCase kCases[] = {
      inputs({{"Brightness", 150}, {"Contrast", 200}, {"Red", 140}, {"Green", 0}, {"Blue", 127}}),
      brightContrast({140, 0, 127}, 150, 200)},
 
-    {"ThresholdDefault", "VE_GainClamp", {}, kUnchanged, true},
+    {"ThresholdDefault", "VE_GainClamp", {}, threshold({255, 255, 255}), true},
     {"Threshold", "VE_GainClamp", numbered({0, 128, 30, 240}), threshold({128, 30, 240})},
     {"ThresholdZero", "VE_GainClamp", numbered({0, 0, 0, 0}), threshold({0, 0, 0})},
-    {"ClampNeutral", "VE_GainClamp", numbered({1, 255, 255, 255}), kUnchanged, true},
+    {"ClampNeutral", "VE_GainClamp", numbered({1, 255, 255, 255}), clampTo({255, 255, 255}), true},
     {"Clamp", "VE_GainClamp", numbered({1, 128, 30, 240}), clampTo({128, 30, 240})},
     {"ClampToBlack", "VE_GainClamp", numbered({1, 0, 0, 0}), clampTo({0, 0, 0})},
-    {"HybridNeutral", "VE_GainClamp", numbered({2, 255, 255, 255}), kUnchanged, true},
+    {"HybridNeutral", "VE_GainClamp", numbered({2, 255, 255, 255}), hybridClamp(255, 255, 255),
+     true},
     {"HybridChannels", "VE_GainClamp", numbered({2, 100, 255, 255}), hybridClamp(100, 255, 255)},
     {"HybridSaturation", "VE_GainClamp", numbered({2, 255, 100, 255}), hybridClamp(255, 100, 255)},
     {"HybridValue", "VE_GainClamp", numbered({2, 255, 255, 100}), hybridClamp(255, 255, 100)},
@@ -206,10 +207,10 @@ const PictureCase kCases[] = {
      trafficSign(1, 4, 2)},
     {"TrafficSignOne", "VE_TrafficSign", inputs({{"Mixer", 1}, {"Scale", 1}, {"Boost", 5}}),
      trafficSign(1, 1, 5)},
-    {"TrafficSignHalfMixed", "VE_TrafficSign", inputs({{"Mixer", 0.5}, {"Scale", 10.4}}),
-     trafficSign(0.5, 10, 1)},
-    {"TrafficSignMany", "VE_TrafficSign", inputs({{"Mixer", 1}, {"Scale", 200}, {"Boost", 1.5}}),
-     trafficSign(1, 200, 1.5)},
+    {"TrafficSignHalfMixed", "VE_TrafficSign",
+     inputs({{"Mixer", 0.5}, {"Scale", 10.4}, {"Boost", 1.13}}), trafficSign(0.5, 10, 1.13)},
+    {"TrafficSignMany", "VE_TrafficSign", inputs({{"Mixer", 1}, {"Scale", 190}, {"Boost", 1.37}}),
+     trafficSign(1, 190, 1.37)},
 };
 
 /// Straight colours with an alpha: greys, primaries, tones of every hue; each of them opaque,

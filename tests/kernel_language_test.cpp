@@ -19,23 +19,39 @@ struct BuiltinCase {
     double largest = 3e38;
 };
 
-double toSingle(double v) { return static_cast<float>(v); }
-int32_t truncated(double v) { return static_cast<int32_t>(v); }
+double toSingle(double v) {
+    return static_cast<float>(v);
+}
+int32_t truncated(double v) {
+    return static_cast<int32_t>(v);
+}
 
 const BuiltinCase kBuiltins[] = {
     {"powers", 1e-3, 60,
-     [](double x, double) { return Pixel{std::exp(x), std::exp2(x), std::log(x), std::log2(x)}; },
+     [](double x, double) {
+         return Pixel{std::exp(x), std::exp2(x), std::log(x), std::log2(x)};
+     },
      // The argument of exp2 is rounded before: 60 has steps of 4e-6.
      5e-6},
     {"powers", -80, -1e-3,
-     [](double x, double) { return Pixel{std::exp(x), std::exp2(x), NAN, NAN}; }, 1e-6},
+     [](double x, double) {
+         return Pixel{std::exp(x), std::exp2(x), NAN, NAN};
+     },
+     1e-6},
     {"powers", 1e-30, 1e-10,
-     [](double x, double) { return Pixel{std::exp(x), std::exp2(x), std::log(x), std::log2(x)}; }, 1e-6},
+     [](double x, double) {
+         return Pixel{std::exp(x), std::exp2(x), std::log(x), std::log2(x)};
+     },
+     1e-6},
     {"roots", 0, 4,
-     [](double x, double y) { return Pixel{std::pow(x, y), std::sqrt(x), 1 / std::sqrt(x), std::fabs(x)}; },
+     [](double x, double y) {
+         return Pixel{std::pow(x, y), std::sqrt(x), 1 / std::sqrt(x), std::fabs(x)};
+     },
      3e-6},
     {"roots", 0.5, 30,
-     [](double x, double y) { return Pixel{std::pow(x, y), std::sqrt(x), 1 / std::sqrt(x), std::fabs(x)}; },
+     [](double x, double y) {
+         return Pixel{std::pow(x, y), std::sqrt(x), 1 / std::sqrt(x), std::fabs(x)};
+     },
      // A base's logarithm times thirty, in single precision.
      3e-5},
     {"circular", -50, 50,
@@ -61,7 +77,10 @@ const BuiltinCase kBuiltins[] = {
      },
      1e-5},
     {"parts", -90, -0.25,
-     [](double x, double) { return Pixel{x - std::floor(x), -1, NAN, x * (180 / M_PI)}; }, 1e-5},
+     [](double x, double) {
+         return Pixel{x - std::floor(x), -1, NAN, x * (180 / M_PI)};
+     },
+     1e-5},
     {"limits", -5, 5,
      [](double x, double y) {
          return Pixel{std::min(x, y), std::max(x, y), std::clamp(x, -1.0, 2.0), x < y ? 0.0 : 1.0};
@@ -70,7 +89,8 @@ const BuiltinCase kBuiltins[] = {
     {"blends", -4, 4,
      [](double x, double y) {
          const double t = std::clamp((x + 1) / 4, 0.0, 1.0);
-         return Pixel{x * 0.75 + y * 0.25, t * t * (3 - 2 * t), x < y ? x : 2, std::hypot(x - y, y - x)};
+         return Pixel{x * 0.75 + y * 0.25, t * t * (3 - 2 * t), x < y ? x : 2,
+                      std::hypot(x - y, y - x)};
      },
      1e-6},
     {"products", -4, 4,
@@ -102,7 +122,9 @@ TEST(BuiltinFunctions, AreThoseOfDoublePrecision) {
         arguments.forEach([&](int x, int) {
             const auto any = [&] {
                 // Also the ends, whole numbers and halves.
-                if (x % 10 == 0) return std::clamp(std::round(random.real(test.low, test.high) * 2) / 2, test.low, test.high);
+                if (x % 10 == 0)
+                    return std::clamp(std::round(random.real(test.low, test.high) * 2) / 2,
+                                      test.low, test.high);
                 return x == 1 ? test.low : x == 2 ? test.high : random.real(test.low, test.high);
             };
             arguments.set(x, 0, {any(), any(), 0.5, -0.25});
@@ -137,7 +159,7 @@ TEST(BuiltinFunctions, AreTameAtTheEndsOfTheirRanges) {
     const Case cases[] = {
         {"powers", 1000, 0, 1, 3e38, kInfinity}, // exp2 does not wrap around
         {"powers", -1000, 0, 1, 0, 1e-37},
-        {"powers", 0, 0, 3, -kInfinity, -126},   // log2
+        {"powers", 0, 0, 3, -kInfinity, -126}, // log2
         {"powers", -5, 0, 3, -kInfinity, -126},
         {"powers", 0, 0, 0, 1, 1},
         {"roots", 0, 0.5, 0, 0, 0},
@@ -145,8 +167,8 @@ TEST(BuiltinFunctions, AreTameAtTheEndsOfTheirRanges) {
         {"roots", 1, 1000, 0, 1, 1},
         {"roots", 5, 0, 0, 1, 1},
         {"roots", 1e-30, 0.1, 0, 0.000999, 0.001001},
-        {"parts", -1e-10, 1, 0, 0, 1},           // fract
-        {"parts", 0, 1, 1, 0, 0},                // sign of zero
+        {"parts", -1e-10, 1, 0, 0, 1}, // fract
+        {"parts", 0, 1, 1, 0, 0},      // sign of zero
         {"roundings", 2.5, 0, 2, 2, 2},
         {"roundings", 3.5, 0, 2, 4, 4},
         {"roundings", -0.5, 0, 2, 0, 0},
@@ -178,19 +200,20 @@ TEST(KernelLanguage, EveryFeatureMeansTheSameOnEveryLevel) {
     const double amount = 0.75, tint[] = {0.5, 0.25, 1};
     const Pixel color{0.1, 0.2, 0.3, 0.4};
     const uint32_t seed = 3000000000u;
-    const CIImage image = testKernel("Language", "general")
-                              .applyWithExtent(bounds, RegionOfInterest::grownBy(3),
-                                               {first.image(), second.image(), amount, CIVector(2, -1),
-                                                CIVector(tint[0], tint[1], tint[2]),
-                                                CIVector(color[0], color[1], color[2], color[3]), 4,
-                                                seed});
+    const CIImage image =
+        testKernel("Language", "general")
+            .applyWithExtent(bounds, RegionOfInterest::grownBy(3),
+                             {first.image(), second.image(), amount, CIVector(2, -1),
+                              CIVector(tint[0], tint[1], tint[2]),
+                              CIVector(color[0], color[1], color[2], color[3]), 4, seed});
     const auto expected = [&](int x, int y) {
         const Pixel here = first.pixel(x, y);
         const int tx = x + 2, ty = y - 1;
         const Pixel there = tx < 61 && ty >= 0 ? second.pixel(tx, ty) : Pixel{};
         const double alpha = here[3], sum = (0 + 1 + 2 + 3) * 0.5 * 0.5;
-        const bool bright = (0.2126 * here[0] + 0.7152 * here[1] + 0.0722 * here[2] > 0.5 && !(alpha <= 0.1)) ||
-                            here[2] >= 2;
+        const bool bright =
+            (0.2126 * here[0] + 0.7152 * here[1] + 0.0722 * here[2] > 0.5 && !(alpha <= 0.1)) ||
+            here[2] >= 2;
         const Pixel chosen = bright ? Pixel{here[1], here[0], here[2], 0} : here;
         const int column = x & 7;
         uint32_t bits = uint32_t(column) * 2654435761u + seed;
@@ -198,14 +221,15 @@ TEST(KernelLanguage, EveryFeatureMeansTheSameOnEveryLevel) {
         bits ^= bits >> 17;
         bits ^= bits << 5;
         bits &= 0xffffu;
-        const double steps = bits / 65535.0 + (column | 1) * 0.001 + 0.25 * here[0] + 0.5 * here[1] +
-                             0.25 * here[2] + sum + 61 * 1e-3 + 7 * .001 + 2;
+        const double steps = bits / 65535.0 + (column | 1) * 0.001 + 0.25 * here[0] +
+                             0.5 * here[1] + 0.25 * here[2] + sum + 61 * 1e-3 + 7 * .001 + 2;
         // (0, 1) and (-1, 0) are the columns of a quarter turn.
         const double turned[] = {-2 * here[1], here[0], 1, 0};
         Pixel result;
         for (size_t c = 0; c < 3; ++c) {
             static constexpr size_t bgr[] = {2, 1, 0};
-            result[c] = chosen[c] + tint[c] * amount * 0.5 + there[bgr[c]] * 0.25 + color[c] * turned[c];
+            result[c] =
+                chosen[c] + tint[c] * amount * 0.5 + there[bgr[c]] * 0.25 + color[c] * turned[c];
         }
         result[3] = std::clamp(alpha + there[3] * 0.25 + steps * 0.01, 0.0, 1.0);
         return result;

@@ -1,4 +1,5 @@
-// Pictures in memory, random ones among them, contexts of every kind, and how pictures are compared.
+// Pictures in memory, random ones among them, contexts of every kind, and how pictures are
+// compared.
 #pragma once
 
 #include "vorneffects/VornEffects.h"
@@ -27,8 +28,8 @@ inline std::string textOf(const Pixel& p) {
 
 inline double valueOfHalf(uint16_t half) {
     const int exponent = half >> 10 & 31, mantissa = half & 1023;
-    double magnitude = exponent == 0 ? std::ldexp(mantissa, -24)
-                                     : std::ldexp(1024 + mantissa, exponent - 25);
+    double magnitude =
+        exponent == 0 ? std::ldexp(mantissa, -24) : std::ldexp(1024 + mantissa, exponent - 25);
     if (exponent == 31)
         magnitude = mantissa ? std::numeric_limits<double>::quiet_NaN()
                              : std::numeric_limits<double>::infinity();
@@ -100,7 +101,8 @@ public:
         const size_t row = static_cast<size_t>(width_) * bytesPerPixel(format_);
         for (size_t i = 0; i < memory_.size(); ++i) {
             const size_t inside = i - kMargin;
-            const bool guards = i < kMargin || inside >= bytesPerRow_ * static_cast<size_t>(height_) ||
+            const bool guards = i < kMargin ||
+                                inside >= bytesPerRow_ * static_cast<size_t>(height_) ||
                                 inside % bytesPerRow_ >= row;
             if (guards && memory_[i] != kGuard) return false;
         }
@@ -172,8 +174,10 @@ private:
 
 /// A picture of premultiplied noise: opaque, of any alpha, or of extremes, with transparent pixels
 /// among them. The float formats also hold values out of range when `wide`.
-inline Bitmap randomBitmap(Random& random, int width, int height, CIFormat format, bool wide = false) {
-    Bitmap bitmap(width, height, format, static_cast<size_t>(random.whole(0, 1) * random.whole(1, 37)));
+inline Bitmap randomBitmap(Random& random, int width, int height, CIFormat format,
+                           bool wide = false) {
+    Bitmap bitmap(width, height, format,
+                  static_cast<size_t>(random.whole(0, 1) * random.whole(1, 37)));
     const int kind = random.whole(0, 2);
     bitmap.forEach([&](int x, int y) {
         const double alpha = kind == 0            ? 1
@@ -219,8 +223,10 @@ testing::AssertionResult isClose(const Bitmap& actual, const Expected& expected,
     std::string first;
     actual.forEach([&](int x, int y) {
         Pixel wanted;
-        if constexpr (std::is_same_v<Expected, Bitmap>) wanted = expected.pixel(x, y);
-        else wanted = expected(x, y);
+        if constexpr (std::is_same_v<Expected, Bitmap>)
+            wanted = expected.pixel(x, y);
+        else
+            wanted = expected(x, y);
         const double difference = differenceOf(actual.pixel(x, y), wanted);
         if (difference <= tolerance.largest + 1e-9) return;
         if (count++ == 0)
@@ -271,7 +277,8 @@ inline Bitmap render(CIContext& context, const CIImage& image, CGRect bounds,
                      CIFormat format = CIFormat::RGBA8, size_t padding = 0,
                      CGColorSpace colorSpace = CGColorSpace::None) {
     Bitmap bitmap(static_cast<int>(bounds.width), static_cast<int>(bounds.height), format, padding);
-    EXPECT_TRUE(context.render(image, bitmap.bytes(), bitmap.bytesPerRow(), bounds, format, colorSpace))
+    EXPECT_TRUE(
+        context.render(image, bitmap.bytes(), bitmap.bytesPerRow(), bounds, format, colorSpace))
         << context.lastError();
     return bitmap;
 }
@@ -288,7 +295,9 @@ inline CIKernel testKernel(const std::string& library, const std::string& name) 
     EXPECT_TRUE(kernel) << error.localizedDescription;
     return kernel;
 }
-inline CIKernel pictureKernel(const std::string& name) { return testKernel("EnginePictures", name); }
+inline CIKernel pictureKernel(const std::string& name) {
+    return testKernel("EnginePictures", name);
+}
 inline CIWarpKernel warpKernel(const std::string& name) {
     return CIWarpKernel(pictureKernel(name).function());
 }
