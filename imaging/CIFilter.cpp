@@ -1,5 +1,7 @@
 #include "vorneffects/CIFilter.h"
 
+#include "imaging/builtin/Builtin.h"
+
 #include <algorithm>
 #include <functional>
 #include <map>
@@ -8,8 +10,9 @@ namespace {
 
 using Registry = std::map<std::string, RegisteredFilter, std::less<>>;
 
+/// The registry, which has the framework's own filters from its first use on.
 Registry& registry() {
-    static Registry filters;
+    static Registry filters = builtinFilters();
     return filters;
 }
 

@@ -108,21 +108,22 @@ KernelModule::Entry KernelModule::entry(size_t index,
     return {};
 }
 
-std::shared_ptr<const KernelFunction> frameworkKernel(std::string_view name) {
+std::shared_ptr<const KernelFunction> frameworkKernel(std::string_view name,
+                                                      std::string_view library) {
     static const ClassInfo owner{"CIKernel", &owner, nullptr};
     static std::mutex mutex;
     static auto* kernels = new std::map<std::string, CIKernel, std::less<>>;
     const std::lock_guard lock(mutex);
     if (const auto found = kernels->find(name); found != kernels->end())
         return found->second.function();
-    constexpr const char* library = "CIFrameworkKernel";
     const auto path = Bundle::forClass(&owner).pathForResource(library, "ci.metallib");
     KernelError error{"The kernel library is missing."};
     const CIKernel kernel = CIKernel::kernelWithFunctionName(
         name, path ? dataWithContentsOfFile(*path) : nullptr, path ? &error : nullptr);
     if (!kernel)
-        std::printf("ERROR: failed to load CIKernel '%.*s' from '%s' err=%s\n",
-                    static_cast<int>(name.size()), name.data(), library,
+        std::printf("ERROR: failed to load CIKernel '%.*s' from '%.*s' err=%s\n",
+                    static_cast<int>(name.size()), name.data(), static_cast<int>(library.size()),
+                    library.data(),
                     error.localizedDescription.c_str());
     kernels->emplace(name, kernel);
     return kernel.function();

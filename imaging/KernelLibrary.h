@@ -53,8 +53,9 @@ struct KernelFunction {
     const std::string& libraryName() const { return module->library().name; }
 };
 
-/// A kernel of the framework's own library, made once; null when the library is missing or damaged
-/// (with one line on standard output).
-std::shared_ptr<const KernelFunction> frameworkKernel(std::string_view name);
+/// A kernel of one of the framework's own libraries, made once; null when the library is missing or
+/// damaged (with one line on standard output). No two of these libraries share a kernel's name.
+std::shared_ptr<const KernelFunction>
+frameworkKernel(std::string_view name, std::string_view library = "CIFrameworkKernel");
 
 } // namespace vorn::imaging

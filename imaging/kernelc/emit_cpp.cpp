@@ -61,6 +61,7 @@ public:
             "struct Text : KernelBase<memory> {\n"
             "using KernelBase<memory>::place; using KernelBase<memory>::destCoord;\n"
             "using KernelBase<memory>::sample; using KernelBase<memory>::sampleHere;\n"
+            "using KernelBase<memory>::sampleOffset; using KernelBase<memory>::sampleStrided;\n"
             "using KernelBase<memory>::samplerCoord; using KernelBase<memory>::samplerSize;\n"
             "using KernelBase<memory>::samplerOrigin; using KernelBase<memory>::samplerExtent;\n";
         size_t at = 0;
@@ -158,6 +159,7 @@ private:
         out_ = before + "{ " + locals + pixelText.substr(pixelText.find('{') + 1);
         out_ += "\nstruct { " + fields + "} shared_" + name + ";\nvoid setup_" + name + "(";
         shared_ = true;
+        parentheses_ = 1; // the one above, which the text below closes
         body(kernel.parametersToken + 1, kernel.bodyToken);
         shared_ = false;
         out_ += "{\n" + setup + "}\n";

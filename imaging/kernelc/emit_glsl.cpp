@@ -39,6 +39,13 @@ vec4 vorn_here(int source) {
     const ivec2 place = ivec2(floor(destCoord())) - pixels.xy;
     return texelFetch(vornTextures[source], ivec2(place.x, pixels.w - 1 - place.y), 0);
 }
+vec4 sampleStrided(int source, int strideX, int strideY, int x, int y) {
+    const ivec4 pixels = vornCall.sources[source].pixels;
+    const ivec2 place = ivec2(floor(destCoord())) * ivec2(strideX, strideY) + ivec2(x, y) - pixels.xy;
+    if (any(lessThan(place, ivec2(0))) || any(greaterThanEqual(place, pixels.zw))) return vec4(0.0);
+    return texelFetch(vornTextures[source], ivec2(place.x, pixels.w - 1 - place.y), 0);
+}
+vec4 sampleOffset(int source, int x, int y) { return sampleStrided(source, 1, 1, x, y); }
 vec2 samplerCoord(int source) { return destCoord(); }
 vec2 samplerOrigin(int source) { return vornCall.sources[source].extent.xy; }
 vec2 samplerSize(int source) { return vornCall.sources[source].extent.zw; }

@@ -151,6 +151,28 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
             channel(p00.z, p10.z, p01.z, p11.z), channel(p00.w, p10.w, p01.w, p11.w)};
 }
 
+/// The pixels of a source at whole coordinates that lie in one row of it: the first one and how far
+/// apart they are. Transparent outside.
+template <Memory memory>
+VORN_INLINE Pixel fetchInRow(const SourceView& view, int x, int y, int stride) {
+    const Float zero = 0.0f;
+    const int column = x - view.x0, row = view.y0 + view.height - 1 - y;
+    const int last = column + (N - 1) * stride;
+    if (row < 0 || row >= view.height || last < 0 || column >= view.width)
+        return {zero, zero, zero, zero};
+    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
+    if (stride == 1 && column >= 0 && last < view.width) [[likely]]
+        return loadGroup<memory>(view,
+                                 view.bytes + row * view.rowBytes +
+                                     static_cast<int64_t>(column) * bytesPerPixel(layout),
+                                 N);
+    int32_t steps[N];
+    for (int i = 0; i < N; ++i) steps[i] = column + i * stride;
+    Int columns;
+    std::memcpy(&columns, steps, sizeof columns);
+    return fetchOrNothing<memory>(view, columns, Int(row), isWithin(columns, view.width));
+}
+
 /// The base of every compiled library: holds the place, and gives the text its built-in functions.
 template <Memory memory>
 struct KernelBase {
@@ -166,6 +188,13 @@ struct KernelBase {
     }
     VORN_INLINE Pixel sample(Sampler<memory> source, Vec2<Float> point) const {
         return sampleAt<memory>(source.view, point);
+    }
+    VORN_INLINE Pixel sampleOffset(Sampler<memory> source, int x, int y) const {
+        return fetchInRow<memory>(source.view, place.x + x, place.y + y, 1);
+    }
+    VORN_INLINE Pixel sampleStrided(Sampler<memory> source, int strideX, int strideY, int x,
+                                    int y) const {
+        return fetchInRow<memory>(source.view, place.x * strideX + x, place.y * strideY + y, strideX);
     }
     VORN_INLINE Pixel sampleHere(Sampler<memory> source) const {
         return loadHere<memory>(source.view, place);

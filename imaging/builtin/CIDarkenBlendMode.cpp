@@ -1,0 +1,12 @@
+// Darken: the darker of source and background, channel by channel, composited source-over (W3C
+// Compositing and Blending Level 1, section 10.1.4).
+#include "imaging/builtin/Blend.h"
+
+class CIDarkenBlendMode final : public CIFilter {
+public:
+    CIImage outputImage() override { return blend(*this, "CI_darken", inputImage, inputBackgroundImage); }
+
+    CIImage inputImage, inputBackgroundImage;
+    VORN_FILTER(CIDarkenBlendMode, inputImage, inputBackgroundImage)
+};
+VORN_BUILTIN(CIDarkenBlendMode)

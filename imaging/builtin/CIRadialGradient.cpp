@@ -1,0 +1,36 @@
+// Radial gradient without end: the first colour up to the first radius, the second from the second
+// radius on, and between them a straight line in premultiplied colour (as in CSS Images Level 3,
+// section 3.4). With equal radii the edge is hard.
+#include "imaging/builtin/Builtin.h"
+
+class CIRadialGradient final : public CIFilter {
+public:
+    static Attributes customAttributes() {
+        return {position("inputCenter", "center", CIVector(150, 150)),
+                scalar("inputRadius0", "radius 0", {.sliderMax = 800, .standard = 5}),
+                scalar("inputRadius1", "radius 1", {.sliderMax = 800, .standard = 100}),
+                withDefault("inputColor0", "color 0", CIColor(1, 1, 1)),
+                withDefault("inputColor1", "color 1", CIColor(0, 0, 0))};
+    }
+
+    CIImage outputImage() override {
+        if (!isFinite(inputCenter) || !isFinite(inputRadius0) || !isFinite(inputRadius1) ||
+            !isFinite(inputColor0) || !isFinite(inputColor1))
+            return refuse(*this, "an input is not finite");
+        const double from = inputRadius0.doubleValue(), to = inputRadius1.doubleValue();
+        // A hard edge is a ramp that is much shorter than a pixel.
+        const double slope = from == to ? 1e6 : 1 / (to - from);
+        auto node = applyFrameworkKernel(
+            "CIGeneratorKernel", "CI_radialGradient", CGRect::infinite(),
+            RegionOfInterest::identity(),
+            {CIVector(inputCenter.X(), inputCenter.Y()), from, slope, inputColor0, inputColor1});
+        if (node) node->colorSpace = CGColorSpace::SRGB;
+        return outputOf(*this, std::move(node));
+    }
+
+    CIVector inputCenter{150, 150};
+    Number inputRadius0{5.0}, inputRadius1{100.0}; ///< pixels
+    CIColor inputColor0{1, 1, 1}, inputColor1{0, 0, 0};
+    VORN_FILTER(CIRadialGradient, inputCenter, inputRadius0, inputRadius1, inputColor0, inputColor1)
+};
+VORN_BUILTIN(CIRadialGradient)

@@ -1,0 +1,21 @@
+// Noise without end, always the same: every pixel has four independent values, even in [0, 1), that
+// depend on its coordinates alone. They stand as they are: colour is not scaled by alpha.
+#include "imaging/builtin/Builtin.h"
+
+class CIRandomGenerator final : public CIFilter {
+public:
+    CIImage outputImage() override {
+        return outputOf(*this, applyFrameworkKernel("CIGeneratorKernel", "CI_random",
+                                                    CGRect::infinite(),
+                                                    RegionOfInterest::identity(), {}));
+    }
+
+    static const std::vector<InputInfo>& inputs() {
+        static const std::vector<InputInfo> none;
+        return none;
+    }
+    static const FilterClassInfo classInformation;
+    static Class theClass() { return &classInformation.classInfo; }
+    const FilterClassInfo& filterClass() const override { return classInformation; }
+};
+VORN_BUILTIN(CIRandomGenerator)
