@@ -1,5 +1,5 @@
-// The framework's own filters beside OpenCV's operations of the same kind: 1920x1080 RGBA, 8 bits in
-// and out, one picture in the cache, as many threads on either side. Run by hand.
+// The framework's own filters beside OpenCV's operations of the same kind: 1920x1080 RGBA, 8 bits
+// in and out, one picture in the cache, as many threads on either side. Run by hand.
 //
 // Everything is measured in turn, round after round, so that a busy moment of the machine hits all
 // alike; the figures are the best of all rounds, in Mpixel/s.
@@ -49,7 +49,8 @@ struct Comparison {
 CIImage pictureOf(std::vector<uint8_t>& bytes, bool isOpaque) {
     for (size_t i = 0; i < kBytes; ++i) {
         const size_t alpha = isOpaque ? 255 : (i / 4 * 2654435761u >> 9) & 255;
-        bytes[i] = static_cast<uint8_t>(i % 4 == 3 ? alpha : ((i * 2654435761u) >> 13 & 255) * alpha / 255);
+        bytes[i] = static_cast<uint8_t>(i % 4 == 3 ? alpha
+                                                   : ((i * 2654435761u) >> 13 & 255) * alpha / 255);
     }
     return CIImage::imageWithBitmap(bytes.data(), kWidth, kHeight, kRowBytes, kCIFormatRGBA8);
 }
@@ -79,7 +80,9 @@ int main(int count, char** arguments) {
     affine = [&] { cv::warpAffine(from, to, matrix, to.size(), cv::INTER_LINEAR); };
     perspective = [&] { cv::warpPerspective(from, to, projection, to.size(), cv::INTER_LINEAR); };
     shrink = [&] { cv::resize(from, resized, {640, 360}, 0, 0, cv::INTER_AREA); };
-    enlarge = [&] { cv::resize(from(cv::Rect(0, 0, 960, 540)), to, to.size(), 0, 0, cv::INTER_LANCZOS4); };
+    enlarge = [&] {
+        cv::resize(from(cv::Rect(0, 0, 960, 540)), to, to.size(), 0, 0, cv::INTER_LANCZOS4);
+    };
 #endif
     std::vector<Comparison> comparisons = {
         {"CISourceOverCompositing", {{"inputImage", over}, {"inputBackgroundImage", image}}, {}},
@@ -96,12 +99,15 @@ int main(int count, char** arguments) {
         {"CIGaussianBlur", {{"inputImage", image}, {"inputRadius", Number(2.0)}}, blurSmall},
         {"CIGaussianBlur", {{"inputImage", image}, {"inputRadius", Number(10.0)}}, blur},
         {"CIGaussianBlur", {{"inputImage", image}, {"inputRadius", Number(40.0)}}, blurLarge},
-        {"CILanczosScaleTransform", {{"inputImage", image}, {"inputScale", Number(1 / 3.0)}}, shrink},
+        {"CILanczosScaleTransform",
+         {{"inputImage", image}, {"inputScale", Number(1 / 3.0)}},
+         shrink},
         {"CILanczosScaleTransform", {{"inputImage", image}, {"inputScale", Number(2.0)}}, enlarge},
         {"CIHueAdjust", {{"inputImage", image}, {"inputAngle", Number(1.0)}}, {}},
         {"CIColorControls", {{"inputImage", image}, {"inputSaturation", Number(1.5)}}, {}},
         {"CITemperatureAndTint",
-         {{"inputImage", image}, {"inputTargetNeutral", CIVector(4000, 0)}}, {}},
+         {{"inputImage", image}, {"inputTargetNeutral", CIVector(4000, 0)}},
+         {}},
         {"CIRandomGenerator", {}, {}},
         {"CIRadialGradient", {}, {}},
         {"CISmoothLinearGradient", {}, {}},

@@ -10,9 +10,10 @@ namespace vorn::imaging {
 inline CIImage blend(const CIFilter& filter, std::string_view kernel, const CIImage& image,
                      const CIImage& background) {
     if (!image || !background) return image ? image : background;
-    return outputOf(filter, applyFrameworkKernel(
-                                "CIBlendKernel", kernel, image.extent().unionWith(background.extent()),
-                                RegionOfInterest::identity(), {image, background}));
+    return outputOf(filter,
+                    applyFrameworkKernel("CIBlendKernel", kernel,
+                                         image.extent().unionWith(background.extent()),
+                                         RegionOfInterest::identity(), {image, background}));
 }
 
 } // namespace vorn::imaging

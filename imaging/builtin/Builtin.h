@@ -17,24 +17,22 @@
 
 /// Every filter with its category; its class has the same name.
 #define VORN_BUILTIN_FILTERS(filter)                                                               \
-    filter(CIAffineTransform, "Built-in Geometry")                                                 \
-    filter(CIColorControls, "Built-in Color")                                                      \
-    filter(CIColorMonochrome, "Built-in Color")                                                    \
-    filter(CICrop, "Built-in Geometry")                                                            \
-    filter(CIDarkenBlendMode, "Built-in Compositing")                                              \
-    filter(CIDivideBlendMode, "Built-in Compositing")                                              \
-    filter(CIGaussianBlur, "Built-in Blur")                                                        \
-    filter(CIHardLightBlendMode, "Built-in Compositing")                                           \
-    filter(CIHueAdjust, "Built-in Color")                                                          \
-    filter(CILanczosScaleTransform, "Built-in Geometry")                                           \
-    filter(CIMaximumCompositing, "Built-in Compositing")                                           \
-    filter(CIPerspectiveTransformWithExtent, "Built-in Geometry")                                  \
-    filter(CIPinLightBlendMode, "Built-in Compositing")                                            \
-    filter(CIRadialGradient, "Built-in Generator")                                                 \
-    filter(CIRandomGenerator, "Built-in Generator")                                                \
-    filter(CISmoothLinearGradient, "Built-in Generator")                                           \
-    filter(CISourceOverCompositing, "Built-in Compositing")                                        \
-    filter(CITemperatureAndTint, "Built-in Color")
+    filter(CIAffineTransform, "Built-in Geometry") filter(CIColorControls, "Built-in Color")       \
+        filter(CIColorMonochrome, "Built-in Color") filter(CICrop, "Built-in Geometry")            \
+            filter(CIDarkenBlendMode, "Built-in Compositing") filter(                              \
+                CIDivideBlendMode, "Built-in Compositing") filter(CIGaussianBlur, "Built-in Blur") \
+                filter(CIHardLightBlendMode, "Built-in Compositing")                               \
+                    filter(CIHueAdjust, "Built-in Color") filter(CILanczosScaleTransform,          \
+                                                                 "Built-in Geometry")              \
+                        filter(CIMaximumCompositing, "Built-in Compositing")                       \
+                            filter(CIPerspectiveTransformWithExtent, "Built-in Geometry")          \
+                                filter(CIPinLightBlendMode, "Built-in Compositing")                \
+                                    filter(CIRadialGradient, "Built-in Generator")                 \
+                                        filter(CIRandomGenerator, "Built-in Generator")            \
+                                            filter(CISmoothLinearGradient, "Built-in Generator")   \
+                                                filter(CISourceOverCompositing,                    \
+                                                       "Built-in Compositing")                     \
+                                                    filter(CITemperatureAndTint, "Built-in Color")
 
 namespace vorn::imaging {
 
@@ -45,7 +43,9 @@ VORN_BUILTIN_FILTERS(VORN_BUILTIN_CLASS)
 /// After a filter class: makes it known by its name and to the list above.
 #define VORN_BUILTIN(FilterClass)                                                                  \
     VORN_REGISTER(FilterClass)                                                                     \
-    Class vorn::imaging::builtinClass##FilterClass() { return FilterClass::theClass(); }
+    Class vorn::imaging::builtinClass##FilterClass() {                                             \
+        return FilterClass::theClass();                                                            \
+    }
 
 /// Every filter of the list, as the registry of filters keeps them.
 std::map<std::string, RegisteredFilter, std::less<>> builtinFilters();
@@ -63,7 +63,9 @@ CIImage outputOf(const CIFilter& filter, std::shared_ptr<Node> node);
 CIImage refuse(const CIFilter& filter, const char* problem);
 
 /// A number that every later step can work with; an unset one counts as 0.
-inline bool isFinite(const Number& number) { return std::isfinite(number.doubleValue()); }
+inline bool isFinite(const Number& number) {
+    return std::isfinite(number.doubleValue());
+}
 inline bool isFinite(const CIVector& vector) {
     return std::isfinite(vector.X()) && std::isfinite(vector.Y()) && std::isfinite(vector.Z()) &&
            std::isfinite(vector.W());

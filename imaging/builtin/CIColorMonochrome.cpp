@@ -16,12 +16,12 @@ public:
         if (!isFinite(inputColor) || !isFinite(inputIntensity))
             return refuse(*this, "the colour or the intensity is not finite");
         const double intensity = std::clamp(inputIntensity.doubleValue(), 0.0, 1.0);
-        return outputOf(*this, applyFrameworkKernel(
-                                   "CIColorKernel", "CI_monochrome", inputImage.extent(),
-                                   RegionOfInterest::identity(),
-                                   {inputImage,
-                                    CIVector(inputColor.red(), inputColor.green(), inputColor.blue()),
-                                    intensity}));
+        return outputOf(
+            *this,
+            applyFrameworkKernel(
+                "CIColorKernel", "CI_monochrome", inputImage.extent(), RegionOfInterest::identity(),
+                {inputImage, CIVector(inputColor.red(), inputColor.green(), inputColor.blue()),
+                 intensity}));
     }
 
     CIImage inputImage;

@@ -1,5 +1,5 @@
-// Crop: the image inside a rectangle, transparent outside. The rectangle's edges are rounded outward
-// to whole pixels where it is rendered. No pass: a crop narrows what its readers read.
+// Crop: the image inside a rectangle, transparent outside. The rectangle's edges are rounded
+// outward to whole pixels where it is rendered. No pass: a crop narrows what its readers read.
 #include "imaging/builtin/Builtin.h"
 
 class CICrop final : public CIFilter {

@@ -4,7 +4,9 @@
 
 class CIDarkenBlendMode final : public CIFilter {
 public:
-    CIImage outputImage() override { return blend(*this, "CI_darken", inputImage, inputBackgroundImage); }
+    CIImage outputImage() override {
+        return blend(*this, "CI_darken", inputImage, inputBackgroundImage);
+    }
 
     CIImage inputImage, inputBackgroundImage;
     VORN_FILTER(CIDarkenBlendMode, inputImage, inputBackgroundImage)

@@ -1,10 +1,12 @@
-// Divide: the background divided by the source, at most 1, composited source-over. A background of 0
-// stays 0 whatever divides it. The quotient is that of the GIMP manual's "divide" mode.
+// Divide: the background divided by the source, at most 1, composited source-over. A background of
+// 0 stays 0 whatever divides it. The quotient is that of the GIMP manual's "divide" mode.
 #include "imaging/builtin/Blend.h"
 
 class CIDivideBlendMode final : public CIFilter {
 public:
-    CIImage outputImage() override { return blend(*this, "CI_divide", inputImage, inputBackgroundImage); }
+    CIImage outputImage() override {
+        return blend(*this, "CI_divide", inputImage, inputBackgroundImage);
+    }
 
     CIImage inputImage, inputBackgroundImage;
     VORN_FILTER(CIDivideBlendMode, inputImage, inputBackgroundImage)

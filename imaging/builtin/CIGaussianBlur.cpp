@@ -2,12 +2,13 @@
 // exp(-(x x + y y) / (2 radius radius)), its weights brought to a sum of 1. The extent grows by 3.5
 // radii, rounded up to whole pixels; past that lie less than 0.05 % of the weights.
 //
-// A radius below 3.32 is computed tap by tap, rows and columns apart. For a larger one the picture is
-// first reduced by the power of two R that leaves a Gaussian of at least 1.5 reduced pixels, and
-// enlarged at the end, both with quadratic B-splines. Those blur as well: their variances, which add up
-// to (2 R R - 1) / 4, come off that of the Gaussian between them, so that the whole has the radius that
-// is asked for. What the reduction folds over is below 0.35/255 of a full swing (the B-spline has zeros
-// of order 3 where the Gaussian is not small), and the time does not grow with the radius.
+// A radius below 3.32 is computed tap by tap, rows and columns apart. For a larger one the picture
+// is first reduced by the power of two R that leaves a Gaussian of at least 1.5 reduced pixels, and
+// enlarged at the end, both with quadratic B-splines. Those blur as well: their variances, which
+// add up to (2 R R - 1) / 4, come off that of the Gaussian between them, so that the whole has the
+// radius that is asked for. What the reduction folds over is below 0.35/255 of a full swing (the
+// B-spline has zeros of order 3 where the Gaussian is not small), and the time does not grow with
+// the radius.
 #include "imaging/builtin/Builtin.h"
 
 #include <algorithm>
@@ -49,29 +50,29 @@ struct Axis {
 constexpr Axis kAxes[] = {{false}, {true}};
 
 CIImage reduced(const CIImage& image, Axis axis, int factor) {
-    return CIImage(applyFrameworkKernel(
-        "CIBlurKernel", factor == 4 ? "CI_quarter" : "CI_halve",
-        axis.scaled(image.extent(), 1.0 / factor, 1),
-        RegionOfInterest::computed([axis, factor](int, CGRect destination) {
-            return axis.scaled(destination, factor, factor - 1);
-        }),
-        {image, axis.x(), axis.y()}));
+    return CIImage(
+        applyFrameworkKernel("CIBlurKernel", factor == 4 ? "CI_quarter" : "CI_halve",
+                             axis.scaled(image.extent(), 1.0 / factor, 1),
+                             RegionOfInterest::computed([axis, factor](int, CGRect destination) {
+                                 return axis.scaled(destination, factor, factor - 1);
+                             }),
+                             {image, axis.x(), axis.y()}));
 }
 
 std::shared_ptr<Node> enlarged(const CIImage& image, Axis axis, int factor, CGRect extent) {
-    return applyFrameworkKernel("CIBlurKernel", "CI_enlarge", extent,
-                                RegionOfInterest::computed([axis, factor](int, CGRect destination) {
-                                    return axis.scaled(destination, 1.0 / factor, 1);
-                                }),
-                                {CISampler(image, {.filter = SamplerFilter::Nearest}),
-                                 axis.vector(), 1.0 / factor});
+    return applyFrameworkKernel(
+        "CIBlurKernel", "CI_enlarge", extent,
+        RegionOfInterest::computed([axis, factor](int, CGRect destination) {
+            return axis.scaled(destination, 1.0 / factor, 1);
+        }),
+        {CISampler(image, {.filter = SamplerFilter::Nearest}), axis.vector(), 1.0 / factor});
 }
 
 std::shared_ptr<Node> convolved(const CIImage& image, Axis axis, double sigma) {
     const int reach = static_cast<int>(std::ceil(kReach * sigma));
     const double exponent = 0.5 / (sigma * sigma);
-    // The kernel gets its weights by multiplication in single precision, so their sum is that of the
-    // same products.
+    // The kernel gets its weights by multiplication in single precision, so their sum is that of
+    // the same products.
     const float factor = static_cast<float>(std::exp(-2 * exponent));
     float weight = static_cast<float>(std::exp(-exponent));
     float fall = static_cast<float>(std::exp(-3 * exponent));
@@ -82,12 +83,11 @@ std::shared_ptr<Node> convolved(const CIImage& image, Axis axis, double sigma) {
         weight *= fall;
         fall *= factor;
     }
-    return applyFrameworkKernel("CIBlurKernel", "CI_gaussian", axis.grown(image.extent(), reach),
-                                RegionOfInterest::computed([axis, reach](int, CGRect destination) {
-                                    return axis.grown(destination, reach);
-                                }),
-                                {image, axis.x(), axis.y(), reach, 1 / sum, first / sum, quotient,
-                                 factor});
+    return applyFrameworkKernel(
+        "CIBlurKernel", "CI_gaussian", axis.grown(image.extent(), reach),
+        RegionOfInterest::computed(
+            [axis, reach](int, CGRect destination) { return axis.grown(destination, reach); }),
+        {image, axis.x(), axis.y(), reach, 1 / sum, first / sum, quotient, factor});
 }
 
 } // namespace
@@ -118,8 +118,8 @@ public:
             left /= step;
         }
         const double square = double(factor) * factor;
-        const double variance = factor == 1 ? sigma * sigma
-                                            : sigma * sigma / square - (2 * square - 1) / (4 * square);
+        const double variance =
+            factor == 1 ? sigma * sigma : sigma * sigma / square - (2 * square - 1) / (4 * square);
         std::shared_ptr<Node> node;
         for (const Axis axis : kAxes) {
             node = convolved(image, axis, std::sqrt(variance));

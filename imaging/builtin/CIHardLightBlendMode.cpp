@@ -4,7 +4,9 @@
 
 class CIHardLightBlendMode final : public CIFilter {
 public:
-    CIImage outputImage() override { return blend(*this, "CI_hardLight", inputImage, inputBackgroundImage); }
+    CIImage outputImage() override {
+        return blend(*this, "CI_hardLight", inputImage, inputBackgroundImage);
+    }
 
     CIImage inputImage, inputBackgroundImage;
     VORN_FILTER(CIHardLightBlendMode, inputImage, inputBackgroundImage)

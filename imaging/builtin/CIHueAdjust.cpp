@@ -14,9 +14,10 @@ public:
         if (!inputImage) return {};
         if (!isFinite(inputAngle)) return refuse(*this, "the angle is not a finite number");
         const double angle = inputAngle.doubleValue();
-        return outputOf(*this, applyFrameworkKernel("CIColorKernel", "CI_hue", inputImage.extent(),
-                                                    RegionOfInterest::identity(),
-                                                    {inputImage, std::cos(angle), std::sin(angle)}));
+        return outputOf(*this,
+                        applyFrameworkKernel("CIColorKernel", "CI_hue", inputImage.extent(),
+                                             RegionOfInterest::identity(),
+                                             {inputImage, std::cos(angle), std::sin(angle)}));
     }
 
     CIImage inputImage;

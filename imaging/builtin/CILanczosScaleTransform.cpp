@@ -1,8 +1,9 @@
-// Scales an image about the origin with the Lanczos kernel of three lobes, L(d) = sinc(d) sinc(d / 3)
-// (C. Duchon, "Lanczos filtering in one and two dimensions", Journal of Applied Meteorology 18, 1979):
-// the height by `inputScale`, the width by `inputScale` * `inputAspectRatio`. Where the picture shrinks
-// the kernel is widened by as much, which takes away what the smaller picture cannot show. An edge that
-// falls next to a whole pixel but for rounding in single precision lies on it.
+// Scales an image about the origin with the Lanczos kernel of three lobes, L(d) = sinc(d) sinc(d /
+// 3) (C. Duchon, "Lanczos filtering in one and two dimensions", Journal of Applied Meteorology 18,
+// 1979): the height by `inputScale`, the width by `inputScale` * `inputAspectRatio`. Where the
+// picture shrinks the kernel is widened by as much, which takes away what the smaller picture
+// cannot show. An edge that falls next to a whole pixel but for rounding in single precision lies
+// on it.
 #include "imaging/builtin/Builtin.h"
 
 namespace {

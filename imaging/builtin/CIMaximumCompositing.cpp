@@ -1,10 +1,12 @@
-// Maximum: the larger of source and background for every component, alpha too, as premultiplied (the
-// MAX equation of OpenGL 4.6, table 17.2).
+// Maximum: the larger of source and background for every component, alpha too, as premultiplied
+// (the MAX equation of OpenGL 4.6, table 17.2).
 #include "imaging/builtin/Blend.h"
 
 class CIMaximumCompositing final : public CIFilter {
 public:
-    CIImage outputImage() override { return blend(*this, "CI_maximum", inputImage, inputBackgroundImage); }
+    CIImage outputImage() override {
+        return blend(*this, "CI_maximum", inputImage, inputBackgroundImage);
+    }
 
     CIImage inputImage, inputBackgroundImage;
     VORN_FILTER(CIMaximumCompositing, inputImage, inputBackgroundImage)

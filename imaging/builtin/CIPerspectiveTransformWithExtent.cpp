@@ -1,10 +1,10 @@
-// Perspective: the part of the image inside a rectangle, drawn into a quadrilateral, the rectangle's
-// corners exactly on those of the quadrilateral; read with bilinear interpolation. The extent is the
-// box around the quadrilateral.
+// Perspective: the part of the image inside a rectangle, drawn into a quadrilateral, the
+// rectangle's corners exactly on those of the quadrilateral; read with bilinear interpolation. The
+// extent is the box around the quadrilateral.
 //
 // The projective map is that of P. Heckbert, "Fundamentals of Texture Mapping and Image Warping",
-// 1989, section 2.2.3. A quadrilateral that is a parallelogram makes it affine, and then the filter is
-// one more transform in a chain of them.
+// 1989, section 2.2.3. A quadrilateral that is a parallelogram makes it affine, and then the filter
+// is one more transform in a chain of them.
 #include "imaging/builtin/Builtin.h"
 
 #include <array>
@@ -75,8 +75,8 @@ public:
         // Written so that not-a-number, of three corners in a line, fails too.
         if (!(std::fabs(area) > 1e-9 && 1 + g > 0 && 1 + h > 0 && 1 + g + h > 0))
             return refuse(*this, "the corners are not those of a convex quadrilateral");
-        const CIImage image = inputImage.extent() == part ? inputImage
-                                                          : inputImage.imageByCroppingToRect(part);
+        const CIImage image =
+            inputImage.extent() == part ? inputImage : inputImage.imageByCroppingToRect(part);
         return g == 0 && h == 0 ? affine(image, part, map, center)
                                 : projective(image, part, map, center, corners);
     }
@@ -91,7 +91,8 @@ public:
 private:
     CIImage affine(const CIImage& image, CGRect part, const Matrix& map, CGPoint center) {
         const double w = 1 / part.width, h = 1 / part.height;
-        CGAffineTransform transform{map[0][0] * w, map[1][0] * w, map[0][1] * h, map[1][1] * h, 0, 0};
+        CGAffineTransform transform{
+            map[0][0] * w, map[1][0] * w, map[0][1] * h, map[1][1] * h, 0, 0};
         const CGPoint origin = transform.apply({part.x, part.y});
         transform.tx = map[0][2] + center.x - origin.x;
         transform.ty = map[1][2] + center.y - origin.y;
@@ -109,24 +110,26 @@ private:
             inverse[1][i] = (inverse[1][i] - 0.5 * inverse[2][i]) * part.height;
         }
         // The divisor is 1 at the lower left corner, and so above 0 in all of the quadrilateral.
-        const double divisor = inverse[2][0] * corners[0].x + inverse[2][1] * corners[0].y +
-                               inverse[2][2];
+        const double divisor =
+            inverse[2][0] * corners[0].x + inverse[2][1] * corners[0].y + inverse[2][2];
         CGRect extent{corners[0].x, corners[0].y, 0, 0};
         for (const CGPoint& p : corners) {
-            extent.width = std::max(extent.maxX(), p.x), extent.height = std::max(extent.maxY(), p.y);
+            extent.width = std::max(extent.maxX(), p.x),
+            extent.height = std::max(extent.maxY(), p.y);
             extent.x = std::min(extent.x, p.x), extent.y = std::min(extent.y, p.y);
             extent.width -= extent.x, extent.height -= extent.y;
         }
         extent.x += center.x, extent.y += center.y;
         const auto row = [&](size_t i) {
-            return CIVector(inverse[i][0] / divisor, inverse[i][1] / divisor, inverse[i][2] / divisor);
+            return CIVector(inverse[i][0] / divisor, inverse[i][1] / divisor,
+                            inverse[i][2] / divisor);
         };
         const auto kernel = frameworkKernel("CI_perspective", "CIResampleKernel");
         if (!kernel) return {};
-        return outputOf(*this, makeKernelNode(kernel, extent, RegionOfInterest::whole(image), image,
-                                              {row(0), row(1), row(2), CIVector(center.x, center.y),
-                                               CIVector(part.x + part.width / 2,
-                                                        part.y + part.height / 2)}));
+        return outputOf(
+            *this, makeKernelNode(kernel, extent, RegionOfInterest::whole(image), image,
+                                  {row(0), row(1), row(2), CIVector(center.x, center.y),
+                                   CIVector(part.x + part.width / 2, part.y + part.height / 2)}));
     }
 };
 VORN_BUILTIN(CIPerspectiveTransformWithExtent)

@@ -4,7 +4,9 @@
 
 class CIPinLightBlendMode final : public CIFilter {
 public:
-    CIImage outputImage() override { return blend(*this, "CI_pinLight", inputImage, inputBackgroundImage); }
+    CIImage outputImage() override {
+        return blend(*this, "CI_pinLight", inputImage, inputBackgroundImage);
+    }
 
     CIImage inputImage, inputBackgroundImage;
     VORN_FILTER(CIPinLightBlendMode, inputImage, inputBackgroundImage)

@@ -5,9 +5,9 @@
 class CIRandomGenerator final : public CIFilter {
 public:
     CIImage outputImage() override {
-        return outputOf(*this, applyFrameworkKernel("CIGeneratorKernel", "CI_random",
-                                                    CGRect::infinite(),
-                                                    RegionOfInterest::identity(), {}));
+        return outputOf(*this,
+                        applyFrameworkKernel("CIGeneratorKernel", "CI_random", CGRect::infinite(),
+                                             RegionOfInterest::identity(), {}));
     }
 
     static const std::vector<InputInfo>& inputs() {

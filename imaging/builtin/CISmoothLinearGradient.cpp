@@ -1,7 +1,7 @@
 // Linear gradient without end: the first colour before the first point, the second past the second
 // one, and between them t * t * (3 - 2 t) in premultiplied colour (Hermite interpolation as in GLSL
-// 4.60, section 8.3, smoothstep). With equal points it is the second colour everywhere (as in SVG 2,
-// section 14.2.2).
+// 4.60, section 8.3, smoothstep). With equal points it is the second colour everywhere (as in SVG
+// 2, section 14.2.2).
 #include "imaging/builtin/Builtin.h"
 
 class CISmoothLinearGradient final : public CIFilter {
@@ -21,11 +21,10 @@ public:
         const double square = x * x + y * y;
         const bool isPoint = !(square > 0) || !std::isfinite(1 / square);
         const CIVector slope = isPoint ? CIVector(0, 0) : CIVector(x / square, y / square);
-        auto node = applyFrameworkKernel(
-            "CIGeneratorKernel", "CI_smoothLinearGradient", CGRect::infinite(),
-            RegionOfInterest::identity(),
-            {CIVector(inputPoint0.X(), inputPoint0.Y()), slope, isPoint ? inputColor1 : inputColor0,
-             inputColor1});
+        auto node = applyFrameworkKernel("CIGeneratorKernel", "CI_smoothLinearGradient",
+                                         CGRect::infinite(), RegionOfInterest::identity(),
+                                         {CIVector(inputPoint0.X(), inputPoint0.Y()), slope,
+                                          isPoint ? inputColor1 : inputColor0, inputColor1});
         if (node) node->colorSpace = CGColorSpace::SRGB;
         return outputOf(*this, std::move(node));
     }

@@ -47,12 +47,10 @@ Matrix inverse(const Matrix& m) {
     return r;
 }
 
-constexpr Matrix kBradford{{{0.8951, 0.2664, -0.1614},
-                            {-0.7502, 1.7135, 0.0367},
-                            {0.0389, -0.0685, 1.0296}}};
-constexpr Matrix kXYZFromSRGB{{{0.4124, 0.3576, 0.1805},
-                               {0.2126, 0.7152, 0.0722},
-                               {0.0193, 0.1192, 0.9505}}};
+constexpr Matrix kBradford{
+    {{0.8951, 0.2664, -0.1614}, {-0.7502, 1.7135, 0.0367}, {0.0389, -0.0685, 1.0296}}};
+constexpr Matrix kXYZFromSRGB{
+    {{0.4124, 0.3576, 0.1805}, {0.2126, 0.7152, 0.0722}, {0.0193, 0.1192, 0.9505}}};
 
 /// The point of the locus in CIE 1960 (u, v).
 std::array<double, 2> planckian(double t) {
@@ -93,13 +91,14 @@ public:
         const Vector to = kBradford * whitePoint(inputTargetNeutral.X(), inputTargetNeutral.Y());
         Matrix scale{};
         for (size_t i = 0; i < 3; ++i) scale[i][i] = to[i] / from[i];
-        const Matrix m = inverse(kXYZFromSRGB) * inverse(kBradford) * scale * kBradford * kXYZFromSRGB;
+        const Matrix m =
+            inverse(kXYZFromSRGB) * inverse(kBradford) * scale * kBradford * kXYZFromSRGB;
         // The kernel decodes sRGB itself, whatever the working space is.
         const CISampler source(inputImage, {.colorSpace = CGColorSpace::SRGB});
         const auto row = [&](size_t i) { return CIVector(m[i][0], m[i][1], m[i][2]); };
-        auto node = applyFrameworkKernel("CIColorKernel", "CI_linearMatrix", inputImage.extent(),
-                                         RegionOfInterest::identity(),
-                                         {source, row(0), row(1), row(2)});
+        auto node =
+            applyFrameworkKernel("CIColorKernel", "CI_linearMatrix", inputImage.extent(),
+                                 RegionOfInterest::identity(), {source, row(0), row(1), row(2)});
         if (node) node->colorSpace = CGColorSpace::SRGB;
         return outputOf(*this, std::move(node));
     }
