@@ -179,7 +179,7 @@ private:
             // A source that is read elsewhere as well need not hold the own pixel: it is asked.
             const std::string& source = token(at + 2).text;
             out_ += readsOwnPixelOnly(source) ? "sampleHere(" + source + ") "
-                                              : "sample(" + source + ", destCoord()) ";
+                                              : "sampleOffset(" + source + ", 0, 0) ";
             return length;
         }
         if (now.kind == Token::Kind::Number) {

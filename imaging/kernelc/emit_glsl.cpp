@@ -3,6 +3,8 @@
 
 #include "imaging/kernelc/source.h"
 
+#include <algorithm>
+
 namespace vorn::kernelc {
 namespace {
 
@@ -120,7 +122,14 @@ std::string emitGlsl(const Source& source, const KernelDeclaration& kernel) {
         if (token.line != line) out += "\n", line = token.line;
         size_t length = 0;
         if (isReadHere(tokens, at, length)) {
-            out += "vorn_here(" + tokens[at + 2].text + ") ";
+            // A source that is read elsewhere as well need not hold the own pixel.
+            const std::string& name = tokens[at + 2].text;
+            const auto& parameters = kernel.function.parameters;
+            const bool isThere = std::any_of(
+                parameters.begin(), parameters.end(), [&](const Parameter& parameter) {
+                    return parameter.name == name && parameter.readsOwnPixelOnly;
+                });
+            out += isThere ? "vorn_here(" + name + ") " : "sampleOffset(" + name + ", 0, 0) ";
             at += length - 1;
         } else if (token.is("kernel") || token.is("uniform")) {
             continue;
