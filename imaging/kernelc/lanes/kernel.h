@@ -231,8 +231,9 @@ VORN_INLINE void forEachGroup(const KernelCall& call, GroupFunction group) {
     const int bytes = bytesPerPixel(isPacked(memory) ? static_cast<int>(kPacked8) : target.layout);
     for (int y = y1 - 1; y >= y0; --y) {
         uint8_t* to = target.bytes + (y1 - 1 - y) * target.rowBytes;
-        for (int x = x0; x < x1; x += N, to += N * bytes)
-            group(Place{x, y, x1 - x < N ? x1 - x : N}, to);
+        int x = x0;
+        for (; x <= x1 - N; x += N, to += N * bytes) group(Place{x, y, N}, to);
+        if (x < x1) group(Place{x, y, x1 - x}, to);
     }
 }
 

@@ -35,49 +35,35 @@ struct Texels {
 };
 #endif
 
-/// One channel of packed pixels, 0 to 255, as floats. `byte` is its place in the pixel.
-VORN_INLINE Float channelOf(Texels t, uint8_t byte) {
+/// One channel of packed pixels, 0 to 1. `byte` is its place in the pixel.
+VORN_INLINE Float scaledChannelOf(Texels t, uint8_t byte) {
 #if VORN_LANES == 16 && defined(__AVX512BW__)
-    const __m512i control = _mm512_set1_epi32(static_cast<int>(0xffffff00u | byte));
-    const __m512i place =
-        _mm512_add_epi32(control, _mm512_broadcast_i32x4(_mm_set_epi32(12, 8, 4, 0)));
-    return Float(bitsAs<FloatBits>(_mm512_cvtepi32_ps(_mm512_shuffle_epi8(t, place))));
+    // The byte is converted where it lies, as byte * 256^place, and scaled by that much less: the
+    // shuffles it would take to move it are what a light kernel has least room for.
+    const __m512i mask = _mm512_set1_epi32(static_cast<int>(0xffu << (8 * byte)));
+    const __m512 scale = _mm512_castsi512_ps(
+        _mm512_set1_epi32(static_cast<int>(bitsAs<uint32_t>(kByteScale) - (8u << 23) * byte)));
+    return Float(
+        bitsAs<FloatBits>(_mm512_mul_ps(_mm512_cvtepu32_ps(_mm512_and_si512(t, mask)), scale)));
 #elif VORN_LANES == 8 && defined(__AVX2__)
     const __m256i control = _mm256_set1_epi32(static_cast<int>(0xffffff00u | byte));
     const __m256i place = _mm256_add_epi32(
         control, _mm256_set_epi32(12, 8, 4, 0, 12, 8, 4, 0)); // the high bytes stay negative
-    return Float(bitsAs<FloatBits>(_mm256_cvtepi32_ps(_mm256_shuffle_epi8(t, place))));
+    const Float value = bitsAs<FloatBits>(_mm256_cvtepi32_ps(_mm256_shuffle_epi8(t, place)));
+    return value * Float(kByteScale);
 #elif VORN_LANES == 4 && defined(__SSE4_1__)
     const __m128i control = _mm_set1_epi32(static_cast<int>(0xffffff00u | byte));
     const __m128i place = _mm_add_epi32(control, _mm_set_epi32(12, 8, 4, 0));
-    return Float(bitsAs<FloatBits>(_mm_cvtepi32_ps(_mm_shuffle_epi8(t, place))));
+    const Float value = bitsAs<FloatBits>(_mm_cvtepi32_ps(_mm_shuffle_epi8(t, place)));
+    return value * Float(kByteScale);
 #else
-    Float f;
     float lane[N];
     for (int i = 0; i < N; ++i) lane[i] = static_cast<float>((t.v[i] >> (8 * byte)) & 255);
-    std::memcpy(&f, lane, sizeof f);
-    return f;
+    Float value;
+    std::memcpy(&value, lane, sizeof value);
+    return value * Float(kByteScale);
 #endif
 }
-
-#if VORN_LANES == 16 && defined(__AVX512BW__)
-/// One channel of packed pixels, 0 to 1. The byte is shuffled into the low end of 2^23, which makes
-/// the float 2^23 + byte; one multiply-subtract takes the 2^23 away and scales, rounding once as
-/// `channelOf` times the scale does.
-VORN_INLINE Float scaledChannelOf(Texels t, uint8_t byte) {
-    const __m512i place = _mm512_add_epi32(_mm512_set1_epi32(byte),
-                                           _mm512_broadcast_i32x4(_mm_set_epi32(12, 8, 4, 0)));
-    const __m512i biased =
-        _mm512_mask_shuffle_epi8(_mm512_set1_epi32(0x4b000000), 0x1111111111111111u, t, place);
-    return Float(
-        bitsAs<FloatBits>(_mm512_fmsub_ps(_mm512_castsi512_ps(biased), _mm512_set1_ps(kByteScale),
-                                          _mm512_set1_ps(8388608.0f * kByteScale))));
-}
-#else
-VORN_INLINE Float scaledChannelOf(Texels t, uint8_t byte) {
-    return channelOf(t, byte) * Float(kByteScale);
-}
-#endif
 
 template <Memory memory>
 VORN_INLINE Pixel unpack(Texels t, ChannelOrder order) {
