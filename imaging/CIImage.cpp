@@ -15,7 +15,7 @@ std::pmr::memory_resource* nodePool() {
 }
 
 std::shared_ptr<Node> makeNode(Node::Kind kind, CGRect extent) {
-    auto node = std::allocate_shared<Node>(std::pmr::polymorphic_allocator<Node>(nodePool()));
+    auto node = makeInPool<Node>();
     node->kind = kind;
     node->extent = extent.isEmpty() ? CGRect{} : extent;
     return node;
@@ -23,14 +23,13 @@ std::shared_ptr<Node> makeNode(Node::Kind kind, CGRect extent) {
 
 CIImage withAnnotation(const CIImage& image, std::shared_ptr<const Annotation> annotation) {
     if (!image) return {};
-    auto node = std::allocate_shared<Node>(std::pmr::polymorphic_allocator<Node>(nodePool()),
-                                           *image.node());
+    auto node = makeInPool<Node>(*image.node());
     node->annotation = std::move(annotation);
     return CIImage(std::move(node));
 }
 
 CIImage markAsErrorImage(const CIImage& image, std::string label, std::string message) {
-    auto annotation = std::make_shared<Annotation>();
+    auto annotation = makeInPool<Annotation>();
     annotation->errorLabel = std::move(label);
     annotation->errorMessage = std::move(message);
     return withAnnotation(image, std::move(annotation));
@@ -85,8 +84,8 @@ const ImageProperties& CIImage::properties() const {
 
 CIImage CIImage::imageBySettingProperties(ImageProperties properties) const {
     if (!node_) return {};
-    auto annotation = node_->annotation ? std::make_shared<Annotation>(*node_->annotation)
-                                        : std::make_shared<Annotation>();
+    auto annotation = node_->annotation ? makeInPool<Annotation>(*node_->annotation)
+                                        : makeInPool<Annotation>();
     annotation->properties = std::move(properties);
     return withAnnotation(*this, std::move(annotation));
 }

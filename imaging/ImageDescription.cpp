@@ -30,7 +30,7 @@ private:
     using Kind = ImageDescription::Kind;
 
     void fill(ImageDescription& out, const Node& node) {
-        if (node.annotation && !node.annotation->builtinName.empty()) {
+        if (node.annotation && node.annotation->builtinName) {
             out.kind = Kind::Builtin;
             out.name = node.annotation->builtinName;
             for (const auto& [key, value] : node.annotation->builtinInputs)

@@ -17,8 +17,23 @@ namespace vorn::imaging {
 /// The pool that graph nodes live in. Safe from any thread.
 std::pmr::memory_resource* nodePool();
 
+/// Allocates from that pool.
 template <class T>
-using PoolVector = std::vector<T, std::pmr::polymorphic_allocator<T>>;
+struct PoolAllocator {
+    using value_type = T;
+    PoolAllocator() = default;
+    template <class U>
+    PoolAllocator(const PoolAllocator<U>&) {}
+    T* allocate(size_t count) {
+        return static_cast<T*>(nodePool()->allocate(count * sizeof(T), alignof(T)));
+    }
+    void deallocate(T* at, size_t count) {
+        nodePool()->deallocate(at, count * sizeof(T), alignof(T));
+    }
+    bool operator==(const PoolAllocator&) const = default;
+};
+template <class T>
+using PoolVector = std::vector<T, PoolAllocator<T>>;
 
 /// Pixels in memory, top row first, premultiplied.
 struct PixelSource {
@@ -29,13 +44,14 @@ struct PixelSource {
     std::shared_ptr<const void> owner;
 };
 
-/// What is told of a node besides how it is computed. Rare, so it may allocate.
+/// What is told of a node besides how it is computed.
 struct Annotation {
+    const char* builtinName = nullptr; ///< "CIGaussianBlur", … when a framework filter made the node
+    using BuiltinInput =
+        std::pair<const char*, std::variant<Number, CIVector, CIColor, CGAffineTransform, CIImage>>;
+    PoolVector<BuiltinInput> builtinInputs; ///< that are set, by key
+    // Rare, so these may take memory from elsewhere.
     ImageProperties properties;
-    std::string builtinName; ///< "CIGaussianBlur", … when a framework filter made the node
-    std::vector<
-        std::pair<std::string, std::variant<Number, CIVector, CIColor, CGAffineTransform, CIImage>>>
-        builtinInputs;
     std::string errorLabel, errorMessage;
 };
 
@@ -50,8 +66,6 @@ struct Node {
         Constant,     ///< `color` everywhere; computed by `function`
     };
     enum class Origin : uint8_t { Bitmap, PixelBuffer, Surface, Accumulator };
-
-    Node() : arguments(nodePool()), samplers(nodePool()), flattened(nodePool()) {}
 
     Kind kind = Kind::Pixels;
     Origin origin = Origin::Bitmap; ///< of Pixels
@@ -77,7 +91,12 @@ struct Node {
     std::shared_ptr<const Annotation> annotation; ///< null when there is nothing to tell
 };
 
-/// A node in pool memory.
+/// An object, for instance a node or an annotation, in pool memory.
+template <class T, class... Arguments>
+std::shared_ptr<T> makeInPool(Arguments&&... arguments) {
+    return std::allocate_shared<T>(PoolAllocator<T>(), std::forward<Arguments>(arguments)...);
+}
+
 std::shared_ptr<Node> makeNode(Node::Kind kind, CGRect extent);
 
 /// The same node with another annotation.

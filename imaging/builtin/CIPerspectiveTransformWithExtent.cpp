@@ -98,7 +98,7 @@ private:
         transform.ty = map[1][2] + center.y - origin.y;
         const CIImage moved = image.imageByApplyingTransform(transform);
         if (!moved) return refuse(*this, "the corners are too close together");
-        return moved == image ? moved : outputOf(*this, std::make_shared<Node>(*moved.node()));
+        return moved == image ? moved : outputOf(*this, makeInPool<Node>(*moved.node()));
     }
 
     CIImage projective(const CIImage& image, CGRect part, const Matrix& map, CGPoint center,

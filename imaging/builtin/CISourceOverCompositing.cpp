@@ -8,7 +8,7 @@ public:
     CIImage outputImage() override {
         const CIImage image = inputImage.imageByCompositingOverImage(inputBackgroundImage);
         if (!inputImage || !inputBackgroundImage || !image) return image;
-        return outputOf(*this, std::make_shared<Node>(*image.node()));
+        return outputOf(*this, makeInPool<Node>(*image.node()));
     }
 
     CIImage inputImage, inputBackgroundImage;
