@@ -2,7 +2,7 @@
 // that calls it for every group of N neighbouring pixels.
 #pragma once
 
-#include "pixels.h"
+#include "pairs.h"
 
 namespace vorn::lanes {
 
@@ -133,10 +133,28 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
     const Mask lower = isWithin(row, view.height), upper = isWithin(row - Int(1), view.height);
     Pixel p00, p10, p01, p11;
     if (allLanes(left && right && lower && upper)) [[likely]] {
-        p00 = fetch<memory>(view, column, row);
-        p10 = fetch<memory>(view, column + Int(1), row);
-        p01 = fetch<memory>(view, column, row - Int(1));
-        p11 = fetch<memory>(view, column + Int(1), row - Int(1));
+#ifdef VORN_HAS_PAIRS
+        const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
+        const bool isInReach = view.rowBytes * view.height <= 0x7fffffff;
+        if (isInReach && (layout == kPacked8 || layout == kHalf)) [[likely]] {
+            const Int line = row * Int(static_cast<int32_t>(view.rowBytes));
+            if (layout == kPacked8)
+                return blendPacked(view.bytes, line + (column << 2), -view.rowBytes, view.order, fx,
+                                   fy);
+            const Int at = line + (column << 3);
+            const uint8_t* above = view.bytes - view.rowBytes;
+            p00 = unpackHalves(gatherPairs(view.bytes, at));
+            p10 = unpackHalves(gatherPairs(view.bytes + 8, at));
+            p01 = unpackHalves(gatherPairs(above, at));
+            p11 = unpackHalves(gatherPairs(above + 8, at));
+        } else
+#endif
+        {
+            p00 = fetch<memory>(view, column, row);
+            p10 = fetch<memory>(view, column + Int(1), row);
+            p01 = fetch<memory>(view, column, row - Int(1));
+            p11 = fetch<memory>(view, column + Int(1), row - Int(1));
+        }
     } else {
         p00 = fetchOrNothing<memory>(view, column, row, left && lower);
         p10 = fetchOrNothing<memory>(view, column + Int(1), row, right && lower);
