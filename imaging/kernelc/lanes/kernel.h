@@ -102,8 +102,11 @@ VORN_INLINE Mask isWithin(Int value, int32_t limit) {
 
 /// Reads a source at a point of the working space: nearest or bilinear; outside the source is
 /// transparent black, and a bilinear read at the border blends with that.
+///
+/// Not forced inline: a kernel with one read gets it inline, one with many would take the compiler
+/// long and be none the faster.
 template <Memory memory>
-VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
+inline Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
     if (view.width <= 0 || view.height <= 0) [[unlikely]] {
         const Float zero = 0.0f;
         return {zero, zero, zero, zero};
@@ -172,23 +175,29 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
 /// The pixels of a source at whole coordinates that lie in one row of it: the first one and how far
 /// apart they are. Transparent outside.
 template <Memory memory>
-VORN_INLINE Pixel fetchInRow(const SourceView& view, int x, int y, int stride) {
-    const Float zero = 0.0f;
-    const int column = x - view.x0, row = view.y0 + view.height - 1 - y;
+__attribute__((noinline)) Pixel fetchFromRow(const SourceView& view, int column, int row,
+                                             int stride) {
     const int last = column + (N - 1) * stride;
-    if (row < 0 || row >= view.height || last < 0 || column >= view.width)
+    if (row < 0 || row >= view.height || last < 0 || column >= view.width) {
+        const Float zero = 0.0f;
         return {zero, zero, zero, zero};
-    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
-    if (stride == 1 && column >= 0 && last < view.width) [[likely]]
-        return loadGroup<memory>(view,
-                                 view.bytes + row * view.rowBytes +
-                                     static_cast<int64_t>(column) * bytesPerPixel(layout),
-                                 N);
+    }
     int32_t steps[N];
     for (int i = 0; i < N; ++i) steps[i] = column + i * stride;
     Int columns;
     std::memcpy(&columns, steps, sizeof columns);
     return fetchOrNothing<memory>(view, columns, Int(row), isWithin(columns, view.width));
+}
+template <Memory memory>
+VORN_INLINE Pixel fetchInRow(const SourceView& view, int x, int y, int stride) {
+    const int column = x - view.x0, row = view.y0 + view.height - 1 - y;
+    const bool isInside = row >= 0 && row < view.height && column >= 0 && column + N <= view.width;
+    if (stride != 1 || !isInside) [[unlikely]]
+        return fetchFromRow<memory>(view, column, row, stride);
+    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
+    return loadGroup<memory>(
+        view,
+        view.bytes + row * view.rowBytes + static_cast<int64_t>(column) * bytesPerPixel(layout), N);
 }
 
 /// The base of every compiled library: holds the place, and gives the text its built-in functions.
@@ -212,7 +221,8 @@ struct KernelBase {
     }
     VORN_INLINE Pixel sampleStrided(Sampler<memory> source, int strideX, int strideY, int x,
                                     int y) const {
-        return fetchInRow<memory>(source.view, place.x * strideX + x, place.y * strideY + y, strideX);
+        return fetchInRow<memory>(source.view, place.x * strideX + x, place.y * strideY + y,
+                                  strideX);
     }
     VORN_INLINE Pixel sampleHere(Sampler<memory> source) const {
         return loadHere<memory>(source.view, place);
@@ -249,9 +259,8 @@ VORN_INLINE void forEachGroup(const KernelCall& call, GroupFunction group) {
     const int bytes = bytesPerPixel(isPacked(memory) ? static_cast<int>(kPacked8) : target.layout);
     for (int y = y1 - 1; y >= y0; --y) {
         uint8_t* to = target.bytes + (y1 - 1 - y) * target.rowBytes;
-        int x = x0;
-        for (; x <= x1 - N; x += N, to += N * bytes) group(Place{x, y, N}, to);
-        if (x < x1) group(Place{x, y, x1 - x}, to);
+        for (int x = x0; x < x1; x += N, to += N * bytes)
+            group(Place{x, y, x1 - x < N ? x1 - x : N}, to);
     }
 }
 

@@ -2,8 +2,8 @@
 // fetches two packed pixels that lie side by side, or one whole half-float pixel.
 //
 // The gathered registers hold every second pair of lanes: the first one, in blocks of 128 bits, the
-// lanes {0, 1}, {4, 5}, … and the other one {2, 3}, {6, 7}, …: the order that unpacking makes of the
-// offsets and that a shuffle of two registers undoes.
+// lanes {0, 1}, {4, 5}, … and the other one {2, 3}, {6, 7}, …: the order that unpacking makes of
+// the offsets and that a shuffle of two registers undoes.
 #pragma once
 
 #include "pixels.h"
@@ -85,7 +85,8 @@ VORN_INLINE Pixel unpackHalves(Pairs pixels) {
         return Float(bitsAs<FloatBits>(_mm512_cvtph_ps(_mm512_cvtepi32_epi16(t))));
     };
     const auto high = [](Texels t) {
-        return Float(bitsAs<FloatBits>(_mm512_cvtph_ps(_mm512_cvtepi32_epi16(_mm512_srli_epi32(t, 16)))));
+        return Float(
+            bitsAs<FloatBits>(_mm512_cvtph_ps(_mm512_cvtepi32_epi16(_mm512_srli_epi32(t, 16)))));
     };
     return {low(redGreen), high(redGreen), low(blueAlpha), high(blueAlpha)};
 #else
@@ -117,8 +118,8 @@ VORN_INLINE Pixel blendPacked(const uint8_t* base, Int offset, int64_t up, Chann
     const Float weight = fy * Float(scale);
     const Pairs above = twice(bitsAs<Texels>(weight.v));
     const Pairs below = twice(bitsAs<Texels>((Float(scale) - weight).v));
-    // Two channels at a time: of every pair of pixels the bytes {left, right} of one channel and then
-    // of the other, widened to 16 bits.
+    // Two channels at a time: of every pair of pixels the bytes {left, right} of one channel and
+    // then of the other, widened to 16 bits.
     const auto channels = [&](uint8_t one, uint8_t two, Float& a, Float& b) {
         const int64_t bytes = 0x8004800080048000ll + int64_t(one) * 0x00010001ll +
                               int64_t(two) * 0x0001000100000000ll;

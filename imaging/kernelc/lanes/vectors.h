@@ -47,11 +47,12 @@ struct Vec3 {
     template <class G>
     requires(!std::is_same_v<F, G>) VORN_INLINE Vec3(const Vec3<G>& o) : x(o.x), y(o.y), z(o.z) {}
     VORN_SWIZZLE2(x, x)
-    VORN_SWIZZLE2(x, y) VORN_SWIZZLE2(x, z) VORN_SWIZZLE2(y, x) VORN_SWIZZLE2(y, y)
-        VORN_SWIZZLE2(y, z) VORN_SWIZZLE2(z, x) VORN_SWIZZLE2(z, y) VORN_SWIZZLE2(z, z)
-            VORN_SWIZZLE3(x, x, x) VORN_SWIZZLE3(x, y, z) VORN_SWIZZLE3(x, z, y)
-                VORN_SWIZZLE3(y, x, z) VORN_SWIZZLE3(y, y, y) VORN_SWIZZLE3(y, z, x)
-                    VORN_SWIZZLE3(z, x, y) VORN_SWIZZLE3(z, y, x) VORN_SWIZZLE3(z, z, z)
+    VORN_SWIZZLE2(x, y)
+    VORN_SWIZZLE2(x, z) VORN_SWIZZLE2(y, x) VORN_SWIZZLE2(y, y) VORN_SWIZZLE2(y, z)
+        VORN_SWIZZLE2(z, x) VORN_SWIZZLE2(z, y) VORN_SWIZZLE2(z, z) VORN_SWIZZLE3(x, x, x)
+            VORN_SWIZZLE3(x, y, z) VORN_SWIZZLE3(x, z, y) VORN_SWIZZLE3(y, x, z)
+                VORN_SWIZZLE3(y, y, y) VORN_SWIZZLE3(y, z, x) VORN_SWIZZLE3(z, x, y)
+                    VORN_SWIZZLE3(z, y, x) VORN_SWIZZLE3(z, z, z)
 };
 
 template <class F>
@@ -63,10 +64,11 @@ struct Vec4 {
     requires(!std::is_same_v<F, G>) VORN_INLINE Vec4(const Vec4<G>& o)
         : x(o.x), y(o.y), z(o.z), w(o.w) {}
     VORN_SWIZZLE2(x, x)
-    VORN_SWIZZLE2(x, y) VORN_SWIZZLE2(x, z) VORN_SWIZZLE2(x, w) VORN_SWIZZLE2(y, x)
-        VORN_SWIZZLE2(y, y) VORN_SWIZZLE2(y, z) VORN_SWIZZLE2(y, w) VORN_SWIZZLE2(z, x)
-            VORN_SWIZZLE2(z, y) VORN_SWIZZLE2(z, z) VORN_SWIZZLE2(z, w) VORN_SWIZZLE2(w, x)
-                VORN_SWIZZLE2(w, y) VORN_SWIZZLE2(w, z) VORN_SWIZZLE2(w, w) VORN_SWIZZLE3(x, x, x)
+    VORN_SWIZZLE2(x, y)
+    VORN_SWIZZLE2(x, z) VORN_SWIZZLE2(x, w) VORN_SWIZZLE2(y, x) VORN_SWIZZLE2(y, y)
+        VORN_SWIZZLE2(y, z) VORN_SWIZZLE2(y, w) VORN_SWIZZLE2(z, x) VORN_SWIZZLE2(z, y)
+            VORN_SWIZZLE2(z, z) VORN_SWIZZLE2(z, w) VORN_SWIZZLE2(w, x) VORN_SWIZZLE2(w, y)
+                VORN_SWIZZLE2(w, z) VORN_SWIZZLE2(w, w) VORN_SWIZZLE3(x, x, x)
                     VORN_SWIZZLE3(x, y, z) VORN_SWIZZLE3(x, z, y) VORN_SWIZZLE3(y, x, z)
                         VORN_SWIZZLE3(y, y, y) VORN_SWIZZLE3(y, z, x) VORN_SWIZZLE3(z, x, y)
                             VORN_SWIZZLE3(z, y, x) VORN_SWIZZLE3(z, z, z) VORN_SWIZZLE3(w, w, w)
