@@ -211,7 +211,8 @@ void addExplainCommand(CLI::App& app, Action& action) {
                 "a number or text");
     addRepeated("--set", "KEY=VALUE", options->settings,
                 "An input: a number, nan, inf, -inf, [x,y] or\n"
-                "[x,y,z,w], rgba(r,g,b,a), hex:00ff, text:words, none");
+                "[x,y,z,w], rgba(r,g,b,a), transform(a,b,c,d,tx,ty), hex:00ff, "
+                "text:words, none");
     addRepeated("--at", "FRAME:KEY=VALUE", options->changes,
                 "The same from that frame on (the first is 0); also\n"
                 "FRAME:image:KEY=WxH[+X+Y] and FRAME:call:clear");

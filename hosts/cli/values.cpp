@@ -146,7 +146,8 @@ InputValue parseValue(std::string_view text, std::string_view option) {
         refuse(option, text, "a transform has six numbers: a,b,c,d,tx,ty");
     }
     refuse(option, text,
-           "no value; give a number, [x,y], rgba(r,g,b,a), hex:00ff, text:words or none");
+           "no value; give a number, [x,y], rgba(r,g,b,a), transform(a,b,c,d,tx,ty), hex:00ff, "
+           "text:words or none");
 }
 
 PropertyValue parseProperty(std::string_view text) {

@@ -102,11 +102,8 @@ VORN_INLINE Mask isWithin(Int value, int32_t limit) {
 
 /// Reads a source at a point of the working space: nearest or bilinear; outside the source is
 /// transparent black, and a bilinear read at the border blends with that.
-///
-/// Not forced inline: a kernel with one read gets it inline, one with many would take the compiler
-/// long and be none the faster.
 template <Memory memory>
-inline Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
+VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
     if (view.width <= 0 || view.height <= 0) [[unlikely]] {
         const Float zero = 0.0f;
         return {zero, zero, zero, zero};
@@ -134,18 +131,36 @@ inline Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
     const Int column = toInt(u0) - Int(view.x0), row = Int(top) - toInt(v0);
     const Mask left = isWithin(column, view.width), right = isWithin(column + Int(1), view.width);
     const Mask lower = isWithin(row, view.height), upper = isWithin(row - Int(1), view.height);
-    Pixel p00, p10, p01, p11;
-    if (allLanes(left && right && lower && upper)) [[likely]] {
+    const bool isInside = allLanes(left && right && lower && upper);
 #ifdef VORN_HAS_PAIRS
-        const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
-        const bool isInReach = view.rowBytes * view.height <= 0x7fffffff;
-        if (isInReach && (layout == kPacked8 || layout == kHalf)) [[likely]] {
-            const Int line = row * Int(static_cast<int32_t>(view.rowBytes));
-            if (layout == kPacked8)
-                return blendPacked(view.bytes, line + (column << 2), -view.rowBytes, view.order, fx,
-                                   fy);
+    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
+    const bool isInReach = view.rowBytes * view.height <= 0x7fffffff;
+    const Int line = row * Int(static_cast<int32_t>(view.rowBytes));
+    const uint8_t* above = view.bytes - view.rowBytes;
+    if (isInReach && layout == kPacked8) [[likely]] {
+        const Int at = line + (column << 2);
+        Pairs lowerRow, upperRow;
+        if (isInside) [[likely]] {
+            lowerRow = gatherPairs(view.bytes, at);
+            upperRow = gatherPairs(above, at);
+        } else {
+            // The blend is the same as inside: which pixels are computed together must not show.
+            const int32_t up = static_cast<int32_t>(-view.rowBytes);
+            const auto texels = [&](int32_t distance, Mask isThere) {
+                const Uint there = gather32(view.bytes, pick(isThere, at + Int(distance), Int(0)));
+                return bitsAs<Texels>(pick(isThere, there, Uint(0u)));
+            };
+            lowerRow = joinTexels(texels(0, left && lower), texels(4, right && lower));
+            upperRow = joinTexels(texels(up, left && upper), texels(up + 4, right && upper));
+        }
+        return blendPacked(lowerRow, upperRow, view.order, fx, fy);
+    }
+#endif
+    Pixel p00, p10, p01, p11;
+    if (isInside) [[likely]] {
+#ifdef VORN_HAS_PAIRS
+        if (isInReach && layout == kHalf) {
             const Int at = line + (column << 3);
-            const uint8_t* above = view.bytes - view.rowBytes;
             p00 = unpackHalves(gatherPairs(view.bytes, at));
             p10 = unpackHalves(gatherPairs(view.bytes + 8, at));
             p01 = unpackHalves(gatherPairs(above, at));
@@ -170,6 +185,13 @@ inline Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
     };
     return {channel(p00.x, p10.x, p01.x, p11.x), channel(p00.y, p10.y, p01.y, p11.y),
             channel(p00.z, p10.z, p01.z, p11.z), channel(p00.w, p10.w, p01.w, p11.w)};
+}
+
+/// The same as a call. A kernel with many reads would take the compiler long if it had them all
+/// inline, and be none the faster.
+template <Memory memory>
+__attribute__((noinline)) Pixel calledSampleAt(const SourceView& view, Vec2<Float> point) {
+    return sampleAt<memory>(view, point);
 }
 
 /// The pixels of a source at whole coordinates that lie in one row of it: the first one and how far
@@ -215,6 +237,9 @@ struct KernelBase {
     }
     VORN_INLINE Pixel sample(Sampler<memory> source, Vec2<Float> point) const {
         return sampleAt<memory>(source.view, point);
+    }
+    VORN_INLINE Pixel calledSample(Sampler<memory> source, Vec2<Float> point) const {
+        return calledSampleAt<memory>(source.view, point);
     }
     VORN_INLINE Pixel sampleOffset(Sampler<memory> source, int x, int y) const {
         return fetchInRow<memory>(source.view, place.x + x, place.y + y, 1);

@@ -105,12 +105,14 @@ VORN_INLINE Pixel unpackHalves(Pairs pixels) {
 #endif
 }
 
-/// Packed pixels at byte offsets, their right neighbours and the row above them (`up` bytes away),
-/// blended by fractions: across in 14-bit weights (which is 0.008 of a step of 8 bits), then upward
-/// in floats.
-VORN_INLINE Pixel blendPacked(const uint8_t* base, Int offset, int64_t up, ChannelOrder order,
-                              Float fx, Float fy) {
-    const Pairs lower = gatherPairs(base, offset), upper = gatherPairs(base + up, offset);
+/// Texels of every lane side by side, as `gatherPairs` has them.
+VORN_INLINE Pairs joinTexels(Texels left, Texels right) {
+    return {VORN_WIDE(unpacklo_epi32)(left, right), VORN_WIDE(unpackhi_epi32)(left, right)};
+}
+
+/// Packed pixels of two rows, in each the left and the right one, blended by fractions: across in
+/// 14-bit weights (which is 0.008 of a step of 8 bits), then upward in floats.
+VORN_INLINE Pixel blendPacked(Pairs lower, Pairs upper, ChannelOrder order, Float fx, Float fy) {
     // Weights of the left and the right pixel as 16 bits side by side, as their bytes are below.
     const Int share = toInt(fx * Float(16384.0f) + Float(0.5f));
     const Pairs across = twice(bitsAs<Texels>(((share << 16) - share + Int(16384)).v));
