@@ -267,6 +267,14 @@ inline std::vector<CIContext*> everyContext() {
     return contexts;
 }
 
+/// The Vulkan device, a software one where there is no other; null where there is none at all.
+inline CIContext* vulkanContext() {
+    static auto* context = new CIContext({.device = DeviceKind::Vulkan});
+    return context->deviceProblem().empty() ? context : nullptr;
+}
+#define SKIP_WITHOUT_VULKAN()                                                                      \
+    if (!vulkanContext()) GTEST_SKIP() << "there is no Vulkan device"
+
 inline std::string nameOf(const CIContext& context) {
     return std::string(context.instructionSet()) + ", " + std::to_string(context.threads()) +
            " threads";

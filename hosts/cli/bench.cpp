@@ -1,6 +1,7 @@
 // `vorn bench`: how fast filters render, beside the machine's copy speed.
 #include "catalog.h"
 #include "commands.h"
+#include "device.h"
 #include "imagejson.h"
 #include "measure.h"
 #include "output.h"
@@ -114,13 +115,8 @@ std::vector<Pictures> makePictures(const BenchOptions& options) {
 std::vector<Machine> makeMachines(const BenchOptions& options) {
     constexpr int mostThreads = 256;
     const bool isAll = options.device == "all";
-    if (options.device == "vulkan") {
-        throw CommandError(ExitCode::DeviceMissing, "the Vulkan device is not in this build");
-    }
-    if (!isAll && options.device != "cpu" && options.device != "reference") {
-        throw CommandError(ExitCode::Usage,
-                           fmt::format("--device {}: cpu, reference or all", options.device));
-    }
+    ContextOptions wanted;
+    if (!isAll) readDevice(options.device, wanted);
     std::vector<int> counts{1};
     if (!options.threads.empty()) {
         counts = parseCounts(options.threads, mostThreads, "--threads");
@@ -128,15 +124,22 @@ std::vector<Machine> makeMachines(const BenchOptions& options) {
         counts.push_back(static_cast<int>(cores));
     }
     std::vector<Machine> machines;
-    const auto add = [&](const char* name, DeviceKind device, int threads) {
-        machines.push_back(
-            {name, threads,
-             std::make_unique<CIContext>(ContextOptions{.device = device, .threads = threads})});
+    const auto add = [&](const char* name, ContextOptions context, int threads) {
+        context.threads = threads;
+        auto made = std::make_unique<CIContext>(context);
+        if (!isAll) requireDevice(*made);
+        if (made->deviceProblem().empty()) machines.push_back({name, threads, std::move(made)});
     };
-    if (isAll || options.device == "cpu") {
-        for (const int count : counts) add("cpu", DeviceKind::CPU, count);
+    if (isAll || wanted.device == DeviceKind::CPU) {
+        for (const int count : counts) add("cpu", {.device = DeviceKind::CPU}, count);
     }
-    if (isAll || options.device == "reference") add("reference", DeviceKind::Reference, 1);
+    if (isAll || wanted.device == DeviceKind::Reference) {
+        add("reference", {.device = DeviceKind::Reference}, 1);
+    }
+    if (isAll) wanted.device = DeviceKind::Vulkan;
+    if (wanted.device == DeviceKind::Vulkan || wanted.device == DeviceKind::Auto) {
+        add(wanted.device == DeviceKind::Auto ? "auto" : "vulkan", wanted, counts.back());
+    }
     return machines;
 }
 
@@ -346,7 +349,9 @@ void addBenchCommand(CLI::App& app, Action& action) {
     command->add_option("--size", options->sizes, "Frame sizes (default 1920x1080)")
         ->allow_extra_args(false)
         ->type_name("WxH[,WxH...]");
-    command->add_option("--device", options->device, "cpu (the default), reference or all")
+    command
+        ->add_option("--device", options->device,
+                     "cpu (the default), reference, vulkan, vulkan:N, auto\nor all")
         ->type_name("NAME");
     command->add_option("--threads", options->threads, "Thread counts (default: 1 and all cores)")
         ->type_name("N[,N...]");

@@ -1,6 +1,7 @@
 #include "render_pipeline.h"
 
 #include "commands.h"
+#include "device.h"
 #include "output.h"
 #include "render_interrupt.h"
 #include "render_pixels.h"
@@ -47,7 +48,8 @@ class Pipeline {
 public:
     explicit Pipeline(const RenderOptions& options)
         : options_(options), source_(openSource(options.source)),
-          progress_(expectedFrames(), options.isQuiet) {
+          progress_(expectedFrames(), options.isQuiet), context_(options.context) {
+        requireDevice(context_);
         for (const std::string& name : options.chain.imageNames()) {
             secondImages_.emplace_back(name, source_.size, source_.rate, source_.range.startSeconds,
                                        options.source.threads);
@@ -130,7 +132,6 @@ private:
         if (!chain_) {
             firstTime_ = source_.range.startSeconds > 0 ? time : 0;
             chain_.emplace(options_.chain);
-            context_.emplace(options_.context);
         }
         const double seconds = static_cast<double>(time - firstTime_) / 1e9;
         RenderTarget target(source_.size, source_.format, pools_);
@@ -138,7 +139,7 @@ private:
         target.duration = decoded.frame.duration;
         target.timeBase = decoded.frame.timeBase;
         try {
-            target.render(*context_,
+            target.render(context_,
                           chain_->apply(decoded.frame.image, decoded.secondImages, seconds));
         } catch (const CommandError& error) {
             throw CommandError(error.code(), fmt::format("frame {} at {:.3f} s: {}",
@@ -258,7 +259,7 @@ private:
     TargetPools pools_;
     BoundedQueue<DecodedFrame> decoded_{queueLength};
     BoundedQueue<RenderTarget> rendered_{queueLength};
-    std::optional<CIContext> context_;
+    CIContext context_;
     std::optional<Chain> chain_;
     std::optional<media::Writer> writer_;
     std::exception_ptr encodingFailure_;
