@@ -51,14 +51,17 @@ struct CIContext::State : std::enable_shared_from_this<State> {
 
     /// The GPU, opened again where it was lost; null where the CPU is to render.
     vulkan::Renderer* usableGpu() {
-        if (!gpu || !gpu->device()->isLost()) return gpu.get();
-        gpu.reset();
-        if (!host) openGpu();
+        if (gpu && gpu->device()->isLost()) {
+            gpu.reset();
+            if (!host) openGpu();
+        }
+        vulkan::rendererOfThread() = gpu;
         return gpu.get();
     }
 
     bool renderOnHost(const CIImage& image, const IntRect& rect, const Target& target,
                       CGColorSpace colorSpace) {
+        vulkan::rendererOfThread().reset();
         if (!host) return fail(deviceProblem);
         return host->render(image, rect, target, options.workingSpace, colorSpace) ||
                fail(host->problem());
@@ -116,6 +119,7 @@ struct RenderTask::State {
     }
 };
 
+RenderTask::RenderTask() = default;
 RenderTask::RenderTask(RenderTask&& other) noexcept = default;
 RenderTask& RenderTask::operator=(RenderTask&& other) noexcept = default;
 RenderTask::~RenderTask() = default;

@@ -5,16 +5,22 @@
 #include "imaging/KernelLibrary.h"
 #include "imaging/Node.h"
 #include "imaging/vulkan/Renderer.h"
+#include "vorneffects/VulkanInterop.h"
 
 #include <filesystem>
 #include <fstream>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
 
 namespace {
 
 using namespace vorn::imaging;
 
-/// With VORN_VULKAN_VALIDATION set, whatever the validation layers say fails the tests.
+/// The validation layers watch, where they are installed, and whatever they say fails the tests.
 class NothingToSay : public testing::Environment {
+public:
+    NothingToSay() { setenv("VORN_VULKAN_VALIDATION", "1", 0); }
     void TearDown() override {
         const std::vector<std::string> messages = vulkan::validationMessages();
         EXPECT_EQ(messages.size(), 0u) << messages.front();
@@ -136,5 +142,290 @@ std::vector<std::string> everyFilter() {
 
 INSTANTIATE_TEST_SUITE_P(, OnVulkan, testing::ValuesIn(everyFilter()),
                          [](const auto& test) { return test.param; });
+
+// ---- What stays on the device ------------------------------------------------------------------
+
+CIImage blurred(const CIImage& image) {
+    return filtered("CIGaussianBlur", image, {{"inputRadius", Number(3)}});
+}
+
+TEST(VulkanMemory, StandsStillInTheSteadyState) {
+    SKIP_WITHOUT_VULKAN();
+    Random random(3);
+    const Bitmap source = randomBitmap(random, 200, 100, CIFormat::RGBA8);
+    CIContext context({.device = DeviceKind::Vulkan});
+    uint64_t before = 0;
+    for (int frame = 0; frame < 12; ++frame) {
+        if (frame == 4) before = context.pixelAllocations(); // each of three frames has its own
+        render(context, blurred(source.image()), {0, 0, 200, 100});
+    }
+    EXPECT_EQ(context.pixelAllocations(), before);
+}
+
+TEST(VulkanMemory, AnAccumulatorStaysOnTheDevice) {
+    SKIP_WITHOUT_VULKAN();
+    const CGRect extent{3, -2, 40, 30};
+    Random random(8);
+    const Bitmap source = randomBitmap(random, 40, 30, CIFormat::RGBA8);
+    CIContext cpu({.device = DeviceKind::CPU});
+    const auto feedback = [&](CIContext& context, bool isGpu) {
+        const auto accumulator =
+            CIImageAccumulator::imageAccumulatorWithExtent(extent, CIFormat::BGRA8);
+        for (int frame = 0; frame < 5; ++frame) {
+            const CIImage image = pictureKernel("blend").applyWithExtent(
+                extent, {source.image({3, -2}), accumulator->image(), 0.4});
+            render(context, image, extent);
+            accumulator->setImage(image);
+            EXPECT_EQ(accumulator->image().node()->pixels.device != nullptr, isGpu);
+        }
+        return accumulator->image();
+    };
+    const CIImage wanted = feedback(cpu, false), actual = feedback(*vulkanContext(), true);
+    EXPECT_TRUE(isClose(render(*vulkanContext(), actual, extent), render(cpu, wanted, extent),
+                        {2 / 255.0}));
+    // Another device fetches it.
+    EXPECT_TRUE(isClose(render(cpu, actual, extent), render(*vulkanContext(), actual, extent), {}));
+}
+
+TEST(VulkanMemory, PixelBuffersAreReadAnewEachTime) {
+    SKIP_WITHOUT_VULKAN();
+    const CVPixelBufferRef buffer = PixelBuffer::create(8, 8, CIFormat::RGBA8);
+    const CIImage image = CIImage::imageWithCVPixelBuffer(buffer, CGColorSpace::None);
+    for (const uint8_t value : {10, 200}) {
+        std::memset(buffer->mutableBytes(), value, buffer->bytesPerRow() * 8);
+        EXPECT_EQ(*render(*vulkanContext(), image, {0, 0, 8, 8}).at(3, 3), value);
+    }
+}
+
+TEST(VulkanTasks, SeveralAreUnderWayAndEachKeepsItsPicture) {
+    SKIP_WITHOUT_VULKAN();
+    Random random(4);
+    constexpr size_t count = 7; // more than there are frames
+    const CGRect bounds{0, 0, 64, 48};
+    std::vector<Bitmap> sources, targets(count, Bitmap(64, 48));
+    for (size_t i = 0; i < count; ++i)
+        sources.push_back(randomBitmap(random, 64, 48, CIFormat::RGBA8));
+    std::vector<RenderTask> tasks;
+    for (size_t i = 0; i < count; ++i)
+        tasks.push_back(vulkanContext()->startRender(sources[i].image(), targets[i].bytes(),
+                                                     targets[i].bytesPerRow(), bounds,
+                                                     CIFormat::RGBA8, CGColorSpace::None));
+    tasks[5] = {}; // given up
+    for (size_t i = 0; i < count; ++i) {
+        if (i == 5) continue;
+        EXPECT_TRUE(tasks[i].wait());
+        EXPECT_TRUE(isClose(targets[i], sources[i], {})) << i;
+    }
+}
+
+// ---- The cache of pipelines ---------------------------------------------------------------------
+
+TEST(VulkanCache, TakesNothingButWhatItWroteForThisDriver) {
+    VkPhysicalDeviceProperties properties{};
+    properties.vendorID = 7, properties.deviceID = 8, properties.driverVersion = 9;
+    const std::string data = "pipelines of a driver", file = vulkan::wrappedCache(data, properties);
+    EXPECT_EQ(vulkan::usableCache(file, properties), data);
+    for (size_t i = 0; i < file.size(); ++i) {
+        std::string damaged = file;
+        damaged[i] = static_cast<char>(damaged[i] ^ 0x10);
+        EXPECT_EQ(vulkan::usableCache(damaged, properties), "") << "byte " << i;
+        EXPECT_EQ(vulkan::usableCache(file.substr(0, i), properties), "") << i << " bytes";
+    }
+    for (uint32_t* other :
+         {&properties.vendorID, &properties.deviceID, &properties.driverVersion}) {
+        ++*other;
+        EXPECT_EQ(vulkan::usableCache(file, properties), "");
+        --*other;
+    }
+}
+
+/// Runs the command line with other surroundings; its exit code and what it wrote.
+std::pair<int, std::string> runVorn(const std::string& surroundings, const std::string& arguments) {
+    const std::string command =
+        "env " + surroundings + " '" VORN_CLI_PATH "' " + arguments + " 2>&1 </dev/null";
+    FILE* const pipe = popen(command.c_str(), "r");
+    std::string text;
+    for (int c; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);
+    const int status = pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text};
+}
+
+std::string temporaryFolder() {
+    std::string folder = testing::TempDir() + "vulkan-XXXXXX";
+    return mkdtemp(folder.data()) ? folder : std::string();
+}
+
+TEST(VulkanCache, DoesWithoutWhenItIsDamagedOrCannotBeWritten) {
+    SKIP_WITHOUT_VULKAN();
+    const std::string folder = temporaryFolder();
+    const std::string render = "render test:32x32 '" + folder +
+                               "/out.ppm' --device vulkan "
+                               "--filter VESolarize --quiet";
+    const std::string usual = "XDG_CACHE_HOME='" + folder + "'";
+    EXPECT_EQ(runVorn(usual, render), (std::pair<int, std::string>{0, ""}));
+    std::vector<std::filesystem::path> files;
+    for (const auto& file : std::filesystem::recursive_directory_iterator(folder + "/vorneffects"))
+        files.push_back(file.path());
+    ASSERT_EQ(files.size(), 1u);
+    const auto size = std::filesystem::file_size(files[0]);
+    std::ofstream(files[0], std::ios::binary) << std::string(size, 'x');
+    EXPECT_EQ(runVorn(usual, render), (std::pair<int, std::string>{0, ""}));
+    EXPECT_EQ(std::filesystem::file_size(files[0]), size);
+    EXPECT_NE(std::ifstream(files[0]).get(), 'x') << "a damaged file is replaced";
+    EXPECT_EQ(runVorn("MESA_SHADER_CACHE_DISABLE=1 XDG_CACHE_HOME=/dev/null", render),
+              (std::pair<int, std::string>{0, ""}));
+    EXPECT_EQ(runVorn("-u XDG_CACHE_HOME MESA_SHADER_CACHE_DISABLE=1 HOME=", render),
+              (std::pair<int, std::string>{0, ""}));
+    std::filesystem::remove_all(folder);
+}
+
+// ---- What is not there, and what breaks --------------------------------------------------------
+
+TEST(VulkanErrors, NoLoaderIsALine) {
+    vulkan::Functions functions;
+    EXPECT_NE(functions.load("libvulkan-is-not-here.so.1"), "");
+    EXPECT_EQ(functions.CreateInstance, nullptr);
+}
+
+TEST(VulkanErrors, NoDriverMeansTheCpuOrExitCodeFive) {
+    const std::string none = "VK_ICD_FILENAMES=/nowhere VK_DRIVER_FILES=/nowhere";
+    const std::string folder = temporaryFolder(), out = "'" + folder + "/out.ppm' --quiet";
+    const auto [code, text] = runVorn(none, "render test:8x8 " + out + " --device vulkan");
+    EXPECT_EQ(code, 5);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+    EXPECT_EQ(runVorn(none, "render test:8x8 " + out + " --device auto"),
+              (std::pair<int, std::string>{0, ""}));
+    std::filesystem::remove_all(folder);
+}
+
+TEST(VulkanErrors, AutoTakesNoSoftwareDevice) {
+    const CIContext context;
+    for (const GPUDevice& device : gpuDevices()) {
+        if (device.isSoftware) {
+            EXPECT_NE(context.deviceName(), device.name);
+        }
+    }
+}
+
+TEST(VulkanErrors, AFrameBeyondTheLimitsIsALine) {
+    SKIP_WITHOUT_VULKAN();
+    const int width = 40000; // more than any device is asked for
+    Bitmap target(width, 1);
+    const CIImage image = CIImage::imageWithColor(CIColor(1, 0, 0));
+    EXPECT_FALSE(vulkanContext()->render(image, target.bytes(), target.bytesPerRow(),
+                                         {0, 0, double(width), 1}, CIFormat::RGBA8));
+    EXPECT_NE(vulkanContext()->lastError().find("larger than"), std::string::npos)
+        << vulkanContext()->lastError();
+    render(*vulkanContext(), image, {0, 0, 8, 8}); // and the next one is rendered
+}
+
+VkResult loseQueue(VkQueue, uint32_t, const VkSubmitInfo*, VkFence) {
+    return VK_ERROR_DEVICE_LOST;
+}
+VkResult haveNoMemory(VkDevice, const VkMemoryAllocateInfo*, const VkAllocationCallbacks*,
+                      VkDeviceMemory*) {
+    return VK_ERROR_OUT_OF_DEVICE_MEMORY;
+}
+
+TEST(VulkanErrors, MemoryThatRunsOutIsALineAndTheNextFrameTriesAgain) {
+    SKIP_WITHOUT_VULKAN();
+    std::string problem;
+    const auto device = vulkan::Device::open("", true, problem);
+    CIContext context({.device = DeviceKind::Vulkan});
+    Random random(1);
+    const Bitmap source = randomBitmap(random, 333, 222, CIFormat::RGBA8);
+    Bitmap target(333, 222);
+    const auto allocate = std::exchange(device->functions.AllocateMemory, haveNoMemory);
+    const bool isGood =
+        context.render(blurred(source.image()), target.bytes(), target.bytesPerRow(),
+                       {0, 0, 333, 222}, CIFormat::RGBA8, CGColorSpace::None);
+    device->functions.AllocateMemory = allocate;
+    EXPECT_FALSE(isGood);
+    EXPECT_EQ(context.lastError(), "allocating pixel memory: out of device memory");
+    EXPECT_TRUE(isClose(render(context, blurred(source.image()), {0, 0, 333, 222}),
+                        render(referenceContext(), blurred(source.image()), {0, 0, 333, 222}),
+                        {2 / 255.0}));
+}
+
+TEST(VulkanErrors, ALostDeviceIsALineAndIsOpenedAgain) {
+    SKIP_WITHOUT_VULKAN();
+    std::string problem;
+    CIContext context({.device = DeviceKind::Vulkan});
+    Random random(1);
+    const Bitmap source = randomBitmap(random, 20, 20, CIFormat::RGBA8);
+    Bitmap target(20, 20);
+    {
+        const auto device = vulkan::Device::open("", true, problem);
+        const auto submit = std::exchange(device->functions.QueueSubmit, loseQueue);
+        EXPECT_FALSE(context.render(source.image(), target.bytes(), target.bytesPerRow(),
+                                    {0, 0, 20, 20}, CIFormat::RGBA8, CGColorSpace::None));
+        device->functions.QueueSubmit = submit;
+    }
+    EXPECT_EQ(context.lastError(), "starting work on the device: the device was lost");
+    EXPECT_TRUE(isClose(render(context, source.image(), {0, 0, 20, 20}), source, {}));
+}
+
+// ---- Pictures shared with others ----------------------------------------------------------------
+
+TEST(VulkanSharing, MemoryThatIsSharedHoldsThePicture) {
+    SKIP_WITHOUT_VULKAN();
+    VulkanContext one(""), other("");
+    Random random(6);
+    bool isAnyShared = false;
+    for (const SharedMemoryKind kind : {SharedMemoryKind::DmaBuf, SharedMemoryKind::OpaqueFd})
+        for (const CIFormat format : kAllFormats) {
+            const Bitmap source = randomBitmap(random, 37, 21, format);
+            const auto shared = one.renderShared(source.image({2, 1}), {2, 1, 37, 21}, format, kind,
+                                                 CGColorSpace::None);
+            EXPECT_EQ(shared.has_value(), one.canShare(kind)) << one.lastError();
+            if (!shared) {
+                EXPECT_EQ(one.lastError(), "the driver does not share memory in this way");
+                continue;
+            }
+            isAnyShared = true;
+            const CIImage image = other.imageOfShared(*shared, CGColorSpace::None);
+            close(shared->fd);
+            ASSERT_TRUE(image) << other.lastError();
+            EXPECT_TRUE(
+                isClose(render(*vulkanContext(), image, {0, 0, 37, 21}, format), source, {}))
+                << formatName(format);
+            SharedPicture wrong = *shared;
+            wrong.fd = -1;
+            EXPECT_FALSE(other.imageOfShared(wrong));
+            wrong.memorySize = 1;
+            EXPECT_FALSE(other.imageOfShared(wrong));
+        }
+    if (!isAnyShared) GTEST_SKIP() << "the driver shares no memory";
+}
+
+TEST(VulkanSharing, WrongHandlesAreALine) {
+    SKIP_WITHOUT_VULKAN();
+    VulkanContext none(VulkanDevice{});
+    EXPECT_EQ(none.problem(), "a handle of the host's Vulkan device is missing");
+    EXPECT_FALSE(none.image({}));
+    EXPECT_EQ(none.lastError(), none.problem());
+    VulkanContext context("");
+    const CIImage color = CIImage::imageWithColor(CIColor(1, 0, 0));
+    for (const VulkanPicture& picture :
+         {VulkanPicture{}, VulkanPicture{VK_NULL_HANDLE, VK_FORMAT_R8G8B8A8_UNORM, 8, 8},
+          VulkanPicture{VK_NULL_HANDLE, VK_FORMAT_R8_UNORM, 8, 8},
+          VulkanPicture{VK_NULL_HANDLE, VK_FORMAT_R8G8B8A8_UNORM, UINT32_MAX, 8}}) {
+        EXPECT_FALSE(context.image(picture));
+        EXPECT_NE(context.lastError(), "");
+        EXPECT_FALSE(context.render(color, picture, {}));
+        EXPECT_NE(context.lastError(), "");
+    }
+}
+
+/// The example is a live host: its device, its images, its semaphore.
+TEST(VulkanSharing, TheExampleHostGetsItsPictures) {
+    SKIP_WITHOUT_VULKAN();
+    FILE* const pipe = popen("'" VORN_VULKAN_HOST "' 2>&1", "r");
+    std::string text;
+    for (int c; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);
+    EXPECT_EQ(pclose(pipe), 0) << text;
+    // 0.25 doubles, 1 folds back to 0.
+    EXPECT_NE(text.find("grey 0.25 became 128\ngrey 1.00 became 0\n"), std::string::npos) << text;
+}
 
 } // namespace

@@ -12,38 +12,33 @@
 
 namespace vorn::imaging::vulkan {
 
-#define VORN_GLOBAL_FUNCTIONS(f)                                                                   \
-    f(EnumerateInstanceVersion) f(EnumerateInstanceLayerProperties)                                \
-        f(EnumerateInstanceExtensionProperties) f(CreateInstance)
+// clang-format off
+#define VORN_GLOBAL_FUNCTIONS(f) \
+    f(EnumerateInstanceVersion) f(EnumerateInstanceLayerProperties) f(CreateInstance)
 
-#define VORN_INSTANCE_FUNCTIONS(f)                                                                 \
-    f(DestroyInstance) f(EnumeratePhysicalDevices) f(GetPhysicalDeviceProperties2)                 \
-        f(GetPhysicalDeviceFeatures2) f(GetPhysicalDeviceMemoryProperties)                         \
-            f(GetPhysicalDeviceQueueFamilyProperties) f(GetPhysicalDeviceImageFormatProperties2)   \
-                f(EnumerateDeviceExtensionProperties) f(CreateDevice) f(GetDeviceProcAddr)
+#define VORN_INSTANCE_FUNCTIONS(f) \
+    f(EnumeratePhysicalDevices) f(GetPhysicalDeviceProperties2) f(GetPhysicalDeviceFeatures2) \
+    f(GetPhysicalDeviceMemoryProperties) f(GetPhysicalDeviceQueueFamilyProperties) \
+    f(GetPhysicalDeviceExternalBufferProperties) f(EnumerateDeviceExtensionProperties) \
+    f(CreateDevice) f(GetDeviceProcAddr)
 
-#define VORN_DEVICE_FUNCTIONS(f)                                                                   \
-    f(DestroyDevice) f(GetDeviceQueue) f(DeviceWaitIdle) f(QueueSubmit) f(AllocateMemory) f(       \
-        FreeMemory) f(MapMemory) f(FlushMappedMemoryRanges) f(InvalidateMappedMemoryRanges)        \
-        f(CreateBuffer) f(DestroyBuffer) f(GetBufferMemoryRequirements) f(BindBufferMemory) f(     \
-            CreateImage) f(DestroyImage) f(GetImageMemoryRequirements) f(BindImageMemory)          \
-            f(CreateImageView) f(DestroyImageView) f(CreateShaderModule) f(DestroyShaderModule) f( \
-                CreatePipelineCache) f(DestroyPipelineCache) f(GetPipelineCacheData)               \
-                f(CreateComputePipelines) f(DestroyPipeline) f(CreatePipelineLayout) f(            \
-                    DestroyPipelineLayout) f(CreateDescriptorSetLayout)                            \
-                    f(DestroyDescriptorSetLayout) f(CreateDescriptorPool) f(DestroyDescriptorPool) \
-                        f(ResetDescriptorPool) f(AllocateDescriptorSets) f(UpdateDescriptorSets)   \
-                            f(CreateCommandPool) f(DestroyCommandPool) f(ResetCommandPool) f(      \
-                                AllocateCommandBuffers) f(BeginCommandBuffer) f(EndCommandBuffer)  \
-                                f(CmdPipelineBarrier) f(CmdBindPipeline) f(CmdBindDescriptorSets)  \
-                                    f(CmdPushConstants) f(CmdDispatch) f(CmdCopyBufferToImage)     \
-                                        f(CmdCopyImageToBuffer) f(CmdClearColorImage)              \
-                                            f(CmdWriteTimestamp) f(CmdResetQueryPool)              \
-                                                f(CreateQueryPool) f(DestroyQueryPool)             \
-                                                    f(GetQueryPoolResults) f(CreateSemaphore)      \
-                                                        f(DestroySemaphore) f(WaitSemaphores)      \
-                                                            f(GetSemaphoreCounterValue)            \
-                                                                f(GetImageSubresourceLayout)
+#define VORN_DEVICE_FUNCTIONS(f) \
+    f(DestroyDevice) f(GetDeviceQueue) f(QueueSubmit) f(AllocateMemory) f(FreeMemory) \
+    f(MapMemory) f(FlushMappedMemoryRanges) f(InvalidateMappedMemoryRanges) f(CreateBuffer) \
+    f(DestroyBuffer) f(GetBufferMemoryRequirements) f(BindBufferMemory) f(CreateImage) \
+    f(DestroyImage) f(GetImageMemoryRequirements) f(BindImageMemory) f(CreateImageView) \
+    f(DestroyImageView) f(CreateShaderModule) f(DestroyShaderModule) f(CreatePipelineCache) \
+    f(DestroyPipelineCache) f(GetPipelineCacheData) f(CreateComputePipelines) f(DestroyPipeline) \
+    f(CreatePipelineLayout) f(DestroyPipelineLayout) f(CreateDescriptorSetLayout) \
+    f(DestroyDescriptorSetLayout) f(CreateDescriptorPool) f(DestroyDescriptorPool) \
+    f(ResetDescriptorPool) f(AllocateDescriptorSets) f(UpdateDescriptorSets) f(CreateCommandPool) \
+    f(DestroyCommandPool) f(ResetCommandPool) f(AllocateCommandBuffers) f(BeginCommandBuffer) \
+    f(EndCommandBuffer) f(CmdPipelineBarrier) f(CmdBindPipeline) f(CmdBindDescriptorSets) \
+    f(CmdPushConstants) f(CmdDispatch) f(CmdCopyBufferToImage) f(CmdCopyImageToBuffer) \
+    f(CmdWriteTimestamp) f(CmdResetQueryPool) f(CreateQueryPool) f(DestroyQueryPool) \
+    f(GetQueryPoolResults) f(CreateSemaphore) f(DestroySemaphore) f(WaitSemaphores) \
+    f(GetSemaphoreCounterValue)
+// clang-format on
 
 /// Null where the loader or the driver does not have a function.
 struct Functions {

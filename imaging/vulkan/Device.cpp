@@ -342,7 +342,7 @@ std::shared_ptr<Device> Device::adopt(VkInstance instanceHandle, VkPhysicalDevic
     device->functions.GetInstanceProcAddr = loader;
     if (!loader) problem = device->functions.load();
     if (!problem.empty()) return nullptr;
-    device->functions.takeInstance(instanceHandle);
+    if (instanceHandle) device->functions.takeInstance(instanceHandle);
     if (!device->functions.GetDeviceProcAddr || !physical || !handle || !queue) {
         problem = "a handle of the host's Vulkan device is missing";
         return nullptr;
@@ -442,21 +442,29 @@ VkDeviceMemory Device::allocate(const VkMemoryRequirements& needs, VkMemoryPrope
     return memory;
 }
 
-uint64_t Device::submit(VkCommandBuffer commands, const SemaphoreValue& waitFor,
+uint64_t Device::submit(VkCommandBuffer commands, const std::vector<SemaphoreValue>& waitFor,
                         const SemaphoreValue& signal) {
+    std::vector<VkSemaphore> waits;
+    std::vector<uint64_t> waitValues;
+    for (const SemaphoreValue& one : waitFor) {
+        waits.push_back(one.semaphore);
+        waitValues.push_back(one.value);
+    }
+    const std::vector<VkPipelineStageFlags> stages(waits.size(),
+                                                   VK_PIPELINE_STAGE_ALL_COMMANDS_BIT);
     const std::lock_guard lock(queueMutex_);
     const uint64_t ticket = lastTicket_ + 1;
     const VkSemaphore signals[] = {timeline_, signal.semaphore};
     const uint64_t values[] = {ticket, signal.value};
-    const VkPipelineStageFlags stage = VK_PIPELINE_STAGE_ALL_COMMANDS_BIT;
     auto timeline =
         typed<VkTimelineSemaphoreSubmitInfo>(VK_STRUCTURE_TYPE_TIMELINE_SEMAPHORE_SUBMIT_INFO);
     auto info = typed<VkSubmitInfo>(VK_STRUCTURE_TYPE_SUBMIT_INFO);
     info.pNext = &timeline;
-    info.waitSemaphoreCount = timeline.waitSemaphoreValueCount = waitFor.semaphore ? 1 : 0;
-    info.pWaitSemaphores = &waitFor.semaphore;
-    timeline.pWaitSemaphoreValues = &waitFor.value;
-    info.pWaitDstStageMask = &stage;
+    info.waitSemaphoreCount = timeline.waitSemaphoreValueCount =
+        static_cast<uint32_t>(waits.size());
+    info.pWaitSemaphores = waits.data();
+    timeline.pWaitSemaphoreValues = waitValues.data();
+    info.pWaitDstStageMask = stages.data();
     info.commandBufferCount = 1;
     info.pCommandBuffers = &commands;
     info.signalSemaphoreCount = timeline.signalSemaphoreValueCount = signal.semaphore ? 2 : 1;
@@ -465,6 +473,32 @@ uint64_t Device::submit(VkCommandBuffer commands, const SemaphoreValue& waitFor,
     check(functions.QueueSubmit(queue_, 1, &info, VK_NULL_HANDLE), "starting work on the device");
     lastTicket_ = ticket;
     return ticket;
+}
+
+void Device::runOnce(const std::function<void(VkCommandBuffer)>& record) {
+    VkCommandPool pool = VK_NULL_HANDLE;
+    auto poolInfo = typed<VkCommandPoolCreateInfo>(VK_STRUCTURE_TYPE_COMMAND_POOL_CREATE_INFO);
+    poolInfo.queueFamilyIndex = queueFamily_;
+    check(functions.CreateCommandPool(device_, &poolInfo, nullptr, &pool), "making a command pool");
+    try {
+        auto info =
+            typed<VkCommandBufferAllocateInfo>(VK_STRUCTURE_TYPE_COMMAND_BUFFER_ALLOCATE_INFO);
+        info.commandPool = pool;
+        info.commandBufferCount = 1;
+        VkCommandBuffer commands = VK_NULL_HANDLE;
+        check(functions.AllocateCommandBuffers(device_, &info, &commands),
+              "making a command buffer");
+        const auto begin =
+            typed<VkCommandBufferBeginInfo>(VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO);
+        check(functions.BeginCommandBuffer(commands, &begin), "recording");
+        record(commands);
+        check(functions.EndCommandBuffer(commands), "recording");
+        wait(submit(commands));
+    } catch (...) {
+        functions.DestroyCommandPool(device_, pool, nullptr);
+        throw;
+    }
+    functions.DestroyCommandPool(device_, pool, nullptr);
 }
 
 void Device::wait(uint64_t ticket) {
@@ -627,9 +661,26 @@ std::shared_ptr<Image> ImagePool::acquire(VkFormat format, uint32_t width, uint3
     return {image.release(), [pool = shared_from_this()](Image* done) { pool->giveBack(done); }};
 }
 
+std::shared_ptr<Image> ImagePool::wrap(VkImage image, VkFormat format, uint32_t width,
+                                       uint32_t height) {
+    return {new Image(device_, image, format, width, height),
+            [pool = shared_from_this()](Image* done) { pool->giveBack(done); }};
+}
+
 void ImagePool::giveBack(Image* image) {
     const std::lock_guard lock(mutex_);
-    idle_.emplace_back(image);
+    (image->isOwned() ? idle_ : wrapped_).emplace_back(image);
+    if (!image->isOwned()) freeWrapped();
+}
+
+void ImagePool::freeWrapped() {
+    uint64_t finished = UINT64_MAX;
+    try {
+        if (!device_.isLost()) finished = device_.finishedTicket();
+    } catch (const Failure&) {
+        // A lost device uses nothing any longer.
+    }
+    std::erase_if(wrapped_, [&](const auto& image) { return image->lastTicket <= finished; });
 }
 
 void ImagePool::freeIdle(uint64_t keepFrom) {
@@ -641,6 +692,7 @@ void ImagePool::freeIdle(uint64_t keepFrom) {
 
 void ImagePool::clear() {
     const std::lock_guard lock(mutex_);
+    freeWrapped();
     freeIdle(UINT64_MAX);
 }
 

@@ -7,6 +7,7 @@
 #include "vorneffects/Platform.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -60,6 +61,7 @@ public:
     uint32_t height() const { return height_; }
     VkImageView readView(CIFormat order);
     VkImageView writeView() { return view(0); }
+    bool isOwned() const { return owned_; }
 
     bool isNew = true;                    ///< no content and no layout yet
     std::atomic<uint64_t> lastTicket = 0; ///< of the last submission that uses it
@@ -87,16 +89,20 @@ public:
     /// `created` is raised when memory had to be allocated.
     std::shared_ptr<Image> acquire(VkFormat format, uint32_t width, uint32_t height,
                                    uint64_t& created);
+    /// Wraps an image of somebody else's; what is made of it is freed when the device is done with
+    /// it.
+    std::shared_ptr<Image> wrap(VkImage image, VkFormat format, uint32_t width, uint32_t height);
     /// Frees every image that is not in use.
     void clear();
 
 private:
     void giveBack(Image* image);
     void freeIdle(uint64_t keepFrom);
+    void freeWrapped();
 
     Device& device_;
     std::mutex mutex_;
-    std::vector<std::unique_ptr<Image>> idle_;
+    std::vector<std::unique_ptr<Image>> idle_, wrapped_;
 };
 
 /// A value of a timeline semaphore.
@@ -136,8 +142,10 @@ public:
                             const void* next = nullptr);
 
     /// Submits a command buffer; gives the number to wait for.
-    uint64_t submit(VkCommandBuffer commands, const SemaphoreValue& waitFor = {},
+    uint64_t submit(VkCommandBuffer commands, const std::vector<SemaphoreValue>& waitFor = {},
                     const SemaphoreValue& signal = {});
+    /// Records commands, submits them and waits until they are done.
+    void runOnce(const std::function<void(VkCommandBuffer)>& record);
     void wait(uint64_t ticket);
     uint64_t lastTicket() const { return lastTicket_; }
     uint64_t finishedTicket();

@@ -78,7 +78,13 @@ void changeLayout(const Functions& f, VkCommandBuffer commands, const Image& ima
     f.CmdPipelineBarrier(commands, from.stages, to.stages, 0, 0, nullptr, 0, nullptr, 1, &barrier);
 }
 
-/// Copies an image's upper left corner into memory that the host reads.
+} // namespace
+
+std::weak_ptr<Renderer>& rendererOfThread() {
+    static thread_local std::weak_ptr<Renderer> renderer;
+    return renderer;
+}
+
 void download(const Functions& f, VkCommandBuffer commands, const Image& image, VkBuffer buffer,
               int width, int height) {
     VkBufferImageCopy copy{};
@@ -93,7 +99,20 @@ void download(const Functions& f, VkCommandBuffer commands, const Image& image, 
                          &memory, 0, nullptr, 0, nullptr);
 }
 
-} // namespace
+void upload(const Functions& f, VkCommandBuffer commands, const Image& image, VkBuffer buffer,
+            VkDeviceSize offset, int width, int height, uint32_t pixelsPerRow) {
+    VkBufferImageCopy copy{};
+    copy.bufferOffset = offset;
+    copy.bufferRowLength = pixelsPerRow;
+    copy.imageSubresource = kLayer;
+    copy.imageExtent = {static_cast<uint32_t>(width), static_cast<uint32_t>(height), 1};
+    // What is in it is not kept, but earlier kernels must be done with it.
+    const Access before{VK_IMAGE_LAYOUT_UNDEFINED, kComputed.stages | kUploaded.stages,
+                        VK_ACCESS_SHADER_WRITE_BIT | VK_ACCESS_TRANSFER_WRITE_BIT};
+    changeLayout(f, commands, image, before, kUploaded);
+    f.CmdCopyBufferToImage(commands, buffer, image.handle(), kUploaded.layout, 1, &copy);
+    changeLayout(f, commands, image, kUploaded, kComputed);
+}
 
 VkFormat vulkanFormat(CIFormat format) {
     return format == CIFormat::RGBAf   ? VK_FORMAT_R32G32B32A32_SFLOAT
@@ -158,7 +177,7 @@ std::shared_ptr<DeviceImage> Renderer::renderOnDevice(const CIImage& image, cons
                                          static_cast<uint32_t>(rect.height()));
 }
 
-bool Renderer::renderInto(const CIImage& image, const IntRect& rect, const HostImage& target,
+bool Renderer::renderInto(const CIImage& image, const IntRect& rect, const HostTarget& target,
                           CIFormat format, CGColorSpace workingSpace, CGColorSpace outputSpace) {
     if (!begin(image, rect, format, workingSpace, outputSpace)) return false;
     return compute(rect, {}, {.format = format, .host = &target}) != 0;
@@ -193,9 +212,8 @@ uint64_t Renderer::compute(const IntRect& rect, const Target& target,
         frame.width = rect.width();
         frame.height = rect.height();
         record(frame, rect, destination);
-        const HostImage* host = destination.host;
-        ticket = device_->submit(frame.commands, host ? host->waitFor : SemaphoreValue{},
-                                 host ? host->signal : SemaphoreValue{});
+        ticket = device_->submit(frame.commands, waitFor_,
+                                 destination.host ? destination.host->done : SemaphoreValue{});
         frame.ticket = ticket;
         frame.isUnderWay = true;
         next_ = (next_ + 1) % kFrames;
@@ -215,6 +233,8 @@ uint64_t Renderer::compute(const IntRect& rect, const Target& target,
         nothing_.reset();
     }
     used_.clear();
+    takenOver_.clear();
+    waitFor_.clear();
     return ticket;
 }
 
@@ -331,6 +351,31 @@ size_t Renderer::newImage(Frame& frame, VkFormat format, const IntRect& rect) {
     return index;
 }
 
+/// An image of the host's in the layout that kernels work with.
+size_t Renderer::takeOver(Frame& frame, std::shared_ptr<Image> image, const Handover& handover) {
+    for (size_t i = 0; i < used_.size(); ++i)
+        if (used_[i].image->handle() == image->handle()) {
+            used_.push_back({std::move(image)}); // its views have to last as well
+            return used_.size() - 1;
+        }
+    const VkPipelineStageFlags stages =
+        VK_PIPELINE_STAGE_TRANSFER_BIT | VK_PIPELINE_STAGE_COMPUTE_SHADER_BIT;
+    changeLayout(
+        device_->functions, frame.commands, *image,
+        {handover.layout, stages, VK_ACCESS_SHADER_WRITE_BIT | VK_ACCESS_TRANSFER_WRITE_BIT},
+        kComputed);
+    if (handover.readyAt.semaphore) waitFor_.push_back(handover.readyAt);
+    takenOver_.push_back({image, handover.layout});
+    return use(std::move(image));
+}
+
+void Renderer::handBack(Frame& frame) {
+    for (const TakenOver& taken : takenOver_)
+        if (taken.layout != VK_IMAGE_LAYOUT_UNDEFINED)
+            changeLayout(device_->functions, frame.commands, *taken.image, kComputed,
+                         {taken.layout, VK_PIPELINE_STAGE_BOTTOM_OF_PIPE_BIT, 0});
+}
+
 /// One reader of each of these sources has been recorded.
 void Renderer::release(const Edge* edges, int edgeCount) {
     for (int e = 0; e < edgeCount; ++e) {
@@ -359,7 +404,8 @@ void Renderer::findSources(Frame& frame) {
         computed.order = formatOf(step.memory);
         const auto* there = dynamic_cast<const DeviceImage*>(step.node->pixels.device.get());
         if (there && there->device() == device_) {
-            computed.image = use(there->image());
+            computed.image = there->handover() ? takeOver(frame, there->image(), *there->handover())
+                                               : use(there->image());
             computed.rect = step.memoryRect;
             continue;
         }
@@ -417,17 +463,8 @@ void Renderer::copySources(Frame& frame) {
         uint8_t* to = frame.upload->bytes() + upload.offset;
         for (int y = 0; y < rect.height(); ++y, to += row, from += pixels.bytesPerRow)
             std::memcpy(to, from, row);
-        const Functions& f = device_->functions;
-        const Image& image = *used_[computed.image].image;
-        VkBufferImageCopy copy{};
-        copy.bufferOffset = upload.offset;
-        copy.imageSubresource = kLayer;
-        copy.imageExtent = {static_cast<uint32_t>(rect.width()),
-                            static_cast<uint32_t>(rect.height()), 1};
-        changeLayout(f, frame.commands, image, kComputed, kUploaded);
-        f.CmdCopyBufferToImage(frame.commands, frame.upload->handle(), image.handle(),
-                               kUploaded.layout, 1, &copy);
-        changeLayout(f, frame.commands, image, kUploaded, kComputed);
+        vulkan::upload(device_->functions, frame.commands, *used_[computed.image].image,
+                       frame.upload->handle(), upload.offset, rect.width(), rect.height());
     }
     frame.upload->flush();
 }
@@ -469,8 +506,11 @@ void Renderer::record(Frame& frame, const IntRect& rect, const Destination& dest
         static_cast<void>(use(nothing_));
     else
         nothing_ = used_[newImage(frame, VK_FORMAT_R8G8B8A8_UNORM, {0, 0, 1, 1})].image;
+    for (const Used& used : used_)
+        if (destination.host && used.image->handle() == destination.host->image->handle())
+            throw Failure("an image cannot be read and rendered into at once");
     const size_t target = destination.host
-                              ? use(destination.host->image)
+                              ? takeOver(frame, destination.host->image, destination.host->handover)
                               : newImage(frame, vulkanFormat(destination.format), rect);
     recordKernels(frame, rect, target, destination.format);
     stamp(frame, 2);
@@ -487,6 +527,7 @@ void Renderer::record(Frame& frame, const IntRect& rect, const Destination& dest
         download(f, frame.commands, *used_[target].image, frame.download->handle(), rect.width(),
                  rect.height());
     }
+    handBack(frame);
     stamp(frame, 3);
     check(f.EndCommandBuffer(frame.commands), "recording");
 }
@@ -628,34 +669,20 @@ void Renderer::runKernel(Frame& frame, const KernelFunction& function, const flo
 const uint8_t* DeviceImage::hostBytes() {
     const std::lock_guard lock(mutex_);
     if (!bytes_.empty()) return bytes_.data();
-    const Functions& f = device_->functions;
-    const VkDevice device = device_->handle();
-    VkCommandPool pool = VK_NULL_HANDLE;
+    if (handover_) return nullptr;
     try {
         const size_t size = size_t{width_} * height_ * bytesPerPixel(format_);
         Buffer buffer(*device_, size, Buffer::Use::Download);
-        auto poolInfo = typed<VkCommandPoolCreateInfo>(VK_STRUCTURE_TYPE_COMMAND_POOL_CREATE_INFO);
-        poolInfo.queueFamilyIndex = device_->queueFamily();
-        check(f.CreateCommandPool(device, &poolInfo, nullptr, &pool), "making a command pool");
-        auto info =
-            typed<VkCommandBufferAllocateInfo>(VK_STRUCTURE_TYPE_COMMAND_BUFFER_ALLOCATE_INFO);
-        info.commandPool = pool;
-        info.commandBufferCount = 1;
-        VkCommandBuffer commands = VK_NULL_HANDLE;
-        check(f.AllocateCommandBuffers(device, &info, &commands), "making a command buffer");
-        auto begin = typed<VkCommandBufferBeginInfo>(VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO);
-        check(f.BeginCommandBuffer(commands, &begin), "recording");
-        download(f, commands, *image_, buffer.handle(), static_cast<int>(width_),
-                 static_cast<int>(height_));
-        check(f.EndCommandBuffer(commands), "recording");
-        device_->wait(device_->submit(commands));
+        device_->runOnce([&](VkCommandBuffer commands) {
+            download(device_->functions, commands, *image_, buffer.handle(),
+                     static_cast<int>(width_), static_cast<int>(height_));
+        });
         buffer.invalidate();
         bytes_.assign(buffer.bytes(), buffer.bytes() + size);
     } catch (const Failure&) {
-        bytes_.clear();
+        return nullptr;
     }
-    f.DestroyCommandPool(device, pool, nullptr);
-    return bytes_.empty() ? nullptr : bytes_.data();
+    return bytes_.data();
 }
 
 } // namespace vorn::imaging::vulkan

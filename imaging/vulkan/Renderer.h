@@ -13,9 +13,24 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace vorn::imaging::vulkan {
+
+/// How an image of the host's is handed over: its layout before a render and after it, and when it
+/// may be touched.
+struct Handover {
+    VkImageLayout layout = VK_IMAGE_LAYOUT_GENERAL;
+    SemaphoreValue readyAt;
+};
+
+/// An image of the host's to render into.
+struct HostTarget {
+    std::shared_ptr<Image> image;
+    Handover handover;
+    SemaphoreValue done;
+};
 
 /// Pixels that stay on a device from frame to frame.
 class DeviceImage final : public DevicePixels {
@@ -25,28 +40,29 @@ public:
         : device_(std::move(device)), image_(std::move(image)), format_(format), width_(width),
           height_(height) {}
 
+    /// The same of an image of the host's.
+    DeviceImage(std::shared_ptr<Device> device, std::shared_ptr<Image> image, CIFormat format,
+                uint32_t width, uint32_t height, Handover handover)
+        : DeviceImage(std::move(device), std::move(image), format, width, height) {
+        handover_ = handover;
+    }
+
+    /// Null for images of the host's.
     const uint8_t* hostBytes() override;
 
     const std::shared_ptr<Device>& device() const { return device_; }
     const std::shared_ptr<Image>& image() const { return image_; }
     CIFormat format() const { return format_; }
+    const std::optional<Handover>& handover() const { return handover_; }
 
 private:
     std::shared_ptr<Device> device_;
     std::shared_ptr<Image> image_;
     CIFormat format_;
     uint32_t width_, height_;
+    std::optional<Handover> handover_;
     std::mutex mutex_;
     std::vector<uint8_t> bytes_; ///< in the host's memory, once somebody asked for it
-};
-
-/// A picture of the host's own on the device: its layout and queue family before and after the
-/// render, and the semaphores that guard it.
-struct HostImage {
-    std::shared_ptr<Image> image;
-    VkImageLayout layout = VK_IMAGE_LAYOUT_GENERAL, layoutAfter = VK_IMAGE_LAYOUT_GENERAL;
-    uint32_t family = VK_QUEUE_FAMILY_IGNORED;
-    SemaphoreValue waitFor, signal;
 };
 
 class Renderer final : public cpu::Renderer {
@@ -71,7 +87,7 @@ public:
                                                 CIFormat format, CGColorSpace workingSpace,
                                                 CGColorSpace outputSpace);
     /// Renders into an image of the host's.
-    bool renderInto(const CIImage& image, const cpu::IntRect& rect, const HostImage& target,
+    bool renderInto(const CIImage& image, const cpu::IntRect& rect, const HostTarget& target,
                     CIFormat format, CGColorSpace workingSpace, CGColorSpace outputSpace);
 
     const std::shared_ptr<Device>& device() const { return device_; }
@@ -126,7 +142,7 @@ private:
     };
     struct Destination {
         CIFormat format;
-        const HostImage* host = nullptr;          ///< none: an image of the pool
+        const HostTarget* host = nullptr;         ///< none: an image of the pool
         std::shared_ptr<Image>* result = nullptr; ///< gets that image, which is else downloaded
     };
 
@@ -147,6 +163,8 @@ private:
     void barrier(Frame& frame);
     void stamp(Frame& frame, uint32_t number);
     size_t use(std::shared_ptr<Image> image);
+    size_t takeOver(Frame& frame, std::shared_ptr<Image> image, const Handover& handover);
+    void handBack(Frame& frame);
     size_t newImage(Frame& frame, VkFormat format, const cpu::IntRect& rect);
 
     static constexpr size_t kFrames = 3;
@@ -161,6 +179,12 @@ private:
     size_t next_ = 0;
     std::shared_ptr<const KernelFunction> copy_;
     std::shared_ptr<Image> nothing_; ///< stands for sources without pixels
+    struct TakenOver {
+        std::shared_ptr<Image> image;
+        VkImageLayout layout;
+    };
+    std::vector<TakenOver> takenOver_; ///< images of the host's
+    std::vector<SemaphoreValue> waitFor_;
     VkFormat intermediate_ = VK_FORMAT_R16G16B16A16_SFLOAT;
     uint64_t group_ = 1; ///< of commands between two barriers
     VkDeviceSize callsUsed_ = 0;
@@ -168,6 +192,19 @@ private:
     RenderTimes times_;
 };
 
+/// The renderer that this thread has rendered with last, if that was one of these: what an
+/// accumulator stores on this thread is computed there and stays there.
+std::weak_ptr<Renderer>& rendererOfThread();
+
 VkFormat vulkanFormat(CIFormat format);
+
+/// Copies an image's upper left corner, rows without padding, into memory that the host or others
+/// read.
+void download(const Functions& functions, VkCommandBuffer commands, const Image& image,
+              VkBuffer buffer, int width, int height);
+/// The other way round, `offset` bytes into the buffer; rows are `pixelsPerRow` apart, or follow
+/// each other when that is 0. Whatever the image held is lost.
+void upload(const Functions& functions, VkCommandBuffer commands, const Image& image,
+            VkBuffer buffer, VkDeviceSize offset, int width, int height, uint32_t pixelsPerRow = 0);
 
 } // namespace vorn::imaging::vulkan

@@ -59,7 +59,7 @@ class CIContext;
 /// A render that has been started. Destroying it without waiting gives its pixels up.
 class RenderTask {
 public:
-    RenderTask() = default;
+    RenderTask();
     RenderTask(RenderTask&& other) noexcept;
     RenderTask& operator=(RenderTask&& other) noexcept;
     ~RenderTask();
@@ -89,9 +89,9 @@ public:
     /// below the row, or memory that runs out.
     bool render(const CIImage& image, void* bytes, size_t bytesPerRow, CGRect bounds,
                 CIFormat format, CGColorSpace colorSpace = CGColorSpace::SRGB);
-    /// Starts the same. The sources may be changed when this returns; the memory has to stay until
-    /// the task has been waited for or destroyed. On a GPU a few renders can be under way together;
-    /// the CPU renders at once.
+    /// Starts the same. The memory that is rendered into, and that of the sources, has to stay as
+    /// it is until the task has been waited for or destroyed. On a GPU a few renders can be under
+    /// way together; the CPU renders at once.
     RenderTask startRender(const CIImage& image, void* bytes, size_t bytesPerRow, CGRect bounds,
                            CIFormat format, CGColorSpace colorSpace = CGColorSpace::SRGB);
     /// Renders so that the lower-left corner of `bounds` falls on that of the surface or buffer;
