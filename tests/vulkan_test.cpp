@@ -20,7 +20,7 @@ using namespace vorn::imaging;
 /// The validation layers watch, where they are installed, and whatever they say fails the tests.
 class NothingToSay : public testing::Environment {
 public:
-    NothingToSay() { setenv("VORN_VULKAN_VALIDATION", "1", 0); }
+    NothingToSay() { setenv("VORN_VULKAN_VALIDATION", "2", 0); }
     void TearDown() override {
         const std::vector<std::string> messages = vulkan::validationMessages();
         EXPECT_EQ(messages.size(), 0u) << messages.front();
