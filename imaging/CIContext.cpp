@@ -85,6 +85,16 @@ struct CIContext::State : std::enable_shared_from_this<State> {
         IntRect rect = IntRect::around(bounds);
         rect.x1 = std::min(rect.x1, rect.x0 + static_cast<int>(memory.width()));
         rect.y1 = std::min(rect.y1, rect.y0 + static_cast<int>(memory.height()));
+        const bool isWhole = rect.width() == static_cast<int>(memory.width()) &&
+                             rect.height() == static_cast<int>(memory.height());
+        // A picture that fills all of the memory stays on the GPU until somebody looks at it here.
+        if (vulkan::Renderer* const renderer = isWhole && image ? usableGpu() : nullptr)
+            if (auto pixels = renderer->renderOnDevice(image, rect, memory.format(),
+                                                       options.workingSpace, colorSpace)) {
+                lastError.clear();
+                memory.keepOnDevice(std::move(pixels));
+                return true;
+            }
         const size_t rowsAbove =
             memory.height() - static_cast<uint32_t>(std::max(0, rect.height()));
         return render(image, memory.mutableBytes() + rowsAbove * memory.bytesPerRow(),

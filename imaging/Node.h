@@ -20,23 +20,14 @@ std::pmr::memory_resource* nodePool();
 template <class T>
 using PoolVector = std::vector<T, std::pmr::polymorphic_allocator<T>>;
 
-/// Pixels that a device keeps in memory of its own.
-class DevicePixels {
-public:
-    virtual ~DevicePixels() = default;
-    /// The pixels in the host's memory, rows without padding, fetched when that is first asked for;
-    /// null when they cannot be had.
-    virtual const uint8_t* hostBytes() = 0;
-};
-
 /// Pixels in memory, top row first, premultiplied.
 struct PixelSource {
-    const uint8_t* bytes = nullptr; ///< null for pixels on a device
+    const uint8_t* bytes = nullptr; ///< null where only `device` has them
     uint32_t width = 0, height = 0;
     size_t bytesPerRow = 0;
     CIFormat format = CIFormat::RGBA8;
     std::shared_ptr<const void> owner;
-    std::shared_ptr<DevicePixels> device = nullptr;
+    std::shared_ptr<DevicePixels> device = nullptr; ///< gives the bytes that may not be here yet
 };
 
 /// What is told of a node besides how it is computed. Rare, so it may allocate.

@@ -567,7 +567,7 @@ INSTANTIATE_TEST_SUITE_P(
         Complaint{with({"--rate", "25/0"}), 2, "30000/1001"},
         Complaint{with({"--frames", "0"}), 2, "--frames"},
         Complaint{with({"--threads", "0"}), 2, "--threads"},
-        Complaint{with({"--device", "toaster"}), 2, "cpu, reference or auto"},
+        Complaint{with({"--device", "toaster"}), 2, "reference, vulkan or vulkan:N"},
         Complaint{with({"--device", "vulkan:99"}), 5, "there is no Vulkan device"},
         Complaint{with({"--working-space", "blue"}), 2, "none or linear"},
         Complaint{{"test:64x48", "-", "--json"}, 2, "standard output"},

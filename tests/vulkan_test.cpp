@@ -197,6 +197,40 @@ TEST(VulkanMemory, PixelBuffersAreReadAnewEachTime) {
     }
 }
 
+TEST(VulkanMemory, ASurfaceStaysOnTheDeviceUntilSomebodyLooksAtIt) {
+    SKIP_WITHOUT_VULKAN();
+    Random random(9);
+    const CGRect bounds{0, 0, 30, 20};
+    const Bitmap source = randomBitmap(random, 30, 20, CIFormat::RGBA8);
+    const IOSurfaceRef surface = Surface::create({.width = 30, .height = 20});
+    const CIImage captured = CIImage::imageWithIOSurface(surface);
+    CIContext cpu({.device = DeviceKind::CPU});
+    const auto expectCaptured = [&](CIContext& context) {
+        EXPECT_TRUE(isClose(render(context, captured, bounds), source, {}));
+    };
+    ASSERT_TRUE(
+        vulkanContext()->renderToIOSurface(source.image(), *surface, bounds, CGColorSpace::None));
+    expectCaptured(*vulkanContext());
+    EXPECT_NE(surface->onDevice(), nullptr);
+    expectCaptured(cpu);
+    EXPECT_NE(surface->onDevice(), nullptr) << "reading does not take it off the device";
+    ASSERT_EQ(surface->lock(), kStatusSuccess);
+    uint8_t* const first = static_cast<uint8_t*>(surface->baseAddress());
+    EXPECT_EQ(first[2], source.at(0, 19)[0]); // BGRA
+    std::memset(first, 77, 4);
+    surface->unlock();
+    for (CIContext* context : {vulkanContext(), &cpu})
+        EXPECT_EQ(*render(*context, captured, bounds).at(0, 19), 77);
+    // A part leaves the rest as it was.
+    ASSERT_TRUE(
+        vulkanContext()->renderToIOSurface(source.image(), *surface, bounds, CGColorSpace::None));
+    ASSERT_TRUE(vulkanContext()->renderToIOSurface(CIImage::imageWithColor(CIColor(1, 1, 1)),
+                                                   *surface, {0, 0, 30, 1}, CGColorSpace::None));
+    const Bitmap both = render(*vulkanContext(), captured, bounds);
+    EXPECT_EQ(*both.at(5, 0), 255);
+    EXPECT_EQ(both.pixel(5, 1), source.pixel(5, 1));
+}
+
 TEST(VulkanTasks, SeveralAreUnderWayAndEachKeepsItsPicture) {
     SKIP_WITHOUT_VULKAN();
     Random random(4);

@@ -116,7 +116,9 @@ std::vector<Machine> makeMachines(const BenchOptions& options) {
     constexpr int mostThreads = 256;
     const bool isAll = options.device == "all";
     ContextOptions wanted;
-    if (!isAll) readDevice(options.device, wanted);
+    if (!isAll) {
+        readDevice(options.device, wanted, "auto, cpu, reference, vulkan, vulkan:N or all");
+    }
     std::vector<int> counts{1};
     if (!options.threads.empty()) {
         counts = parseCounts(options.threads, mostThreads, "--threads");
@@ -352,8 +354,11 @@ public:
             line["gpu_download_ms"] = gpu.download * 1e3;
             line["gpu_copy_ms"] = gpu.copy * 1e3;
             line["kernels_to_copy"] = ratio;
-            line["wall_ms"] = gpu.wall * 1e3;
-            line["wall_with_upload_ms"] = gpu.wallWithUpload * 1e3;
+            const double megapixels = double(pictures.size.width) * pictures.size.height / 1e6;
+            line["median_ms"] = gpu.wall * 1e3;
+            line["mpixel_per_s"] = megapixels / gpu.wall;
+            line["copy_mpixel_per_s"] = gpu.copy > 0 ? megapixels / gpu.copy : 0;
+            line["with_upload_ms"] = gpu.wallWithUpload * 1e3;
             printResult("{}\n", jsonLine(line));
         } else {
             printHeader("{:>9}  {:>9}  {:>6}  {:>9}  {:>9}  {:>9}  {:>11}", "KERNELS", "COPY",

@@ -6,7 +6,7 @@
 
 namespace vorn::cli {
 
-void readDevice(const std::string& text, ContextOptions& options) {
+void readDevice(const std::string& text, ContextOptions& options, const char* choices) {
     const size_t colon = text.find(':');
     const std::string name = text.substr(0, colon);
     if (text == "auto") {
@@ -19,9 +19,7 @@ void readDevice(const std::string& text, ContextOptions& options) {
         options.device = DeviceKind::Vulkan;
         options.deviceName = colon == std::string::npos ? "" : text.substr(colon + 1);
     } else {
-        throw CommandError(
-            ExitCode::Usage,
-            fmt::format("--device {}: auto, cpu, reference, vulkan or vulkan:N", text));
+        throw CommandError(ExitCode::Usage, fmt::format("--device {}: {}", text, choices));
     }
 }
 

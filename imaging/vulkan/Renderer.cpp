@@ -402,7 +402,10 @@ void Renderer::findSources(Frame& frame) {
             ++computed_[static_cast<size_t>(plan_.edgesOf(step)[e].step)].readers;
         if (!step.isMemory) continue;
         computed.order = formatOf(step.memory);
-        const auto* there = dynamic_cast<const DeviceImage*>(step.node->pixels.device.get());
+        std::shared_ptr<DevicePixels> pixels = step.node->pixels.device;
+        if (const auto* memory = dynamic_cast<const PixelMemory*>(pixels.get()))
+            pixels = memory->onDevice();
+        const auto* there = dynamic_cast<const DeviceImage*>(pixels.get());
         if (there && there->device() == device_) {
             computed.image = there->handover() ? takeOver(frame, there->image(), *there->handover())
                                                : use(there->image());

@@ -37,7 +37,8 @@ struct VulkanPicture {
     VkImage image = VK_NULL_HANDLE; ///< made with SAMPLED usage to be read, STORAGE to be written
     VkFormat format = VK_FORMAT_UNDEFINED;
     uint32_t width = 0, height = 0;
-    VkImageLayout layout = VK_IMAGE_LAYOUT_GENERAL; ///< before a render and after it
+    /// Before a render and after it; where it is UNDEFINED before, it is GENERAL after.
+    VkImageLayout layout = VK_IMAGE_LAYOUT_GENERAL;
     VulkanTimeline readyAt = {}; ///< when it may be read or written; no semaphore: at once
 };
 
