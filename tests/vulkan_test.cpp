@@ -7,6 +7,7 @@
 #include "imaging/vulkan/Renderer.h"
 #include "vorneffects/VulkanInterop.h"
 
+#include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
 #include <sys/wait.h>
@@ -330,6 +331,28 @@ TEST(VulkanErrors, NoDriverMeansTheCpuOrExitCodeFive) {
     EXPECT_EQ(runVorn(none, "render test:8x8 " + out + " --device auto"),
               (std::pair<int, std::string>{0, ""}));
     std::filesystem::remove_all(folder);
+}
+
+VKAPI_ATTR void VKAPI_CALL haveNoFeatures(VkPhysicalDevice, VkPhysicalDeviceFeatures2* features) {
+    features->features = {}; // those of version 1.2, which are linked to it, stay zero as well
+}
+VKAPI_ATTR PFN_vkVoidFunction VKAPI_CALL poorLoader(VkInstance, const char* name) {
+    static void* const loader = dlopen("libvulkan.so.1", RTLD_NOW);
+    if (std::string_view(name) == "vkGetPhysicalDeviceFeatures2")
+        return reinterpret_cast<PFN_vkVoidFunction>(haveNoFeatures);
+    return reinterpret_cast<PFN_vkVoidFunction>(dlsym(loader, name));
+}
+
+TEST(VulkanErrors, ADriverWithoutANeededFeatureIsALine) {
+    SKIP_WITHOUT_VULKAN();
+    std::string problem;
+    const auto device = vulkan::Device::open("", true, problem);
+    int anything = 0; // nobody gets as far as the instance and the queue
+    const VulkanContext context(VulkanDevice{reinterpret_cast<VkInstance>(&anything),
+                                             device->physical(), device->handle(), 0,
+                                             reinterpret_cast<VkQueue>(&anything), poorLoader});
+    EXPECT_NE(context.problem().find("the driver has no timeline semaphores"), std::string::npos)
+        << context.problem();
 }
 
 TEST(VulkanErrors, AutoTakesNoSoftwareDevice) {
