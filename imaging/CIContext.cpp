@@ -2,27 +2,42 @@
 
 #include "imaging/cpu/InstructionSets.h"
 #include "imaging/cpu/Renderer.h"
+#include "imaging/vulkan/Renderer.h"
 
 #include <algorithm>
 #include <cmath>
 #include <thread>
 
-using namespace vorn::imaging::cpu;
+using namespace vorn::imaging;
+using cpu::IntRect;
+using cpu::Target;
 
-struct CIContext::State {
+struct CIContext::State : std::enable_shared_from_this<State> {
     ContextOptions options;
     int threads = 1;
     std::string instructionSet;
-    std::unique_ptr<Renderer> renderer;
-    std::string lastError;
+    std::unique_ptr<cpu::Renderer> host; ///< null where only a GPU will do
+    std::shared_ptr<vulkan::Renderer> gpu;
+    std::string deviceProblem, lastError;
 
     bool fail(std::string message) {
         lastError = std::move(message);
         return false;
     }
 
-    bool render(const CIImage& image, void* bytes, size_t bytesPerRow, const IntRect& rect,
-                CIFormat format, CGColorSpace colorSpace) {
+    void openGpu() {
+        const bool isAuto = options.device == DeviceKind::Auto;
+        gpu.reset();
+        if (const auto device = vulkan::Device::open(options.deviceName, !isAuto, deviceProblem)) {
+            gpu = std::make_shared<vulkan::Renderer>(device);
+            gpu->keepsUploads = options.keepsUploads;
+        }
+        if (isAuto) deviceProblem.clear();
+    }
+
+    /// What can be told to be wrong without rendering.
+    bool accepts(const CIImage& image, const void* bytes, size_t bytesPerRow, const IntRect& rect,
+                 CIFormat format) {
         lastError.clear();
         if (!image) return fail("there is no image to render");
         if (!bytes) return fail("there is no memory to render into");
@@ -30,10 +45,38 @@ struct CIContext::State {
         if (rect.isEmpty()) return fail("the rectangle to render is empty");
         if (bytesPerRow < static_cast<size_t>(rect.width()) * bytesPerPixel(format))
             return fail("the rows of the memory to render into are too short");
-        if (renderer->render(image, rect, {bytes, bytesPerRow, format}, options.workingSpace,
-                             colorSpace))
-            return true;
-        return fail(renderer->problem());
+        if (!deviceProblem.empty()) return fail(deviceProblem);
+        return true;
+    }
+
+    /// The GPU, opened again where it was lost; null where the CPU is to render.
+    vulkan::Renderer* usableGpu() {
+        if (gpu && gpu->device()->isLost()) {
+            gpu.reset();
+            if (!host) openGpu();
+        }
+        vulkan::rendererOfThread() = gpu;
+        return gpu.get();
+    }
+
+    bool renderOnHost(const CIImage& image, const IntRect& rect, const Target& target,
+                      CGColorSpace colorSpace) {
+        vulkan::rendererOfThread().reset();
+        if (!host) return fail(deviceProblem);
+        return host->render(image, rect, target, options.workingSpace, colorSpace) ||
+               fail(host->problem());
+    }
+
+    bool render(const CIImage& image, void* bytes, size_t bytesPerRow, const IntRect& rect,
+                CIFormat format, CGColorSpace colorSpace) {
+        if (!accepts(image, bytes, bytesPerRow, rect, format)) return false;
+        const Target target{bytes, bytesPerRow, format};
+        if (vulkan::Renderer* const renderer = usableGpu()) {
+            if (renderer->render(image, rect, target, options.workingSpace, colorSpace))
+                return true;
+            if (!host) return fail(renderer->problem());
+        }
+        return renderOnHost(image, rect, target, colorSpace);
     }
 
     /// Renders the part of `bounds` that a surface or buffer has room for.
@@ -42,6 +85,16 @@ struct CIContext::State {
         IntRect rect = IntRect::around(bounds);
         rect.x1 = std::min(rect.x1, rect.x0 + static_cast<int>(memory.width()));
         rect.y1 = std::min(rect.y1, rect.y0 + static_cast<int>(memory.height()));
+        const bool isWhole = rect.width() == static_cast<int>(memory.width()) &&
+                             rect.height() == static_cast<int>(memory.height());
+        // A picture that fills all of the memory stays on the GPU until somebody looks at it here.
+        if (vulkan::Renderer* const renderer = isWhole && image ? usableGpu() : nullptr)
+            if (auto pixels = renderer->renderOnDevice(image, rect, memory.format(),
+                                                       options.workingSpace, colorSpace)) {
+                lastError.clear();
+                memory.keepOnDevice(std::move(pixels));
+                return true;
+            }
         const size_t rowsAbove =
             memory.height() - static_cast<uint32_t>(std::max(0, rect.height()));
         return render(image, memory.mutableBytes() + rowsAbove * memory.bytesPerRow(),
@@ -49,21 +102,90 @@ struct CIContext::State {
     }
 };
 
-CIContext::CIContext(ContextOptions options) : state_(std::make_unique<State>()) {
-    const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-    state_->threads = std::clamp(options.threads > 0 ? options.threads : cores, 1, 1024);
-    if (options.device == DeviceKind::Reference) {
-        state_->threads = 1;
-        state_->instructionSet = "reference";
-        state_->renderer = makeReferenceRenderer();
-    } else {
-        std::vector<std::string> levels = supportedLevels();
-        const auto chosen = std::find(levels.begin(), levels.end(), options.instructionSet);
-        if (chosen != levels.end()) levels.erase(levels.begin(), chosen);
-        state_->instructionSet = levels.empty() ? "none" : levels.front();
-        state_->renderer = makeTileRenderer(state_->threads, std::move(levels));
+// ---- Renders under way --------------------------------------------------------------------------
+
+struct RenderTask::State {
+    std::shared_ptr<CIContext::State> context;
+    std::shared_ptr<vulkan::Renderer> renderer; ///< null when all is done
+    uint64_t ticket = 0;
+    bool isGood = false;
+    // To render again on the CPU should the GPU fail.
+    CIImage image;
+    IntRect rect;
+    Target target;
+    CGColorSpace colorSpace = CGColorSpace::None;
+
+    ~State() {
+        if (renderer) renderer->forget(ticket);
     }
-    state_->options = std::move(options);
+    bool wait() {
+        const auto by = std::move(renderer);
+        if (!by || by->finish(ticket)) return isGood;
+        if (context->host)
+            isGood = context->renderOnHost(image, rect, target, colorSpace);
+        else
+            isGood = context->fail(by->problem());
+        return isGood;
+    }
+};
+
+RenderTask::RenderTask() = default;
+RenderTask::RenderTask(RenderTask&& other) noexcept = default;
+RenderTask& RenderTask::operator=(RenderTask&& other) noexcept = default;
+RenderTask::~RenderTask() = default;
+
+bool RenderTask::wait() {
+    return state_ && state_->wait();
+}
+
+RenderTask CIContext::startRender(const CIImage& image, void* bytes, size_t bytesPerRow,
+                                  CGRect bounds, CIFormat format, CGColorSpace colorSpace) {
+    RenderTask task;
+    task.state_ = std::make_unique<RenderTask::State>();
+    RenderTask::State& state = *task.state_;
+    state.context = state_;
+    const IntRect rect = IntRect::around(bounds);
+    if (!state_->accepts(image, bytes, bytesPerRow, rect, format)) return task;
+    const Target target{bytes, bytesPerRow, format};
+    if (vulkan::Renderer* const renderer = state_->usableGpu()) {
+        state.ticket =
+            renderer->start(image, rect, target, state_->options.workingSpace, colorSpace);
+        if (state.ticket != 0) {
+            state.renderer = state_->gpu;
+            state.isGood = true;
+            state.image = image, state.rect = rect, state.target = target;
+            state.colorSpace = colorSpace;
+            return task;
+        }
+        if (!state_->host) {
+            state_->fail(renderer->problem());
+            return task;
+        }
+    }
+    state.isGood = state_->renderOnHost(image, rect, target, colorSpace);
+    return task;
+}
+
+// ---- Context ------------------------------------------------------------------------------------
+
+CIContext::CIContext(ContextOptions options) : state_(std::make_shared<State>()) {
+    const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    State& state = *state_;
+    state.threads = std::clamp(options.threads > 0 ? options.threads : cores, 1, 1024);
+    state.options = std::move(options);
+    if (state.options.device == DeviceKind::Reference) {
+        state.threads = 1;
+        state.instructionSet = "reference";
+        state.host = cpu::makeReferenceRenderer();
+        return;
+    }
+    std::vector<std::string> levels = cpu::supportedLevels();
+    const auto chosen = std::find(levels.begin(), levels.end(), state.options.instructionSet);
+    if (chosen != levels.end()) levels.erase(levels.begin(), chosen);
+    state.instructionSet = levels.empty() ? "none" : levels.front();
+    if (state.options.device != DeviceKind::Vulkan)
+        state.host = cpu::makeTileRenderer(state.threads, std::move(levels));
+    if (state.options.device != DeviceKind::CPU) state.openGpu();
 }
 
 CIContext::~CIContext() = default;
@@ -86,8 +208,24 @@ bool CIContext::renderToCVPixelBuffer(const CIImage& image, PixelBuffer& buffer,
 const std::string& CIContext::lastError() const {
     return state_->lastError;
 }
+const std::string& CIContext::deviceProblem() const {
+    return state_->deviceProblem;
+}
 const ContextOptions& CIContext::options() const {
     return state_->options;
+}
+DeviceKind CIContext::device() const {
+    const DeviceKind wanted = state_->options.device;
+    return wanted != DeviceKind::Auto ? wanted : state_->gpu ? DeviceKind::Vulkan : DeviceKind::CPU;
+}
+std::string CIContext::deviceName() const {
+    if (state_->gpu) return state_->gpu->device()->properties().deviceName;
+    return device() == DeviceKind::Reference ? "reference"
+           : device() == DeviceKind::CPU     ? "cpu"
+                                             : "vulkan";
+}
+RenderTimes CIContext::renderTimes() const {
+    return state_->gpu ? state_->gpu->times() : RenderTimes{};
 }
 int CIContext::threads() const {
     return state_->threads;
@@ -96,5 +234,6 @@ const char* CIContext::instructionSet() const {
     return state_->instructionSet.c_str();
 }
 uint64_t CIContext::pixelAllocations() const {
-    return state_->renderer->pixelAllocations();
+    return (state_->host ? state_->host->pixelAllocations() : 0) +
+           (state_->gpu ? state_->gpu->pixelAllocations() : 0);
 }

@@ -59,8 +59,8 @@ bool putOnTop(Node& node, const CIImage& image) {
 CIImage imageOfMemory(const std::shared_ptr<PixelMemory>& memory, CGColorSpace colorSpace,
                       Node::Origin kind) {
     if (!memory) return {};
-    return pixelsImage({memory->bytes(), memory->width(), memory->height(), memory->bytesPerRow(),
-                        memory->format(), memory},
+    return pixelsImage({nullptr, memory->width(), memory->height(), memory->bytesPerRow(),
+                        memory->format(), nullptr, memory},
                        {}, colorSpace, kind);
 }
 

@@ -1,5 +1,6 @@
 #include "imaging/Node.h"
 #include "imaging/cpu/Plan.h"
+#include "imaging/vulkan/Renderer.h"
 #include "vorneffects/CIContext.h"
 
 #include <cstdio>
@@ -31,7 +32,7 @@ struct CIImageAccumulator::State {
         return memory;
     }
 
-    void show(const Memory& memory) {
+    void show(const Memory& memory, std::shared_ptr<DevicePixels> device = nullptr) {
         auto node = makeNode(Node::Kind::Pixels, extent);
         node->origin = Node::Origin::Accumulator;
         node->pixels = {memory.get(),
@@ -39,7 +40,8 @@ struct CIImageAccumulator::State {
                         static_cast<uint32_t>(rect.height()),
                         bytesPerRow,
                         format,
-                        memory};
+                        memory,
+                        std::move(device)};
         image = CIImage(std::move(node));
     }
 };
@@ -75,10 +77,17 @@ CIImage CIImageAccumulator::image() const {
 }
 
 void CIImageAccumulator::setImage(const CIImage& image) {
-    // One context a thread, shared by its accumulators: filters belong to one thread at a time.
-    static thread_local CIContext context;
-    const State::Memory memory = state_->freePicture();
     const cpu::IntRect& rect = state_->rect;
+    // Where this thread renders on a GPU, the picture is made there and stays there.
+    if (const auto gpu = vulkan::rendererOfThread().lock(); gpu && image)
+        if (auto pixels = gpu->renderOnDevice(image, rect, state_->format, CGColorSpace::None,
+                                              CGColorSpace::None)) {
+            state_->show(nullptr, std::move(pixels));
+            return;
+        }
+    // One context a thread, shared by its accumulators: filters belong to one thread at a time.
+    static thread_local CIContext context({.device = DeviceKind::CPU});
+    const State::Memory memory = state_->freePicture();
     const CGRect bounds{double(rect.x0), double(rect.y0), double(rect.width()),
                         double(rect.height())};
     if (memory && context.render(image, memory.get(), state_->bytesPerRow, bounds, state_->format,

@@ -37,11 +37,12 @@ using PoolVector = std::vector<T, PoolAllocator<T>>;
 
 /// Pixels in memory, top row first, premultiplied.
 struct PixelSource {
-    const uint8_t* bytes = nullptr;
+    const uint8_t* bytes = nullptr; ///< null where only `device` has them
     uint32_t width = 0, height = 0;
     size_t bytesPerRow = 0;
     CIFormat format = CIFormat::RGBA8;
     std::shared_ptr<const void> owner;
+    std::shared_ptr<DevicePixels> device = nullptr; ///< gives the bytes that may not be here yet
 };
 
 /// What is told of a node besides how it is computed.
@@ -55,7 +56,7 @@ struct Annotation {
     std::string errorLabel, errorMessage;
 };
 
-struct Node {
+struct Node : std::enable_shared_from_this<Node> {
     enum class Kind : uint8_t {
         Pixels,       ///< `pixels`, lower-left corner at the extent's origin
         Kernel,       ///< `function` over `arguments`

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 
 namespace {
@@ -81,42 +82,82 @@ const char* formatName(CIFormat format) {
     return "unknown";
 }
 
-struct PixelMemory::Locks {
+struct PixelMemory::State {
     std::mutex mutex;
-    size_t readOnly = 0, readWrite = 0;
+    size_t readOnly = 0, readWrite = 0; ///< locks
+    std::shared_ptr<DevicePixels> device;
+    bool isFetched = true; ///< the memory holds what `device` does
 };
 
 PixelMemory::PixelMemory(uint32_t width, uint32_t height, CIFormat format, size_t bytesPerRow,
                          uint8_t* bytes)
     : width_(width), height_(height), format_(format), bytesPerRow_(bytesPerRow), bytes_(bytes),
-      locks_(std::make_unique<Locks>()) {}
+      state_(std::make_unique<State>()) {}
 
 PixelMemory::~PixelMemory() {
     FreeAligned()(bytes_);
 }
 
+/// With the mutex held.
+void PixelMemory::fetch() const {
+    if (state_->isFetched) return;
+    state_->isFetched = true;
+    const uint8_t* from = state_->device->hostBytes();
+    if (!from) return; // the device is gone; what was here before is the best there is
+    const size_t row = size_t{width_} * bytesPerPixel(format_);
+    for (uint32_t y = 0; y < height_; ++y, from += row)
+        std::memcpy(bytes_ + y * bytesPerRow_, from, row);
+}
+
+const uint8_t* PixelMemory::bytes() const {
+    const std::lock_guard guard(state_->mutex);
+    fetch();
+    return bytes_;
+}
+
+uint8_t* PixelMemory::mutableBytes() {
+    const std::lock_guard guard(state_->mutex);
+    fetch();
+    state_->device.reset();
+    return bytes_;
+}
+
+void PixelMemory::keepOnDevice(std::shared_ptr<DevicePixels> pixels) {
+    const std::lock_guard guard(state_->mutex);
+    state_->device = std::move(pixels);
+    state_->isFetched = !state_->device;
+    if (state_->readOnly + state_->readWrite > 0) fetch(); // somebody holds the address
+}
+
+std::shared_ptr<DevicePixels> PixelMemory::onDevice() const {
+    const std::lock_guard guard(state_->mutex);
+    return state_->readWrite > 0 ? nullptr : state_->device;
+}
+
 int32_t PixelMemory::lock(Access access) {
-    const std::lock_guard guard(locks_->mutex);
+    const std::lock_guard guard(state_->mutex);
+    fetch();
     if (access == Access::ReadOnly) {
-        ++locks_->readOnly;
+        ++state_->readOnly;
     } else {
-        if (locks_->readOnly > 0) return kStatusLocked;
-        ++locks_->readWrite;
+        if (state_->readOnly > 0) return kStatusLocked;
+        ++state_->readWrite;
+        state_->device.reset();
     }
     return kStatusSuccess;
 }
 
 int32_t PixelMemory::unlock(Access access) {
-    const std::lock_guard guard(locks_->mutex);
-    size_t& held = access == Access::ReadOnly ? locks_->readOnly : locks_->readWrite;
+    const std::lock_guard guard(state_->mutex);
+    size_t& held = access == Access::ReadOnly ? state_->readOnly : state_->readWrite;
     if (held == 0) return kStatusLocked;
     --held;
     return kStatusSuccess;
 }
 
 bool PixelMemory::isLocked() const {
-    const std::lock_guard guard(locks_->mutex);
-    return locks_->readOnly > 0 || locks_->readWrite > 0;
+    const std::lock_guard guard(state_->mutex);
+    return state_->readOnly > 0 || state_->readWrite > 0;
 }
 
 void* PixelMemory::baseAddress() const {

@@ -116,8 +116,8 @@ INSTANTIATE_TEST_SUITE_P(
         ComplaintCase{"bench VEDummy --size 16x", 2, "WIDTHxHEIGHT"},
         ComplaintCase{"bench VEDummy --format YUV", 2, "RGBA8"},
         ComplaintCase{"bench VEDummy --threads 0", 2, "1 to"},
-        ComplaintCase{"bench VEDummy --device toaster", 2, "cpu, reference or all"},
-        ComplaintCase{"bench VEDummy --device vulkan", 5, "not in this build"},
+        ComplaintCase{"bench VEDummy --device toaster", 2, "vulkan, vulkan:N or all"},
+        ComplaintCase{"bench VEDummy --device vulkan:99", 5, "there is no Vulkan device"},
         ComplaintCase{"bench VEDummy --frames 1 --seconds 1", 2, "exclude"},
         ComplaintCase{"list >/dev/full", 4, "cannot be written"}));
 
@@ -336,7 +336,13 @@ TEST(Bench, ReportsOneMeasurementPerCombination) {
                 "--device all --format RGBAh --set inputIntensity=0.5 --json");
     ASSERT_EQ(run.code, 0) << run.talk;
     std::set<std::string> combinations;
+    size_t onGpus = 0;
     for (const Json& line : run.objects()) {
+        if (line.at("device") == "vulkan") {
+            ++onGpus;
+            EXPECT_GT(line.at("gpu_kernels_ms").get<double>(), 0);
+            EXPECT_GE(line.at("median_ms"), line.at("gpu_kernels_ms"));
+        }
         const double pixels = line.at("width").get<double>() * line.at("height").get<double>();
         const double microseconds = line.at("median_ms").get<double>() * 1e3;
         EXPECT_NEAR(line.at("mpixel_per_s").get<double>() * microseconds, pixels, pixels * 1e-9);
@@ -348,9 +354,11 @@ TEST(Bench, ReportsOneMeasurementPerCombination) {
         combinations.insert(
             Json{line["filter"], line["device"], line["threads"], line["width"]}.dump());
     }
-    // Two filters, two sizes; the CPU with one and two threads, the reference device with one.
-    EXPECT_EQ(combinations.size(), 12U);
-    EXPECT_EQ(run.lines().size(), 12U);
+    // Two filters, two sizes; the CPU with one and two threads, the reference device with one, and
+    // a Vulkan device where there is one.
+    EXPECT_TRUE(onGpus == 0 || onGpus == 4) << onGpus;
+    EXPECT_EQ(combinations.size(), 12U + onGpus);
+    EXPECT_EQ(run.lines().size(), 12U + onGpus);
 }
 
 TEST(Doctor, FindsNothingBrokenHere) {

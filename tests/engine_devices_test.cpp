@@ -350,6 +350,43 @@ TEST_P(DevicesAgree, OnRandomPicturesAndSplits) {
     for (uint32_t seed = 1; seed <= 40 && !HasFatalFailure(); ++seed) tryOne(seed * 7919);
 }
 
+TEST_P(DevicesAgree, OnVulkan) {
+    SKIP_WITHOUT_VULKAN();
+    const Recipe& recipe = GetParam();
+    for (uint32_t seed = 1; seed <= 12 && !HasFatalFailure(); ++seed) {
+        Random random(seed * 104729);
+        const CGRect target = randomTarget(random);
+        const CIFormat format = random.format();
+        std::vector<Bitmap> bitmaps;
+        Sources sources;
+        for (size_t i = 0; i < recipe.sources; ++i) {
+            const CGRect rect = random.chance(0.5) ? target : rectNear(target, random);
+            bitmaps.push_back(randomBitmap(random, static_cast<int>(rect.width),
+                                           static_cast<int>(rect.height), random.format(),
+                                           random.chance(0.3)));
+            sources.push_back(bitmaps.back().image({rect.x, rect.y}));
+        }
+        const CIImage image = recipe.make(sources, target, random);
+        const Bitmap expected = render(referenceContext(), image, target, format);
+        const Bitmap actual = render(*vulkanContext(), image, target, format, 12);
+        ASSERT_TRUE(isClose(actual, expected, toleranceOf(recipe, format)))
+            << "seed " << seed << ", " << formatName(format) << " "
+            << testing::PrintToString(target.width) << " by "
+            << testing::PrintToString(target.height) << " at " << testing::PrintToString(target.x)
+            << ", " << testing::PrintToString(target.y);
+        std::vector<CGRect> parts;
+        split(target, 2, random, parts);
+        Bitmap again(actual.width(), actual.height(), format, 12);
+        for (const CGRect& part : parts)
+            ASSERT_TRUE(vulkanContext()->render(
+                image,
+                again.at(static_cast<int>(part.x - target.x),
+                         static_cast<int>(part.y - target.y + part.height - 1)),
+                again.bytesPerRow(), part, format, CGColorSpace::None));
+        ASSERT_TRUE(again == actual) << "rendered in " << parts.size() << " parts";
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(, DevicesAgree, testing::ValuesIn(kRecipes),
                          [](const auto& test) { return test.param.name; });
 

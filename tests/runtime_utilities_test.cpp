@@ -32,13 +32,15 @@ CIImage errorImage(std::string_view label, std::string_view message) {
     return image;
 }
 
-const vorn::imaging::PixelSource& pixelsOf(const CIImage& image) {
-    return image.node()->pixels;
+vorn::imaging::PixelSource pixelsOf(const CIImage& image) {
+    vorn::imaging::PixelSource pixels = image.node()->pixels;
+    if (pixels.device) pixels.bytes = pixels.device->hostBytes();
+    return pixels;
 }
 
 /// The smallest box around the pixels that differ, y up from the bottom.
 CGRect difference(const CIImage& one, const CIImage& other) {
-    const auto &a = pixelsOf(one), &b = pixelsOf(other);
+    const auto a = pixelsOf(one), b = pixelsOf(other);
     CGRect box;
     for (uint32_t row = 0; row < a.height; ++row)
         for (uint32_t column = 0; column < a.width; ++column)
@@ -56,7 +58,7 @@ TEST(ErrorImage, IsThePictureOfTheResource) {
     ASSERT_TRUE(path);
     const auto picture = decodePNG(dataWithContentsOfFile(*path));
     ASSERT_TRUE(picture);
-    const auto& pixels = pixelsOf(image);
+    const auto pixels = pixelsOf(image);
     ASSERT_EQ(pixels.format, CIFormat::ARGB8);
     ASSERT_EQ(image.extent(), (CGRect{0, 0, double(picture->width), double(picture->height)}));
     for (uint32_t row = 0; row < picture->height; ++row)
@@ -86,7 +88,7 @@ TEST(ErrorImage, BearsTheLabelAndTheMessageAtTheirPlaces) {
     EXPECT_EQ(difference(labelled, withBoth), message);
 
     // The stem of the F is in the colour of the text.
-    const auto& pixels = pixelsOf(labelled);
+    const auto pixels = pixelsOf(labelled);
     const auto row = static_cast<uint32_t>(pixels.height - 1 - 300);
     const auto column = static_cast<uint32_t>(label.x) + 3;
     const uint8_t* ink = pixels.bytes + row * pixels.bytesPerRow + column * 4;

@@ -267,6 +267,18 @@ inline std::vector<CIContext*> everyContext() {
     return contexts;
 }
 
+/// The Vulkan device, a software one where there is no other; null where there is none at all, and
+/// under the thread sanitizer, which knows nothing of the synchronisation inside of drivers.
+inline CIContext* vulkanContext() {
+#ifdef __SANITIZE_THREAD__
+    return nullptr;
+#endif
+    static auto* context = new CIContext({.device = DeviceKind::Vulkan});
+    return context->deviceProblem().empty() ? context : nullptr;
+}
+#define SKIP_WITHOUT_VULKAN()                                                                      \
+    if (!vulkanContext()) GTEST_SKIP() << "there is no Vulkan device"
+
 inline std::string nameOf(const CIContext& context) {
     return std::string(context.instructionSet()) + ", " + std::to_string(context.threads()) +
            " threads";

@@ -1,6 +1,7 @@
 // `vorn bench`: how fast filters render, beside the machine's copy speed.
 #include "catalog.h"
 #include "commands.h"
+#include "device.h"
 #include "imagejson.h"
 #include "measure.h"
 #include "output.h"
@@ -114,12 +115,9 @@ std::vector<Pictures> makePictures(const BenchOptions& options) {
 std::vector<Machine> makeMachines(const BenchOptions& options) {
     constexpr int mostThreads = 256;
     const bool isAll = options.device == "all";
-    if (options.device == "vulkan") {
-        throw CommandError(ExitCode::DeviceMissing, "the Vulkan device is not in this build");
-    }
-    if (!isAll && options.device != "cpu" && options.device != "reference") {
-        throw CommandError(ExitCode::Usage,
-                           fmt::format("--device {}: cpu, reference or all", options.device));
+    ContextOptions wanted;
+    if (!isAll) {
+        readDevice(options.device, wanted, "auto, cpu, reference, vulkan, vulkan:N or all");
     }
     std::vector<int> counts{1};
     if (!options.threads.empty()) {
@@ -128,15 +126,22 @@ std::vector<Machine> makeMachines(const BenchOptions& options) {
         counts.push_back(static_cast<int>(cores));
     }
     std::vector<Machine> machines;
-    const auto add = [&](const char* name, DeviceKind device, int threads) {
-        machines.push_back(
-            {name, threads,
-             std::make_unique<CIContext>(ContextOptions{.device = device, .threads = threads})});
+    const auto add = [&](const char* name, ContextOptions context, int threads) {
+        context.threads = threads;
+        auto made = std::make_unique<CIContext>(context);
+        if (!isAll) requireDevice(*made);
+        if (made->deviceProblem().empty()) machines.push_back({name, threads, std::move(made)});
     };
-    if (isAll || options.device == "cpu") {
-        for (const int count : counts) add("cpu", DeviceKind::CPU, count);
+    if (isAll || wanted.device == DeviceKind::CPU) {
+        for (const int count : counts) add("cpu", {.device = DeviceKind::CPU}, count);
     }
-    if (isAll || options.device == "reference") add("reference", DeviceKind::Reference, 1);
+    if (isAll || wanted.device == DeviceKind::Reference) {
+        add("reference", {.device = DeviceKind::Reference}, 1);
+    }
+    if (isAll) wanted.device = DeviceKind::Vulkan;
+    if (wanted.device == DeviceKind::Vulkan || wanted.device == DeviceKind::Auto) {
+        add(wanted.device == DeviceKind::Auto ? "auto" : "vulkan", wanted, counts.back());
+    }
     return machines;
 }
 
@@ -239,19 +244,75 @@ Effort effortFor(const BenchOptions& options, const Machine& machine) {
     return effort;
 }
 
+CIImage imageOf(CIFilter& filter) {
+    CIImage image = filter.outputImage();
+    if (!image) throw CommandError(ExitCode::Failed, "the filter makes no image");
+    return image;
+}
+
+void renderOrFail(CIContext& context, const CIImage& image, Pictures& pictures) {
+    if (!context.render(image, pictures.target.data(), pictures.bytesPerRow(), pictures.bounds(),
+                        pictures.format)) {
+        failRendering(context);
+    }
+}
+
 /// Renders one filter's frames over and over; the median of the seconds that one takes, from asking
 /// for the output image to its last pixel.
-double measure(CIFilter& filter, const Machine& machine, Pictures& pictures, const Effort& effort) {
+double measure(CIFilter& filter, CIContext& context, Pictures& pictures, const Effort& effort) {
     constexpr uint64_t nanosecondsPerFrame = 1'000'000'000 / 60;
     return medianSeconds(effort, [&](size_t frame) {
         PlatformClock::drive(frame * nanosecondsPerFrame);
-        const CIImage image = filter.outputImage();
-        if (!image) throw CommandError(ExitCode::Failed, "the filter makes no image");
-        if (!machine.context->render(image, pictures.target.data(), pictures.bytesPerRow(),
-                                     pictures.bounds(), pictures.format)) {
-            failRendering(*machine.context);
-        }
+        renderOrFail(context, imageOf(filter), pictures);
     });
+}
+
+/// What a GPU's clock says of a frame, beside the clock on the wall. Medians, in seconds.
+struct GpuMeasure {
+    double kernels = 0, upload = 0, download = 0; ///< on the GPU
+    double wall = 0;                              ///< with the source on the GPU already
+    double wallWithUpload = 0;
+    double copy = 0; ///< on the GPU: a kernel that copies the frame
+};
+
+double medianOf(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const size_t middle = values.size() / 2;
+    if (values.empty()) return 0;
+    return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+GpuMeasure measureGpu(CIFilter& filter, CIContext& context, Pictures& pictures,
+                      const Effort& effort) {
+    GpuMeasure result;
+    ContextOptions uploading = context.options();
+    uploading.keepsUploads = false;
+    CIContext other(uploading);
+    std::vector<double> kernels, uploads, downloads, copies;
+    const auto frames = [&](CIContext& by, const auto& imageFor, const auto& note) {
+        return medianSeconds(effort, [&](size_t frame) {
+            PlatformClock::drive(frame * (1'000'000'000 / 60));
+            renderOrFail(by, imageFor(), pictures);
+            if (frame >= effort.warmUpFrames) note(by.renderTimes());
+        });
+    };
+    result.wall = frames(
+        context, [&] { return imageOf(filter); },
+        [&](const RenderTimes& times) {
+            kernels.push_back(times.kernels);
+            downloads.push_back(times.download);
+        });
+    result.wallWithUpload = frames(
+        other, [&] { return imageOf(filter); },
+        [&](const RenderTimes& times) { uploads.push_back(times.upload); });
+    frames(
+        context, [&] { return pictures.first; },
+        [&](const RenderTimes& times) { copies.push_back(times.kernels); });
+    result.kernels = medianOf(std::move(kernels));
+    result.upload = medianOf(std::move(uploads));
+    result.download = medianOf(std::move(downloads));
+    result.copy = medianOf(std::move(copies));
+    return result;
 }
 
 class Report {
@@ -260,10 +321,6 @@ public:
         for (const FilterEntry& entry : entries) {
             nameWidth_ = std::max(nameWidth_, entry.name.size());
         }
-        if (json_) return;
-        printResult("{:<{}}  {:>4}  {:<9}  {:>7}  {:>11}  {:<6}  {:>9}  {:>9}  {:>9}\n", "FILTER",
-                    nameWidth_, "MODE", "DEVICE", "THREADS", "SIZE", "FORMAT", "MS", "MPIXEL/S",
-                    "COPY");
     }
 
     void add(const FilterEntry& entry, const CIFilter& filter, std::optional<int> mode,
@@ -273,30 +330,79 @@ public:
         const double megapixels = double(width) * height / 1e6;
         const double speed = megapixels / seconds, copySpeed = megapixels / secondsOfCopy;
         if (json_) {
-            const Json line{{"filter", entry.name},
-                            {"settings", settingsJson(entry, filter)},
-                            {"device", machine.device},
-                            {"threads", machine.threads},
-                            {"width", width},
-                            {"height", height},
-                            {"format", formatName(pictures.format)},
-                            {"median_ms", seconds * 1e3},
-                            {"mpixel_per_s", speed},
-                            {"copy_mpixel_per_s", copySpeed}};
+            Json line = firstFields(entry, filter, machine, pictures);
+            line["median_ms"] = seconds * 1e3;
+            line["mpixel_per_s"] = speed;
+            line["copy_mpixel_per_s"] = copySpeed;
             printResult("{}\n", jsonLine(line));
         } else {
-            printResult(
-                "{:<{}}  {:>4}  {:<9}  {:>7}  {:>11}  {:<6}  {:>9.3f}  {:>9.1f}  {:>9.1f}\n",
-                entry.name, nameWidth_, mode ? fmt::format("{}", *mode) : "", machine.device,
-                machine.threads, fmt::format("{}x{}", width, height), formatName(pictures.format),
-                seconds * 1e3, speed, copySpeed);
+            printHeader("{:>9}  {:>9}  {:>9}", "MS", "MPIXEL/S", "COPY");
+            printFirstColumns(entry, mode, machine, pictures);
+            printResult("{:>9.3f}  {:>9.1f}  {:>9.1f}\n", seconds * 1e3, speed, copySpeed);
         }
         std::fflush(results()); // a row as soon as it is known, also through a pipe
     }
 
+    void add(const FilterEntry& entry, const CIFilter& filter, std::optional<int> mode,
+             const Machine& machine, const Pictures& pictures, const GpuMeasure& gpu) {
+        const double ratio = gpu.copy > 0 ? gpu.kernels / gpu.copy : 0;
+        if (json_) {
+            Json line = firstFields(entry, filter, machine, pictures);
+            line["device_name"] = machine.context->deviceName();
+            line["gpu_kernels_ms"] = gpu.kernels * 1e3;
+            line["gpu_upload_ms"] = gpu.upload * 1e3;
+            line["gpu_download_ms"] = gpu.download * 1e3;
+            line["gpu_copy_ms"] = gpu.copy * 1e3;
+            line["kernels_to_copy"] = ratio;
+            const double megapixels = double(pictures.size.width) * pictures.size.height / 1e6;
+            line["median_ms"] = gpu.wall * 1e3;
+            line["mpixel_per_s"] = megapixels / gpu.wall;
+            line["copy_mpixel_per_s"] = gpu.copy > 0 ? megapixels / gpu.copy : 0;
+            line["with_upload_ms"] = gpu.wallWithUpload * 1e3;
+            printResult("{}\n", jsonLine(line));
+        } else {
+            printHeader("{:>9}  {:>9}  {:>6}  {:>9}  {:>9}  {:>9}  {:>11}", "KERNELS", "COPY",
+                        "RATIO", "UPLOAD", "DOWNLOAD", "WALL", "WALL+UPLOAD");
+            printFirstColumns(entry, mode, machine, pictures);
+            printResult("{:>9.3f}  {:>9.3f}  {:>6.2f}  {:>9.3f}  {:>9.3f}  {:>9.3f}  {:>11.3f}\n",
+                        gpu.kernels * 1e3, gpu.copy * 1e3, ratio, gpu.upload * 1e3,
+                        gpu.download * 1e3, gpu.wall * 1e3, gpu.wallWithUpload * 1e3);
+        }
+        std::fflush(results());
+    }
+
 private:
+    static Json firstFields(const FilterEntry& entry, const CIFilter& filter,
+                            const Machine& machine, const Pictures& pictures) {
+        return {{"filter", entry.name},
+                {"settings", settingsJson(entry, filter)},
+                {"device", machine.device},
+                {"threads", machine.threads},
+                {"width", pictures.size.width},
+                {"height", pictures.size.height},
+                {"format", formatName(pictures.format)}};
+    }
+
+    /// Above the first row, and where rows of another kind begin.
+    template <class... Names>
+    void printHeader(fmt::string_view columns, Names... names) {
+        const std::string last = fmt::vformat(columns, fmt::make_format_args(names...));
+        if (last == header_) return;
+        header_ = last;
+        printResult("{:<{}}  {:>4}  {:<9}  {:>7}  {:>11}  {:<6}  {}\n", "FILTER", nameWidth_,
+                    "MODE", "DEVICE", "THREADS", "SIZE", "FORMAT", last);
+    }
+    void printFirstColumns(const FilterEntry& entry, std::optional<int> mode,
+                           const Machine& machine, const Pictures& pictures) {
+        printResult("{:<{}}  {:>4}  {:<9}  {:>7}  {:>11}  {:<6}  ", entry.name, nameWidth_,
+                    mode ? fmt::format("{}", *mode) : "", machine.device, machine.threads,
+                    fmt::format("{}x{}", pictures.size.width, pictures.size.height),
+                    formatName(pictures.format));
+    }
+
     bool json_;
     size_t nameWidth_ = 6;
+    std::string header_;
 };
 
 ExitCode bench(const BenchOptions& options) {
@@ -319,9 +425,14 @@ ExitCode bench(const BenchOptions& options) {
                 for (const Machine& machine : machines) {
                     for (Pictures& pictures : allPictures) {
                         const CIFilterRef filter = prepareFilter(entry, settings, pictures, mode);
+                        const Effort effort = effortFor(options, machine);
+                        if (machine.context->device() == DeviceKind::Vulkan) {
+                            report.add(entry, *filter, mode, machine, pictures,
+                                       measureGpu(*filter, *machine.context, pictures, effort));
+                            continue;
+                        }
                         const double copy = copySeconds(pictures.target.size(), machine.threads);
-                        const double seconds =
-                            measure(*filter, machine, pictures, effortFor(options, machine));
+                        const double seconds = measure(*filter, *machine.context, pictures, effort);
                         report.add(entry, *filter, mode, machine, pictures, seconds, copy);
                     }
                 }
@@ -346,7 +457,9 @@ void addBenchCommand(CLI::App& app, Action& action) {
     command->add_option("--size", options->sizes, "Frame sizes (default 1920x1080)")
         ->allow_extra_args(false)
         ->type_name("WxH[,WxH...]");
-    command->add_option("--device", options->device, "cpu (the default), reference or all")
+    command
+        ->add_option("--device", options->device,
+                     "cpu (the default), reference, vulkan, vulkan:N, auto\nor all")
         ->type_name("NAME");
     command->add_option("--threads", options->threads, "Thread counts (default: 1 and all cores)")
         ->type_name("N[,N...]");
@@ -372,10 +485,14 @@ void addBenchCommand(CLI::App& app, Action& action) {
     command->footer(
         "Inputs have their advertised defaults; images are the test card. COPY is the speed at\n"
         "which this machine copies a frame of the same bytes with as many threads, measured just\n"
-        "before: no filter is faster than that.\n\n"
+        "before: no filter is faster than that.\n"
+        "On a Vulkan device: milliseconds by the device's own clock of the kernels, of a kernel\n"
+        "that copies the frame, and of bringing the frame there and back; RATIO is that of the\n"
+        "first two. WALL is the whole frame with the source on the device already.\n\n"
         "Examples:\n"
         "  vorn bench VESolarize --set inputIntensity=0.5\n"
         "  vorn bench --size 3840x2160 --threads 1 --json > speeds.jsonl\n"
+        "  vorn bench --device vulkan --size 3840x2160\n"
         "  vorn bench VEMirrors --modes");
     command->callback([options, &action] { action = [options] { return bench(*options); }; });
 }

@@ -75,11 +75,11 @@ void checkProcessor(Findings& findings) {
 }
 
 /// Renders a colour; what went wrong, or nothing.
-std::string deviceProblem(DeviceKind device) {
+std::string deviceProblem(const ContextOptions& options) {
     constexpr int side = 4;
     constexpr float wanted[] = {0.25F, 0.5F, 0.75F, 1};
     float pixels[side * side * 4] = {};
-    CIContext context({.device = device});
+    CIContext context(options);
     const CIImage image =
         CIImage::imageWithColor(CIColor(wanted[0], wanted[1], wanted[2], wanted[3]));
     if (!context.render(image, pixels, side * 4 * sizeof(float), {0, 0, side, side},
@@ -93,19 +93,94 @@ std::string deviceProblem(DeviceKind device) {
     return {};
 }
 
+Json familyJson(const GPUDevice::QueueFamily& family) {
+    Json abilities = Json::array();
+    if (family.graphics) abilities.push_back("graphics");
+    if (family.compute) abilities.push_back("compute");
+    if (family.transfer) abilities.push_back("transfer");
+    if (family.timestamps) abilities.push_back("timestamps");
+    return {{"queues", family.queues}, {"abilities", abilities}};
+}
+
+std::string familiesText(const GPUDevice& device) {
+    std::vector<std::string> families;
+    for (const GPUDevice::QueueFamily& family : device.queueFamilies) {
+        std::string letters;
+        if (family.graphics) letters += 'g';
+        if (family.compute) letters += 'c';
+        if (family.transfer) letters += 't';
+        families.push_back(fmt::format("{}x{}", family.queues, letters));
+    }
+    return joined(families);
+}
+
+std::string cacheText(const std::string& file) {
+    if (file.empty()) return "none, there is no cache folder";
+    std::error_code error;
+    const auto size = std::filesystem::file_size(file, error);
+    return error ? fmt::format("{}, not written yet", file)
+                 : fmt::format("{}, {} bytes", file, size);
+}
+
+/// Every Vulkan device. That there is none is not broken; one that renders wrongly is.
+void checkVulkan(Findings& findings, Json& devices, std::vector<std::string>& words) {
+    std::string none;
+    const std::vector<GPUDevice> all = gpuDevices(&none);
+    if (all.empty()) {
+        devices.push_back({{"name", "vulkan"}, {"available", false}, {"note", none}});
+        words.push_back(fmt::format("vulkan ({})", none));
+    }
+    Json list = Json::array();
+    for (const GPUDevice& device : all) {
+        const std::string name = fmt::format("vulkan:{}", device.number);
+        std::string problem = device.problem;
+        if (problem.empty()) {
+            problem = deviceProblem(
+                {.device = DeviceKind::Vulkan, .deviceName = std::to_string(device.number)});
+            if (!problem.empty()) findings.addProblem(fmt::format("device {}: {}", name, problem));
+        }
+        devices.push_back({{"name", name}, {"available", problem.empty()}, {"note", problem}});
+        words.push_back(problem.empty() ? name : fmt::format("{} ({})", name, problem));
+        Json families = Json::array();
+        for (const auto& family : device.queueFamilies) families.push_back(familyJson(family));
+        list.push_back({{"number", device.number},
+                        {"name", device.name},
+                        {"kind", device.kind},
+                        {"driver", device.driver},
+                        {"api_version", device.apiVersion},
+                        {"largest_side", device.largestSide},
+                        {"memory_bytes", device.memoryBytes},
+                        {"queue_families", families},
+                        {"shares_dma_bufs", device.sharesDmaBufs},
+                        {"pipeline_cache", device.pipelineCache},
+                        {"problem", problem}});
+        findings.add("vulkan", list, name, fmt::format("{} ({})", device.name, device.kind));
+        findings.add("vulkan", list, "  driver",
+                     fmt::format("{}, Vulkan {}", device.driver, device.apiVersion));
+        findings.add("vulkan", list, "  limits",
+                     fmt::format("{} pixels a side, {} MiB of its own memory", device.largestSide,
+                                 device.memoryBytes >> 20));
+        findings.add("vulkan", list, "  queues",
+                     fmt::format("{} (graphics, compute, transfer)", familiesText(device)));
+        findings.add("vulkan", list, "  shares dma-bufs", device.sharesDmaBufs ? "yes" : "no");
+        findings.add("vulkan", list, "  pipeline cache", cacheText(device.pipelineCache));
+    }
+    if (all.empty()) findings.add("vulkan", list, "vulkan", none);
+}
+
 void checkDevices(Findings& findings) {
     Json devices = Json::array();
     std::vector<std::string> words;
     for (const auto& [name, kind] :
          {std::pair{"cpu", DeviceKind::CPU}, std::pair{"reference", DeviceKind::Reference}}) {
-        const std::string problem = deviceProblem(kind);
+        const std::string problem = deviceProblem({.device = kind});
         devices.push_back({{"name", name}, {"available", problem.empty()}, {"note", problem}});
         words.push_back(name);
         if (!problem.empty()) findings.addProblem(fmt::format("device {}: {}", name, problem));
     }
-    devices.push_back({{"name", "vulkan"}, {"available", false}, {"note", "not in this build"}});
-    words.push_back("vulkan (not in this build)");
+    checkVulkan(findings, devices, words);
     findings.add("devices", std::move(devices), "devices", joined(words));
+    findings.add("auto", CIContext().deviceName(), "auto takes", CIContext().deviceName());
 }
 
 void checkFonts(Findings& findings) {

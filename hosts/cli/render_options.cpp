@@ -1,6 +1,7 @@
 #include "render_options.h"
 
 #include "commands.h"
+#include "device.h"
 #include "render_text.h"
 #include "values.h"
 
@@ -45,16 +46,6 @@ constexpr const char helpText[] =
     "  vorn render photo.jpg fade.mp4 --duration 4 --filter VEGobo --animate mixer=0:0,4:1\n"
     "  vorn render film.mp4 - --filter VEGobo | ffplay -f rawvideo \\\n"
     "      -pixel_format rgba -video_size 854x480 -framerate 24 -\n\n";
-
-DeviceKind deviceNamed(const std::string& name) {
-    if (name == "auto") return DeviceKind::Auto;
-    if (name == "cpu") return DeviceKind::CPU;
-    if (name == "reference") return DeviceKind::Reference;
-    if (name == "vulkan") {
-        throw CommandError(ExitCode::DeviceMissing, "the Vulkan device is not in this build");
-    }
-    throw CommandError(ExitCode::Usage, fmt::format("--device {}: cpu, reference or auto", name));
-}
 
 CGColorSpace workingSpaceNamed(const std::string& name) {
     if (name == "none") return CGColorSpace::None;
@@ -109,7 +100,7 @@ void refuseOverwriting(const std::string& output, const std::string& input) {
 
 RenderOptions readRenderOptions(const RenderArguments& arguments) {
     RenderOptions options;
-    options.context.device = deviceNamed(arguments.device);
+    readDevice(arguments.device, options.context);
     options.context.workingSpace = workingSpaceNamed(arguments.workingSpace);
     options.context.threads = arguments.threads;
     options.source = readSource(arguments);
@@ -179,7 +170,9 @@ void addRenderOptions(CLI::App& command, RenderArguments& arguments) {
     command.add_flag("--alpha", arguments.keepsAlpha,
                      "Keep transparency where the codec can (default: when\n"
                      "the input or the first frame of the result has any)");
-    addText("--device", "NAME", arguments.device, "cpu, reference or auto (the default)");
+    addText("--device", "NAME", arguments.device,
+            "auto (the default: a GPU if there is one, else the CPU),\n"
+            "cpu, reference, vulkan, or vulkan:N by number or name");
     command
         .add_option("--threads", arguments.threads,
                     "For the effects and decoding (default: one per core)")

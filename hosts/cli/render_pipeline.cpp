@@ -1,6 +1,7 @@
 #include "render_pipeline.h"
 
 #include "commands.h"
+#include "device.h"
 #include "output.h"
 #include "render_interrupt.h"
 #include "render_pixels.h"
@@ -8,6 +9,7 @@
 #include "render_queue.h"
 
 #include <atomic>
+#include <deque>
 #include <exception>
 #include <limits>
 #include <thread>
@@ -47,7 +49,8 @@ class Pipeline {
 public:
     explicit Pipeline(const RenderOptions& options)
         : options_(options), source_(openSource(options.source)),
-          progress_(expectedFrames(), options.isQuiet) {
+          progress_(expectedFrames(), options.isQuiet), context_(options.context) {
+        requireDevice(context_);
         for (const std::string& name : options.chain.imageNames()) {
             secondImages_.emplace_back(name, source_.size, source_.rate, source_.range.startSeconds,
                                        options.source.threads);
@@ -103,49 +106,87 @@ private:
         }
     }
 
-    /// The main thread's work: every frame that is decoded goes through the effects.
+    /// A picture that is being rendered.
+    struct UnderWay {
+        RenderTarget target;
+        double seconds;
+        std::int64_t number;
+    };
+
+    /// The main thread's work: every frame that is decoded goes through the effects. A GPU works on
+    /// a few frames while the next ones are prepared and the last ones handed on.
     void applyEffects() {
-        while (std::optional<DecodedFrame> decoded = decoded_.pop()) {
-            std::optional<RenderTarget> target(render(*decoded));
-            decoded.reset();
-            if (!writer_) {
-                media::Frame first = target->takeFrame();
-                openWriter(first);
-                write(first);
-                encoder_ = Worker([this] { encode(); });
-            } else if (!rendered_.push(std::move(*target))) {
-                return; // the encoder has failed
+        const size_t mostUnderWay = context_.device() == DeviceKind::Vulkan ? 2 : 0;
+        std::deque<UnderWay> underWay;
+        const auto handOnAllBut = [&](size_t count) {
+            while (underWay.size() > count) {
+                if (!handOn(underWay.front())) return false;
+                underWay.pop_front();
             }
-            progress_.update(++framesRendered_);
-            if (writer_->output().isSinglePicture) {
-                isCutShort_ = true;
-                return;
+            return true;
+        };
+        try {
+            while (std::optional<DecodedFrame> decoded = decoded_.pop()) {
+                underWay.push_back(start(*decoded));
+                decoded.reset();
+                // The first frame decides how the others are written.
+                if (!handOnAllBut(writer_ ? mostUnderWay : 0)) return;
+                if (writer_->output().isSinglePicture) {
+                    isCutShort_ = true;
+                    return;
+                }
             }
+        } catch (...) {
+            const std::exception_ptr failure = std::current_exception();
+            handOnAllBut(0); // what was started before is kept
+            std::rethrow_exception(failure);
         }
+        handOnAllBut(0);
     }
 
-    RenderTarget render(const DecodedFrame& decoded) {
+    /// Waits for a picture and gives it to the encoder; false when that has failed.
+    bool handOn(UnderWay& done) {
+        withFrameInErrors(done, [&] { done.target.wait(context_); });
+        if (!writer_) {
+            media::Frame first = done.target.takeFrame();
+            openWriter(first);
+            write(first);
+            encoder_ = Worker([this] { encode(); });
+        } else if (!rendered_.push(std::move(done.target))) {
+            return false;
+        }
+        progress_.update(++framesRendered_);
+        return true;
+    }
+
+    UnderWay start(const DecodedFrame& decoded) {
         const std::int64_t time = decoded.frame.timeNanoseconds();
         PlatformClock::drive(static_cast<uint64_t>(std::max<std::int64_t>(0, time)));
         if (!chain_) {
             firstTime_ = source_.range.startSeconds > 0 ? time : 0;
             chain_.emplace(options_.chain);
-            context_.emplace(options_.context);
         }
-        const double seconds = static_cast<double>(time - firstTime_) / 1e9;
-        RenderTarget target(source_.size, source_.format, pools_);
-        target.pts = decoded.frame.pts;
-        target.duration = decoded.frame.duration;
-        target.timeBase = decoded.frame.timeBase;
-        try {
-            target.render(*context_,
-                          chain_->apply(decoded.frame.image, decoded.secondImages, seconds));
-        } catch (const CommandError& error) {
-            throw CommandError(error.code(), fmt::format("frame {} at {:.3f} s: {}",
-                                                         framesRendered_, seconds, error.what()));
-        }
+        UnderWay started{RenderTarget(source_.size, source_.format, pools_),
+                         static_cast<double>(time - firstTime_) / 1e9, framesStarted_++};
+        started.target.pts = decoded.frame.pts;
+        started.target.duration = decoded.frame.duration;
+        started.target.timeBase = decoded.frame.timeBase;
+        withFrameInErrors(started, [&] {
+            started.target.start(context_, chain_->apply(decoded.frame.image, decoded.secondImages,
+                                                         started.seconds));
+        });
         for (const std::string& message : chain_->takeMessages()) warn(message);
-        return target;
+        return started;
+    }
+
+    template <class Work>
+    static void withFrameInErrors(const UnderWay& frame, Work work) {
+        try {
+            work();
+        } catch (const CommandError& error) {
+            throw CommandError(error.code(), fmt::format("frame {} at {:.3f} s: {}", frame.number,
+                                                         frame.seconds, error.what()));
+        }
     }
 
     void encode() {
@@ -258,12 +299,12 @@ private:
     TargetPools pools_;
     BoundedQueue<DecodedFrame> decoded_{queueLength};
     BoundedQueue<RenderTarget> rendered_{queueLength};
-    std::optional<CIContext> context_;
+    CIContext context_;
     std::optional<Chain> chain_;
     std::optional<media::Writer> writer_;
     std::exception_ptr encodingFailure_;
     std::int64_t firstTime_ = 0; ///< in nanoseconds: where the output begins
-    std::int64_t framesRendered_ = 0;
+    std::int64_t framesStarted_ = 0, framesRendered_ = 0;
     // Of the decoding and the encoding thread until they end.
     std::atomic<bool> isInterrupted_ = false, isCutShort_ = false;
     bool isAlphaWanted_ = false, isAlphaLost_ = false, isFinished_ = false;

@@ -73,12 +73,14 @@ RenderTarget::RenderTarget(media::Size size, media::PixelFormat format, TargetPo
     frame_ = isDeep_ ? takeFloats(size, pools.rendered) : pools.rendered.acquire(size, format);
 }
 
-void RenderTarget::render(CIContext& context, const CIImage& image) {
+void RenderTarget::start(CIContext& context, const CIImage& image) {
     const CGRect bounds{0, 0, static_cast<double>(size_.width), static_cast<double>(size_.height)};
-    if (context.render(image, frame_.pixels(), frame_.strideBytes(), bounds,
-                       isDeep_ ? CIFormat::RGBAf : CIFormat::RGBA8)) {
-        return;
-    }
+    task_ = context.startRender(image, frame_.pixels(), frame_.strideBytes(), bounds,
+                                isDeep_ ? CIFormat::RGBAf : CIFormat::RGBA8);
+}
+
+void RenderTarget::wait(const CIContext& context) {
+    if (task_.wait()) return;
     throw CommandError(ExitCode::Failed, "rendering failed: " + context.lastError());
 }
 

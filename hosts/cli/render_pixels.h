@@ -23,8 +23,10 @@ public:
     /// `pools` outlives the target.
     RenderTarget(media::Size size, media::PixelFormat format, TargetPools& pools);
 
-    /// Renders the rectangle (0, 0, width, height) of an image. A `CommandError` when that fails.
-    void render(CIContext& context, const CIImage& image);
+    /// Starts to render the rectangle (0, 0, width, height) of an image.
+    void start(CIContext& context, const CIImage& image);
+    /// Waits for that. A `CommandError` when it has failed.
+    void wait(const CIContext& context);
     /// The frame of the format that was asked for, with its alpha stated. Called once.
     media::Frame takeFrame();
 
@@ -36,6 +38,7 @@ private:
     media::Size size_;
     media::FramePool* words_;
     media::Frame frame_; ///< what is rendered into: 8-bit pixels or floats
+    RenderTask task_;
     bool isDeep_;
 };
 

@@ -13,9 +13,12 @@ int bounded(double value) {
 
 kernelabi::ChannelOrder orderOf(CIFormat format) {
     switch (format) {
-    case CIFormat::BGRA8: return {2, 1, 0, 3};
-    case CIFormat::ARGB8: return {1, 2, 3, 0};
-    default: return {0, 1, 2, 3};
+    case CIFormat::BGRA8:
+        return {2, 1, 0, 3};
+    case CIFormat::ARGB8:
+        return {1, 2, 3, 0};
+    default:
+        return {0, 1, 2, 3};
     }
 }
 
@@ -63,7 +66,8 @@ Edge Plan::resolve(const CIImage& image, CGColorSpace wanted) {
     while (base.node()->kind == Node::Kind::Crop || base.node()->kind == Node::Kind::Intermediate) {
         if (base.node()->kind == Node::Kind::Crop)
             edge.clip = edge.clip.intersection(IntRect::around(base.extent()));
-        else keep = true;
+        else
+            keep = true;
         base = CIImage(base.node()->children[0]);
     }
     edge.step = stepFor(base);
@@ -88,8 +92,11 @@ int Plan::conversionOf(int step, const char* kernel) {
         if (known.from == step && known.kernel == kernel) return known.to;
     const auto function = frameworkKernel(kernel);
     Step conversion;
-    if (function) conversion.code = function->module->entry(function->index, *settings_.levels);
-    if (!conversion.code.generic) fail("the framework's colour conversion kernels are missing");
+    conversion.function = function.get(); // kernels of the framework stay
+    if (function && settings_.levels)
+        conversion.code = function->module->entry(function->index, *settings_.levels);
+    if (!function || (settings_.levels && !conversion.code.generic))
+        fail("the framework's colour conversion kernels are missing");
     conversion.extent = steps_[static_cast<size_t>(step)].extent;
     conversion.firstEdge = static_cast<int>(edges_.size());
     conversion.edgeCount = 1;
@@ -116,7 +123,12 @@ int Plan::stepFor(const CIImage& image) {
         step.extent.x1 = step.extent.x0 + static_cast<int>(pixels.width);
         step.extent.y1 = step.extent.y0 + static_cast<int>(pixels.height);
         step.memoryRect = step.extent;
-        step.memory = {pixels.bytes,
+        const uint8_t* bytes = pixels.bytes;
+        if (pixels.device && settings_.levels) {
+            bytes = pixels.device->hostBytes();
+            if (!bytes) fail("an image on another device cannot be read");
+        }
+        step.memory = {bytes,
                        static_cast<int64_t>(pixels.bytesPerRow),
                        0,
                        pixels.format == CIFormat::RGBAf   ? kernelabi::kFloat
@@ -133,8 +145,9 @@ int Plan::stepFor(const CIImage& image) {
         return static_cast<int>(steps_.size()) - 1;
     }
     const KernelFunction& function = *node->function;
-    step.code = function.module->entry(function.index, *settings_.levels);
-    if (!step.code.generic) {
+    step.function = &function;
+    if (settings_.levels) step.code = function.module->entry(function.index, *settings_.levels);
+    if (settings_.levels && !step.code.generic) {
         fail("kernel '" + function.declaration().name + "' has no code for this processor");
         return -1;
     }
@@ -180,12 +193,14 @@ void Plan::propagateNeeds(const IntRect& rect) {
                 // An identity rule promises that only the own pixel is read. This kernel reads
                 // elsewhere, so it gets the whole input.
                 const RegionOfInterest& rule = step.node->regionOfInterest;
-                if (rule.kind() == RegionOfInterest::Kind::Identity) wanted = source.extent;
-                else wanted = IntRect::around(rule.rectFor(e, destination).grownBy(1));
+                if (rule.kind() == RegionOfInterest::Kind::Identity)
+                    wanted = source.extent;
+                else
+                    wanted = IntRect::around(rule.rectFor(e, destination).grownBy(1));
                 if (!source.isMemory) source.materialised = true;
             }
-            source.needed = source.needed.unionWith(
-                wanted.intersection(edge.clip).intersection(source.extent));
+            source.needed =
+                source.needed.unionWith(wanted.intersection(edge.clip).intersection(source.extent));
         }
     }
 }

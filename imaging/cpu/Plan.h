@@ -55,16 +55,17 @@ struct Step {
     kernelabi::SourceView memory{}; ///< of memory, and of a materialised step once it is computed
     IntRect memoryRect;
 
-    KernelModule::Entry code;
+    const KernelFunction* function = nullptr; ///< null for memory
+    KernelModule::Entry code;                 ///< of the level that is wanted
     const float* arguments = nullptr;
     int firstEdge = 0, edgeCount = 0;
-    IntRect extent; ///< nothing but transparent black outside
-    IntRect needed; ///< what all readers together read of it
+    IntRect extent;            ///< nothing but transparent black outside
+    IntRect needed;            ///< what all readers together read of it
     bool materialised = false; ///< computed once, as a whole, into memory of its own
 };
 
 struct PlanSettings {
-    const std::vector<std::string>* levels = nullptr;
+    const std::vector<std::string>* levels = nullptr; ///< null: not for a processor
     CGColorSpace workingSpace = CGColorSpace::None;
     CGColorSpace outputSpace = CGColorSpace::None;
 };

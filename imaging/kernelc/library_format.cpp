@@ -73,6 +73,19 @@ const char* thisProcessor() {
 #endif
 }
 
+size_t sourceCount(const Function& function) {
+    size_t count = function.kind == FunctionKind::Warp ? 1 : 0;
+    for (const Parameter& parameter : function.parameters) count += isImage(parameter.type);
+    return count;
+}
+
+size_t callBytes(const Function& function) {
+    size_t arguments = 0;
+    for (const Parameter& parameter : function.parameters)
+        arguments += static_cast<size_t>(flattenedSize(parameter.type));
+    return kRegionBytes + kSourceBytes * sourceCount(function) + 4 * arguments;
+}
+
 std::string serialize(const Library& library) {
     Writer body;
     body.block(library.name);

@@ -16,7 +16,7 @@
 
 namespace vorn::kernelc {
 
-inline constexpr uint32_t kFormatVersion = 1;
+inline constexpr uint32_t kFormatVersion = 2;
 
 enum class FunctionKind : uint8_t { General = 0, Color = 1, Warp = 2 };
 enum class ParameterType : uint8_t {
@@ -62,6 +62,15 @@ struct Function {
     std::vector<Parameter> parameters;
     std::vector<uint32_t> spirv;
 };
+
+/// The block of values that a shader gets: four numbers that say where its pixels lie, the extent
+/// and the place of each source, and the flattened arguments. Up to this size they are push
+/// constants, which every device takes; a larger block is a uniform buffer, binding 2.
+inline constexpr size_t kMostPushedBytes = 128;
+inline constexpr size_t kRegionBytes = 16, kSourceBytes = 32;
+/// How many images a function reads; a warp kernel's image counts.
+size_t sourceCount(const Function& function);
+size_t callBytes(const Function& function);
 
 struct Code {
     std::string level; ///< "reference", "x86-64-v2", …

@@ -8,9 +8,11 @@
 #include <string>
 #include <vector>
 
-/// The devices that compute pictures. `Reference` runs the same kernels one pixel at a time over
-/// whole images: slow, simple, and the measure for the others.
-enum class DeviceKind : uint8_t { Auto, CPU, Reference };
+/// The devices that compute pictures. `Vulkan` is a GPU, or a software device that is made to look
+/// like one. `Auto` takes a GPU when there is one that can be used, never a software device, and
+/// else, or where the GPU fails, the CPU. `Reference` runs the same kernels one pixel at a time
+/// over whole images: slow, simple, and the measure for the others.
+enum class DeviceKind : uint8_t { Auto, CPU, Reference, Vulkan };
 
 struct ContextOptions {
     DeviceKind device = DeviceKind::Auto;
@@ -18,6 +20,58 @@ struct ContextOptions {
     CGColorSpace workingSpace = CGColorSpace::None; ///< None: values are worked on as stored
     /// CPU instruction-set level by name ("x86-64-v2", …); empty: the best that the processor has.
     std::string instructionSet = {};
+    /// Of several Vulkan devices, the one of that number or with that in its name; empty: the best,
+    /// which is a software device when that is all there is.
+    std::string deviceName = {};
+    /// Whether images that have been brought to a GPU stay there for further renders. Off only to
+    /// measure what bringing them costs.
+    bool keepsUploads = true;
+};
+
+/// A Vulkan device of this machine.
+struct GPUDevice {
+    struct QueueFamily {
+        uint32_t queues = 0;
+        bool graphics = false, compute = false, transfer = false, timestamps = false;
+    };
+    int number = 0; ///< as `ContextOptions::deviceName` takes it
+    std::string name, driver, apiVersion;
+    std::string kind; ///< "discrete", "integrated", "virtual", "software", "other"
+    bool isSoftware = false;
+    bool sharesDmaBufs = false;
+    uint32_t largestSide = 0; ///< of an image, in pixels
+    uint64_t memoryBytes = 0; ///< of the largest heap that is the device's own
+    std::vector<QueueFamily> queueFamilies;
+    std::string problem;       ///< why it cannot be used; empty: it can
+    std::string pipelineCache; ///< the file that its compiled kernels are kept in
+};
+
+/// The Vulkan devices of this machine; `problem` gets why there are none.
+std::vector<GPUDevice> gpuDevices(std::string* problem = nullptr);
+
+/// How long the parts of a render took on a GPU, in seconds.
+struct RenderTimes {
+    double upload = 0, kernels = 0, download = 0;
+};
+
+class CIContext;
+
+/// A render that has been started. Destroying it without waiting gives its pixels up.
+class RenderTask {
+public:
+    RenderTask();
+    RenderTask(RenderTask&& other) noexcept;
+    RenderTask& operator=(RenderTask&& other) noexcept;
+    ~RenderTask();
+
+    /// Waits until the pixels are in their memory. False, with the context's `lastError` set, when
+    /// the render has failed. To be called on the thread that renders with the context.
+    bool wait();
+
+private:
+    friend class CIContext;
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
 /// Renders images. Keeps its threads and memory between frames, so hosts keep their context. One
@@ -35,6 +89,11 @@ public:
     /// below the row, or memory that runs out.
     bool render(const CIImage& image, void* bytes, size_t bytesPerRow, CGRect bounds,
                 CIFormat format, CGColorSpace colorSpace = CGColorSpace::SRGB);
+    /// Starts the same. The memory that is rendered into, and that of the sources, has to stay as
+    /// it is until the task has been waited for or destroyed. On a GPU a few renders can be under
+    /// way together; the CPU renders at once.
+    RenderTask startRender(const CIImage& image, void* bytes, size_t bytesPerRow, CGRect bounds,
+                           CIFormat format, CGColorSpace colorSpace = CGColorSpace::SRGB);
     /// Renders so that the lower-left corner of `bounds` falls on that of the surface or buffer;
     /// what lies outside of it is left out.
     bool renderToIOSurface(const CIImage& image, Surface& surface, CGRect bounds,
@@ -43,16 +102,28 @@ public:
                                CGColorSpace colorSpace = CGColorSpace::SRGB);
 
     const std::string& lastError() const;
+    /// Why the device that was asked for is not there; empty when it is. Renders fail with the
+    /// same.
+    const std::string& deviceProblem() const;
+    /// The device that computes: CPU, Reference or Vulkan, and its name ("cpu", "reference", or
+    /// that of the GPU).
+    DeviceKind device() const;
+    std::string deviceName() const;
+    /// What the last render that was waited for took on a GPU; zeros on other devices.
+    RenderTimes renderTimes() const;
     const ContextOptions& options() const;
     int threads() const;
     /// The instruction-set level in use ("reference" on that device).
     const char* instructionSet() const;
-    /// Heap allocations of pixel memory since the context was made; stands still in a steady state.
+    /// Allocations of pixel memory, on the heap or on the device, since the context was made;
+    /// stands still in a steady state.
     uint64_t pixelAllocations() const;
 
 private:
+    friend class RenderTask;
+    friend struct RenderTask::State;
     struct State;
-    std::unique_ptr<State> state_;
+    std::shared_ptr<State> state_;
 };
 
 /// The instruction-set levels that this processor can run, best first.

@@ -114,14 +114,23 @@ inline constexpr int32_t kStatusInvalidSize = -6661;
 inline constexpr int32_t kStatusInvalidPixelFormat = -6680;
 inline constexpr int32_t kStatusLocked = -6672;
 
+/// Pixels that a device keeps in memory of its own.
+class DevicePixels {
+public:
+    virtual ~DevicePixels() = default;
+    /// The pixels in the host's memory, fetched when that is first asked for; null when they cannot
+    /// be had.
+    virtual const uint8_t* hostBytes() = 0;
+};
+
 /// Memory for pixels, top row first, owned and shared by reference counting. Rows start at
 /// multiples of 64 bytes unless a stride is asked for. The memory may be touched only between
 /// `lock` and `unlock` (locks nest and count; a read-only lock must be unlocked as such).
-class PixelMemory {
+class PixelMemory : public DevicePixels {
 public:
     PixelMemory(const PixelMemory&) = delete;
     PixelMemory& operator=(const PixelMemory&) = delete;
-    virtual ~PixelMemory();
+    ~PixelMemory() override;
 
     uint32_t width() const { return width_; }
     uint32_t height() const { return height_; }
@@ -139,8 +148,15 @@ public:
     bool isLocked() const;
 
     /// The memory for the image framework itself, which follows the render order and not locks.
-    const uint8_t* bytes() const { return bytes_; }
-    uint8_t* mutableBytes() { return bytes_; }
+    const uint8_t* bytes() const;
+    uint8_t* mutableBytes();
+    const uint8_t* hostBytes() override { return bytes(); }
+
+    /// What the memory holds is on a device from now on, rows without padding, until somebody
+    /// writes to it. It is fetched when somebody reads it here.
+    void keepOnDevice(std::shared_ptr<DevicePixels> pixels);
+    /// Those pixels; null when the memory has been written to since.
+    std::shared_ptr<DevicePixels> onDevice() const;
 
 protected:
     PixelMemory(uint32_t width, uint32_t height, CIFormat format, size_t bytesPerRow,
@@ -151,8 +167,9 @@ private:
     CIFormat format_;
     size_t bytesPerRow_;
     uint8_t* bytes_;
-    struct Locks;
-    std::unique_ptr<Locks> locks_;
+    void fetch() const;
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
 /// A pixel buffer (`CVPixelBuffer`), filled with zeros when made.

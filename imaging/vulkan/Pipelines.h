@@ -1,0 +1,64 @@
+// Kernels as compute pipelines, and the driver's cache of them in a file.
+#pragma once
+
+#include "imaging/KernelLibrary.h"
+#include "imaging/vulkan/Api.h"
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <tuple>
+
+namespace vorn::imaging::vulkan {
+
+class Device;
+
+/// How a pipeline stores its pixels: `vornOrder` of the shader.
+enum class Store : int32_t { AsItIs = 0, RGBA8 = 1, BGRA8 = 2, ARGB8 = 3 };
+
+struct Pipeline {
+    VkPipeline handle = VK_NULL_HANDLE;
+    VkPipelineLayout layout = VK_NULL_HANDLE;
+    VkDescriptorSetLayout sets = VK_NULL_HANDLE;
+    uint32_t sources = 0, callBytes = 0;
+    bool pushesCall = true; ///< else the call's values come from a uniform buffer
+};
+
+class Pipelines {
+public:
+    explicit Pipelines(Device& device);
+    ~Pipelines();
+
+    /// The pipeline of a kernel, made when it is first asked for.
+    const Pipeline& pipelineFor(const KernelFunction& function, Store store);
+    /// Writes the cache file when there is something new in it. Nothing that goes wrong with that
+    /// counts.
+    void save();
+
+private:
+    struct Layout {
+        VkDescriptorSetLayout sets = VK_NULL_HANDLE;
+        VkPipelineLayout layout = VK_NULL_HANDLE;
+    };
+    const Layout& layoutFor(uint32_t sources, uint32_t pushedBytes, bool pushesCall);
+    Pipeline make(const KernelFunction& function, Store store);
+
+    Device& device_;
+    std::mutex mutex_;
+    std::map<std::tuple<const KernelModule*, size_t, Store>, Pipeline> pipelines_;
+    std::map<std::tuple<uint32_t, uint32_t, bool>, Layout> layouts_;
+    VkPipelineCache cache_ = VK_NULL_HANDLE;
+    std::string file_;
+    bool isNew_ = false;
+};
+
+/// The file that pipelines of a device are kept in, under the user's cache folder; empty when there
+/// is no such folder.
+std::string pipelineCacheFile(const VkPhysicalDeviceProperties& properties);
+
+/// What of a cache file's bytes belongs to this device and is whole; otherwise nothing.
+std::string usableCache(const std::string& file, const VkPhysicalDeviceProperties& properties);
+/// The bytes of a cache file.
+std::string wrappedCache(const std::string& data, const VkPhysicalDeviceProperties& properties);
+
+} // namespace vorn::imaging::vulkan

@@ -1,0 +1,488 @@
+// The Vulkan device: the same pictures as the CPU device for every filter there is, what it keeps
+// from frame to frame, and what it says when something is not there or breaks.
+#include "support.h"
+
+#include "imaging/KernelLibrary.h"
+#include "imaging/Node.h"
+#include "imaging/vulkan/Renderer.h"
+#include "vorneffects/VulkanInterop.h"
+
+#include <dlfcn.h>
+#include <filesystem>
+#include <fstream>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+using namespace vorn::imaging;
+
+/// The validation layers watch, where they are installed, and whatever they say fails the tests.
+class NothingToSay : public testing::Environment {
+public:
+    NothingToSay() { setenv("VORN_VULKAN_VALIDATION", "2", 0); }
+    void TearDown() override {
+        const std::vector<std::string> messages = vulkan::validationMessages();
+        EXPECT_EQ(messages.size(), 0u) << messages.front();
+    }
+};
+const auto* const kEnvironment = testing::AddGlobalTestEnvironment(new NothingToSay);
+
+// ---- Every filter -------------------------------------------------------------------------------
+
+/// How near the devices have to be, in steps of 255, and the share of pixels that may differ more.
+struct Nearness {
+    double steps = 2, share = 0;
+};
+
+/// What deviates from the rule. Each has its reason.
+const std::map<std::string, Nearness> kDeviations = {
+    // Rounds to steps: a value in the middle between two may fall to either side.
+    {"VE_TrafficSign", {1, 0.001}},
+};
+
+/// Whether a kernel anywhere below reads something else than its own pixel.
+bool readsElsewhere(const CIImage& image) {
+    const Node* node = image.node();
+    if (!node) return false;
+    if (node->function) {
+        const auto& declaration = node->function->declaration();
+        if (declaration.kind == vorn::kernelc::FunctionKind::Warp) return true;
+        for (const auto& parameter : declaration.parameters)
+            if (isImage(parameter.type) && !parameter.readsOwnPixelOnly) return true;
+    }
+    for (const CISampler& sampler : node->samplers)
+        if (readsElsewhere(sampler.image())) return true;
+    return readsElsewhere(node->children[0]) || readsElsewhere(node->children[1]);
+}
+
+class OnVulkan : public testing::TestWithParam<std::string> {
+protected:
+    /// A film picture: smooth ramps, noise, a hard edge and a hole.
+    static Bitmap picture(uint32_t seed, int width, int height, CIFormat format) {
+        Random random(seed);
+        Bitmap bitmap(width, height, format);
+        bitmap.forEach([&](int x, int y) {
+            const double u = double(x) / width, v = double(y) / height;
+            const bool inside = x > width / 3 && x < width / 2 && y > height / 3;
+            const double alpha = y < 9 ? (x % 4) / 3.0 : 1;
+            Pixel p{u, inside ? 1 - v : v, 0.5 + 0.5 * std::sin(9 * u * v), alpha};
+            for (size_t c = 0; c < 3; ++c)
+                p[c] = alpha * std::clamp(p[c] + random.real(-0.1, 0.1), 0.0, 1.0);
+            bitmap.set(x, y, p);
+        });
+        return bitmap;
+    }
+};
+
+TEST_P(OnVulkan, GivesThePictureOfTheCpu) {
+    SKIP_WITHOUT_VULKAN();
+    VornEffectsRegistrar::registerAllFilters();
+    CIContext cpu({.device = DeviceKind::CPU});
+    const std::string& name = GetParam();
+    const int width = 173, height = 91;
+    const CGRect bounds{-5, -3, 190, 99}; // beyond the picture on all sides
+    Random random(std::hash<std::string>()(name) & 0xffff);
+    for (const CIFormat format : {CIFormat::RGBA8, CIFormat::RGBAh}) {
+        const Bitmap first = picture(1, width, height, format),
+                     second = picture(2, width, height, format);
+        int modes = 1;
+        for (int mode = 0; mode < modes; ++mode)
+            // The defaults, and then inputs anywhere between the ends of their sliders.
+            for (int attempt = 0; attempt < (modes > 1 ? 2 : 4); ++attempt) {
+                PlatformClock::drive(1'234'567'890u * static_cast<uint64_t>(attempt));
+                const CIFilterRef filter = CIFilter::filterWithName(name);
+                ASSERT_TRUE(filter);
+                filter->setDefaults();
+                std::string settings;
+                for (const InputInfo& input : filter->filterClass().inputs()) {
+                    const std::string key = input.key;
+                    if (input.kind == InputKind::Image) {
+                        filter->setValueForKey((key == "inputImage" ? first : second).image(), key);
+                        continue;
+                    }
+                    for (const InputAttributes& a : filter->filterClass().customAttributes()) {
+                        if (a.key != key) continue;
+                        const auto number = [&](const char* attribute) -> const double* {
+                            const AttributeValue* value = a.find(attribute);
+                            return value ? std::get_if<double>(value) : nullptr;
+                        };
+                        const double *low = number(kCIAttributeSliderMin),
+                                     *high = number(kCIAttributeSliderMax);
+                        if (!low || !high) continue;
+                        if (key == "inputMode" || (name == "VE_GainClamp" && key == "input1")) {
+                            modes = std::max(modes, std::min(64, static_cast<int>(*high) + 1));
+                            filter->setValueForKey(Number(mode), key);
+                        } else if (attempt > 0) {
+                            const double value = random.real(*low, *high);
+                            filter->setValueForKey(Number(value), key);
+                            settings += " " + key + "=" + std::to_string(value);
+                        }
+                    }
+                }
+                const CIImage image = filter->outputImage();
+                ASSERT_TRUE(image);
+                const auto known = kDeviations.find(name);
+                const Nearness nearness = known != kDeviations.end()
+                                              ? known->second
+                                              : Nearness{readsElsewhere(image) ? 2.0 : 1.0, 0};
+                const Bitmap wanted = render(cpu, image, bounds, format);
+                ASSERT_TRUE(isClose(render(*vulkanContext(), image, bounds, format), wanted,
+                                    {nearness.steps / 255, nearness.share}))
+                    << formatName(format) << ", mode " << mode << settings;
+            }
+    }
+    PlatformClock::release();
+}
+
+std::vector<std::string> everyFilter() {
+    VornEffectsRegistrar::registerAllFilters();
+    return CIFilter::filterNames();
+}
+
+INSTANTIATE_TEST_SUITE_P(, OnVulkan, testing::ValuesIn(everyFilter()),
+                         [](const auto& test) { return test.param; });
+
+// ---- What stays on the device ------------------------------------------------------------------
+
+CIImage blurred(const CIImage& image) {
+    return filtered("CIGaussianBlur", image, {{"inputRadius", Number(3)}});
+}
+
+TEST(VulkanMemory, StandsStillInTheSteadyState) {
+    SKIP_WITHOUT_VULKAN();
+    Random random(3);
+    const Bitmap source = randomBitmap(random, 200, 100, CIFormat::RGBA8);
+    CIContext context({.device = DeviceKind::Vulkan});
+    uint64_t before = 0;
+    for (int frame = 0; frame < 12; ++frame) {
+        if (frame == 4) before = context.pixelAllocations(); // each of three frames has its own
+        render(context, blurred(source.image()), {0, 0, 200, 100});
+    }
+    EXPECT_EQ(context.pixelAllocations(), before);
+}
+
+TEST(VulkanMemory, AnAccumulatorStaysOnTheDevice) {
+    SKIP_WITHOUT_VULKAN();
+    const CGRect extent{3, -2, 40, 30};
+    Random random(8);
+    const Bitmap source = randomBitmap(random, 40, 30, CIFormat::RGBA8);
+    CIContext cpu({.device = DeviceKind::CPU});
+    const auto feedback = [&](CIContext& context, bool isGpu) {
+        const auto accumulator =
+            CIImageAccumulator::imageAccumulatorWithExtent(extent, CIFormat::BGRA8);
+        for (int frame = 0; frame < 5; ++frame) {
+            const CIImage image = pictureKernel("blend").applyWithExtent(
+                extent, {source.image({3, -2}), accumulator->image(), 0.4});
+            render(context, image, extent);
+            accumulator->setImage(image);
+            EXPECT_EQ(accumulator->image().node()->pixels.device != nullptr, isGpu);
+        }
+        return accumulator->image();
+    };
+    const CIImage wanted = feedback(cpu, false), actual = feedback(*vulkanContext(), true);
+    EXPECT_TRUE(isClose(render(*vulkanContext(), actual, extent), render(cpu, wanted, extent),
+                        {2 / 255.0}));
+    // Another device fetches it.
+    EXPECT_TRUE(isClose(render(cpu, actual, extent), render(*vulkanContext(), actual, extent), {}));
+}
+
+TEST(VulkanMemory, PixelBuffersAreReadAnewEachTime) {
+    SKIP_WITHOUT_VULKAN();
+    const CVPixelBufferRef buffer = PixelBuffer::create(8, 8, CIFormat::RGBA8);
+    const CIImage image = CIImage::imageWithCVPixelBuffer(buffer, CGColorSpace::None);
+    for (const uint8_t value : {10, 200}) {
+        std::memset(buffer->mutableBytes(), value, buffer->bytesPerRow() * 8);
+        EXPECT_EQ(*render(*vulkanContext(), image, {0, 0, 8, 8}).at(3, 3), value);
+    }
+}
+
+TEST(VulkanMemory, ASurfaceStaysOnTheDeviceUntilSomebodyLooksAtIt) {
+    SKIP_WITHOUT_VULKAN();
+    Random random(9);
+    const CGRect bounds{0, 0, 30, 20};
+    const Bitmap source = randomBitmap(random, 30, 20, CIFormat::RGBA8);
+    const IOSurfaceRef surface = Surface::create({.width = 30, .height = 20});
+    const CIImage captured = CIImage::imageWithIOSurface(surface);
+    CIContext cpu({.device = DeviceKind::CPU});
+    const auto expectCaptured = [&](CIContext& context) {
+        EXPECT_TRUE(isClose(render(context, captured, bounds), source, {}));
+    };
+    ASSERT_TRUE(
+        vulkanContext()->renderToIOSurface(source.image(), *surface, bounds, CGColorSpace::None));
+    expectCaptured(*vulkanContext());
+    EXPECT_NE(surface->onDevice(), nullptr);
+    expectCaptured(cpu);
+    EXPECT_NE(surface->onDevice(), nullptr) << "reading does not take it off the device";
+    ASSERT_EQ(surface->lock(), kStatusSuccess);
+    uint8_t* const first = static_cast<uint8_t*>(surface->baseAddress());
+    EXPECT_EQ(first[2], source.at(0, 19)[0]); // BGRA
+    std::memset(first, 77, 4);
+    surface->unlock();
+    for (CIContext* context : {vulkanContext(), &cpu})
+        EXPECT_EQ(*render(*context, captured, bounds).at(0, 19), 77);
+    // A part leaves the rest as it was.
+    ASSERT_TRUE(
+        vulkanContext()->renderToIOSurface(source.image(), *surface, bounds, CGColorSpace::None));
+    ASSERT_TRUE(vulkanContext()->renderToIOSurface(CIImage::imageWithColor(CIColor(1, 1, 1)),
+                                                   *surface, {0, 0, 30, 1}, CGColorSpace::None));
+    const Bitmap both = render(*vulkanContext(), captured, bounds);
+    EXPECT_EQ(*both.at(5, 0), 255);
+    EXPECT_EQ(both.pixel(5, 1), source.pixel(5, 1));
+}
+
+TEST(VulkanTasks, SeveralAreUnderWayAndEachKeepsItsPicture) {
+    SKIP_WITHOUT_VULKAN();
+    Random random(4);
+    constexpr size_t count = 7; // more than there are frames
+    const CGRect bounds{0, 0, 64, 48};
+    std::vector<Bitmap> sources, targets(count, Bitmap(64, 48));
+    for (size_t i = 0; i < count; ++i)
+        sources.push_back(randomBitmap(random, 64, 48, CIFormat::RGBA8));
+    std::vector<RenderTask> tasks;
+    for (size_t i = 0; i < count; ++i)
+        tasks.push_back(vulkanContext()->startRender(sources[i].image(), targets[i].bytes(),
+                                                     targets[i].bytesPerRow(), bounds,
+                                                     CIFormat::RGBA8, CGColorSpace::None));
+    tasks[5] = {}; // given up
+    for (size_t i = 0; i < count; ++i) {
+        if (i == 5) continue;
+        EXPECT_TRUE(tasks[i].wait());
+        EXPECT_TRUE(isClose(targets[i], sources[i], {})) << i;
+    }
+}
+
+// ---- The cache of pipelines ---------------------------------------------------------------------
+
+TEST(VulkanCache, TakesNothingButWhatItWroteForThisDriver) {
+    VkPhysicalDeviceProperties properties{};
+    properties.vendorID = 7, properties.deviceID = 8, properties.driverVersion = 9;
+    const std::string data = "pipelines of a driver", file = vulkan::wrappedCache(data, properties);
+    EXPECT_EQ(vulkan::usableCache(file, properties), data);
+    for (size_t i = 0; i < file.size(); ++i) {
+        std::string damaged = file;
+        damaged[i] = static_cast<char>(damaged[i] ^ 0x10);
+        EXPECT_EQ(vulkan::usableCache(damaged, properties), "") << "byte " << i;
+        EXPECT_EQ(vulkan::usableCache(file.substr(0, i), properties), "") << i << " bytes";
+    }
+    for (uint32_t* other :
+         {&properties.vendorID, &properties.deviceID, &properties.driverVersion}) {
+        ++*other;
+        EXPECT_EQ(vulkan::usableCache(file, properties), "");
+        --*other;
+    }
+}
+
+/// Runs the command line with other surroundings; its exit code and what it wrote.
+std::pair<int, std::string> runVorn(const std::string& surroundings, const std::string& arguments) {
+    const std::string command =
+        "env " + surroundings + " '" VORN_CLI_PATH "' " + arguments + " 2>&1 </dev/null";
+    FILE* const pipe = popen(command.c_str(), "r");
+    std::string text;
+    for (int c; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);
+    const int status = pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text};
+}
+
+std::string temporaryFolder() {
+    std::string folder = testing::TempDir() + "vulkan-XXXXXX";
+    return mkdtemp(folder.data()) ? folder : std::string();
+}
+
+TEST(VulkanCache, DoesWithoutWhenItIsDamagedOrCannotBeWritten) {
+    SKIP_WITHOUT_VULKAN();
+    const std::string folder = temporaryFolder();
+    const std::string render = "render test:32x32 '" + folder +
+                               "/out.ppm' --device vulkan "
+                               "--filter VESolarize --quiet";
+    const std::string usual = "XDG_CACHE_HOME='" + folder + "'";
+    EXPECT_EQ(runVorn(usual, render), (std::pair<int, std::string>{0, ""}));
+    std::vector<std::filesystem::path> files;
+    for (const auto& file : std::filesystem::recursive_directory_iterator(folder + "/vorneffects"))
+        files.push_back(file.path());
+    ASSERT_EQ(files.size(), 1u);
+    const auto size = std::filesystem::file_size(files[0]);
+    std::ofstream(files[0], std::ios::binary) << std::string(size, 'x');
+    EXPECT_EQ(runVorn(usual, render), (std::pair<int, std::string>{0, ""}));
+    EXPECT_EQ(std::filesystem::file_size(files[0]), size);
+    EXPECT_NE(std::ifstream(files[0]).get(), 'x') << "a damaged file is replaced";
+    EXPECT_EQ(runVorn("MESA_SHADER_CACHE_DISABLE=1 XDG_CACHE_HOME=/dev/null", render),
+              (std::pair<int, std::string>{0, ""}));
+    EXPECT_EQ(runVorn("-u XDG_CACHE_HOME MESA_SHADER_CACHE_DISABLE=1 HOME=", render),
+              (std::pair<int, std::string>{0, ""}));
+    std::filesystem::remove_all(folder);
+}
+
+// ---- What is not there, and what breaks --------------------------------------------------------
+
+TEST(VulkanErrors, NoLoaderIsALine) {
+    vulkan::Functions functions;
+    EXPECT_NE(functions.load("libvulkan-is-not-here.so.1"), "");
+    EXPECT_EQ(functions.CreateInstance, nullptr);
+}
+
+TEST(VulkanErrors, NoDriverMeansTheCpuOrExitCodeFive) {
+    const std::string none = "VK_ICD_FILENAMES=/nowhere VK_DRIVER_FILES=/nowhere";
+    const std::string folder = temporaryFolder(), out = "'" + folder + "/out.ppm' --quiet";
+    const auto [code, text] = runVorn(none, "render test:8x8 " + out + " --device vulkan");
+    EXPECT_EQ(code, 5);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+    EXPECT_EQ(runVorn(none, "render test:8x8 " + out + " --device auto"),
+              (std::pair<int, std::string>{0, ""}));
+    std::filesystem::remove_all(folder);
+}
+
+VKAPI_ATTR void VKAPI_CALL haveNoFeatures(VkPhysicalDevice, VkPhysicalDeviceFeatures2* features) {
+    features->features = {}; // those of version 1.2, which are linked to it, stay zero as well
+}
+VKAPI_ATTR PFN_vkVoidFunction VKAPI_CALL poorLoader(VkInstance, const char* name) {
+    static void* const loader = dlopen("libvulkan.so.1", RTLD_NOW);
+    if (std::string_view(name) == "vkGetPhysicalDeviceFeatures2")
+        return reinterpret_cast<PFN_vkVoidFunction>(haveNoFeatures);
+    return reinterpret_cast<PFN_vkVoidFunction>(dlsym(loader, name));
+}
+
+TEST(VulkanErrors, ADriverWithoutANeededFeatureIsALine) {
+    SKIP_WITHOUT_VULKAN();
+    std::string problem;
+    const auto device = vulkan::Device::open("", true, problem);
+    int anything = 0; // nobody gets as far as the instance and the queue
+    const VulkanContext context(VulkanDevice{reinterpret_cast<VkInstance>(&anything),
+                                             device->physical(), device->handle(), 0,
+                                             reinterpret_cast<VkQueue>(&anything), poorLoader});
+    EXPECT_NE(context.problem().find("the driver has no timeline semaphores"), std::string::npos)
+        << context.problem();
+}
+
+TEST(VulkanErrors, AutoTakesNoSoftwareDevice) {
+    const CIContext context;
+    for (const GPUDevice& device : gpuDevices()) {
+        if (device.isSoftware) {
+            EXPECT_NE(context.deviceName(), device.name);
+        }
+    }
+}
+
+TEST(VulkanErrors, AFrameBeyondTheLimitsIsALine) {
+    SKIP_WITHOUT_VULKAN();
+    const int width = 40000; // more than any device is asked for
+    Bitmap target(width, 1);
+    const CIImage image = CIImage::imageWithColor(CIColor(1, 0, 0));
+    EXPECT_FALSE(vulkanContext()->render(image, target.bytes(), target.bytesPerRow(),
+                                         {0, 0, double(width), 1}, CIFormat::RGBA8));
+    EXPECT_NE(vulkanContext()->lastError().find("larger than"), std::string::npos)
+        << vulkanContext()->lastError();
+    render(*vulkanContext(), image, {0, 0, 8, 8}); // and the next one is rendered
+}
+
+VkResult loseQueue(VkQueue, uint32_t, const VkSubmitInfo*, VkFence) {
+    return VK_ERROR_DEVICE_LOST;
+}
+VkResult haveNoMemory(VkDevice, const VkMemoryAllocateInfo*, const VkAllocationCallbacks*,
+                      VkDeviceMemory*) {
+    return VK_ERROR_OUT_OF_DEVICE_MEMORY;
+}
+
+TEST(VulkanErrors, MemoryThatRunsOutIsALineAndTheNextFrameTriesAgain) {
+    SKIP_WITHOUT_VULKAN();
+    std::string problem;
+    const auto device = vulkan::Device::open("", true, problem);
+    CIContext context({.device = DeviceKind::Vulkan});
+    Random random(1);
+    const Bitmap source = randomBitmap(random, 333, 222, CIFormat::RGBA8);
+    Bitmap target(333, 222);
+    const auto allocate = std::exchange(device->functions.AllocateMemory, haveNoMemory);
+    const bool isGood =
+        context.render(blurred(source.image()), target.bytes(), target.bytesPerRow(),
+                       {0, 0, 333, 222}, CIFormat::RGBA8, CGColorSpace::None);
+    device->functions.AllocateMemory = allocate;
+    EXPECT_FALSE(isGood);
+    EXPECT_EQ(context.lastError(), "allocating pixel memory: out of device memory");
+    EXPECT_TRUE(isClose(render(context, blurred(source.image()), {0, 0, 333, 222}),
+                        render(referenceContext(), blurred(source.image()), {0, 0, 333, 222}),
+                        {2 / 255.0}));
+}
+
+TEST(VulkanErrors, ALostDeviceIsALineAndIsOpenedAgain) {
+    SKIP_WITHOUT_VULKAN();
+    std::string problem;
+    CIContext context({.device = DeviceKind::Vulkan});
+    Random random(1);
+    const Bitmap source = randomBitmap(random, 20, 20, CIFormat::RGBA8);
+    Bitmap target(20, 20);
+    {
+        const auto device = vulkan::Device::open("", true, problem);
+        const auto submit = std::exchange(device->functions.QueueSubmit, loseQueue);
+        EXPECT_FALSE(context.render(source.image(), target.bytes(), target.bytesPerRow(),
+                                    {0, 0, 20, 20}, CIFormat::RGBA8, CGColorSpace::None));
+        device->functions.QueueSubmit = submit;
+    }
+    EXPECT_EQ(context.lastError(), "starting work on the device: the device was lost");
+    EXPECT_TRUE(isClose(render(context, source.image(), {0, 0, 20, 20}), source, {}));
+}
+
+// ---- Pictures shared with others ----------------------------------------------------------------
+
+TEST(VulkanSharing, MemoryThatIsSharedHoldsThePicture) {
+    SKIP_WITHOUT_VULKAN();
+    VulkanContext one(""), other("");
+    Random random(6);
+    bool isAnyShared = false;
+    for (const SharedMemoryKind kind : {SharedMemoryKind::DmaBuf, SharedMemoryKind::OpaqueFd})
+        for (const CIFormat format : kAllFormats) {
+            const Bitmap source = randomBitmap(random, 37, 21, format);
+            const auto shared = one.renderShared(source.image({2, 1}), {2, 1, 37, 21}, format, kind,
+                                                 CGColorSpace::None);
+            EXPECT_EQ(shared.has_value(), one.canShare(kind)) << one.lastError();
+            if (!shared) {
+                EXPECT_EQ(one.lastError(), "the driver does not share memory in this way");
+                continue;
+            }
+            isAnyShared = true;
+            const CIImage image = other.imageOfShared(*shared, CGColorSpace::None);
+            close(shared->fd);
+            ASSERT_TRUE(image) << other.lastError();
+            EXPECT_TRUE(
+                isClose(render(*vulkanContext(), image, {0, 0, 37, 21}, format), source, {}))
+                << formatName(format);
+            SharedPicture wrong = *shared;
+            wrong.fd = -1;
+            EXPECT_FALSE(other.imageOfShared(wrong));
+            wrong.memorySize = 1;
+            EXPECT_FALSE(other.imageOfShared(wrong));
+        }
+    if (!isAnyShared) GTEST_SKIP() << "the driver shares no memory";
+}
+
+TEST(VulkanSharing, WrongHandlesAreALine) {
+    SKIP_WITHOUT_VULKAN();
+    VulkanContext none(VulkanDevice{});
+    EXPECT_EQ(none.problem(), "a handle of the host's Vulkan device is missing");
+    EXPECT_FALSE(none.image({}));
+    EXPECT_EQ(none.lastError(), none.problem());
+    VulkanContext context("");
+    const CIImage color = CIImage::imageWithColor(CIColor(1, 0, 0));
+    for (const VulkanPicture& picture :
+         {VulkanPicture{}, VulkanPicture{VK_NULL_HANDLE, VK_FORMAT_R8G8B8A8_UNORM, 8, 8},
+          VulkanPicture{VK_NULL_HANDLE, VK_FORMAT_R8_UNORM, 8, 8},
+          VulkanPicture{VK_NULL_HANDLE, VK_FORMAT_R8G8B8A8_UNORM, UINT32_MAX, 8}}) {
+        EXPECT_FALSE(context.image(picture));
+        EXPECT_NE(context.lastError(), "");
+        EXPECT_FALSE(context.render(color, picture, {}));
+        EXPECT_NE(context.lastError(), "");
+    }
+}
+
+/// The example is a live host: its device, its images, its semaphore.
+TEST(VulkanSharing, TheExampleHostGetsItsPictures) {
+    SKIP_WITHOUT_VULKAN();
+    FILE* const pipe = popen("'" VORN_VULKAN_HOST "' 2>&1", "r");
+    std::string text;
+    for (int c; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);
+    EXPECT_EQ(pclose(pipe), 0) << text;
+    // 0.25 doubles, 1 folds back to 0.
+    EXPECT_NE(text.find("grey 0.25 became 128\ngrey 1.00 became 0\n"), std::string::npos) << text;
+}
+
+} // namespace
