@@ -60,12 +60,21 @@ public:
             "template <Memory memory>\n"
             "struct Text : KernelBase<memory> {\n"
             "using KernelBase<memory>::place; using KernelBase<memory>::destCoord;\n"
-            "using KernelBase<memory>::sample; using KernelBase<memory>::sampleHere;\n"
+            "using KernelBase<memory>::sample; using KernelBase<memory>::calledSample;\n"
+            "using KernelBase<memory>::sampleHere;\n"
             "using KernelBase<memory>::sampleOffset; using KernelBase<memory>::sampleStrided;\n"
             "using KernelBase<memory>::samplerCoord; using KernelBase<memory>::samplerSize;\n"
             "using KernelBase<memory>::samplerOrigin; using KernelBase<memory>::samplerExtent;\n";
         size_t at = 0;
+        int readsInFunctions = 0;
         for (const KernelDeclaration& kernel : source_.kernels) {
+            readsInFunctions += readsIn(at, kernel.firstToken);
+            at = kernel.endToken;
+        }
+        const bool hasFewInFunctions = readsInFunctions + readsIn(at, tokens_.size()) <= kFewReads;
+        at = 0;
+        for (const KernelDeclaration& kernel : source_.kernels) {
+            inlinesReads_ = hasFewInFunctions;
             body(at, kernel.firstToken);
             newLine(tokens_[kernel.firstToken]);
             out_ += "VORN_INLINE ";
@@ -74,11 +83,13 @@ public:
             body(kernel.parametersToken + 1, kernel.bodyToken);
             shared_ = false;
             kernel_ = &kernel;
+            inlinesReads_ = readsIn(kernel.bodyToken, kernel.endToken) <= kFewReads;
             kernelBody(kernel);
             kernel_ = nullptr;
             parentheses_ = 0; // the parameters were written twice, their closing one too
             at = kernel.endToken;
         }
+        inlinesReads_ = hasFewInFunctions;
         body(at, tokens_.size());
         out_ += "\n};\n";
         for (const KernelDeclaration& kernel : source_.kernels) entry(kernel.function);
@@ -98,6 +109,16 @@ private:
     const Token& token(size_t at) const {
         static const Token end;
         return at < tokens_.size() ? tokens_[at] : end;
+    }
+
+    /// Reads at any place that stand between two tokens.
+    int readsIn(size_t from, size_t to) const {
+        int reads = 0;
+        size_t length = 0;
+        for (size_t at = from; at < to; ++at)
+            reads +=
+                token(at).is("sample") && token(at + 1).is("(") && !isReadHere(tokens_, at, length);
+        return reads;
     }
 
     /// Whether the kernel that is being written reads a sampler at the own pixel and nowhere else.
@@ -181,6 +202,10 @@ private:
             out_ += readsOwnPixelOnly(source) ? "sampleHere(" + source + ") "
                                               : "sampleOffset(" + source + ", 0, 0) ";
             return length;
+        }
+        if (now.is("sample") && !inlinesReads_) {
+            out_ += "calledSample ";
+            return 1;
         }
         if (now.kind == Token::Kind::Number) {
             out_ += number(now.text) + " ";
@@ -345,6 +370,8 @@ private:
     const Source& source_;
     const std::vector<Token>& tokens_;
     std::string out_;
+    static constexpr int kFewReads = 2;
+    bool inlinesReads_ = true;                  ///< of the text that is being written
     const KernelDeclaration* kernel_ = nullptr; ///< the one whose body is being written
     int line_ = -1, file_ = -1;
     int depth_ = 0, parentheses_ = 0;

@@ -125,8 +125,8 @@ std::string emitGlsl(const Source& source, const KernelDeclaration& kernel) {
             // A source that is read elsewhere as well need not hold the own pixel.
             const std::string& name = tokens[at + 2].text;
             const auto& parameters = kernel.function.parameters;
-            const bool isThere = std::any_of(
-                parameters.begin(), parameters.end(), [&](const Parameter& parameter) {
+            const bool isThere =
+                std::any_of(parameters.begin(), parameters.end(), [&](const Parameter& parameter) {
                     return parameter.name == name && parameter.readsOwnPixelOnly;
                 });
             out += isThere ? "vorn_here(" + name + ") " : "sampleOffset(" + name + ", 0, 0) ";

@@ -2,7 +2,7 @@
 // that calls it for every group of N neighbouring pixels.
 #pragma once
 
-#include "pixels.h"
+#include "pairs.h"
 
 namespace vorn::lanes {
 
@@ -131,12 +131,48 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
     const Int column = toInt(u0) - Int(view.x0), row = Int(top) - toInt(v0);
     const Mask left = isWithin(column, view.width), right = isWithin(column + Int(1), view.width);
     const Mask lower = isWithin(row, view.height), upper = isWithin(row - Int(1), view.height);
+    const bool isInside = allLanes(left && right && lower && upper);
+#ifdef VORN_HAS_PAIRS
+    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
+    const bool isInReach = view.rowBytes * view.height <= 0x7fffffff;
+    const Int line = row * Int(static_cast<int32_t>(view.rowBytes));
+    const uint8_t* above = view.bytes - view.rowBytes;
+    if (isInReach && layout == kPacked8) [[likely]] {
+        const Int at = line + (column << 2);
+        Pairs lowerRow, upperRow;
+        if (isInside) [[likely]] {
+            lowerRow = gatherPairs(view.bytes, at);
+            upperRow = gatherPairs(above, at);
+        } else {
+            // The blend is the same as inside: which pixels are computed together must not show.
+            const int32_t up = static_cast<int32_t>(-view.rowBytes);
+            const auto texels = [&](int32_t distance, Mask isThere) {
+                const Uint there = gather32(view.bytes, pick(isThere, at + Int(distance), Int(0)));
+                return bitsAs<Texels>(pick(isThere, there, Uint(0u)));
+            };
+            lowerRow = joinTexels(texels(0, left && lower), texels(4, right && lower));
+            upperRow = joinTexels(texels(up, left && upper), texels(up + 4, right && upper));
+        }
+        return blendPacked(lowerRow, upperRow, view.order, fx, fy);
+    }
+#endif
     Pixel p00, p10, p01, p11;
-    if (allLanes(left && right && lower && upper)) [[likely]] {
-        p00 = fetch<memory>(view, column, row);
-        p10 = fetch<memory>(view, column + Int(1), row);
-        p01 = fetch<memory>(view, column, row - Int(1));
-        p11 = fetch<memory>(view, column + Int(1), row - Int(1));
+    if (isInside) [[likely]] {
+#ifdef VORN_HAS_PAIRS
+        if (isInReach && layout == kHalf) {
+            const Int at = line + (column << 3);
+            p00 = unpackHalves(gatherPairs(view.bytes, at));
+            p10 = unpackHalves(gatherPairs(view.bytes + 8, at));
+            p01 = unpackHalves(gatherPairs(above, at));
+            p11 = unpackHalves(gatherPairs(above + 8, at));
+        } else
+#endif
+        {
+            p00 = fetch<memory>(view, column, row);
+            p10 = fetch<memory>(view, column + Int(1), row);
+            p01 = fetch<memory>(view, column, row - Int(1));
+            p11 = fetch<memory>(view, column + Int(1), row - Int(1));
+        }
     } else {
         p00 = fetchOrNothing<memory>(view, column, row, left && lower);
         p10 = fetchOrNothing<memory>(view, column + Int(1), row, right && lower);
@@ -151,26 +187,39 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
             channel(p00.z, p10.z, p01.z, p11.z), channel(p00.w, p10.w, p01.w, p11.w)};
 }
 
+/// The same as a call. A kernel with many reads would take the compiler long if it had them all
+/// inline, and be none the faster.
+template <Memory memory>
+__attribute__((noinline)) Pixel calledSampleAt(const SourceView& view, Vec2<Float> point) {
+    return sampleAt<memory>(view, point);
+}
+
 /// The pixels of a source at whole coordinates that lie in one row of it: the first one and how far
 /// apart they are. Transparent outside.
 template <Memory memory>
-VORN_INLINE Pixel fetchInRow(const SourceView& view, int x, int y, int stride) {
-    const Float zero = 0.0f;
-    const int column = x - view.x0, row = view.y0 + view.height - 1 - y;
+__attribute__((noinline)) Pixel fetchFromRow(const SourceView& view, int column, int row,
+                                             int stride) {
     const int last = column + (N - 1) * stride;
-    if (row < 0 || row >= view.height || last < 0 || column >= view.width)
+    if (row < 0 || row >= view.height || last < 0 || column >= view.width) {
+        const Float zero = 0.0f;
         return {zero, zero, zero, zero};
-    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
-    if (stride == 1 && column >= 0 && last < view.width) [[likely]]
-        return loadGroup<memory>(view,
-                                 view.bytes + row * view.rowBytes +
-                                     static_cast<int64_t>(column) * bytesPerPixel(layout),
-                                 N);
+    }
     int32_t steps[N];
     for (int i = 0; i < N; ++i) steps[i] = column + i * stride;
     Int columns;
     std::memcpy(&columns, steps, sizeof columns);
     return fetchOrNothing<memory>(view, columns, Int(row), isWithin(columns, view.width));
+}
+template <Memory memory>
+VORN_INLINE Pixel fetchInRow(const SourceView& view, int x, int y, int stride) {
+    const int column = x - view.x0, row = view.y0 + view.height - 1 - y;
+    const bool isInside = row >= 0 && row < view.height && column >= 0 && column + N <= view.width;
+    if (stride != 1 || !isInside) [[unlikely]]
+        return fetchFromRow<memory>(view, column, row, stride);
+    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
+    return loadGroup<memory>(
+        view,
+        view.bytes + row * view.rowBytes + static_cast<int64_t>(column) * bytesPerPixel(layout), N);
 }
 
 /// The base of every compiled library: holds the place, and gives the text its built-in functions.
@@ -189,12 +238,16 @@ struct KernelBase {
     VORN_INLINE Pixel sample(Sampler<memory> source, Vec2<Float> point) const {
         return sampleAt<memory>(source.view, point);
     }
+    VORN_INLINE Pixel calledSample(Sampler<memory> source, Vec2<Float> point) const {
+        return calledSampleAt<memory>(source.view, point);
+    }
     VORN_INLINE Pixel sampleOffset(Sampler<memory> source, int x, int y) const {
         return fetchInRow<memory>(source.view, place.x + x, place.y + y, 1);
     }
     VORN_INLINE Pixel sampleStrided(Sampler<memory> source, int strideX, int strideY, int x,
                                     int y) const {
-        return fetchInRow<memory>(source.view, place.x * strideX + x, place.y * strideY + y, strideX);
+        return fetchInRow<memory>(source.view, place.x * strideX + x, place.y * strideY + y,
+                                  strideX);
     }
     VORN_INLINE Pixel sampleHere(Sampler<memory> source) const {
         return loadHere<memory>(source.view, place);
@@ -231,9 +284,8 @@ VORN_INLINE void forEachGroup(const KernelCall& call, GroupFunction group) {
     const int bytes = bytesPerPixel(isPacked(memory) ? static_cast<int>(kPacked8) : target.layout);
     for (int y = y1 - 1; y >= y0; --y) {
         uint8_t* to = target.bytes + (y1 - 1 - y) * target.rowBytes;
-        int x = x0;
-        for (; x <= x1 - N; x += N, to += N * bytes) group(Place{x, y, N}, to);
-        if (x < x1) group(Place{x, y, x1 - x}, to);
+        for (int x = x0; x < x1; x += N, to += N * bytes)
+            group(Place{x, y, x1 - x < N ? x1 - x : N}, to);
     }
 }
 

@@ -35,8 +35,9 @@ struct Vec2 {
     constexpr VORN_INLINE Vec2(F x_, F y_) : x(x_), y(y_) {}
     template <class G>
     requires(!std::is_same_v<F, G>) VORN_INLINE Vec2(const Vec2<G>& o) : x(o.x), y(o.y) {}
-    VORN_SWIZZLE2(x, x)
-    VORN_SWIZZLE2(x, y) VORN_SWIZZLE2(y, x) VORN_SWIZZLE2(y, y)
+    // clang-format off
+    VORN_SWIZZLE2(x, x) VORN_SWIZZLE2(x, y) VORN_SWIZZLE2(y, x) VORN_SWIZZLE2(y, y)
+    // clang-format on
 };
 
 template <class F>
@@ -46,12 +47,13 @@ struct Vec3 {
     constexpr VORN_INLINE Vec3(F x_, F y_, F z_) : x(x_), y(y_), z(z_) {}
     template <class G>
     requires(!std::is_same_v<F, G>) VORN_INLINE Vec3(const Vec3<G>& o) : x(o.x), y(o.y), z(o.z) {}
-    VORN_SWIZZLE2(x, x)
-    VORN_SWIZZLE2(x, y) VORN_SWIZZLE2(x, z) VORN_SWIZZLE2(y, x) VORN_SWIZZLE2(y, y)
-        VORN_SWIZZLE2(y, z) VORN_SWIZZLE2(z, x) VORN_SWIZZLE2(z, y) VORN_SWIZZLE2(z, z)
-            VORN_SWIZZLE3(x, x, x) VORN_SWIZZLE3(x, y, z) VORN_SWIZZLE3(x, z, y)
-                VORN_SWIZZLE3(y, x, z) VORN_SWIZZLE3(y, y, y) VORN_SWIZZLE3(y, z, x)
-                    VORN_SWIZZLE3(z, x, y) VORN_SWIZZLE3(z, y, x) VORN_SWIZZLE3(z, z, z)
+    // clang-format off
+    VORN_SWIZZLE2(x, x) VORN_SWIZZLE2(x, y) VORN_SWIZZLE2(x, z) VORN_SWIZZLE2(y, x)
+    VORN_SWIZZLE2(y, y) VORN_SWIZZLE2(y, z) VORN_SWIZZLE2(z, x) VORN_SWIZZLE2(z, y)
+    VORN_SWIZZLE2(z, z) VORN_SWIZZLE3(x, x, x) VORN_SWIZZLE3(x, y, z) VORN_SWIZZLE3(x, z, y)
+    VORN_SWIZZLE3(y, x, z) VORN_SWIZZLE3(y, y, y) VORN_SWIZZLE3(y, z, x) VORN_SWIZZLE3(z, x, y)
+    VORN_SWIZZLE3(z, y, x) VORN_SWIZZLE3(z, z, z)
+    // clang-format on
 };
 
 template <class F>
@@ -62,15 +64,16 @@ struct Vec4 {
     template <class G>
     requires(!std::is_same_v<F, G>) VORN_INLINE Vec4(const Vec4<G>& o)
         : x(o.x), y(o.y), z(o.z), w(o.w) {}
-    VORN_SWIZZLE2(x, x)
-    VORN_SWIZZLE2(x, y) VORN_SWIZZLE2(x, z) VORN_SWIZZLE2(x, w) VORN_SWIZZLE2(y, x)
-        VORN_SWIZZLE2(y, y) VORN_SWIZZLE2(y, z) VORN_SWIZZLE2(y, w) VORN_SWIZZLE2(z, x)
-            VORN_SWIZZLE2(z, y) VORN_SWIZZLE2(z, z) VORN_SWIZZLE2(z, w) VORN_SWIZZLE2(w, x)
-                VORN_SWIZZLE2(w, y) VORN_SWIZZLE2(w, z) VORN_SWIZZLE2(w, w) VORN_SWIZZLE3(x, x, x)
-                    VORN_SWIZZLE3(x, y, z) VORN_SWIZZLE3(x, z, y) VORN_SWIZZLE3(y, x, z)
-                        VORN_SWIZZLE3(y, y, y) VORN_SWIZZLE3(y, z, x) VORN_SWIZZLE3(z, x, y)
-                            VORN_SWIZZLE3(z, y, x) VORN_SWIZZLE3(z, z, z) VORN_SWIZZLE3(w, w, w)
-                                VORN_SWIZZLE3(x, y, w) VORN_INLINE const Vec4 xyzw() const {
+    // clang-format off
+    VORN_SWIZZLE2(x, x) VORN_SWIZZLE2(x, y) VORN_SWIZZLE2(x, z) VORN_SWIZZLE2(x, w)
+    VORN_SWIZZLE2(y, x) VORN_SWIZZLE2(y, y) VORN_SWIZZLE2(y, z) VORN_SWIZZLE2(y, w)
+    VORN_SWIZZLE2(z, x) VORN_SWIZZLE2(z, y) VORN_SWIZZLE2(z, z) VORN_SWIZZLE2(z, w)
+    VORN_SWIZZLE2(w, x) VORN_SWIZZLE2(w, y) VORN_SWIZZLE2(w, z) VORN_SWIZZLE2(w, w)
+    VORN_SWIZZLE3(x, x, x) VORN_SWIZZLE3(x, y, z) VORN_SWIZZLE3(x, z, y) VORN_SWIZZLE3(y, x, z)
+    VORN_SWIZZLE3(y, y, y) VORN_SWIZZLE3(y, z, x) VORN_SWIZZLE3(z, x, y) VORN_SWIZZLE3(z, y, x)
+    VORN_SWIZZLE3(z, z, z) VORN_SWIZZLE3(w, w, w) VORN_SWIZZLE3(x, y, w)
+        // clang-format on
+        VORN_INLINE const Vec4 xyzw() const {
         return *this;
     }
     VORN_INLINE const Vec4 zyxw() const { return {z, y, x, w}; }

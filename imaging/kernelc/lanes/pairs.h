@@ -1,0 +1,153 @@
+// Bilinear reads of packed and half-float pixels with half of the gathers: a gather of 64 bits
+// fetches two packed pixels that lie side by side, or one whole half-float pixel.
+//
+// The gathered registers hold every second pair of lanes: the first one, in blocks of 128 bits, the
+// lanes {0, 1}, {4, 5}, … and the other one {2, 3}, {6, 7}, …: the order that unpacking makes of
+// the offsets and that a shuffle of two registers undoes.
+#pragma once
+
+#include "pixels.h"
+
+#if (VORN_LANES == 16 && defined(__AVX512BW__)) || (VORN_LANES == 8 && defined(__AVX2__))
+#define VORN_HAS_PAIRS 1
+
+namespace vorn::lanes {
+
+#if VORN_LANES == 16
+using FloatRegister = __m512;
+#define VORN_WIDE(name) _mm512_##name
+VORN_INLINE Texels gather64(const uint8_t* base, Texels offsets) {
+    return _mm512_i64gather_epi64(offsets, base, 1);
+}
+VORN_INLINE Texels noTexels() {
+    return _mm512_setzero_si512();
+}
+VORN_INLINE FloatRegister asFloats(Texels t) {
+    return _mm512_castsi512_ps(t);
+}
+/// The 64 bits in every block of 128.
+VORN_INLINE Texels everywhere(int64_t low, int64_t high) {
+    return _mm512_set_epi64(high, low, high, low, high, low, high, low);
+}
+#else
+using FloatRegister = __m256;
+#define VORN_WIDE(name) _mm256_##name
+VORN_INLINE Texels gather64(const uint8_t* base, Texels offsets) {
+    return _mm256_i64gather_epi64(reinterpret_cast<const long long*>(base), offsets, 1);
+}
+VORN_INLINE Texels noTexels() {
+    return _mm256_setzero_si256();
+}
+VORN_INLINE FloatRegister asFloats(Texels t) {
+    return _mm256_castsi256_ps(t);
+}
+VORN_INLINE Texels everywhere(int64_t low, int64_t high) {
+    return _mm256_set_epi64x(high, low, high, low);
+}
+#endif
+
+/// 64 bits for every lane.
+struct Pairs {
+    Texels first, other;
+};
+
+/// The 64 bits at each lane's byte offset, which is not negative.
+VORN_INLINE Pairs gatherPairs(const uint8_t* base, Int offset) {
+    const Texels offsets = bitsAs<Texels>(offset.v);
+    return {gather64(base, VORN_WIDE(unpacklo_epi32)(offsets, noTexels())),
+            gather64(base, VORN_WIDE(unpackhi_epi32)(offsets, noTexels()))};
+}
+/// The same 32 bits twice for every lane.
+VORN_INLINE Pairs twice(Texels t) {
+    return {VORN_WIDE(unpacklo_epi32)(t, t), VORN_WIDE(unpackhi_epi32)(t, t)};
+}
+/// The lower and the upper 32 bits of every lane.
+VORN_INLINE FloatRegister lowerHalves(FloatRegister first, FloatRegister other) {
+    return VORN_WIDE(shuffle_ps)(first, other, 0x88);
+}
+VORN_INLINE FloatRegister upperHalves(FloatRegister first, FloatRegister other) {
+    return VORN_WIDE(shuffle_ps)(first, other, 0xdd);
+}
+
+/// The two pixels of every lane as texels.
+VORN_INLINE void splitPairs(Pairs pairs, Texels& left, Texels& right) {
+    const FloatRegister first = asFloats(pairs.first), other = asFloats(pairs.other);
+    left = bitsAs<Texels>(lowerHalves(first, other));
+    right = bitsAs<Texels>(upperHalves(first, other));
+}
+
+/// Half-float pixels as lanes.
+VORN_INLINE Pixel unpackHalves(Pairs pixels) {
+    Texels redGreen, blueAlpha;
+    splitPairs(pixels, redGreen, blueAlpha);
+#if VORN_LANES == 16
+    const auto low = [](Texels t) {
+        return Float(bitsAs<FloatBits>(_mm512_cvtph_ps(_mm512_cvtepi32_epi16(t))));
+    };
+    const auto high = [](Texels t) {
+        return Float(
+            bitsAs<FloatBits>(_mm512_cvtph_ps(_mm512_cvtepi32_epi16(_mm512_srli_epi32(t, 16)))));
+    };
+    return {low(redGreen), high(redGreen), low(blueAlpha), high(blueAlpha)};
+#else
+    const auto both = [](Texels t, Float& low, Float& high) {
+        const __m256i halves = _mm256_permute4x64_epi64(
+            _mm256_packus_epi32(_mm256_and_si256(t, _mm256_set1_epi32(0xffff)),
+                                _mm256_srli_epi32(t, 16)),
+            0xd8);
+        low = Float(bitsAs<FloatBits>(_mm256_cvtph_ps(_mm256_castsi256_si128(halves))));
+        high = Float(bitsAs<FloatBits>(_mm256_cvtph_ps(_mm256_extracti128_si256(halves, 1))));
+    };
+    Pixel p;
+    both(redGreen, p.x, p.y);
+    both(blueAlpha, p.z, p.w);
+    return p;
+#endif
+}
+
+/// Texels of every lane side by side, as `gatherPairs` has them.
+VORN_INLINE Pairs joinTexels(Texels left, Texels right) {
+    return {VORN_WIDE(unpacklo_epi32)(left, right), VORN_WIDE(unpackhi_epi32)(left, right)};
+}
+
+/// Packed pixels of two rows, in each the left and the right one, blended by fractions: across in
+/// 14-bit weights (which is 0.008 of a step of 8 bits), then upward in floats.
+VORN_INLINE Pixel blendPacked(Pairs lower, Pairs upper, ChannelOrder order, Float fx, Float fy) {
+    // Weights of the left and the right pixel as 16 bits side by side, as their bytes are below.
+    const Int share = toInt(fx * Float(16384.0f) + Float(0.5f));
+    const Pairs across = twice(bitsAs<Texels>(((share << 16) - share + Int(16384)).v));
+    constexpr float scale = kByteScale / 16384.0f;
+    const Float weight = fy * Float(scale);
+    const Pairs above = twice(bitsAs<Texels>(weight.v));
+    const Pairs below = twice(bitsAs<Texels>((Float(scale) - weight).v));
+    // Two channels at a time: of every pair of pixels the bytes {left, right} of one channel and
+    // then of the other, widened to 16 bits.
+    const auto channels = [&](uint8_t one, uint8_t two, Float& a, Float& b) {
+        const int64_t bytes = 0x8004800080048000ll + int64_t(one) * 0x00010001ll +
+                              int64_t(two) * 0x0001000100000000ll;
+        const Texels places = everywhere(bytes, bytes + 0x0008000800080008ll);
+        const auto blend = [&](Texels low, Texels high, Texels weights, Texels wl, Texels wh) {
+            const auto row = [&](Texels t) {
+                return VORN_WIDE(cvtepi32_ps)(
+                    VORN_WIDE(madd_epi16)(VORN_WIDE(shuffle_epi8)(t, places), weights));
+            };
+            return VORN_WIDE(fmadd_ps)(row(high), asFloats(wh),
+                                       VORN_WIDE(mul_ps)(row(low), asFloats(wl)));
+        };
+        const FloatRegister first =
+            blend(lower.first, upper.first, across.first, below.first, above.first);
+        const FloatRegister other =
+            blend(lower.other, upper.other, across.other, below.other, above.other);
+        a = Float(bitsAs<FloatBits>(lowerHalves(first, other)));
+        b = Float(bitsAs<FloatBits>(upperHalves(first, other)));
+    };
+    Pixel p;
+    channels(order.r, order.g, p.x, p.y);
+    channels(order.b, order.a, p.z, p.w);
+    return p;
+}
+
+#undef VORN_WIDE
+
+} // namespace vorn::lanes
+#endif
