@@ -277,6 +277,111 @@ INSTANTIATE_TEST_SUITE_P(
                   }}),
     [](const auto& test) { return test.param.title; });
 
+INSTANTIATE_TEST_SUITE_P(
+    Keys, Graphs,
+    testing::Values(
+        GraphCase{"Chroma2017", "VEChromaKey2017",
+                  inputs({{"Sensitivity", 0.1},
+                          {"Smoothing", 0.2},
+                          {"Red", 0.3},
+                          {"Green", 0.4},
+                          {"Blue", 0.5},
+                          {"Blur", 0.6}}),
+                  "VE_ChromaKey2017_chromaKey2017(source, 0.1, 0.2, 0.3, 0.4, 0.5, 0.6) own"},
+        GraphCase{
+            "ChromaRGB", "VEChromaKeyRGB",
+            inputs(
+                {{"Tolerance", 0.1}, {"Amount", 0.2}, {"Red", 0.3}, {"Green", 0.4}, {"Blue", 0.5}}),
+            "VE_ChromaKey_chromaKeyRGB(source, 0.1, 0.2, 0.3, 0.4, 0.5) own"},
+        GraphCase{"ChromaHSV", "VEChromaKeyHSV",
+                  inputs({{"Tolerance", 0.1},
+                          {"Amount", 0.2},
+                          {"Hue", 0.3},
+                          {"Saturation", 0.4},
+                          {"Value", 0.5}}),
+                  "VE_ChromaKeyHSV_chromaKeyHSV(source, 0.1, 0.2, 0.3, 0.4, 0.5) own"},
+        GraphCase{"ChromaXY", "VEChromaKeyXY", inputs({{"Xposition", 0.3}, {"Yposition", 0.4}}),
+                  "VE_ChromaKeyXY_chromaKey_XYpos(source, 0, 0, 0.3, 0.4) [3 4 4096 5801]",
+                  frame(4096, 5801, {3, 4})},
+        GraphCase{"ChromaXYTooLarge", "VEChromaKeyXY", {}, "error FX 055", frame(4096, 5802)},
+        GraphCase{"Luma", "VELumaKey", inputs({{"1Amount", 0.5}, {"2Amount", 0.5}}),
+                  "VE_LumaKey_lumaKey(source, 0.5, -0.001) own"},
+        GraphCase{"LumaInverse", "VELumaKey",
+                  inputs({{"1Amount", 0.5}, {"2Amount", 0.5}, {"Mode", 2}}),
+                  "VE_LumaKey_inverseLumaKey(source, 0.5, -0.001) own"},
+        GraphCase{"LumaNegative", "VELumaKey", inputs({{"Mode", -1}}),
+                  "VE_LumaKey_lumaKey(source, 0, -1.001) own"},
+        GraphCase{"BlackTwoControls", "VEBlackAlpha2ctl",
+                  inputs({{"1Amount", 0.5}, {"2Amount", 0.5}}),
+                  "VE_BlackAlpha2ctl_blackAlpha(source, 1.5, -0.003) own"},
+        GraphCase{"BlackLevel", "VEBlackAlpha2ctl", inputs({{"1Amount", 0.5}, {"Mode", 1}}),
+                  "VE_BlackAlpha2ctl_blackLevel(source, 1.5, -1.503) own"},
+        GraphCase{"BlackAlpha", "VEBlackAlpha", inputs({{"Amount", 0.5}, {"Mode", -1}}),
+                  "VE_BlackAlpha_blackAlpha(source, 0.5, 0) own"},
+        GraphCase{"BlueAlpha", "VEBlackAlpha", inputs({{"Threshold", 0.5}, {"Mode", 4}}),
+                  "VE_BlackAlpha_blueAlpha(source, 0, 0.5) own"},
+        GraphCase{"BlueOnly", "VEBlackAlpha", inputs({{"Mode", 9}}),
+                  "VE_BlackAlpha_blueOnly(source, 0, 0) own"}),
+    [](const auto& test) { return test.param.title; });
+
+std::array<double, 3> straight(const Pixel& p) {
+    const double alpha = p[3] > 0 ? p[3] : 1;
+    return {p[0] / alpha, p[1] / alpha, p[2] / alpha};
+}
+
+double keyed(double distance, double tolerance, double softness) {
+    const double reach = std::max(tolerance * softness, 1 / 128.0);
+    return smooth((distance - tolerance + reach) / (2 * reach));
+}
+Pixel withoutKey(const Pixel& p, std::array<double, 3> key, double share) {
+    Pixel result{0, 0, 0, p[3] * share};
+    for (size_t c = 0; c < 3; ++c)
+        result[c] = std::clamp(p[c] - key[c] * p[3] * (1 - share), 0.0, result[3]);
+    return result;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Keys, Pixels,
+    testing::Values(
+        PixelCase{"LumaKey", "VELumaKey", inputs({{"1Amount", 0.6}, {"2Amount", 0.7}}),
+                  [](const Bitmap& s, int x, int y) {
+                      const auto v = straight(s.pixel(x, y));
+                      const double y709 = 0.2126 * v[0] + 0.7152 * v[1] + 0.0722 * v[2];
+                      return times(s.pixel(x, y), smooth((y709 - 0.299) / 0.301));
+                  }},
+        PixelCase{"BlackLevel", "VEBlackAlpha2ctl",
+                  inputs({{"1Amount", 0.6}, {"2Amount", 0.7}, {"Mode", 1}}),
+                  [](const Bitmap& s, int x, int y) {
+                      const auto v = straight(s.pixel(x, y));
+                      Pixel p = times(s.pixel(x, y), smooth((v[0] + v[1] + v[2] - 0.897) / 0.903));
+                      p[3] = s.pixel(x, y)[3];
+                      return p;
+                  }},
+        PixelCase{"WhiteIsTakenOut", "VEBlackAlpha", inputs({{"Amount", 1}, {"Mode", 1}}),
+                  [](const Bitmap& s, int x, int y) {
+                      Pixel p = s.pixel(x, y);
+                      const double white = std::min({p[0], p[1], p[2]});
+                      for (double& c : p) c -= white;
+                      return p;
+                  }},
+        PixelCase{
+            "KeyByColor", "VEChromaKeyRGB",
+            inputs(
+                {{"Tolerance", 0.4}, {"Amount", 0.5}, {"Red", 0.2}, {"Green", 0.9}, {"Blue", 0.3}}),
+            [](const Bitmap& s, int x, int y) {
+                const auto v = straight(s.pixel(x, y));
+                const double d =
+                    std::sqrt(((v[0] - 0.2) * (v[0] - 0.2) + (v[1] - 0.9) * (v[1] - 0.9) +
+                               (v[2] - 0.3) * (v[2] - 0.3)) /
+                              3);
+                return withoutKey(s.pixel(x, y), {0.2, 0.9, 0.3}, keyed(d, 0.4, 0.5));
+            }},
+        PixelCase{"KeyOfTolerance0",
+                  "VEChromaKeyHSV",
+                  {},
+                  [](const Bitmap& s, int x, int y) { return s.pixel(x, y); }}),
+    [](const auto& test) { return test.param.title; });
+
 // ---- What holds for all of them -----------------------------------------------------------------
 
 double standardOf(const InputAttributes& input, const char* name) {
