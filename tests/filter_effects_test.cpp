@@ -382,6 +382,130 @@ INSTANTIATE_TEST_SUITE_P(
                   [](const Bitmap& s, int x, int y) { return s.pixel(x, y); }}),
     [](const auto& test) { return test.param.title; });
 
+std::string repeats(int number, const char* arguments) {
+    return "VE_Repeats_repeats" + std::to_string(number) + "(source, 1, 1, " + arguments +
+           ") [0 0 1920 1080]";
+}
+GraphCase repeat(const char* title, double mode, double x, double y, std::string graph) {
+    return {title, "VE_Repeats", inputs({{"Mode", mode}, {"OffsetX", x}, {"OffsetY", y}}),
+            std::move(graph)};
+}
+GraphCase mirror(const char* title, double mode, CIImage source, const std::string& mirrored) {
+    return {title, "VEMirrors", inputs({{"Mode", mode}}),
+            "VE_Mirrors_mixer(source, " + mirrored + ", 1) [99 100 52 53] [99 100 52 53]",
+            std::move(source)};
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Copies, Graphs,
+    testing::Values(
+        GraphCase{"Tiles",
+                  "VETiles",
+                  {},
+                  "VE_Tiles_tiles1(source, 1, 4) [0 0 5760 4125]",
+                  frame(5760, 4125)},
+        GraphCase{"TilesTooLarge", "VETiles", {}, "error FX 127", frame(5760, 4126)},
+        GraphCase{"Tiles2", "VETiles_2",
+                  inputs({{"Xdiv", 2}, {"Ydiv", 3}, {"Xoffset", 4}, {"Yoffset", 5}}),
+                  "VE_Tiles_2_tiles2(source, 1, 2, 3, 4, 5) [5 6 70 80]", frame(70, 80, {5, 6})},
+        GraphCase{"Tiles2TooLarge", "VETiles_2", {}, "error FX 128", frame(5760, 4126)},
+        repeat("Repeats0", 0, 0.5, 1, repeats(1, "0.0156863, 4.01569")),
+        repeat("Repeats2", 2, 1, 2, repeats(3, "4, 8")),
+        repeat("Repeats6", 6, kMiddle, 2, repeats(7, "0, 8")),
+        repeat("Repeats7", 7, 1, 1, repeats(8, "-4, 4")),
+        repeat("Repeats8", 8, 1, kMiddle, repeats(9, "4, 0")),
+        repeat("Repeats9", 9, 1, kMiddle, repeats(10, "-4, 0")),
+        repeat("Repeats10", 10, 1, 1, repeats(11, "4, -4")),
+        repeat("Repeats11", 11, kMiddle, 1, repeats(12, "0, -4")),
+        repeat("Repeats12", 255, 1, 2, repeats(13, "-4, -8")),
+        repeat("RepeatsNegative", -1, 1, 1, "source"),
+        GraphCase{"RepeatsAtTheLimit",
+                  "VE_Repeats",
+                  {},
+                  "VE_Repeats_repeats2(source, 1, 1, 4.01569, 4.01569) [0 0 5760 3240]",
+                  frame(5760, 3240)},
+        GraphCase{"RepeatsTooLarge", "VE_Repeats", {}, "error FX 139", frame(5760, 3241)},
+        mirror("MirrorFlip", 0, frame(300, 200, {9, 8}),
+               "VE_Mirrors_backwards(source, 1) [9 8 300 200]"),
+        mirror("MirrorHalf", 4, frame(5000, 201),
+               "VE_Mirrors_mirrorRightToLeft(source, 1) [2500 0 2500 201]"),
+        mirror("MirrorQuarter", 12, frame(300, 201),
+               "VE_Mirrors_topLeftQuadMirror(source, 1) [0 100.5 150 100.5]"),
+        mirror("MirrorLargeFlip", 2, frame(4096, 2160),
+               "CIAffineTransform(source, (-1 0 0 -1)+(4096 2160))"),
+        mirror("MirrorLargeHalf", 3, frame(8192, 100),
+               "{CIAffineTransform(CICrop(source, (0 0 4096 100)), (-1 0 0 1)+(8192 0)) over "
+               "CICrop(source, (0 0 4096 100))}"),
+        mirror("MirrorLargeQuarter", 8, frame(8192, 100),
+               "{CIAffineTransform({CIAffineTransform(CICrop(source, (4096 0 4096 50)), "
+               "(1 0 0 -1)+(0 100)) over CICrop(source, (4096 0 4096 50))}, (-1 0 0 1)+(8192 0)) "
+               "over {CIAffineTransform(CICrop(source, (4096 0 4096 50)), (1 0 0 -1)+(0 100)) over "
+               "CICrop(source, (4096 0 4096 50))}}"),
+        GraphCase{"MirrorNegative", "VEMirrors", inputs({{"Mode", -1}}), "source"},
+        GraphCase{"MirrorTooLarge", "VEMirrors", {}, "error FX 155", frame(12000, 12000)}),
+    [](const auto& test) { return test.param.title; });
+
+INSTANTIATE_TEST_SUITE_P(
+    Copies, Pixels,
+    testing::Values(
+        PixelCase{"Backwards",
+                  "VEMirrors",
+                  {},
+                  [](const Bitmap& s, int x, int y) { return s.pixel(kWidth - 1 - x, y); }},
+        PixelCase{
+            "RightHalf", "VEMirrors", inputs({{"Mode", 4}}),
+            [](const Bitmap& s, int x, int y) { return s.pixel(std::max(x, kWidth - 1 - x), y); }},
+        PixelCase{"TopLeftQuarterHalfMixed", "VEMirrors", inputs({{"Mode", 10}, {"Mixer", 0.5}}),
+                  [](const Bitmap& s, int x, int y) {
+                      Pixel p = times(s.pixel(x, y), 0.5);
+                      const Pixel q =
+                          s.pixel(std::min(x, kWidth - 1 - x), std::max(y, kHeight - 1 - y));
+                      for (size_t c = 0; c < 4; ++c) p[c] += 0.5 * q[c];
+                      return p;
+                  }},
+        // Two by two tiles: each pixel the mean of four.
+        PixelCase{"Tiles", "VETiles", inputs({{"Divisions", 2}}),
+                  [](const Bitmap& s, int x, int y) {
+                      Pixel sum{};
+                      for (int i = 0; i < 4; ++i) {
+                          const Pixel p =
+                              s.pixel((2 * x + i % 2) % kWidth, (2 * y + i / 2) % kHeight);
+                          for (size_t c = 0; c < 4; ++c) sum[c] += p[c] / 4;
+                      }
+                      return sum;
+                  }},
+        // The upper left copy of the two that a scale of 2 has room for.
+        PixelCase{"Repeats", "VE_Repeats", inputs({{"Mode", 10}, {"Scale", 2}, {"Repeats", 0}}),
+                  [](const Bitmap& s, int x, int y) {
+                      if (x >= kWidth / 2 || y < kHeight / 2) return Pixel{};
+                      Pixel sum{};
+                      for (int i = 0; i < 4; ++i) {
+                          const Pixel p = s.pixel(2 * x + i % 2, 2 * y - kHeight + i / 2);
+                          for (size_t c = 0; c < 4; ++c) sum[c] += p[c] / 4;
+                      }
+                      return sum;
+                  }}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(FixedRegions, HoldForImagesThatAreComputedAndLieElsewhere) {
+    // What a mirror reads is measured from (0, 0); that must not leave a
+    // hole in a picture whose source is not there before.
+    Random random(29);
+    const Bitmap source = randomBitmap(random, 60, 40, CIFormat::RGBA8);
+    for (const CGPoint origin : {CGPoint{}, CGPoint{-200, 90}}) {
+        const CIImage copy = filtered("VESolarize", source.image(origin), {});
+        for (const double mode : {4.0, 6.0, 9.0}) {
+            const CIImage expected =
+                filtered("VEMirrors", source.image(origin), inputs({{"Mode", mode}}));
+            const CIImage image = filtered("VEMirrors", copy, inputs({{"Mode", mode}}));
+            for (const auto& context : cpuContexts())
+                EXPECT_TRUE(isClose(render(*context, image, copy.extent()),
+                                    render(*context, expected, copy.extent()), {1.01 / 255}))
+                    << mode;
+        }
+    }
+}
+
 // ---- What holds for all of them -----------------------------------------------------------------
 
 double standardOf(const InputAttributes& input, const char* name) {
