@@ -506,6 +506,52 @@ TEST(FixedRegions, HoldForImagesThatAreComputedAndLieElsewhere) {
     }
 }
 
+INSTANTIATE_TEST_SUITE_P(
+    Transitions, Graphs,
+    testing::Values(
+        GraphCase{"Dissolve", "VEXFDissolve", inputs({{"FadeStatus", 0.5}, {"Adjust", 2}}),
+                  "VEXFDissolve_dissolve(source, target, 0.25) own own"},
+        GraphCase{
+            "DissolveWithPixels", "VEXFDissolveWithPixels",
+            inputs({{"FadeStatus", 0.5}, {"Adjust", 2}}),
+            "VEXFDissolveWithPixels_pixellate(VEXFDissolveWithPixels_dissolve(source, target, "
+            "0.25) own own, 100) [110 111 30 31]"},
+        GraphCase{
+            "DissolveWithPixelsEnd", "VEXFDissolveWithPixels", inputs({{"FadeStatus", 1}}),
+            "VEXFDissolveWithPixels_pixellate(VEXFDissolveWithPixels_dissolve(source, target, "
+            "1) own own, 0.0200033) [100.002 101.002 49.996 50.996]"},
+        GraphCase{"ColorBlendMiddle",
+                  "VEXFColorBlend",
+                  {{"inputFadeStatus", Number(0.5)}, {"inputColor", CIColor(0.1, 0.2, 0.3, 0.4)}},
+                  "VEXFColorBlend_colorBlend(source, (0.1 0.2 0.3 0.4), 0) own"},
+        GraphCase{"ColorBlendLater", "VEXFColorBlend", inputs({{"FadeStatus", 0.75}}),
+                  "VEXFColorBlend_colorBlend(target, (1 1 1 1), 0.5) own"},
+        GraphCase{"BrightFirst", "VEXFBrightness", inputs({{"FadeStatus", 0.3}, {"Mode", -1}}),
+                  "VEXFBrightness_brightFirst(source, target, 0.3) own own"},
+        GraphCase{"DarkFirst", "VEXFBrightness", inputs({{"FadeStatus", 0.3}, {"Mode", 2}}),
+                  "VEXFBrightness_darkFirst(source, target, 0.3) own own"}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(Transitions, BeginWithOneImageAndEndWithTheOther) {
+    Random random(5);
+    const Bitmap source = randomBitmap(random, 67, 45, CIFormat::RGBA8);
+    const Bitmap target = randomBitmap(random, 67, 45, CIFormat::RGBA8);
+    for (const char* name :
+         {"VEXFDissolve", "VEXFDissolveWithPixels", "VEXFColorBlend", "VEXFBrightness"})
+        for (const double mode : {0.0, 1.0})
+            for (const double time : {0.0, 1.0}) {
+                Settings settings{{"inputTargetImage", target.image()},
+                                  {"inputFadeStatus", Number(time)}};
+                if (name == std::string("VEXFBrightness"))
+                    settings.emplace_back("inputMode", Number(mode));
+                const CIImage image = filtered(name, source.image(), settings);
+                for (CIContext* context : everyContext())
+                    EXPECT_TRUE(isClose(render(*context, image, image.extent()),
+                                        time == 0 ? source : target, {}))
+                        << name << " at " << time << ", " << nameOf(*context);
+            }
+}
+
 // ---- What holds for all of them -----------------------------------------------------------------
 
 double standardOf(const InputAttributes& input, const char* name) {
