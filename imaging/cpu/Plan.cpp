@@ -176,6 +176,20 @@ int Plan::stepFor(const CIImage& image) {
     return static_cast<int>(steps_.size()) - 1;
 }
 
+IntRect Plan::readBy(const RegionOfInterest& rule, int index, const CGRect& destination,
+                     const IntRect& source) {
+    const IntRect asked = IntRect::around(rule.rectFor(index, destination).grownBy(1));
+    switch (rule.kind()) {
+    case RegionOfInterest::Kind::Identity: return source;
+    case RegionOfInterest::Kind::Grown: return rule.margin() < 0 ? source : asked;
+    case RegionOfInterest::Kind::Whole: {
+        const IntRect named = IntRect::around(rule.rectFor(index, destination));
+        return named == named.intersection(source) ? asked : source;
+    }
+    default: return asked;
+    }
+}
+
 void Plan::propagateNeeds(const IntRect& rect) {
     Step& last = steps_[static_cast<size_t>(root_.step)];
     last.needed = rect.intersection(root_.clip).intersection(last.extent);
@@ -190,13 +204,7 @@ void Plan::propagateNeeds(const IntRect& rect) {
             Step& source = steps_[static_cast<size_t>(edge.step)];
             IntRect wanted = step.needed;
             if (!edge.ownPixelOnly) {
-                // An identity rule promises that only the own pixel is read. This kernel reads
-                // elsewhere, so it gets the whole input.
-                const RegionOfInterest& rule = step.node->regionOfInterest;
-                if (rule.kind() == RegionOfInterest::Kind::Identity)
-                    wanted = source.extent;
-                else
-                    wanted = IntRect::around(rule.rectFor(e, destination).grownBy(1));
+                wanted = readBy(step.node->regionOfInterest, e, destination, source.extent);
                 if (!source.isMemory) source.materialised = true;
             }
             source.needed =

@@ -86,6 +86,12 @@ private:
     int stepFor(const CIImage& image);
     int conversionOf(int step, const char* kernel);
     void propagateNeeds(const IntRect& rect);
+    /// What a kernel that reads elsewhere than at its own pixel may read of a source. Rules that
+    /// cannot hold for such a kernel stand for the whole source: identity, a destination that
+    /// shrinks, and a fixed rectangle that reaches outside of the source, as one does that was
+    /// measured from (0, 0) when the source lies elsewhere.
+    static IntRect readBy(const RegionOfInterest& rule, int index, const CGRect& destination,
+                          const IntRect& source);
     void fail(std::string problem);
 
     PlanSettings settings_;

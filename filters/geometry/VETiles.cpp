@@ -1,0 +1,29 @@
+// Tiles: repeats the image in an N-by-N grid.
+#include "core/FilterSupport.h"
+
+class VETiles final : public CIFilter {
+public:
+    VETiles() { loadKernel<VETiles>(kernel, "VE_TilesFilterKernel", "VE_Tiles_tiles1"); }
+
+    static Attributes customAttributes() {
+        return {scalar("inputDivisions", "divisions",
+                       {.min = 1, .sliderMin = 1, .sliderMax = 16, .standard = 4}),
+                mixer()};
+    }
+
+    CIImage outputImage() override {
+        if (area(inputImage) > kFixedArea23764000) return errorImage.imageFor("FX 127");
+        const CISampler source(inputImage);
+        return kernel.applyWithExtent(source.extent(), RegionOfInterest::whole(source),
+                                      {source, inputMixer, inputDivisions});
+    }
+
+    CIImage inputImage;
+    Number inputDivisions, inputMixer;
+    VORN_FILTER(VETiles, inputImage, inputDivisions, inputMixer)
+
+private:
+    inline static CIKernel kernel;
+    ErrorImage errorImage;
+};
+VORN_REGISTER(VETiles)

@@ -1,0 +1,32 @@
+// Tiles 2: repeats the image in a grid, with a count and a spacing for each direction.
+#include "core/FilterSupport.h"
+
+class VETiles_2 final : public CIFilter {
+public:
+    VETiles_2() { loadKernel<VETiles_2>(kernel, "VE_Tiles_2FilterKernel", "VE_Tiles_2_tiles2"); }
+
+    static Attributes customAttributes() {
+        constexpr ScalarRange range{.min = 1, .sliderMin = 1, .sliderMax = 100, .standard = 1};
+        return {scalar("inputXdiv", "H divisions", range),
+                scalar("inputYdiv", "V divisions", range),
+                scalar("inputXoffset", "H spacing", range),
+                scalar("inputYoffset", "V spacing", range), mixer()};
+    }
+
+    CIImage outputImage() override {
+        if (area(inputImage) > kFixedArea23764000) return errorImage.imageFor("FX 128");
+        const CISampler source(inputImage);
+        return kernel.applyWithExtent(
+            source.extent(), RegionOfInterest::whole(source),
+            {source, inputMixer, inputXdiv, inputYdiv, inputXoffset, inputYoffset});
+    }
+
+    CIImage inputImage;
+    Number inputXdiv, inputYdiv, inputXoffset, inputYoffset, inputMixer;
+    VORN_FILTER(VETiles_2, inputImage, inputXdiv, inputYdiv, inputXoffset, inputYoffset, inputMixer)
+
+private:
+    inline static CIKernel kernel;
+    ErrorImage errorImage;
+};
+VORN_REGISTER(VETiles_2)

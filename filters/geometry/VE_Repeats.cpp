@@ -1,0 +1,72 @@
+// Repeats: copies of the image in thirteen layouts, with a scale, a count and an offset between
+// them.
+#include "core/FilterSupport.h"
+
+class VE_Repeats final : public CIFilter {
+public:
+    VE_Repeats() { loadKernels<VE_Repeats>(kernels, "VE_RepeatsFilterKernel", kFunctions); }
+
+    static Attributes customAttributes() {
+        constexpr ScalarRange offset{.sliderMax = 8, .standard = 1};
+        return {scalar("inputMode", "mode", {.sliderMax = 255, .standard = 1}),
+                scalar("inputScale", "scale", {.sliderMin = 1, .sliderMax = 64, .standard = 1}),
+                scalar("inputRepeats", "repeats", {.sliderMax = 255, .standard = 1}),
+                scalar("inputOffsetX", "offsetX", offset),
+                scalar("inputOffsetY", "offsetY", offset)};
+    }
+
+    CIImage outputImage() override {
+        if (areaInSinglePrecision(inputImage) > kArea4320x4320)
+            return errorImage.imageFor("FX 139");
+        const int mode = clampedMode(inputMode, static_cast<int>(std::size(kLayouts)) - 1);
+        if (mode < 0) return inputImage;
+        const CISampler source(inputImage);
+        const Layout& layout = kLayouts[mode];
+        return kernels[mode].applyWithExtent(
+            source.extent(), RegionOfInterest::whole(source),
+            {source, inputScale, inputRepeats,
+             static_cast<float>(layout.x.factor * (inputOffsetX.floatValue() - layout.x.center)),
+             static_cast<float>(layout.y.factor * (inputOffsetY.floatValue() - layout.y.center))});
+    }
+
+    CIImage inputImage;
+    Number inputMode, inputScale, inputRepeats, inputOffsetX, inputOffsetY;
+    VORN_FILTER(VE_Repeats, inputImage, inputMode, inputScale, inputRepeats, inputOffsetX,
+                inputOffsetY)
+
+private:
+    /// The offsets that a kernel gets: factor * (offset - center). A centred control rests at
+    /// 127/255.
+    struct Axis {
+        double factor, center;
+    };
+    struct Layout {
+        Axis x, y;
+    };
+    static constexpr double kMiddle = 0.4980392157;
+    static constexpr Layout kLayouts[] = {
+        {{8, kMiddle}, {8, kMiddle}},
+        {{8, kMiddle}, {8, kMiddle}},
+        {{4, 0}, {4, 0}},
+        {{4, 0}, {4, 0}},
+        {{4, 0}, {4, 0}},
+        {{4, 0}, {4, 0}},
+        {{4, kMiddle}, {4, 0}},
+        {{-4, 0}, {4, 0}},
+        {{4, 0}, {4, kMiddle}},
+        {{-4, 0}, {4, kMiddle}},
+        {{4, 0}, {-4, 0}},
+        {{4, kMiddle}, {-4, 0}},
+        {{-4, 0}, {-4, 0}},
+    };
+    static constexpr std::string_view kFunctions[] = {
+        "VE_Repeats_repeats1",  "VE_Repeats_repeats2",  "VE_Repeats_repeats3",
+        "VE_Repeats_repeats4",  "VE_Repeats_repeats5",  "VE_Repeats_repeats6",
+        "VE_Repeats_repeats7",  "VE_Repeats_repeats8",  "VE_Repeats_repeats9",
+        "VE_Repeats_repeats10", "VE_Repeats_repeats11", "VE_Repeats_repeats12",
+        "VE_Repeats_repeats13"};
+    static_assert(std::size(kFunctions) == std::size(kLayouts));
+    inline static CIKernel kernels[std::size(kFunctions)];
+    ErrorImage errorImage;
+};
+VORN_REGISTER(VE_Repeats)

@@ -1,0 +1,31 @@
+// Black alpha: turns black, white or a primary into transparency, or keeps one colour only.
+#include "core/FilterSupport.h"
+
+class VEBlackAlpha final : public CIFilter {
+public:
+    VEBlackAlpha() { loadKernels<VEBlackAlpha>(kernels, "VE_BlackAlphaFilterKernel", kFunctions); }
+
+    static Attributes customAttributes() {
+        return {scalar("inputAmount", "amount", {}), scalar("inputThreshold", "threshold", {}),
+                scalar("inputMode", "mode", {.sliderMax = 9})};
+    }
+
+    CIImage outputImage() override {
+        const CISampler source(inputImage);
+        return kernelForMode(kernels, inputMode)
+            .applyWithExtent(source.extent(), RegionOfInterest::identity(),
+                             {source, inputAmount, inputThreshold});
+    }
+
+    CIImage inputImage;
+    Number inputAmount, inputThreshold, inputMode;
+    VORN_FILTER(VEBlackAlpha, inputImage, inputAmount, inputThreshold, inputMode)
+
+private:
+    static constexpr std::string_view kFunctions[] = {
+        "VE_BlackAlpha_blackAlpha", "VE_BlackAlpha_whiteAlpha", "VE_BlackAlpha_redAlpha",
+        "VE_BlackAlpha_greenAlpha", "VE_BlackAlpha_blueAlpha",  "VE_BlackAlpha_whiteOnly",
+        "VE_BlackAlpha_redOnly",    "VE_BlackAlpha_greenOnly",  "VE_BlackAlpha_blueOnly"};
+    inline static CIKernel kernels[std::size(kFunctions)];
+};
+VORN_REGISTER(VEBlackAlpha)

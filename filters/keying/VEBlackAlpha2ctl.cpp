@@ -1,0 +1,30 @@
+// Black alpha with two controls: makes dark pixels transparent, or, in its second mode, black.
+#include "filters/keying/AmountAndSlope.h"
+
+class VEBlackAlpha2ctl final : public CIFilter {
+public:
+    VEBlackAlpha2ctl() {
+        loadKernels<VEBlackAlpha2ctl>(kernels, "VE_BlackAlpha2ctlFilterKernel", kFunctions);
+    }
+
+    static Attributes customAttributes() { return levelRampAttributes(); }
+
+    CIImage outputImage() override {
+        const CISampler source(inputImage);
+        const LevelRamp ramp(input1Amount, input2Amount);
+        // The kernels compare with the sum of the three channels, which goes up to 3.
+        return kernelForMode(kernels, inputMode)
+            .applyWithExtent(source.extent(), RegionOfInterest::identity(),
+                             {source, 3.0f * ramp.high, 3.0f * ramp.low});
+    }
+
+    CIImage inputImage;
+    Number input1Amount, input2Amount, inputMode;
+    VORN_FILTER(VEBlackAlpha2ctl, inputImage, input1Amount, input2Amount, inputMode)
+
+private:
+    static constexpr std::string_view kFunctions[] = {"VE_BlackAlpha2ctl_blackAlpha",
+                                                      "VE_BlackAlpha2ctl_blackLevel"};
+    inline static CIKernel kernels[std::size(kFunctions)];
+};
+VORN_REGISTER(VEBlackAlpha2ctl)

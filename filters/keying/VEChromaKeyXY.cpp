@@ -1,0 +1,35 @@
+// Chroma key by position: makes colours near that of a place in the picture transparent.
+#include "core/FilterSupport.h"
+
+class VEChromaKeyXY final : public CIFilter {
+public:
+    VEChromaKeyXY() {
+        loadKernel<VEChromaKeyXY>(kernel, "VE_ChromaKeyXYFilterKernel",
+                                  "VE_ChromaKeyXY_chromaKey_XYpos");
+    }
+
+    static Attributes customAttributes() {
+        return {scalar("inputTolerance", "tolerance", {.min = 0.01}),
+                scalar("inputAmount", "amount", {}), scalar("inputXposition", "x position", {}),
+                scalar("inputYposition", "y position", {})};
+    }
+
+    CIImage outputImage() override {
+        if (areaInSinglePrecision(inputImage) > kFixedArea23764000)
+            return errorImage.imageFor("FX 055");
+        const CISampler source(inputImage);
+        return kernel.applyWithExtent(
+            source.extent(), RegionOfInterest::whole(source),
+            {source, inputTolerance, inputAmount, inputXposition, inputYposition});
+    }
+
+    CIImage inputImage;
+    Number inputTolerance, inputAmount, inputXposition, inputYposition;
+    VORN_FILTER(VEChromaKeyXY, inputImage, inputTolerance, inputAmount, inputXposition,
+                inputYposition)
+
+private:
+    inline static CIKernel kernel;
+    ErrorImage errorImage;
+};
+VORN_REGISTER(VEChromaKeyXY)

@@ -1,0 +1,32 @@
+// Brightness: a dissolve that passes through a brightened picture or, in its second mode, through a
+// darkened one.
+#include "core/FilterSupport.h"
+
+class VEXFBrightness final : public CIFilter {
+public:
+    VEXFBrightness() {
+        loadKernels<VEXFBrightness>(kernels, "VEXFBrightnessFilterKernel", kFunctions);
+    }
+
+    static Attributes customAttributes() {
+        return {scalar("inputMode", "mode", {.sliderMax = 2}),
+                scalar("inputFadeStatus", "Time", {})};
+    }
+
+    CIImage outputImage() override {
+        const CISampler source(inputImage), target(inputTargetImage);
+        return kernelForMode(kernels, inputMode)
+            .applyWithExtent(source.extent(), RegionOfInterest::identity(),
+                             {source, target, inputFadeStatus});
+    }
+
+    CIImage inputImage, inputTargetImage;
+    Number inputMode, inputFadeStatus;
+    VORN_FILTER(VEXFBrightness, inputImage, inputTargetImage, inputMode, inputFadeStatus)
+
+private:
+    static constexpr std::string_view kFunctions[] = {"VEXFBrightness_brightFirst",
+                                                      "VEXFBrightness_darkFirst"};
+    inline static CIKernel kernels[std::size(kFunctions)];
+};
+VORN_REGISTER(VEXFBrightness)

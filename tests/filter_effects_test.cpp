@@ -1,0 +1,640 @@
+// The effects as a whole: what each mode describes, on which rules, and what holds for the pictures
+// of all of them: the same on every device and in every split of the result, nothing left of an
+// effect that is mixed out, transitions that begin and end exactly.
+#include "support.h"
+#include "vorneffects/ImageDescription.h"
+
+#include <cstdio>
+#include <functional>
+#include <ostream>
+
+namespace {
+
+constexpr CGRect kProbe{100, 101, 50, 51};
+
+CIImage frame(double width, double height, CGPoint origin = {}) {
+    return CIImage::imageWithColor(CIColor(0.2, 0.4, 0.6))
+        .imageByCroppingToRect({origin.x, origin.y, width, height});
+}
+
+// ---- Graphs as text -----------------------------------------------------------------------------
+
+std::string textOf(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.6g", std::fabs(value) < 1e-8 ? 0.0 : value);
+    return text;
+}
+std::string textOf(const CGRect& rect) {
+    return "[" + textOf(rect.x) + " " + textOf(rect.y) + " " + textOf(rect.width) + " " +
+           textOf(rect.height) + "]";
+}
+std::string textOf(const CIVector& vector) {
+    std::string text = "(";
+    for (size_t i = 0; i < vector.count(); ++i)
+        text += (i ? " " : "") + textOf(vector.valueAtIndex(i));
+    return text + ")";
+}
+
+/// A graph as one line: kernels and framework filters with their arguments, "source" and "target"
+/// for the images that were set, and behind a general kernel what it reads for the probe.
+std::string textOf(const ImageDescription& node, const CIImage& source, const CIImage& target) {
+    const auto below = [&](const std::shared_ptr<ImageDescription>& image) {
+        return image ? textOf(*image, source, target) : std::string("nothing");
+    };
+    if (node.object == source) return "source";
+    if (target && node.object == target) return "target";
+    std::string text;
+    switch (node.kind) {
+    case ImageDescription::Kind::Kernel:
+        text = node.function + "(";
+        for (size_t i = 0; i < node.arguments.size(); ++i) {
+            if (i) text += ", ";
+            if (const auto* number = std::get_if<Number>(&node.arguments[i]))
+                text += textOf(number->doubleValue());
+            else if (const auto* vector = std::get_if<CIVector>(&node.arguments[i]))
+                text += textOf(*vector);
+            else if (const auto* sampler = std::get_if<SamplerDescription>(&node.arguments[i]))
+                text += below(sampler->image);
+        }
+        text += ")";
+        for (const CGRect& rect : node.regionsOfInterest)
+            text += rect == kProbe ? " own" : " " + textOf(rect);
+        return text;
+    case ImageDescription::Kind::Builtin:
+        text = node.name + "(";
+        for (const auto& [key, value] : node.inputs) {
+            if (text.back() != '(') text += ", ";
+            if (const auto* vector = std::get_if<CIVector>(&value))
+                text += textOf(*vector);
+            else if (const auto* t = std::get_if<CGAffineTransform>(&value))
+                text +=
+                    textOf(CIVector(t->a, t->b, t->c, t->d)) + "+" + textOf(CIVector(t->tx, t->ty));
+            else if (const auto* image = std::get_if<std::shared_ptr<ImageDescription>>(&value))
+                text += below(*image);
+        }
+        return text + ")";
+    case ImageDescription::Kind::Composite:
+        return "{" + below(node.over) + " over " + below(node.under) + "}";
+    case ImageDescription::Kind::ErrorImage:
+        return "error " + node.label;
+    case ImageDescription::Kind::Surface:
+        return "surface " + textOf(node.extent) + " " + std::to_string(node.bytesPerRow) +
+               (node.colorSpace == CGColorSpace::SRGB ? " sRGB" : "");
+    case ImageDescription::Kind::Bitmap:
+        return "bitmap " + textOf(node.extent) + " " + node.format;
+    case ImageDescription::Kind::Accumulator:
+        return "kept";
+    default:
+        return "something else";
+    }
+}
+
+// ---- What each mode describes -------------------------------------------------------------------
+
+struct GraphCase {
+    const char* title;
+    const char* filter;
+    Settings settings;
+    std::string graph;
+    CIImage source = frame(1920, 1080);
+};
+
+std::ostream& operator<<(std::ostream& stream, const GraphCase& test) {
+    return stream << test.title;
+}
+
+Settings inputs(std::initializer_list<std::pair<const char*, double>> values) {
+    Settings settings;
+    for (const auto& [key, value] : values)
+        settings.emplace_back(std::string("input") + key, Number(value));
+    return settings;
+}
+
+class Graphs : public testing::TestWithParam<GraphCase> {};
+
+TEST_P(Graphs, AreThoseOfTheTable) {
+    const GraphCase& test = GetParam();
+    const CIImage target = frame(640, 480);
+    Settings settings = test.settings;
+    if (std::string_view(test.filter).starts_with("VEXF"))
+        settings.insert(settings.begin(), {"inputTargetImage", target});
+    testing::internal::CaptureStdout();
+    const CIImage output = filtered(test.filter, test.source, settings);
+    testing::internal::GetCapturedStdout();
+    ASSERT_TRUE(output || test.graph.empty());
+    if (output) {
+        EXPECT_EQ(textOf(*describeImage(output, kProbe), test.source, target), test.graph);
+    }
+}
+
+constexpr double kMiddle = 0.4980392157;
+
+std::string circleXY(const char* kernel, const char* arguments) {
+    return std::string("VE_CropCircleXYPosition_cropCircleXY") + kernel + "(source, 1, " +
+           arguments + ") own";
+}
+std::string rectXY(const char* kernel, const char* arguments) {
+    return std::string("VE_FalloffXYPosition_cropRectXY") + kernel + "(source, 1, " + arguments +
+           ") own";
+}
+GraphCase circle(const char* title, double isXY, double mode, std::string graph) {
+    return {title, "VECropCircleXYPosition",
+            inputs({{"IsXY", isXY}, {"Mode", mode}, {"XPosition", 0.25}, {"Aspect", 2}}),
+            std::move(graph)};
+}
+GraphCase rectangle(const char* title, double isXY, double mode, std::string graph) {
+    return {title, "VEFalloffXYPosition",
+            inputs({{"IsXY", isXY}, {"Mode", mode}, {"XPosition", 0.25}, {"Aspect", 2}}),
+            std::move(graph)};
+}
+GraphCase oval(const char* title, double mode, const char* kernel) {
+    return {title, "VECropOvalXYPosition",
+            inputs({{"Mode", mode}, {"Size", -1}, {"XPosition", 0.25}}),
+            std::string("VE_CropOvalXYPosition_cropOvalXY") + kernel +
+                "(source, (0.4445 0.5), 1.778, 1, 0) own"};
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Shapes, Graphs,
+    testing::Values(
+        GraphCase{"Circle", "VECropCircle", inputs({{"Size", 0.2}, {"Edge", 0.5}}),
+                  "VE_CropCircle_cropCircle(source, 1, (0.888889 0.5), 1.77778, 0.4, 0.1) own"},
+        GraphCase{"CircleInAPortrait",
+                  "VECropCircle",
+                  {},
+                  "VE_CropCircle_cropCircle(source, 1, (0.25 0.5), 0.5, 0.5, 0) own",
+                  frame(300, 600, {7, -9})},
+        circle("CircleWithoutXY", 0, 4, circleXY("Reverse", "(0.888889 0.5), 1.77778, 0.5, 0")),
+        circle("CircleXY0", 1, 0, circleXY("", "(0.888889 0.5), 1.77778, 0.5, 0")),
+        circle("CircleXY3", 1, 3, circleXY("Reverse", "(0.451416 0.503922), 1.77778, 0.5, 0")),
+        circle("CircleXY4", 1, 4, circleXY("", "(0.507843 0.503922), 2, 0.5, 0")),
+        circle("CircleXY6", 1, 6, circleXY("", "(1 1), 1.77778, 0.5, 0")),
+        circle("CircleXY9", 1, 9, circleXY("Reverse", "(0.507843 0.503922), 2, 0.5, 0")),
+        circle("CircleXYNegative", 1, -3, circleXY("", "(1 1), 1.77778, 0.5, 0")),
+        GraphCase{"Rectangle", "VEFalloff", inputs({{"Size", 1}, {"Edge", 1}}),
+                  "VE_Falloff_cropRect(source, 1, 0, 0.2) own"},
+        rectangle("RectangleWithoutXY", 0, 2, rectXY("Reverse", "1, 0.5, 0, (0.5 0.5)")),
+        rectangle("RectangleXY2", 1, 2, rectXY("", "1, 0.5, 0, (0.253922 0.503922)")),
+        rectangle("RectangleXY5", 1, 5, rectXY("Reverse", "2, 0.5, 0, (0.253922 0.503922)")),
+        rectangle("RectangleXY6", 1, 6, rectXY("", "1, 0.5, 0, (0.5 0.5)")), oval("Oval", 0, ""),
+        oval("OvalReverse", 1, "Reverse"), oval("OvalMode2", 2, "Reverse"),
+        oval("OvalMode7", 7, "Reverse"), oval("OvalNegative", -1, "Reverse")),
+    [](const auto& test) { return test.param.title; });
+
+// ---- Pixels against their formulas --------------------------------------------------------------
+
+constexpr int kWidth = 44, kHeight = 26;
+
+double smooth(double t) {
+    t = std::clamp(t, 0.0, 1.0);
+    return t * t * (3 - 2 * t);
+}
+Pixel times(Pixel p, double share) {
+    for (double& c : p) c *= share;
+    return p;
+}
+/// What a filter makes of the pixel at the column x and row y of a source.
+struct PixelCase {
+    const char* title;
+    const char* filter;
+    Settings settings;
+    std::function<Pixel(const Bitmap& source, int x, int y)> expected;
+};
+
+std::ostream& operator<<(std::ostream& stream, const PixelCase& test) {
+    return stream << test.title;
+}
+
+class Pixels : public testing::TestWithParam<PixelCase> {};
+
+TEST_P(Pixels, AreThoseOfTheFormula) {
+    const PixelCase& test = GetParam();
+    Random random(7);
+    const Bitmap source = randomBitmap(random, kWidth, kHeight, CIFormat::RGBAf);
+    for (const CGPoint origin : {CGPoint{}, CGPoint{-31, 17}}) {
+        const CIImage image = filtered(test.filter, source.image(origin), test.settings);
+        const auto expected = [&](int x, int y) { return test.expected(source, x, y); };
+        for (CIContext* context : everyContext())
+            EXPECT_TRUE(
+                isClose(render(*context, image, image.extent(), CIFormat::RGBAf), expected, {2e-5}))
+                << nameOf(*context);
+    }
+}
+
+/// How much of a pixel lies inside of a border at `radius`, seen from `distance`; in pixels.
+double inside(double distance, double radius, double softness) {
+    const double ramp = std::min(softness, radius) + 1;
+    return smooth(std::min((radius + 0.5 - distance) / ramp, 2 * radius));
+}
+double circleAt(int x, int y, double radius, double softness) {
+    return inside(std::hypot(x + 0.5 - kWidth / 2.0, y + 0.5 - kHeight / 2.0), radius * kHeight,
+                  softness * kHeight);
+}
+double rectangleAt(int x, int y, double width, double height, double softness) {
+    return inside(std::fabs(x + 0.5 - kWidth / 2.0), width, softness * kHeight) *
+           inside(std::fabs(y + 0.5 - kHeight / 2.0), height, softness * kHeight);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Shapes, Pixels,
+    testing::Values(
+        PixelCase{"Circle", "VECropCircle", inputs({{"Size", 0.3}, {"Edge", 0.5}}),
+                  [](const Bitmap& s, int x, int y) {
+                      return times(s.pixel(x, y), circleAt(x, y, 0.35, 0.1));
+                  }},
+        PixelCase{"CircleReverseHalfMixed", "VECropCircleXYPosition",
+                  inputs({{"Mode", 1}, {"Size", 0.4}, {"Mixer", 0.5}}),
+                  [](const Bitmap& s, int x, int y) {
+                      return times(s.pixel(x, y), 1 - 0.5 * circleAt(x, y, 0.3, 0));
+                  }},
+        PixelCase{"OvalThatTheFrameHolds", "VECropOvalXYPosition", inputs({{"Aspect", 1}}),
+                  [](const Bitmap& s, int x, int y) {
+                      // Half a pixel along the slope of the distance.
+                      const double u = (x + 0.5) / kWidth - 0.5, v = (y + 0.5) / kHeight - 0.5;
+                      const double d = std::hypot(u, v);
+                      const double pixel = std::hypot(u / kWidth, v / kHeight) / d;
+                      return times(s.pixel(x, y), smooth((0.5 - d) / pixel + 0.5));
+                  }},
+        PixelCase{"NothingIsLeftOfACircleWithoutWidth", "VECropCircle", inputs({{"Size", 1}}),
+                  [](const Bitmap&, int, int) { return Pixel{}; }},
+        PixelCase{"TheWholeFrameIsARectangle",
+                  "VEFalloff",
+                  {},
+                  [](const Bitmap& s, int x, int y) { return s.pixel(x, y); }},
+        PixelCase{"Rectangle", "VEFalloffXYPosition",
+                  [] {
+                      return inputs({{"IsXY", 1},
+                                     {"Mode", 4},
+                                     {"Aspect", 2},
+                                     {"Size", 0.2},
+                                     {"Edge", 0.4},
+                                     {"XPosition", 0.5 - 1 / 255.0},
+                                     {"YPosition", 0.5 - 1 / 255.0}});
+                  }(),
+                  [](const Bitmap& s, int x, int y) {
+                      return times(s.pixel(x, y),
+                                   rectangleAt(x, y, 0.2 * kWidth, 0.4 * kHeight, 0.08));
+                  }}),
+    [](const auto& test) { return test.param.title; });
+
+INSTANTIATE_TEST_SUITE_P(
+    Keys, Graphs,
+    testing::Values(
+        GraphCase{"Chroma2017", "VEChromaKey2017",
+                  inputs({{"Sensitivity", 0.1},
+                          {"Smoothing", 0.2},
+                          {"Red", 0.3},
+                          {"Green", 0.4},
+                          {"Blue", 0.5},
+                          {"Blur", 0.6}}),
+                  "VE_ChromaKey2017_chromaKey2017(source, 0.1, 0.2, 0.3, 0.4, 0.5, 0.6) own"},
+        GraphCase{
+            "ChromaRGB", "VEChromaKeyRGB",
+            inputs(
+                {{"Tolerance", 0.1}, {"Amount", 0.2}, {"Red", 0.3}, {"Green", 0.4}, {"Blue", 0.5}}),
+            "VE_ChromaKey_chromaKeyRGB(source, 0.1, 0.2, 0.3, 0.4, 0.5) own"},
+        GraphCase{"ChromaHSV", "VEChromaKeyHSV",
+                  inputs({{"Tolerance", 0.1},
+                          {"Amount", 0.2},
+                          {"Hue", 0.3},
+                          {"Saturation", 0.4},
+                          {"Value", 0.5}}),
+                  "VE_ChromaKeyHSV_chromaKeyHSV(source, 0.1, 0.2, 0.3, 0.4, 0.5) own"},
+        GraphCase{"ChromaXY", "VEChromaKeyXY", inputs({{"Xposition", 0.3}, {"Yposition", 0.4}}),
+                  "VE_ChromaKeyXY_chromaKey_XYpos(source, 0, 0, 0.3, 0.4) [3 4 4096 5801]",
+                  frame(4096, 5801, {3, 4})},
+        GraphCase{"ChromaXYTooLarge", "VEChromaKeyXY", {}, "error FX 055", frame(4096, 5802)},
+        GraphCase{"Luma", "VELumaKey", inputs({{"1Amount", 0.5}, {"2Amount", 0.5}}),
+                  "VE_LumaKey_lumaKey(source, 0.5, -0.001) own"},
+        GraphCase{"LumaInverse", "VELumaKey",
+                  inputs({{"1Amount", 0.5}, {"2Amount", 0.5}, {"Mode", 2}}),
+                  "VE_LumaKey_inverseLumaKey(source, 0.5, -0.001) own"},
+        GraphCase{"LumaNegative", "VELumaKey", inputs({{"Mode", -1}}),
+                  "VE_LumaKey_lumaKey(source, 0, -1.001) own"},
+        GraphCase{"BlackTwoControls", "VEBlackAlpha2ctl",
+                  inputs({{"1Amount", 0.5}, {"2Amount", 0.5}}),
+                  "VE_BlackAlpha2ctl_blackAlpha(source, 1.5, -0.003) own"},
+        GraphCase{"BlackLevel", "VEBlackAlpha2ctl", inputs({{"1Amount", 0.5}, {"Mode", 1}}),
+                  "VE_BlackAlpha2ctl_blackLevel(source, 1.5, -1.503) own"},
+        GraphCase{"BlackAlpha", "VEBlackAlpha", inputs({{"Amount", 0.5}, {"Mode", -1}}),
+                  "VE_BlackAlpha_blackAlpha(source, 0.5, 0) own"},
+        GraphCase{"BlueAlpha", "VEBlackAlpha", inputs({{"Threshold", 0.5}, {"Mode", 4}}),
+                  "VE_BlackAlpha_blueAlpha(source, 0, 0.5) own"},
+        GraphCase{"BlueOnly", "VEBlackAlpha", inputs({{"Mode", 9}}),
+                  "VE_BlackAlpha_blueOnly(source, 0, 0) own"}),
+    [](const auto& test) { return test.param.title; });
+
+std::array<double, 3> straight(const Pixel& p) {
+    const double alpha = p[3] > 0 ? p[3] : 1;
+    return {p[0] / alpha, p[1] / alpha, p[2] / alpha};
+}
+
+double keyed(double distance, double tolerance, double softness) {
+    const double reach = std::max(tolerance * softness, 1 / 128.0);
+    return smooth((distance - tolerance + reach) / (2 * reach));
+}
+Pixel withoutKey(const Pixel& p, std::array<double, 3> key, double share) {
+    Pixel result{0, 0, 0, p[3] * share};
+    for (size_t c = 0; c < 3; ++c)
+        result[c] = std::clamp(p[c] - key[c] * p[3] * (1 - share), 0.0, result[3]);
+    return result;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Keys, Pixels,
+    testing::Values(
+        PixelCase{"LumaKey", "VELumaKey", inputs({{"1Amount", 0.6}, {"2Amount", 0.7}}),
+                  [](const Bitmap& s, int x, int y) {
+                      const auto v = straight(s.pixel(x, y));
+                      const double y709 = 0.2126 * v[0] + 0.7152 * v[1] + 0.0722 * v[2];
+                      return times(s.pixel(x, y), smooth((y709 - 0.299) / 0.301));
+                  }},
+        PixelCase{"BlackLevel", "VEBlackAlpha2ctl",
+                  inputs({{"1Amount", 0.6}, {"2Amount", 0.7}, {"Mode", 1}}),
+                  [](const Bitmap& s, int x, int y) {
+                      const auto v = straight(s.pixel(x, y));
+                      Pixel p = times(s.pixel(x, y), smooth((v[0] + v[1] + v[2] - 0.897) / 0.903));
+                      p[3] = s.pixel(x, y)[3];
+                      return p;
+                  }},
+        PixelCase{"WhiteIsTakenOut", "VEBlackAlpha", inputs({{"Amount", 1}, {"Mode", 1}}),
+                  [](const Bitmap& s, int x, int y) {
+                      Pixel p = s.pixel(x, y);
+                      const double white = std::min({p[0], p[1], p[2]});
+                      for (double& c : p) c -= white;
+                      return p;
+                  }},
+        PixelCase{
+            "KeyByColor", "VEChromaKeyRGB",
+            inputs(
+                {{"Tolerance", 0.4}, {"Amount", 0.5}, {"Red", 0.2}, {"Green", 0.9}, {"Blue", 0.3}}),
+            [](const Bitmap& s, int x, int y) {
+                const auto v = straight(s.pixel(x, y));
+                const double d =
+                    std::sqrt(((v[0] - 0.2) * (v[0] - 0.2) + (v[1] - 0.9) * (v[1] - 0.9) +
+                               (v[2] - 0.3) * (v[2] - 0.3)) /
+                              3);
+                return withoutKey(s.pixel(x, y), {0.2, 0.9, 0.3}, keyed(d, 0.4, 0.5));
+            }},
+        PixelCase{"KeyOfTolerance0",
+                  "VEChromaKeyHSV",
+                  {},
+                  [](const Bitmap& s, int x, int y) { return s.pixel(x, y); }}),
+    [](const auto& test) { return test.param.title; });
+
+std::string repeats(int number, const char* arguments) {
+    return "VE_Repeats_repeats" + std::to_string(number) + "(source, 1, 1, " + arguments +
+           ") [0 0 1920 1080]";
+}
+GraphCase repeat(const char* title, double mode, double x, double y, std::string graph) {
+    return {title, "VE_Repeats", inputs({{"Mode", mode}, {"OffsetX", x}, {"OffsetY", y}}),
+            std::move(graph)};
+}
+GraphCase mirror(const char* title, double mode, CIImage source, const std::string& mirrored) {
+    return {title, "VEMirrors", inputs({{"Mode", mode}}),
+            "VE_Mirrors_mixer(source, " + mirrored + ", 1) [99 100 52 53] [99 100 52 53]",
+            std::move(source)};
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Copies, Graphs,
+    testing::Values(
+        GraphCase{"Tiles",
+                  "VETiles",
+                  {},
+                  "VE_Tiles_tiles1(source, 1, 4) [0 0 5760 4125]",
+                  frame(5760, 4125)},
+        GraphCase{"TilesTooLarge", "VETiles", {}, "error FX 127", frame(5760, 4126)},
+        GraphCase{"Tiles2", "VETiles_2",
+                  inputs({{"Xdiv", 2}, {"Ydiv", 3}, {"Xoffset", 4}, {"Yoffset", 5}}),
+                  "VE_Tiles_2_tiles2(source, 1, 2, 3, 4, 5) [5 6 70 80]", frame(70, 80, {5, 6})},
+        GraphCase{"Tiles2TooLarge", "VETiles_2", {}, "error FX 128", frame(5760, 4126)},
+        repeat("Repeats0", 0, 0.5, 1, repeats(1, "0.0156863, 4.01569")),
+        repeat("Repeats2", 2, 1, 2, repeats(3, "4, 8")),
+        repeat("Repeats6", 6, kMiddle, 2, repeats(7, "0, 8")),
+        repeat("Repeats7", 7, 1, 1, repeats(8, "-4, 4")),
+        repeat("Repeats8", 8, 1, kMiddle, repeats(9, "4, 0")),
+        repeat("Repeats9", 9, 1, kMiddle, repeats(10, "-4, 0")),
+        repeat("Repeats10", 10, 1, 1, repeats(11, "4, -4")),
+        repeat("Repeats11", 11, kMiddle, 1, repeats(12, "0, -4")),
+        repeat("Repeats12", 255, 1, 2, repeats(13, "-4, -8")),
+        repeat("RepeatsNegative", -1, 1, 1, "source"),
+        GraphCase{"RepeatsAtTheLimit",
+                  "VE_Repeats",
+                  {},
+                  "VE_Repeats_repeats2(source, 1, 1, 4.01569, 4.01569) [0 0 5760 3240]",
+                  frame(5760, 3240)},
+        GraphCase{"RepeatsTooLarge", "VE_Repeats", {}, "error FX 139", frame(5760, 3241)},
+        mirror("MirrorFlip", 0, frame(300, 200, {9, 8}),
+               "VE_Mirrors_backwards(source, 1) [9 8 300 200]"),
+        mirror("MirrorHalf", 4, frame(5000, 201),
+               "VE_Mirrors_mirrorRightToLeft(source, 1) [2500 0 2500 201]"),
+        mirror("MirrorQuarter", 12, frame(300, 201),
+               "VE_Mirrors_topLeftQuadMirror(source, 1) [0 100.5 150 100.5]"),
+        mirror("MirrorLargeFlip", 2, frame(4096, 2160),
+               "CIAffineTransform(source, (-1 0 0 -1)+(4096 2160))"),
+        mirror("MirrorLargeHalf", 3, frame(8192, 100),
+               "{CIAffineTransform(CICrop(source, (0 0 4096 100)), (-1 0 0 1)+(8192 0)) over "
+               "CICrop(source, (0 0 4096 100))}"),
+        mirror("MirrorLargeQuarter", 8, frame(8192, 100),
+               "{CIAffineTransform({CIAffineTransform(CICrop(source, (4096 0 4096 50)), "
+               "(1 0 0 -1)+(0 100)) over CICrop(source, (4096 0 4096 50))}, (-1 0 0 1)+(8192 0)) "
+               "over {CIAffineTransform(CICrop(source, (4096 0 4096 50)), (1 0 0 -1)+(0 100)) over "
+               "CICrop(source, (4096 0 4096 50))}}"),
+        GraphCase{"MirrorNegative", "VEMirrors", inputs({{"Mode", -1}}), "source"},
+        GraphCase{"MirrorTooLarge", "VEMirrors", {}, "error FX 155", frame(12000, 12000)}),
+    [](const auto& test) { return test.param.title; });
+
+INSTANTIATE_TEST_SUITE_P(
+    Copies, Pixels,
+    testing::Values(
+        PixelCase{"Backwards",
+                  "VEMirrors",
+                  {},
+                  [](const Bitmap& s, int x, int y) { return s.pixel(kWidth - 1 - x, y); }},
+        PixelCase{
+            "RightHalf", "VEMirrors", inputs({{"Mode", 4}}),
+            [](const Bitmap& s, int x, int y) { return s.pixel(std::max(x, kWidth - 1 - x), y); }},
+        PixelCase{"TopLeftQuarterHalfMixed", "VEMirrors", inputs({{"Mode", 10}, {"Mixer", 0.5}}),
+                  [](const Bitmap& s, int x, int y) {
+                      Pixel p = times(s.pixel(x, y), 0.5);
+                      const Pixel q =
+                          s.pixel(std::min(x, kWidth - 1 - x), std::max(y, kHeight - 1 - y));
+                      for (size_t c = 0; c < 4; ++c) p[c] += 0.5 * q[c];
+                      return p;
+                  }},
+        // Two by two tiles: each pixel the mean of four.
+        PixelCase{"Tiles", "VETiles", inputs({{"Divisions", 2}}),
+                  [](const Bitmap& s, int x, int y) {
+                      Pixel sum{};
+                      for (int i = 0; i < 4; ++i) {
+                          const Pixel p =
+                              s.pixel((2 * x + i % 2) % kWidth, (2 * y + i / 2) % kHeight);
+                          for (size_t c = 0; c < 4; ++c) sum[c] += p[c] / 4;
+                      }
+                      return sum;
+                  }},
+        // The upper left copy of the two that a scale of 2 has room for.
+        PixelCase{"Repeats", "VE_Repeats", inputs({{"Mode", 10}, {"Scale", 2}, {"Repeats", 0}}),
+                  [](const Bitmap& s, int x, int y) {
+                      if (x >= kWidth / 2 || y < kHeight / 2) return Pixel{};
+                      Pixel sum{};
+                      for (int i = 0; i < 4; ++i) {
+                          const Pixel p = s.pixel(2 * x + i % 2, 2 * y - kHeight + i / 2);
+                          for (size_t c = 0; c < 4; ++c) sum[c] += p[c] / 4;
+                      }
+                      return sum;
+                  }}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(FixedRegions, HoldForImagesThatAreComputedAndLieElsewhere) {
+    // What a mirror reads is measured from (0, 0); that must not leave a
+    // hole in a picture whose source is not there before.
+    Random random(29);
+    const Bitmap source = randomBitmap(random, 60, 40, CIFormat::RGBA8);
+    for (const CGPoint origin : {CGPoint{}, CGPoint{-200, 90}}) {
+        const CIImage copy = filtered("VESolarize", source.image(origin), {});
+        for (const double mode : {4.0, 6.0, 9.0}) {
+            const CIImage expected =
+                filtered("VEMirrors", source.image(origin), inputs({{"Mode", mode}}));
+            const CIImage image = filtered("VEMirrors", copy, inputs({{"Mode", mode}}));
+            for (const auto& context : cpuContexts())
+                EXPECT_TRUE(isClose(render(*context, image, copy.extent()),
+                                    render(*context, expected, copy.extent()), {1.01 / 255}))
+                    << mode;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Transitions, Graphs,
+    testing::Values(
+        GraphCase{"Dissolve", "VEXFDissolve", inputs({{"FadeStatus", 0.5}, {"Adjust", 2}}),
+                  "VEXFDissolve_dissolve(source, target, 0.25) own own"},
+        GraphCase{
+            "DissolveWithPixels", "VEXFDissolveWithPixels",
+            inputs({{"FadeStatus", 0.5}, {"Adjust", 2}}),
+            "VEXFDissolveWithPixels_pixellate(VEXFDissolveWithPixels_dissolve(source, target, "
+            "0.25) own own, 100) [110 111 30 31]"},
+        GraphCase{
+            "DissolveWithPixelsEnd", "VEXFDissolveWithPixels", inputs({{"FadeStatus", 1}}),
+            "VEXFDissolveWithPixels_pixellate(VEXFDissolveWithPixels_dissolve(source, target, "
+            "1) own own, 0.0200033) [100.002 101.002 49.996 50.996]"},
+        GraphCase{"ColorBlendMiddle",
+                  "VEXFColorBlend",
+                  {{"inputFadeStatus", Number(0.5)}, {"inputColor", CIColor(0.1, 0.2, 0.3, 0.4)}},
+                  "VEXFColorBlend_colorBlend(source, (0.1 0.2 0.3 0.4), 0) own"},
+        GraphCase{"ColorBlendLater", "VEXFColorBlend", inputs({{"FadeStatus", 0.75}}),
+                  "VEXFColorBlend_colorBlend(target, (1 1 1 1), 0.5) own"},
+        GraphCase{"BrightFirst", "VEXFBrightness", inputs({{"FadeStatus", 0.3}, {"Mode", -1}}),
+                  "VEXFBrightness_brightFirst(source, target, 0.3) own own"},
+        GraphCase{"DarkFirst", "VEXFBrightness", inputs({{"FadeStatus", 0.3}, {"Mode", 2}}),
+                  "VEXFBrightness_darkFirst(source, target, 0.3) own own"}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(Transitions, BeginWithOneImageAndEndWithTheOther) {
+    Random random(5);
+    const Bitmap source = randomBitmap(random, 67, 45, CIFormat::RGBA8);
+    const Bitmap target = randomBitmap(random, 67, 45, CIFormat::RGBA8);
+    for (const char* name :
+         {"VEXFDissolve", "VEXFDissolveWithPixels", "VEXFColorBlend", "VEXFBrightness"})
+        for (const double mode : {0.0, 1.0})
+            for (const double time : {0.0, 1.0}) {
+                Settings settings{{"inputTargetImage", target.image()},
+                                  {"inputFadeStatus", Number(time)}};
+                if (name == std::string("VEXFBrightness"))
+                    settings.emplace_back("inputMode", Number(mode));
+                const CIImage image = filtered(name, source.image(), settings);
+                for (CIContext* context : everyContext())
+                    EXPECT_TRUE(isClose(render(*context, image, image.extent()),
+                                        time == 0 ? source : target, {}))
+                        << name << " at " << time << ", " << nameOf(*context);
+            }
+}
+
+// ---- What holds for all of them -----------------------------------------------------------------
+
+double standardOf(const InputAttributes& input, const char* name) {
+    const AttributeValue* value = input.find(name);
+    const double* number = value ? std::get_if<double>(value) : nullptr;
+    return number ? *number : 0;
+}
+
+/// Every filter of the category with every mode of its slider, up to thirteen.
+void forEachEffect(const std::function<void(const std::string& name, CIFilter& filter)>& visit) {
+    filtered("VEDummy", frame(1, 1), {}); // registers the filters
+    PlatformClock::drive(1'000'000'000);
+    for (const std::string& name : CIFilter::filterNames(kVornFilterCategory)) {
+        int modes = 1;
+        for (const InputAttributes& input :
+             CIFilter::filterWithName(name)->filterClass().customAttributes())
+            if (input.key == "inputMode")
+                modes =
+                    1 + static_cast<int>(std::min(standardOf(input, kCIAttributeSliderMax), 12.0));
+        for (int mode = 0; mode < modes; ++mode) {
+            PlatformClock::drive(1'000'000'000);
+            const CIFilterRef filter = CIFilter::filterWithName(name);
+            filter->setDefaults();
+            if (modes > 1) filter->setValueForKey(Number(mode), "inputMode");
+            PlatformClock::drive(1'734'000'000);
+            visit(name + ", mode " + std::to_string(mode), *filter);
+        }
+    }
+    PlatformClock::release();
+}
+
+TEST(EveryEffect, IsTheSameOnEveryDeviceAndInEverySplit) {
+    Random random(41);
+    forEachEffect([&](const std::string& name, CIFilter& filter) {
+        for (const InputAttributes& input : filter.filterClass().customAttributes())
+            if (input.key != "inputMode" && random.chance(0.8))
+                filter.setValueForKey(Number(random.real(standardOf(input, kCIAttributeSliderMin),
+                                                         standardOf(input, kCIAttributeSliderMax))),
+                                      input.key);
+        const CGPoint origin{double(random.whole(-40, 40)), double(random.whole(-40, 40))};
+        const Bitmap source =
+            randomBitmap(random, random.whole(3, 90), random.whole(3, 60), random.format());
+        const Bitmap target = randomBitmap(random, 30, 50, CIFormat::RGBA8);
+        filter.setValueForKey(source.image(origin), "inputImage");
+        filter.setValueForKey(target.image(origin), "inputTargetImage");
+        const CIImage image = filter.outputImage();
+        ASSERT_TRUE(image) << name;
+
+        const CGRect whole = source.image(origin).extent();
+        const Bitmap expected = render(referenceContext(), image, whole);
+        // Both are rounded, and what lies between kernels is kept in 16-bit floats. Noise on all
+        // sides makes a hard edge of any border between copies or blocks.
+        const Tolerance tolerance{2.01 / 255, 0.02};
+        for (const auto& context : cpuContexts()) {
+            ASSERT_TRUE(isClose(render(*context, image, whole), expected, tolerance))
+                << name << ", " << nameOf(*context);
+            const double cut = random.whole(1, source.width() - 1);
+            const double start = random.whole(0, source.height() - 1);
+            const CGRect part{whole.x + cut, whole.y + start, whole.width - cut,
+                              whole.height - start};
+            ASSERT_TRUE(isClose(
+                render(*context, image, part),
+                [&](int x, int y) {
+                    return expected.pixel(x + static_cast<int>(cut), y + static_cast<int>(start));
+                },
+                tolerance))
+                << name << " in part, " << nameOf(*context);
+        }
+    });
+}
+
+TEST(EveryEffect, LeavesTheSourceWhenItIsMixedOut) {
+    Random random(42);
+    forEachEffect([&](const std::string& name, CIFilter& filter) {
+        if (!filter.setValueForKey(Number(0.0), "inputMixer")) return;
+        const Bitmap source = randomBitmap(random, 64, 40, CIFormat::RGBA8);
+        filter.setValueForKey(source.image(), "inputImage");
+        const CIImage image = filter.outputImage();
+        ASSERT_TRUE(image) << name;
+        for (CIContext* context : everyContext())
+            EXPECT_TRUE(isClose(render(*context, image, source.image().extent()), source, {}))
+                << name << ", " << nameOf(*context);
+    });
+}
+
+} // namespace
