@@ -552,6 +552,141 @@ TEST(Transitions, BeginWithOneImageAndEndWithTheOther) {
             }
 }
 
+// ---- Over several frames ------------------------------------------------------------------------
+
+/// A frame of a story: the clock, what is set before it, and the graph that follows.
+struct Frame {
+    double seconds;
+    Settings settings;
+    std::string graph;
+    uint64_t frameTime = 0;
+    CIImage source = {}; ///< another source from here on
+};
+
+struct StoryCase {
+    const char* title;
+    const char* filter;
+    Settings settings;
+    std::vector<Frame> frames;
+    CIImage source = frame(1920, 1080);
+};
+
+std::ostream& operator<<(std::ostream& stream, const StoryCase& test) {
+    return stream << test.title;
+}
+
+/// The filter is made when the clock stands at 1000 seconds; times count from there.
+class Stories : public testing::TestWithParam<StoryCase> {
+protected:
+    static void setClock(double seconds) {
+        PlatformClock::drive(1'000'000'000'000 +
+                             static_cast<uint64_t>(std::llround(seconds * 1e9)));
+    }
+    void TearDown() override { PlatformClock::release(); }
+};
+
+TEST_P(Stories, GoAsTold) {
+    const StoryCase& test = GetParam();
+    filtered("VEDummy", frame(1, 1), {}); // registers the filters
+    setClock(0);
+    const CIFilterRef filter = CIFilter::filterWithName(test.filter);
+    filter->setDefaults();
+    CIImage source = test.source;
+    for (const auto& [key, value] : test.settings) ASSERT_TRUE(filter->setValueForKey(value, key));
+    for (size_t i = 0; i < test.frames.size(); ++i) {
+        SCOPED_TRACE("frame " + std::to_string(i));
+        const Frame& told = test.frames[i];
+        if (told.source) source = told.source;
+        filter->setValueForKey(source, "inputImage");
+        for (const auto& [key, value] : told.settings)
+            ASSERT_TRUE(filter->setValueForKey(value, key)) << key;
+        setClock(told.seconds);
+        filter->setVornFrameTime(told.frameTime);
+        const CIImage output = filter->outputImage();
+        EXPECT_EQ(output ? textOf(*describeImage(output, kProbe), source, {}) : "nothing",
+                  told.graph);
+    }
+}
+
+std::string noise(const char* kernel, const char* arguments) {
+    return "VE_NoiseGenerator_" + std::string(kernel) + "NoiseKernel(source, " + arguments +
+           ") own";
+}
+std::string clouds(const char* arguments) {
+    return "VE_CloudGenerator_cloudGen_1(source, " + std::string(arguments) + ") [4 5 3840 2160]";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Generators, Stories,
+    testing::Values(
+        StoryCase{
+            "NoiseRestartsWithTheMode",
+            "VE_NoiseGenerator",
+            inputs({{"Speed", 2}, {"4", kMiddle + 0.1}, {"5", kMiddle - 0.2}}),
+            {{1, {}, noise("perlin", "4, 2.6, 0, -5, 20")},
+             {2, {}, noise("perlin", "8, 2.6, 0, -10, 40")},
+             {3, inputs({{"Mode", 1}}), noise("flow", "4, 2550, 0, -0.05, 0.2")},
+             {4, inputs({{"Mode", 2}, {"Scale", 1}}), noise("caustic", "4, 5500, 0, -0.05, 0.2")},
+             {5, inputs({{"Mode", -1}}), noise("perlin", "4, 5.1, 0, -5, 20")}}},
+        StoryCase{"NoiseCells",
+                  "VE_NoiseGenerator",
+                  inputs({{"Mode", 5}, {"Speed", 2}}),
+                  {{1, {}, noise("voronoi", "40, 251, 1.53388, 0, 0")},
+                   {1, inputs({{"4", 1}}), noise("voronoi", "40, 251, 0.65, 0, 0")},
+                   {1, inputs({{"4", 0}}), noise("voronoi", "40, 251, 20.65, 0, 0")}}},
+        StoryCase{"NoiseStandsStillForASpeedThatIsNoNumber",
+                  "VE_NoiseGenerator",
+                  inputs({{"4", kMiddle}, {"5", kMiddle}}),
+                  {{1, {}, noise("perlin", "1, 2.6, 0, 0, 0")},
+                   {2, inputs({{"Speed", NAN}}), noise("perlin", "1, 2.6, 0, 0, 0")},
+                   {3, inputs({{"Speed", 1}}), noise("perlin", "2, 2.6, 0, 0, 0")}}},
+        StoryCase{
+            "Clouds",
+            "VE_CloudGenerator",
+            inputs({{"Speed", 1}}),
+            {{1.5, {}, clouds("1.5, 0.25, 0.000392157, -5, 0, -0.5")},
+             {2, inputs({{"Scale", 255}, {"Cover", 255}, {"Alpha", 255}, {"Brightness", 255}}),
+              clouds("2, 10, 0.00230392, 7, 20, 0.5")},
+             {3, {}, "error FX 094", 0, frame(3841, 2160)},
+             {4, inputs({{"Speed", 0}}), clouds("4, 10, 0, 7, 20, 0.5"), 0,
+              frame(3840, 2160, {4, 5})}},
+            frame(3840, 2160, {4, 5})}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(LongRunningNoise, StillMovesAFrameAtATime) {
+    filtered("VEDummy", frame(1, 1), {});
+    Random random(3);
+    const Bitmap source(160, 90);
+    for (int mode = 0; mode < 4; ++mode) {
+        PlatformClock::drive(0);
+        const CIFilterRef filter = CIFilter::filterWithName("VE_NoiseGenerator");
+        filter->setDefaults();
+        filter->setValueForKey(source.image(), "inputImage");
+        filter->setValueForKey(Number(mode), "inputMode");
+        filter->outputImage();
+        const auto pictureAt = [&](uint64_t milliseconds) {
+            PlatformClock::drive(milliseconds * 1'000'000);
+            return render(referenceContext(), filter->outputImage(), {0, 0, 160, 90},
+                          CIFormat::RGBAf);
+        };
+        // From one frame to the next a week of motion on.
+        constexpr uint64_t kWeek = 7 * 24 * 3600 * 1000ull;
+        double least = HUGE_VAL, most = 0;
+        Bitmap before = pictureAt(kWeek);
+        for (uint64_t i = 1; i <= 8; ++i) {
+            const Bitmap now = pictureAt(kWeek + 40 * i);
+            double sum = 0;
+            now.forEach(
+                [&](int x, int y) { sum += differenceOf(now.pixel(x, y), before.pixel(x, y)); });
+            least = std::min(least, sum), most = std::max(most, sum);
+            before = now;
+        }
+        EXPECT_GT(least, 0) << mode;
+        EXPECT_LT(most, 2 * least) << mode;
+    }
+    PlatformClock::release();
+}
+
 // ---- What holds for all of them -----------------------------------------------------------------
 
 double standardOf(const InputAttributes& input, const char* name) {
