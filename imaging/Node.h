@@ -9,6 +9,7 @@
 #include <memory>
 #include <memory_resource>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -29,12 +30,15 @@ struct PixelSource {
     std::shared_ptr<const void> owner;
 };
 
-/// What is told of a node besides how it is computed. Rare, so it may allocate.
+/// What is told of a node besides how it is computed. Framework filters have part in feedback, so what
+/// is told of them costs no heap allocation; the rest is rare and may.
 struct Annotation {
+    Annotation() : builtinInputs(nodePool()) {}
+
     ImageProperties properties;
-    std::string builtinName; ///< "CIGaussianBlur", … when a framework filter made the node
-    std::vector<
-        std::pair<std::string, std::variant<Number, CIVector, CIColor, CGAffineTransform, CIImage>>>
+    std::string_view builtinName; ///< "CIGaussianBlur", … of the class that made the node
+    PoolVector<
+        std::pair<const char*, std::variant<Number, CIVector, CIColor, CGAffineTransform, CIImage>>>
         builtinInputs;
     std::string errorLabel, errorMessage;
 };
