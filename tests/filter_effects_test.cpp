@@ -1,6 +1,7 @@
 // The effects as a whole: what each mode describes, on which rules, and what holds for the pictures
 // of all of them: the same on every device and in every split of the result, nothing left of an
 // effect that is mixed out, transitions that begin and end exactly.
+#include "allocation_count.h"
 #include "support.h"
 #include "vorneffects/ImageDescription.h"
 
@@ -685,6 +686,126 @@ TEST(LongRunningNoise, StillMovesAFrameAtATime) {
         EXPECT_LT(most, 2 * least) << mode;
     }
     PlatformClock::release();
+}
+
+/// The trail of a decay of 1, at rest: everything but the blend and its frame.
+std::string trail(const char* blend, const char* current, const char* offset = "(0 0), 1") {
+    return std::string(blend) + "(VE_Decay_offset(VE_Decay_multiply(kept, 1) own, " + offset +
+           ") own, " + current + ")";
+}
+const Settings kDecayAtRest =
+    inputs({{"Amount", 1}, {"Scale", kMiddle}, {"Xpos", kMiddle}, {"Ypos", kMiddle}});
+
+INSTANTIATE_TEST_SUITE_P(
+    Feedback, Stories,
+    testing::Values(
+        StoryCase{
+            "DecayKeepsATrail",
+            "VEDecay",
+            kDecayAtRest,
+            {{0, {}, "source"},
+             {0, {}, trail("CIMaximumCompositing", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", 0}}),
+              trail("CIMaximumCompositing", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", 61}}), trail("CIDarkenBlendMode", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", 121}}),
+              trail("CIDivideBlendMode", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", 181}}),
+              trail("CIHardLightBlendMode", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", 300}}),
+              trail("CIPinLightBlendMode", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", 301}}),
+              trail("CIMaximumCompositing", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", -70}}),
+              trail("CIMaximumCompositing", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Xpos", 1}, {"Ypos", 0}, {"Scale", 1}}),
+              trail("CIMaximumCompositing", "surface [0 0 24 10] 96 sRGB",
+                    "(19.5342 -10.1212), 1.50196")}},
+            frame(19, 10)},
+        StoryCase{"DecayStartsAnew",
+                  "VEDecay",
+                  kDecayAtRest,
+                  {{0, {}, "source"},
+                   {0, {}, trail("CIMaximumCompositing", "surface [0 0 24 10] 96 sRGB")},
+                   // Another size drops the trail, and the first frame of it is not tagged.
+                   {0, {}, "source", 0, frame(16, 9)},
+                   {0, {}, trail("CIMaximumCompositing", "surface [0 0 16 9] 64 sRGB")},
+                   // So does an amount of nothing, but the size is still known then.
+                   {0, inputs({{"Amount", 0}}), "source"},
+                   {0, inputs({{"Amount", 1}}), "source"},
+                   {0, {}, trail("CIMaximumCompositing", "surface [0 0 16 9] 64 sRGB")},
+                   // Another place of the same size begins with an empty trail a frame later.
+                   {0,
+                    {},
+                    trail("CIMaximumCompositing", "surface [0 0 16 9] 64 sRGB"),
+                    0,
+                    frame(16, 9, {5, 5})}},
+                  frame(19, 10)},
+        StoryCase{
+            "EdgesOfACapturedFrame",
+            "VEEdgeDetect2",
+            inputs({{"Width", 0.25}}),
+            {{0,
+              {},
+              "VE_EdgeDetect2_edgeDetect(surface [0 0 1928 7] 7712 sRGB, surface [0 0 1928 7] "
+              "7712 sRGB, 1, 0.0075, 0.5, 0.5, 0) own own"},
+             {0, inputs({{"Smoothing", 0.5}, {"Width", 1}}),
+              "VE_EdgeDetect2_edgeDetect(surface [0 0 8 8] 32 sRGB, surface [0 0 8 8] 32 sRGB, "
+              "1, 0, 0.5, 0.5, 0.5) own own",
+              0, frame(3, 8)}},
+            frame(1921, 7)}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(Feedback, LeavesAFadingTrailAndNothingInThePadding) {
+    filtered("VEDummy", frame(1, 1), {});
+    const CIFilterRef decay = CIFilter::filterWithName("VEDecay");
+    decay->setDefaults();
+    for (const auto& [key, value] : kDecayAtRest) decay->setValueForKey(value, key);
+    decay->setValueForKey(Number(std::pow(0.9, 10)), "inputAmount");
+    // A white frame, then black ones.
+    Bitmap white(13, 5), black(13, 5);
+    white.forEach([&](int x, int y) {
+        white.set(x, y, {1, 1, 1, 1});
+        black.set(x, y, {0, 0, 0, 1});
+    });
+    const auto next = [&](const Bitmap& source) {
+        decay->setValueForKey(source.image(), "inputImage");
+        return render(*cpuContexts().front(), decay->outputImage(), {0, 0, 20, 5});
+    };
+    next(white);
+    double level = 255;
+    for (int i = 0; i < 200; ++i) {
+        const Bitmap result = next(black);
+        level = std::nearbyint(std::max(0.0, std::min(level * 0.9, level - 0.51)));
+        const auto expected = [&](int x, int) {
+            return x < 13 ? Pixel{level / 255, level / 255, level / 255, 1} : Pixel{};
+        };
+        ASSERT_TRUE(isClose(result, expected, {1.01 / 255})) << i;
+    }
+    EXPECT_EQ(level, 0);
+}
+
+TEST(Feedback, AllocatesNothingInASteadyChain) {
+    if (!countsAllocations()) GTEST_SKIP() << "allocations are not counted under a sanitizer";
+    filtered("VEDummy", frame(1, 1), {});
+    const Bitmap source(200, 100);
+    const CIImage image = source.image();
+    for (const char* name : {"VEDecay", "VEEdgeDetect2"}) {
+        const CIFilterRef filter = CIFilter::filterWithName(name);
+        filter->setDefaults();
+        for (const auto& [key, value] : kDecayAtRest) filter->setValueForKey(value, key);
+        const auto run = [&](int frames) {
+            for (int i = 0; i < frames; ++i) {
+                filter->setValueForKey(image, "inputImage");
+                EXPECT_TRUE(filter->outputImage());
+            }
+        };
+        run(8);
+        const uint64_t before = heapAllocations();
+        run(8);
+        // The threads' library may take some memory of its own; a frame's pixels would be more.
+        EXPECT_LE(heapAllocations() - before, 8u) << name;
+    }
 }
 
 // ---- What holds for all of them -----------------------------------------------------------------
