@@ -808,6 +808,61 @@ TEST(Feedback, AllocatesNothingInASteadyChain) {
     }
 }
 
+INSTANTIATE_TEST_SUITE_P(
+    Characters, Stories,
+    testing::Values(
+        StoryCase{
+            "AsciiKeepsItsStrip",
+            "VE_ASCII_Art",
+            {{"inputString", std::string("ab")}},
+            {{0,
+              {},
+              "VE_ASCII_Art_ascii_desatToGray(source, bitmap [0 0 48 30] ARGB8, 1, 0, 0, 24, 30, "
+              "2) [0 0 1920 1080] [0 0 48 30]"},
+             {0,
+              {{"inputString", std::string("abc")},
+               {"inputColour", Number(0.999)},
+               {"inputScale", Number(40)}},
+              "VE_ASCII_Art_ascii_desatToGray(source, bitmap [0 0 48 30] ARGB8, 1, 40, 0.999, 24, "
+              "30, 2) [0 0 1920 1080] [0 0 48 30]"},
+             {0,
+              {{"inputColour", Number(1)}},
+              "VE_ASCII_Art_ascii_desatToWhite(source, bitmap [0 0 48 30] ARGB8, 1, 40, 1, 24, 30, "
+              "2) [0 0 1920 1080] [0 0 48 30]"}}},
+        StoryCase{
+            "AsciiLimits",
+            "VE_ASCII_Art",
+            {{"inputString", std::string(5000, 'x')}},
+            {{0, {}, "source"},
+             {0, {}, "error FX 175", 0, frame(5761, 3240)},
+             {0,
+              {{"inputString", std::string()}},
+              "VE_ASCII_Art_ascii_desatToGray(source, bitmap [0 0 552 30] ARGB8, 1, 0, 0, 24, 30, "
+              "23) [0 0 5760 3240] [0 0 552 30]",
+              0,
+              frame(5760, 3240)}}}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(Characters, GrowFullerWithTheBrightness) {
+    // A grey ramp, white characters: from cell to cell the share of ink never falls by much.
+    Bitmap source(23 * 24, 30);
+    source.forEach([&](int x, int y) {
+        const double level = (x / 24 + 0.5) / 23;
+        source.set(x, y, {level, level, level, 1});
+    });
+    const CIImage image =
+        filtered("VE_ASCII_Art", source.image(), inputs({{"Scale", 23}, {"Colour", 1}}));
+    const Bitmap result = render(*cpuContexts().front(), image, {0, 0, 23 * 24, 30});
+    std::vector<double> ink(23);
+    result.forEach(
+        [&](int x, int y) { ink[static_cast<size_t>(x / 24)] += result.pixel(x, y)[0]; });
+    EXPECT_EQ(ink.front(), 0) << "the first character is a blank";
+    for (size_t cell = 6; cell < ink.size(); ++cell) {
+        EXPECT_GT(ink[cell], 0.8 * ink[cell - 6]) << cell;
+        EXPECT_GT(ink[cell], 5) << cell;
+    }
+}
+
 // ---- What holds for all of them -----------------------------------------------------------------
 
 double standardOf(const InputAttributes& input, const char* name) {
