@@ -863,6 +863,101 @@ TEST(Characters, GrowFullerWithTheBrightness) {
     }
 }
 
+std::string wobble(const char* kernel, const char* arguments,
+                   const char* reads = "[0 0 1920 1080]") {
+    return "VE_Wobble_" + std::string(kernel) + "(source, 1, " + arguments + ") " + reads;
+}
+Settings wobbleInputs(double mode, double size, double speed) {
+    return inputs({{"Mode", mode}, {"Size", size}, {"Speed", speed}});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Wobbles, Stories,
+    testing::Values(
+        // sin 35 + sin 13.37 + sin 8.701 and so on for a second of speed 1.
+        StoryCase{"Shake",
+                  "VEWobble",
+                  wobbleInputs(0, 1, 1),
+                  {{1, {}, wobble("shake", "0.0953918, 0.0923924")},
+                   {2, inputs({{"Size", 0}}), wobble("shake", "0, 0")}}},
+        StoryCase{"Wobble",
+                  "VEWobble",
+                  wobbleInputs(1, 0.5, 1),
+                  {{1, {}, wobble("wobble", "0.0476959, 0.0461962, 0.998337, 0.0576533")}}},
+        StoryCase{
+            "Flicker",
+            "VEWobble",
+            wobbleInputs(2, 1, 1),
+            {{1, {}, wobble("flicker", "0.000953918, 0.000923924, 0.724117", "[99 100 52 53]")}}},
+        StoryCase{"RollStopsAndGoes",
+                  "VEWobble",
+                  wobbleInputs(3, 0.25, 1),
+                  {{0.1, {}, wobble("rollDown", "0.5, 0, 1")},
+                   {0.5, {}, wobble("rollDown", "0, 0, 1")},
+                   {1.125, inputs({{"Mode", 4}}), wobble("rollUp", "0.625, 0, 1")},
+                   {1.125, inputs({{"Mode", 5}}), wobble("rollRight", "0.625, 0, 1")},
+                   {1.125, inputs({{"Mode", 6}}), wobble("rollLeft", "0.625, 0, 1")}}},
+        StoryCase{"Rippling",
+                  "VEWobble",
+                  wobbleInputs(7, 0.5, 0.5),
+                  {{1, {}, wobble("rippling", "64, 0.005, 50")},
+                   {2, {}, wobble("rippling", "64, 0.005, 100")}}},
+        StoryCase{"RollBothWays",
+                  "VEWobble",
+                  wobbleInputs(8, kMiddle, kMiddle - 0.1),
+                  {{1, {}, wobble("roll_XY", "0, -0.5")}, {3, {}, wobble("roll_XY", "0, -0.5")}}},
+        StoryCase{"Wrap",
+                  "VEWobble",
+                  wobbleInputs(10, 0, 1),
+                  {{1, inputs({{"C", 0}, {"D", 1}}),
+                    wobble("wrap_XY", "-1.98434, 1.99997, -0.0156882, 0.0158118")}}},
+        StoryCase{"SyncedToTheHost",
+                  "VEWobble",
+                  inputs({{"Mode", 7}, {"Size", 1}, {"Speed", 0.5}, {"SyncMode", 1}}),
+                  {{5, {}, wobble("rippling", "64, 0.01, 100"), 2'000'000'000},
+                   {9, {}, wobble("rippling", "64, 0.01, 100"), 2'000'000'000},
+                   // Without a frame time the clock goes on from there.
+                   {10, {}, wobble("rippling", "64, 0.01, 150")},
+                   {11, inputs({{"SyncMode", 0}}), wobble("rippling", "64, 0.01, 200"), 7}}},
+        StoryCase{"TooLargeByMode",
+                  "VEWobble",
+                  wobbleInputs(0, 0.5, 1),
+                  {{1, {}, "error FX 161", 0, frame(5760, 4000)},
+                   {2, inputs({{"Mode", 7}}), wobble("rippling", "128, 0.005, 200"), 0,
+                    frame(1920, 1080)},
+                   {3, inputs({{"Mode", -1}}), "nothing"}}},
+        StoryCase{"TooLargeWithoutALabel",
+                  "VEWobble",
+                  wobbleInputs(10, 0, 1),
+                  {{1, {}, "error ", 0, frame(5760, 4000)}}}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(Rolls, MoveTheirWayAndComeInAgain) {
+    Random random(11);
+    const Bitmap source = randomBitmap(random, 16, 8, CIFormat::RGBA8);
+    filtered("VEDummy", frame(1, 1), {});
+    struct Roll {
+        int mode, dx, dy;
+    };
+    for (const Roll& roll : {Roll{3, 0, -2}, {4, 0, 2}, {5, 4, 0}, {6, -4, 0}}) {
+        PlatformClock::drive(0);
+        const CIFilterRef filter = CIFilter::filterWithName("VEWobble");
+        filter->setDefaults();
+        for (const auto& [key, value] : wobbleInputs(roll.mode, 0.25, 0))
+            filter->setValueForKey(value, key);
+        filter->setValueForKey(source.image(), "inputImage");
+        PlatformClock::drive(250'000'000); // a quarter of the cycle
+        const Bitmap result = render(*cpuContexts().front(), filter->outputImage(), {0, 0, 16, 8});
+        EXPECT_TRUE(isClose(result,
+                            [&](int x, int y) {
+                                return source.pixel((x - roll.dx + 16) % 16, (y - roll.dy + 8) % 8);
+                            },
+                            {1.01 / 255}))
+            << roll.mode;
+    }
+    PlatformClock::release();
+}
+
 // ---- What holds for all of them -----------------------------------------------------------------
 
 double standardOf(const InputAttributes& input, const char* name) {
