@@ -958,6 +958,109 @@ TEST(Rolls, MoveTheirWayAndComeInAgain) {
     PlatformClock::release();
 }
 
+std::string strobe(const char* kernel, const char* arguments) {
+    return "VE_Strobe_2_" + std::string(kernel) + "(source, 1, " + arguments + ") [0 0 5000 4000]";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    FreezeAndStrobe, Stories,
+    testing::Values(StoryCase{"Freeze",
+                              "VEFreeze",
+                              {},
+                              {{0, {}, "source"},
+                               {1, {}, "surface [0 0 24 10] 96 sRGB"},
+                               {2, {}, "surface [0 0 24 10] 96 sRGB", 0, frame(40, 40)},
+                               {3, inputs({{"Freeze", 0.5}}), "source"},
+                               {4, inputs({{"Freeze", 0.51}}), "source"},
+                               {5, {}, "surface [0 0 40 40] 160 sRGB"}},
+                              frame(19, 10)},
+                    StoryCase{
+                        "Strobe",
+                        "VE_Strobe_2",
+                        inputs({{"Speed", 20}, {"Frequency", 100}}),
+                        {{0.5, {}, strobe("squareEqual", "100, 20, 0, 0.5")},
+                         {1, inputs({{"Mode", 1}}), strobe("squareHoldOn", "100, 18.5203, -1, 1")},
+                         {1, inputs({{"Mode", 2}, {"Range", 127}}),
+                          strobe("squareHoldOff", "100, 18.5203, 0.5, 1")},
+                         {1, inputs({{"Mode", 3}, {"Range", 255}}),
+                          strobe("sineEqual", "100, 18.5203, 2, 1")},
+                         {1, inputs({{"Mode", 4}}), strobe("sineHold", "100, 18.5203, 2, 1")},
+                         {1, inputs({{"Mode", 5}}), strobe("sineAbsHumps", "100, 18.5203, 1, 1")},
+                         {1, inputs({{"Mode", 6}, {"Range", 127}}),
+                          strobe("sineAbsHumpsInvert", "100, 18.5203, 0, 1")},
+                         {2, inputs({{"Mode", 7}}), strobe("snapBlackfadeWhite", "15, 10, 0, 2")},
+                         {2, inputs({{"Mode", 9}}), strobe("snapWhiteFadeBlack", "15, 10, 0, 2")},
+                         {2, inputs({{"Mode", -1}}), strobe("squareEqual", "100, 20, 0, 2")},
+                         {3, {}, "error FX 225", 0, frame(6000, 4000)}},
+                        frame(5000, 4000)}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(Freeze, ShowsTheFrameOnWhichItBegan) {
+    filtered("VEDummy", frame(1, 1), {});
+    Random random(23);
+    const CIFilterRef filter = CIFilter::filterWithName("VEFreeze");
+    filter->setDefaults();
+    const Bitmap first = randomBitmap(random, 21, 9, CIFormat::RGBA8);
+    for (int i = 0; i < 3; ++i) {
+        const Bitmap live = i == 0 ? first : randomBitmap(random, 21, 9, CIFormat::RGBA8);
+        filter->setValueForKey(live.image({3, 4}), "inputImage");
+        const CIImage image = filter->outputImage();
+        // The frame's copy lies at the origin, and beside it there is nothing.
+        const CGRect bounds = i == 0 ? CGRect{3, 4, 21, 9} : CGRect{0, 0, 24, 9};
+        EXPECT_TRUE(isClose(render(*cpuContexts().front(), image, bounds),
+                            [&](int x, int y) { return x < 21 ? first.pixel(x, y) : Pixel{}; }, {}))
+            << i;
+    }
+}
+
+TEST(Strobe, FollowsItsWaveforms) {
+    filtered("VEDummy", frame(1, 1), {});
+    const double kPi = std::acos(-1.0);
+    // With the range in the middle, a size of 1/2, one cycle a second.
+    struct Wave {
+        int mode;
+        double speed;
+        std::function<double(double)> level;
+    };
+    const auto unit = [](double v) { return std::clamp(v, 0.0, 1.0); };
+    const double slow = 1 / 0.35;
+    const Wave waves[] = {
+        {0, 1, [&](double x) { return unit(0.5 + 2 * std::sin(2 * kPi * x)); }},
+        {1, slow, [&](double x) { return unit(0.5 + 4 * std::sin(2 * kPi * x)); }},
+        {2, slow, [&](double x) { return unit(0.5 - 4 * std::sin(2 * kPi * x)); }},
+        {3, slow, [&](double x) { return unit(0.5 + std::sin(2 * kPi * x)); }},
+        {5, slow, [&](double x) { return unit(std::sin(kPi * x)); }},
+        {6, slow, [&](double x) { return 1 - unit(std::sin(kPi * x)); }},
+        {7, 2, [&](double x) { return unit(x * 1.075); }},
+        {8, 2, [&](double x) { return unit(1 - x * 1.075); }},
+    };
+    Bitmap source(1, 1, CIFormat::RGBAf);
+    source.set(0, 0, {0.8, 0.4, 0.2, 0.9});
+    for (const Wave& wave : waves) {
+        PlatformClock::drive(0);
+        const CIFilterRef filter = CIFilter::filterWithName("VE_Strobe_2");
+        filter->setDefaults();
+        for (const auto& [key, value] : inputs({{"Mode", double(wave.mode)},
+                                                {"Speed", wave.speed},
+                                                {"Frequency", 0.5},
+                                                {"Range", 127}}))
+            filter->setValueForKey(value, key);
+        filter->setValueForKey(source.image(), "inputImage");
+        for (const double x : {0.0, 0.02, 0.2, 0.26, 0.4, 0.52, 0.77, 0.95}) {
+            PlatformClock::drive(static_cast<uint64_t>(std::llround(x * 1e9)));
+            const double level = 1 + (wave.level(x) - 1) * 0.5;
+            const auto expected = [&](int, int) {
+                return Pixel{0.8 * level, 0.4 * level, 0.2 * level, 0.9};
+            };
+            EXPECT_TRUE(isClose(render(*cpuContexts().front(), filter->outputImage(), {0, 0, 1, 1},
+                                       CIFormat::RGBAf),
+                                expected, {1e-5}))
+                << "mode " << wave.mode << " at " << x;
+        }
+    }
+    PlatformClock::release();
+}
+
 // ---- What holds for all of them -----------------------------------------------------------------
 
 double standardOf(const InputAttributes& input, const char* name) {
