@@ -38,8 +38,8 @@ std::shared_ptr<Node> applyFrameworkKernel(std::string_view library, std::string
 
 CIImage outputOf(const CIFilter& filter, std::shared_ptr<Node> node) {
     if (!node) return {};
-    auto annotation = std::allocate_shared<Annotation>(
-        std::pmr::polymorphic_allocator<Annotation>(nodePool()));
+    auto annotation =
+        std::allocate_shared<Annotation>(std::pmr::polymorphic_allocator<Annotation>(nodePool()));
     const FilterClassInfo& filterClass = filter.filterClass();
     annotation->builtinName = filterClass.classInfo.name;
     for (const InputInfo& input : filterClass.inputs())
