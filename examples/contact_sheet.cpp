@@ -27,12 +27,69 @@ struct Settings {
     std::string_view filter;
     std::vector<std::pair<std::string_view, double>> values;
 };
+constexpr double kRest = 127 / 255.0; // where centred controls stand still
 const std::vector<Settings> kSettings = {
+    {"VEBlackAlpha", {{"inputAmount", 1}, {"inputThreshold", 0.1}}},
+    {"VEBlackAlpha2ctl", {{"input1Amount", 0.5}, {"input2Amount", 0.7}}},
+    {"VEChromaKey2017",
+     {{"inputSensitivity", 0.2},
+      {"inputSmoothing", 0.4},
+      {"inputRed", 0.07},
+      {"inputGreen", 0.7},
+      {"inputBlue", 0.3}}},
+    {"VEChromaKeyHSV",
+     {{"inputTolerance", 0.2},
+      {"inputAmount", 0.5},
+      {"inputHue", 0.39},
+      {"inputSaturation", 0.9},
+      {"inputValue", 0.7}}},
+    {"VEChromaKeyRGB",
+     {{"inputTolerance", 0.25},
+      {"inputAmount", 0.5},
+      {"inputRed", 0.07},
+      {"inputGreen", 0.7},
+      {"inputBlue", 0.3}}},
+    {"VEChromaKeyXY",
+     {{"inputTolerance", 0.2},
+      {"inputAmount", 0.5},
+      {"inputXposition", 0.375},
+      {"inputYposition", 0.55}}},
     {"VEColorBrightContrast",
      {{"inputBrightness", 127}, {"inputContrast", 150}, {"inputRed", 170}, {"inputBlue", 90}}},
+    {"VECropCircleXYPosition",
+     {{"inputIsXY", 1}, {"inputMode", 5}, {"inputSize", 0.3}, {"inputEdge", 0.4}}},
+    {"VECropOvalXYPosition", {{"inputAspect", 1}, {"inputEdge", 0.3}}},
+    {"VEDecay",
+     {{"inputAmount", 0.6},
+      {"inputSkip", 0},
+      {"inputScale", 0.52},
+      {"inputXpos", kRest},
+      {"inputYpos", 0.54}}},
+    {"VEFalloff", {{"inputSize", 0.1}, {"inputEdge", 0.6}}},
+    {"VEFalloffXYPosition",
+     {{"inputIsXY", 1}, {"inputMode", 4}, {"inputSize", 0.3}, {"inputEdge", 0.2}}},
     {"VEGobo", {{"inputIntensity", 0.8}}},
+    {"VELumaKey", {{"input1Amount", 0.5}, {"input2Amount", 0.7}}},
+    {"VEMirrors", {{"inputMode", 3}}},
+    {"VETiles_2", {{"inputXdiv", 3}, {"inputYdiv", 2}, {"inputXoffset", 8}, {"inputYoffset", 12}}},
+    {"VEWobble", {{"inputMode", 1}, {"inputSize", 0.6}, {"inputSpeed", 0.6}}},
+    {"VEXFBrightness", {{"inputFadeStatus", 0.2}}},
+    {"VEXFColorBlend", {{"inputFadeStatus", 0.25}}},
+    {"VEXFDissolve", {{"inputFadeStatus", 0.5}}},
+    {"VEXFDissolveWithPixels", {{"inputFadeStatus", 0.06}}},
+    {"VE_ASCII_Art", {{"inputScale", 50}}},
+    {"VE_CloudGenerator",
+     {{"inputScale", 60}, {"inputCover", 115}, {"inputAlpha", 128}, {"inputBrightness", 127}}},
     {"VE_GainClamp", {{"input2", 140}, {"input3", 140}, {"input4", 140}}},
+    {"VE_NoiseGenerator", {{"inputMode", 2}}},
     {"VE_RGB_Gamma", {{"input1", 120}, {"input3", 50}}},
+    {"VE_Repeats",
+     {{"inputMode", 4},
+      {"inputScale", 5},
+      {"inputRepeats", 2},
+      {"inputOffsetX", 0.9},
+      {"inputOffsetY", 0.9}}},
+    {"VE_Strobe_2", {{"inputMode", 8}, {"inputSpeed", 2}}},
     {"VE_TrafficSign", {{"inputMixer", 1}, {"inputScale", 3}, {"inputBoost", 2}}},
 };
 
@@ -46,11 +103,16 @@ struct Picture {
     CGRect extent() const { return {0, 0, double(width), double(height)}; }
 };
 
-/// Sets the source on every image input, and the settings of the table or else the defaults.
+/// Sets the source as the image, its mirror image on every other image input, and the settings of
+/// the table or else the defaults.
 void prepare(CIFilter& filter, std::string_view name, const CIImage& source) {
+    const CIImage mirrored =
+        source.imageByApplyingTransform({-1, 0, 0, 1, source.extent().width, 0});
     filter.setDefaults();
     for (const InputInfo& input : filter.filterClass().inputs())
-        if (input.kind == InputKind::Image) filter.setValueForKey(source, input.key);
+        if (input.kind == InputKind::Image)
+            filter.setValueForKey(input.key == std::string_view("inputImage") ? source : mirrored,
+                                  input.key);
     for (const Settings& settings : kSettings)
         if (settings.filter == name)
             for (const auto& [key, value] : settings.values)
@@ -79,11 +141,20 @@ bool lookAlike(const Picture& a, const Picture& b) {
 /// standard error when there is nothing to show.
 bool show(CIContext& context, const std::string& name, const CIImage& source,
           const Picture& sourcePixels, Picture& result) {
+    // Effects that move by themselves, or keep something, have a few frames to do so: the same ones
+    // every time.
+    constexpr uint64_t kFrame = 40'000'000;
+    constexpr int kFrames = 12;
+    PlatformClock::drive(0);
     const CIFilterRef filter = CIFilter::filterWithName(name);
     if (!filter) return std::fprintf(stderr, "%s cannot be made\n", name.c_str()), false;
     prepare(*filter, name, source);
     const auto render = [&] {
-        const CIImage image = filter->outputImage();
+        CIImage image;
+        for (uint64_t i = 1; i <= kFrames; ++i) {
+            PlatformClock::drive(i * kFrame);
+            image = filter->outputImage();
+        }
         if (!image) return std::fprintf(stderr, "%s gives no image\n", name.c_str()), false;
         if (context.render(image.imageByCompositingOverImage(CIImage::imageWithColor({0, 0, 0})),
                            result.pixels.data(), result.bytesPerRow(), result.extent(), kFormat))
@@ -116,7 +187,6 @@ int makeSheet(const char* picturePath, const char* sheetPath) {
                                                    source.height, source.bytesPerRow(), kFormat);
 
     VornEffectsRegistrar::registerAllFilters();
-    PlatformClock::drive(1'000'000'000); // effects that move by themselves: the same every time
     const std::vector<std::string> names = CIFilter::filterNames(kVornFilterCategory);
     const uint32_t columns = static_cast<uint32_t>(std::ceil(std::sqrt(double(names.size()))));
     if (columns == 0) return std::fprintf(stderr, "there are no filters\n"), 1;

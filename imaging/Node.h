@@ -9,6 +9,7 @@
 #include <memory>
 #include <memory_resource>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 

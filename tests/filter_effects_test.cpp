@@ -1,6 +1,7 @@
 // The effects as a whole: what each mode describes, on which rules, and what holds for the pictures
 // of all of them: the same on every device and in every split of the result, nothing left of an
 // effect that is mixed out, transitions that begin and end exactly.
+#include "allocation_count.h"
 #include "support.h"
 #include "vorneffects/ImageDescription.h"
 
@@ -550,6 +551,514 @@ TEST(Transitions, BeginWithOneImageAndEndWithTheOther) {
                                         time == 0 ? source : target, {}))
                         << name << " at " << time << ", " << nameOf(*context);
             }
+}
+
+// ---- Over several frames ------------------------------------------------------------------------
+
+/// A frame of a story: the clock, what is set before it, and the graph that follows.
+struct Frame {
+    double seconds;
+    Settings settings;
+    std::string graph;
+    uint64_t frameTime = 0;
+    CIImage source = {}; ///< another source from here on
+};
+
+struct StoryCase {
+    const char* title;
+    const char* filter;
+    Settings settings;
+    std::vector<Frame> frames;
+    CIImage source = frame(1920, 1080);
+};
+
+std::ostream& operator<<(std::ostream& stream, const StoryCase& test) {
+    return stream << test.title;
+}
+
+/// The filter is made when the clock stands at 1000 seconds; times count from there.
+class Stories : public testing::TestWithParam<StoryCase> {
+protected:
+    static void setClock(double seconds) {
+        PlatformClock::drive(1'000'000'000'000 +
+                             static_cast<uint64_t>(std::llround(seconds * 1e9)));
+    }
+    void TearDown() override { PlatformClock::release(); }
+};
+
+TEST_P(Stories, GoAsTold) {
+    const StoryCase& test = GetParam();
+    filtered("VEDummy", frame(1, 1), {}); // registers the filters
+    setClock(0);
+    const CIFilterRef filter = CIFilter::filterWithName(test.filter);
+    filter->setDefaults();
+    CIImage source = test.source;
+    for (const auto& [key, value] : test.settings) ASSERT_TRUE(filter->setValueForKey(value, key));
+    for (size_t i = 0; i < test.frames.size(); ++i) {
+        SCOPED_TRACE("frame " + std::to_string(i));
+        const Frame& told = test.frames[i];
+        if (told.source) source = told.source;
+        filter->setValueForKey(source, "inputImage");
+        for (const auto& [key, value] : told.settings)
+            ASSERT_TRUE(filter->setValueForKey(value, key)) << key;
+        setClock(told.seconds);
+        filter->setVornFrameTime(told.frameTime);
+        const CIImage output = filter->outputImage();
+        EXPECT_EQ(output ? textOf(*describeImage(output, kProbe), source, {}) : "nothing",
+                  told.graph);
+    }
+}
+
+std::string noise(const char* kernel, const char* arguments) {
+    return "VE_NoiseGenerator_" + std::string(kernel) + "NoiseKernel(source, " + arguments +
+           ") own";
+}
+std::string clouds(const char* arguments) {
+    return "VE_CloudGenerator_cloudGen_1(source, " + std::string(arguments) + ") [4 5 3840 2160]";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Generators, Stories,
+    testing::Values(
+        StoryCase{
+            "NoiseRestartsWithTheMode",
+            "VE_NoiseGenerator",
+            inputs({{"Speed", 2}, {"4", kMiddle + 0.1}, {"5", kMiddle - 0.2}}),
+            {{1, {}, noise("perlin", "4, 2.6, 0, -5, 20")},
+             {2, {}, noise("perlin", "8, 2.6, 0, -10, 40")},
+             {3, inputs({{"Mode", 1}}), noise("flow", "4, 2550, 0, -0.05, 0.2")},
+             {4, inputs({{"Mode", 2}, {"Scale", 1}}), noise("caustic", "4, 5500, 0, -0.05, 0.2")},
+             {5, inputs({{"Mode", -1}}), noise("perlin", "4, 5.1, 0, -5, 20")}}},
+        StoryCase{"NoiseCells",
+                  "VE_NoiseGenerator",
+                  inputs({{"Mode", 5}, {"Speed", 2}}),
+                  {{1, {}, noise("voronoi", "40, 251, 1.53388, 0, 0")},
+                   {1, inputs({{"4", 1}}), noise("voronoi", "40, 251, 0.65, 0, 0")},
+                   {1, inputs({{"4", 0}}), noise("voronoi", "40, 251, 20.65, 0, 0")}}},
+        StoryCase{"NoiseStandsStillForASpeedThatIsNoNumber",
+                  "VE_NoiseGenerator",
+                  inputs({{"4", kMiddle}, {"5", kMiddle}}),
+                  {{1, {}, noise("perlin", "1, 2.6, 0, 0, 0")},
+                   {2, inputs({{"Speed", NAN}}), noise("perlin", "1, 2.6, 0, 0, 0")},
+                   {3, inputs({{"Speed", 1}}), noise("perlin", "2, 2.6, 0, 0, 0")}}},
+        StoryCase{
+            "Clouds",
+            "VE_CloudGenerator",
+            inputs({{"Speed", 1}}),
+            {{1.5, {}, clouds("1.5, 0.25, 0.000392157, -5, 0, -0.5")},
+             {2, inputs({{"Scale", 255}, {"Cover", 255}, {"Alpha", 255}, {"Brightness", 255}}),
+              clouds("2, 10, 0.00230392, 7, 20, 0.5")},
+             {3, {}, "error FX 094", 0, frame(3841, 2160)},
+             {4, inputs({{"Speed", 0}}), clouds("4, 10, 0, 7, 20, 0.5"), 0,
+              frame(3840, 2160, {4, 5})}},
+            frame(3840, 2160, {4, 5})}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(LongRunningNoise, StillMovesAFrameAtATime) {
+    filtered("VEDummy", frame(1, 1), {});
+    Random random(3);
+    const Bitmap source(160, 90);
+    for (int mode = 0; mode < 4; ++mode) {
+        PlatformClock::drive(0);
+        const CIFilterRef filter = CIFilter::filterWithName("VE_NoiseGenerator");
+        filter->setDefaults();
+        filter->setValueForKey(source.image(), "inputImage");
+        filter->setValueForKey(Number(mode), "inputMode");
+        filter->outputImage();
+        const auto pictureAt = [&](uint64_t milliseconds) {
+            PlatformClock::drive(milliseconds * 1'000'000);
+            return render(referenceContext(), filter->outputImage(), {0, 0, 160, 90},
+                          CIFormat::RGBAf);
+        };
+        // From one frame to the next a week of motion on.
+        constexpr uint64_t kWeek = 7 * 24 * 3600 * 1000ull;
+        double least = HUGE_VAL, most = 0;
+        Bitmap before = pictureAt(kWeek);
+        for (uint64_t i = 1; i <= 8; ++i) {
+            const Bitmap now = pictureAt(kWeek + 40 * i);
+            double sum = 0;
+            now.forEach(
+                [&](int x, int y) { sum += differenceOf(now.pixel(x, y), before.pixel(x, y)); });
+            least = std::min(least, sum), most = std::max(most, sum);
+            before = now;
+        }
+        EXPECT_GT(least, 0) << mode;
+        EXPECT_LT(most, 2 * least) << mode;
+    }
+    PlatformClock::release();
+}
+
+/// The trail of a decay of 1, at rest: everything but the blend and its frame.
+std::string trail(const char* blend, const char* current, const char* offset = "(0 0), 1") {
+    return std::string(blend) + "(VE_Decay_offset(VE_Decay_multiply(kept, 1) own, " + offset +
+           ") own, " + current + ")";
+}
+const Settings kDecayAtRest =
+    inputs({{"Amount", 1}, {"Scale", kMiddle}, {"Xpos", kMiddle}, {"Ypos", kMiddle}});
+
+INSTANTIATE_TEST_SUITE_P(
+    Feedback, Stories,
+    testing::Values(
+        StoryCase{
+            "DecayKeepsATrail",
+            "VEDecay",
+            kDecayAtRest,
+            {{0, {}, "source"},
+             {0, {}, trail("CIMaximumCompositing", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", 0}}),
+              trail("CIMaximumCompositing", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", 61}}), trail("CIDarkenBlendMode", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", 121}}),
+              trail("CIDivideBlendMode", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", 181}}),
+              trail("CIHardLightBlendMode", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", 300}}),
+              trail("CIPinLightBlendMode", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", 301}}),
+              trail("CIMaximumCompositing", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Skip", -70}}),
+              trail("CIMaximumCompositing", "surface [0 0 24 10] 96 sRGB")},
+             {0, inputs({{"Xpos", 1}, {"Ypos", 0}, {"Scale", 1}}),
+              trail("CIMaximumCompositing", "surface [0 0 24 10] 96 sRGB",
+                    "(19.5342 -10.1212), 1.50196")}},
+            frame(19, 10)},
+        StoryCase{"DecayStartsAnew",
+                  "VEDecay",
+                  kDecayAtRest,
+                  {{0, {}, "source"},
+                   {0, {}, trail("CIMaximumCompositing", "surface [0 0 24 10] 96 sRGB")},
+                   // Another size drops the trail, and the first frame of it is not tagged.
+                   {0, {}, "source", 0, frame(16, 9)},
+                   {0, {}, trail("CIMaximumCompositing", "surface [0 0 16 9] 64 sRGB")},
+                   // So does an amount of nothing, but the size is still known then.
+                   {0, inputs({{"Amount", 0}}), "source"},
+                   {0, inputs({{"Amount", 1}}), "source"},
+                   {0, {}, trail("CIMaximumCompositing", "surface [0 0 16 9] 64 sRGB")},
+                   // Another place of the same size begins with an empty trail a frame later.
+                   {0,
+                    {},
+                    trail("CIMaximumCompositing", "surface [0 0 16 9] 64 sRGB"),
+                    0,
+                    frame(16, 9, {5, 5})}},
+                  frame(19, 10)},
+        StoryCase{
+            "EdgesOfACapturedFrame",
+            "VEEdgeDetect2",
+            inputs({{"Width", 0.25}}),
+            {{0,
+              {},
+              "VE_EdgeDetect2_edgeDetect(surface [0 0 1928 7] 7712 sRGB, surface [0 0 1928 7] "
+              "7712 sRGB, 1, 0.0075, 0.5, 0.5, 0) own own"},
+             {0, inputs({{"Smoothing", 0.5}, {"Width", 1}}),
+              "VE_EdgeDetect2_edgeDetect(surface [0 0 8 8] 32 sRGB, surface [0 0 8 8] 32 sRGB, "
+              "1, 0, 0.5, 0.5, 0.5) own own",
+              0, frame(3, 8)}},
+            frame(1921, 7)}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(Feedback, LeavesAFadingTrailAndNothingInThePadding) {
+    filtered("VEDummy", frame(1, 1), {});
+    const CIFilterRef decay = CIFilter::filterWithName("VEDecay");
+    decay->setDefaults();
+    for (const auto& [key, value] : kDecayAtRest) decay->setValueForKey(value, key);
+    decay->setValueForKey(Number(std::pow(0.9, 10)), "inputAmount");
+    // A white frame, then black ones.
+    Bitmap white(13, 5), black(13, 5);
+    white.forEach([&](int x, int y) {
+        white.set(x, y, {1, 1, 1, 1});
+        black.set(x, y, {0, 0, 0, 1});
+    });
+    const auto next = [&](const Bitmap& source) {
+        decay->setValueForKey(source.image(), "inputImage");
+        return render(*cpuContexts().front(), decay->outputImage(), {0, 0, 20, 5});
+    };
+    next(white);
+    double level = 255;
+    for (int i = 0; i < 200; ++i) {
+        const Bitmap result = next(black);
+        level = std::nearbyint(std::max(0.0, std::min(level * 0.9, level - 0.51)));
+        const auto expected = [&](int x, int) {
+            return x < 13 ? Pixel{level / 255, level / 255, level / 255, 1} : Pixel{};
+        };
+        ASSERT_TRUE(isClose(result, expected, {1.01 / 255})) << i;
+    }
+    EXPECT_EQ(level, 0);
+}
+
+TEST(Feedback, AllocatesNothingInASteadyChain) {
+    if (!countsAllocations()) GTEST_SKIP() << "allocations are not counted under a sanitizer";
+    filtered("VEDummy", frame(1, 1), {});
+    const Bitmap source(200, 100);
+    const CIImage image = source.image();
+    for (const char* name : {"VEDecay", "VEEdgeDetect2"}) {
+        const CIFilterRef filter = CIFilter::filterWithName(name);
+        filter->setDefaults();
+        for (const auto& [key, value] : kDecayAtRest) filter->setValueForKey(value, key);
+        const auto run = [&](int frames) {
+            for (int i = 0; i < frames; ++i) {
+                filter->setValueForKey(image, "inputImage");
+                EXPECT_TRUE(filter->outputImage());
+            }
+        };
+        run(8);
+        const uint64_t before = heapAllocations();
+        run(8);
+        // The threads' library may take some memory of its own; a frame's pixels would be more.
+        EXPECT_LE(heapAllocations() - before, 8u) << name;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Characters, Stories,
+    testing::Values(
+        StoryCase{
+            "AsciiKeepsItsStrip",
+            "VE_ASCII_Art",
+            {{"inputString", std::string("ab")}},
+            {{0,
+              {},
+              "VE_ASCII_Art_ascii_desatToGray(source, bitmap [0 0 48 30] ARGB8, 1, 0, 0, 24, 30, "
+              "2) [0 0 1920 1080] [0 0 48 30]"},
+             {0,
+              {{"inputString", std::string("abc")},
+               {"inputColour", Number(0.999)},
+               {"inputScale", Number(40)}},
+              "VE_ASCII_Art_ascii_desatToGray(source, bitmap [0 0 48 30] ARGB8, 1, 40, 0.999, 24, "
+              "30, 2) [0 0 1920 1080] [0 0 48 30]"},
+             {0,
+              {{"inputColour", Number(1)}},
+              "VE_ASCII_Art_ascii_desatToWhite(source, bitmap [0 0 48 30] ARGB8, 1, 40, 1, 24, 30, "
+              "2) [0 0 1920 1080] [0 0 48 30]"}}},
+        StoryCase{
+            "AsciiLimits",
+            "VE_ASCII_Art",
+            {{"inputString", std::string(5000, 'x')}},
+            {{0, {}, "source"},
+             {0, {}, "error FX 175", 0, frame(5761, 3240)},
+             {0,
+              {{"inputString", std::string()}},
+              "VE_ASCII_Art_ascii_desatToGray(source, bitmap [0 0 552 30] ARGB8, 1, 0, 0, 24, 30, "
+              "23) [0 0 5760 3240] [0 0 552 30]",
+              0,
+              frame(5760, 3240)}}}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(Characters, GrowFullerWithTheBrightness) {
+    // A grey ramp, white characters: from cell to cell the share of ink never falls by much.
+    Bitmap source(23 * 24, 30);
+    source.forEach([&](int x, int y) {
+        const double level = (x / 24 + 0.5) / 23;
+        source.set(x, y, {level, level, level, 1});
+    });
+    const CIImage image =
+        filtered("VE_ASCII_Art", source.image(), inputs({{"Scale", 23}, {"Colour", 1}}));
+    const Bitmap result = render(*cpuContexts().front(), image, {0, 0, 23 * 24, 30});
+    std::vector<double> ink(23);
+    result.forEach(
+        [&](int x, int y) { ink[static_cast<size_t>(x / 24)] += result.pixel(x, y)[0]; });
+    EXPECT_EQ(ink.front(), 0) << "the first character is a blank";
+    for (size_t cell = 6; cell < ink.size(); ++cell) {
+        EXPECT_GT(ink[cell], 0.8 * ink[cell - 6]) << cell;
+        EXPECT_GT(ink[cell], 5) << cell;
+    }
+}
+
+std::string wobble(const char* kernel, const char* arguments,
+                   const char* reads = "[0 0 1920 1080]") {
+    return "VE_Wobble_" + std::string(kernel) + "(source, 1, " + arguments + ") " + reads;
+}
+Settings wobbleInputs(double mode, double size, double speed) {
+    return inputs({{"Mode", mode}, {"Size", size}, {"Speed", speed}});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Wobbles, Stories,
+    testing::Values(
+        // sin 35 + sin 13.37 + sin 8.701 and so on for a second of speed 1.
+        StoryCase{"Shake",
+                  "VEWobble",
+                  wobbleInputs(0, 1, 1),
+                  {{1, {}, wobble("shake", "0.0953918, 0.0923924")},
+                   {2, inputs({{"Size", 0}}), wobble("shake", "0, 0")}}},
+        StoryCase{"Wobble",
+                  "VEWobble",
+                  wobbleInputs(1, 0.5, 1),
+                  {{1, {}, wobble("wobble", "0.0476959, 0.0461962, 0.998337, 0.0576533")}}},
+        StoryCase{
+            "Flicker",
+            "VEWobble",
+            wobbleInputs(2, 1, 1),
+            {{1, {}, wobble("flicker", "0.000953918, 0.000923924, 0.724117", "[99 100 52 53]")}}},
+        StoryCase{"RollStopsAndGoes",
+                  "VEWobble",
+                  wobbleInputs(3, 0.25, 1),
+                  {{0.1, {}, wobble("rollDown", "0.5, 0, 1")},
+                   {0.5, {}, wobble("rollDown", "0, 0, 1")},
+                   {1.125, inputs({{"Mode", 4}}), wobble("rollUp", "0.625, 0, 1")},
+                   {1.125, inputs({{"Mode", 5}}), wobble("rollRight", "0.625, 0, 1")},
+                   {1.125, inputs({{"Mode", 6}}), wobble("rollLeft", "0.625, 0, 1")}}},
+        StoryCase{"Rippling",
+                  "VEWobble",
+                  wobbleInputs(7, 0.5, 0.5),
+                  {{1, {}, wobble("rippling", "64, 0.005, 50")},
+                   {2, {}, wobble("rippling", "64, 0.005, 100")}}},
+        StoryCase{"RollBothWays",
+                  "VEWobble",
+                  wobbleInputs(8, kMiddle, kMiddle - 0.1),
+                  {{1, {}, wobble("roll_XY", "0, -0.5")}, {3, {}, wobble("roll_XY", "0, -0.5")}}},
+        StoryCase{"Wrap",
+                  "VEWobble",
+                  wobbleInputs(10, 0, 1),
+                  {{1, inputs({{"C", 0}, {"D", 1}}),
+                    wobble("wrap_XY", "-1.98434, 1.99997, -0.0156882, 0.0158118")}}},
+        StoryCase{"SyncedToTheHost",
+                  "VEWobble",
+                  inputs({{"Mode", 7}, {"Size", 1}, {"Speed", 0.5}, {"SyncMode", 1}}),
+                  {{5, {}, wobble("rippling", "64, 0.01, 100"), 2'000'000'000},
+                   {9, {}, wobble("rippling", "64, 0.01, 100"), 2'000'000'000},
+                   // Without a frame time the clock goes on from there.
+                   {10, {}, wobble("rippling", "64, 0.01, 150")},
+                   {11, inputs({{"SyncMode", 0}}), wobble("rippling", "64, 0.01, 200"), 7}}},
+        StoryCase{"TooLargeByMode",
+                  "VEWobble",
+                  wobbleInputs(0, 0.5, 1),
+                  {{1, {}, "error FX 161", 0, frame(5760, 4000)},
+                   {2, inputs({{"Mode", 7}}), wobble("rippling", "128, 0.005, 200"), 0,
+                    frame(1920, 1080)},
+                   {3, inputs({{"Mode", -1}}), "nothing"}}},
+        StoryCase{"TooLargeWithoutALabel",
+                  "VEWobble",
+                  wobbleInputs(10, 0, 1),
+                  {{1, {}, "error ", 0, frame(5760, 4000)}}}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(Rolls, MoveTheirWayAndComeInAgain) {
+    Random random(11);
+    const Bitmap source = randomBitmap(random, 16, 8, CIFormat::RGBA8);
+    filtered("VEDummy", frame(1, 1), {});
+    struct Roll {
+        int mode, dx, dy;
+    };
+    for (const Roll& roll : {Roll{3, 0, -2}, {4, 0, 2}, {5, 4, 0}, {6, -4, 0}}) {
+        PlatformClock::drive(0);
+        const CIFilterRef filter = CIFilter::filterWithName("VEWobble");
+        filter->setDefaults();
+        for (const auto& [key, value] : wobbleInputs(roll.mode, 0.25, 0))
+            filter->setValueForKey(value, key);
+        filter->setValueForKey(source.image(), "inputImage");
+        PlatformClock::drive(250'000'000); // a quarter of the cycle
+        const Bitmap result = render(*cpuContexts().front(), filter->outputImage(), {0, 0, 16, 8});
+        EXPECT_TRUE(isClose(result,
+                            [&](int x, int y) {
+                                return source.pixel((x - roll.dx + 16) % 16, (y - roll.dy + 8) % 8);
+                            },
+                            {1.01 / 255}))
+            << roll.mode;
+    }
+    PlatformClock::release();
+}
+
+std::string strobe(const char* kernel, const char* arguments) {
+    return "VE_Strobe_2_" + std::string(kernel) + "(source, 1, " + arguments + ") [0 0 5000 4000]";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    FreezeAndStrobe, Stories,
+    testing::Values(StoryCase{"Freeze",
+                              "VEFreeze",
+                              {},
+                              {{0, {}, "source"},
+                               {1, {}, "surface [0 0 24 10] 96 sRGB"},
+                               {2, {}, "surface [0 0 24 10] 96 sRGB", 0, frame(40, 40)},
+                               {3, inputs({{"Freeze", 0.5}}), "source"},
+                               {4, inputs({{"Freeze", 0.51}}), "source"},
+                               {5, {}, "surface [0 0 40 40] 160 sRGB"}},
+                              frame(19, 10)},
+                    StoryCase{
+                        "Strobe",
+                        "VE_Strobe_2",
+                        inputs({{"Speed", 20}, {"Frequency", 100}}),
+                        {{0.5, {}, strobe("squareEqual", "100, 20, 0, 0.5")},
+                         {1, inputs({{"Mode", 1}}), strobe("squareHoldOn", "100, 18.5203, -1, 1")},
+                         {1, inputs({{"Mode", 2}, {"Range", 127}}),
+                          strobe("squareHoldOff", "100, 18.5203, 0.5, 1")},
+                         {1, inputs({{"Mode", 3}, {"Range", 255}}),
+                          strobe("sineEqual", "100, 18.5203, 2, 1")},
+                         {1, inputs({{"Mode", 4}}), strobe("sineHold", "100, 18.5203, 2, 1")},
+                         {1, inputs({{"Mode", 5}}), strobe("sineAbsHumps", "100, 18.5203, 1, 1")},
+                         {1, inputs({{"Mode", 6}, {"Range", 127}}),
+                          strobe("sineAbsHumpsInvert", "100, 18.5203, 0, 1")},
+                         {2, inputs({{"Mode", 7}}), strobe("snapBlackfadeWhite", "15, 10, 0, 2")},
+                         {2, inputs({{"Mode", 9}}), strobe("snapWhiteFadeBlack", "15, 10, 0, 2")},
+                         {2, inputs({{"Mode", -1}}), strobe("squareEqual", "100, 20, 0, 2")},
+                         {3, {}, "error FX 225", 0, frame(6000, 4000)}},
+                        frame(5000, 4000)}),
+    [](const auto& test) { return test.param.title; });
+
+TEST(Freeze, ShowsTheFrameOnWhichItBegan) {
+    filtered("VEDummy", frame(1, 1), {});
+    Random random(23);
+    const CIFilterRef filter = CIFilter::filterWithName("VEFreeze");
+    filter->setDefaults();
+    const Bitmap first = randomBitmap(random, 21, 9, CIFormat::RGBA8);
+    for (int i = 0; i < 3; ++i) {
+        const Bitmap live = i == 0 ? first : randomBitmap(random, 21, 9, CIFormat::RGBA8);
+        filter->setValueForKey(live.image({3, 4}), "inputImage");
+        const CIImage image = filter->outputImage();
+        // The frame's copy lies at the origin, and beside it there is nothing.
+        const CGRect bounds = i == 0 ? CGRect{3, 4, 21, 9} : CGRect{0, 0, 24, 9};
+        EXPECT_TRUE(isClose(render(*cpuContexts().front(), image, bounds),
+                            [&](int x, int y) { return x < 21 ? first.pixel(x, y) : Pixel{}; }, {}))
+            << i;
+    }
+}
+
+TEST(Strobe, FollowsItsWaveforms) {
+    filtered("VEDummy", frame(1, 1), {});
+    const double kPi = std::acos(-1.0);
+    // With the range in the middle, a size of 1/2, one cycle a second.
+    struct Wave {
+        int mode;
+        double speed;
+        std::function<double(double)> level;
+    };
+    const auto unit = [](double v) { return std::clamp(v, 0.0, 1.0); };
+    const double slow = 1 / 0.35;
+    const Wave waves[] = {
+        {0, 1, [&](double x) { return unit(0.5 + 2 * std::sin(2 * kPi * x)); }},
+        {1, slow, [&](double x) { return unit(0.5 + 4 * std::sin(2 * kPi * x)); }},
+        {2, slow, [&](double x) { return unit(0.5 - 4 * std::sin(2 * kPi * x)); }},
+        {3, slow, [&](double x) { return unit(0.5 + std::sin(2 * kPi * x)); }},
+        {5, slow, [&](double x) { return unit(std::sin(kPi * x)); }},
+        {6, slow, [&](double x) { return 1 - unit(std::sin(kPi * x)); }},
+        {7, 2, [&](double x) { return unit(x * 1.075); }},
+        {8, 2, [&](double x) { return unit(1 - x * 1.075); }},
+    };
+    Bitmap source(1, 1, CIFormat::RGBAf);
+    source.set(0, 0, {0.8, 0.4, 0.2, 0.9});
+    for (const Wave& wave : waves) {
+        PlatformClock::drive(0);
+        const CIFilterRef filter = CIFilter::filterWithName("VE_Strobe_2");
+        filter->setDefaults();
+        for (const auto& [key, value] : inputs({{"Mode", double(wave.mode)},
+                                                {"Speed", wave.speed},
+                                                {"Frequency", 0.5},
+                                                {"Range", 127}}))
+            filter->setValueForKey(value, key);
+        filter->setValueForKey(source.image(), "inputImage");
+        for (const double x : {0.0, 0.02, 0.2, 0.26, 0.4, 0.52, 0.77, 0.95}) {
+            PlatformClock::drive(static_cast<uint64_t>(std::llround(x * 1e9)));
+            const double level = 1 + (wave.level(x) - 1) * 0.5;
+            const auto expected = [&](int, int) {
+                return Pixel{0.8 * level, 0.4 * level, 0.2 * level, 0.9};
+            };
+            EXPECT_TRUE(isClose(render(*cpuContexts().front(), filter->outputImage(), {0, 0, 1, 1},
+                                       CIFormat::RGBAf),
+                                expected, {1e-5}))
+                << "mode " << wave.mode << " at " << x;
+        }
+    }
+    PlatformClock::release();
 }
 
 // ---- What holds for all of them -----------------------------------------------------------------

@@ -1,0 +1,34 @@
+// Freeze: holds the frame that was live when the control went on.
+#include "filters/temporal/FrameCapture.h"
+
+class VEFreeze final : public CIFilter {
+public:
+    static Attributes customAttributes() {
+        return {scalar("inputFreeze", "freeze", {.standard = 1})};
+    }
+
+    CIImage outputImage() override {
+        if (!(inputFreeze.floatValue() > 0.5f)) {
+            clear();
+            return inputImage;
+        }
+        if (frozen) return CIImage::imageWithIOSurface(frozen, CGColorSpace::SRGB);
+        // The frame on which the freeze begins is still the live one.
+        const CGRect extent = inputImage.extent();
+        IOSurfaceRef surface = surfaceFor(extent.width, extent.height);
+        CIContext context;
+        if (surface && context.renderToIOSurface(inputImage, *surface, extent, CGColorSpace::SRGB))
+            frozen = std::move(surface);
+        return inputImage;
+    }
+
+    void clear() override { frozen.reset(); }
+
+    CIImage inputImage;
+    Number inputFreeze;
+    VORN_FILTER(VEFreeze, inputImage, inputFreeze)
+
+private:
+    IOSurfaceRef frozen; ///< null while live
+};
+VORN_REGISTER(VEFreeze)
