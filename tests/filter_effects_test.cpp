@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <functional>
 #include <ostream>
+#include <tuple>
 
 namespace {
 
@@ -1144,6 +1145,116 @@ TEST(EveryEffect, LeavesTheSourceWhenItIsMixedOut) {
             EXPECT_TRUE(isClose(render(*context, image, source.image().extent()), source, {}))
                 << name << ", " << nameOf(*context);
     });
+}
+
+// ---- What hosts are told ------------------------------------------------------------------------
+
+/// The advertised inputs in order: key without "input", label, and the numbers that differ from
+/// minimum 0, slider 0 to 1, default 0, identity 0.
+struct AdvertisedCase {
+    const char* filter;
+    const char* inputs;
+};
+
+std::string advertisedBy(const std::string& name) {
+    std::string text;
+    for (const InputAttributes& input :
+         CIFilter::filterWithName(name)->filterClass().customAttributes()) {
+        text += (text.empty() ? "" : ", ") + input.key.substr(5) + " \"" +
+                std::get<std::string>(*input.find(kCIAttributeDisplayName)) + "\"";
+        const std::tuple<const char*, const char*, double> numbers[] = {
+            {kCIAttributeMin, "min", 0},
+            {kCIAttributeSliderMin, "from", 0},
+            {kCIAttributeSliderMax, "to", 1},
+            {kCIAttributeDefault, "default", 0},
+            {kCIAttributeIdentity, "identity", 0}};
+        for (const auto& [attribute, word, usual] : numbers) {
+            const AttributeValue* value = input.find(attribute);
+            const double* number = value ? std::get_if<double>(value) : nullptr;
+            if (!number)
+                text += std::string(" no ") + word;
+            else if (*number != usual)
+                text += std::string(" ") + word + " " + textOf(*number);
+        }
+    }
+    return text;
+}
+
+TEST(EveryEffect, AdvertisesItsInputs) {
+    filtered("VEDummy", frame(1, 1), {}); // registers the filters
+    const char* kPositioned =
+        "Mode \"mode\", Mixer \"mixer\" default 1, Size \"size\", Edge \"edge\", "
+        "XPosition \"X Position\" min -0.5 from -0.5 to 1.5 default 0.5, "
+        "YPosition \"Y Position\" min -0.5 from -0.5 to 1.5 default 0.5, "
+        "Aspect \"aspect\" to 10 default 1.778, IsXY \"isXY\"";
+    const char* kCropped = "Mixer \"mixer\" default 1, Size \"size\", Edge \"edge\"";
+    const char* kRamp = "1Amount \"amount\", 2Amount \"slope\", Mode \"mode\" to 2";
+    const char* kDissolve =
+        "FadeStatus \"Time\", Adjust \"Adjust\" min 1 from 1 to 4 default 1 identity 1";
+    for (const AdvertisedCase& test : {
+             AdvertisedCase{"VECropCircle", kCropped},
+             {"VECropCircleXYPosition", kPositioned},
+             {"VECropOvalXYPosition",
+              "Size \"size\" min -1 from -1, Edge \"edge\", Aspect \"aspect\" to 10 default 1.778, "
+              "XPosition \"X Position\" min -0.5 from -0.5 to 1.5 default 0.5, "
+              "YPosition \"Y Position\" min -0.5 from -0.5 to 1.5 default 0.5, Mode \"mode\""},
+             {"VEFalloff", kCropped},
+             {"VEFalloffXYPosition", kPositioned},
+             {"VEChromaKey2017",
+              "Sensitivity \"sensitivity\" min 0.01, Smoothing \"smoothing\", Red \"red\", "
+              "Green \"green\" min 0.01, Blue \"blue\", Blur \"blur\""},
+             {"VEChromaKeyRGB", "Tolerance \"tolerance\" min 0.01, Amount \"amount\", Red \"red\", "
+                                "Green \"green\" min 0.01, Blue \"blue\""},
+             {"VEChromaKeyHSV", "Tolerance \"tolerance\" min 0.01, Amount \"amount\", Hue \"hue\", "
+                                "Saturation \"saturation\", Value \"value\""},
+             {"VEChromaKeyXY", "Tolerance \"tolerance\" min 0.01, Amount \"amount\", "
+                               "Xposition \"x position\", Yposition \"y position\""},
+             {"VELumaKey", kRamp},
+             {"VEBlackAlpha2ctl", kRamp},
+             {"VEBlackAlpha", "Amount \"amount\", Threshold \"threshold\", Mode \"mode\" to 9"},
+             {"VEMirrors", "Mode \"mode\" to 12, Mixer \"mixer\" default 1"},
+             {"VETiles", "Divisions \"divisions\" min 1 from 1 to 16 default 4, "
+                         "Mixer \"mixer\" default 1"},
+             {"VETiles_2", "Xdiv \"H divisions\" min 1 from 1 to 100 default 1, "
+                           "Ydiv \"V divisions\" min 1 from 1 to 100 default 1, "
+                           "Xoffset \"H spacing\" min 1 from 1 to 100 default 1, "
+                           "Yoffset \"V spacing\" min 1 from 1 to 100 default 1, "
+                           "Mixer \"mixer\" default 1"},
+             {"VE_Repeats",
+              "Mode \"mode\" to 255 default 1, Scale \"scale\" from 1 to 64 default 1, "
+              "Repeats \"repeats\" to 255 default 1, "
+              "OffsetX \"offsetX\" to 8 default 1, OffsetY \"offsetY\" to 8 default 1"},
+             {"VEXFDissolve", kDissolve},
+             {"VEXFDissolveWithPixels", kDissolve},
+             {"VEXFBrightness", "Mode \"mode\" to 2, FadeStatus \"Time\""},
+             {"VEXFColorBlend",
+              "FadeStatus \"Time\", Color \"Color\" no min no from no to no default "
+              "no identity"},
+             {"VE_NoiseGenerator",
+              "Mode \"mode\" to 5, Scale \"scale\" default 0.5, "
+              "Speed \"speed\" min 0.0001 from 0.0001 to 4 default 1, "
+              "4 \"density/scroll x\" default 0.5, 5 \"scroll y\" default 0.5"},
+             {"VE_CloudGenerator",
+              "Scale \"scale\" to 255, Speed \"speed\", Cover \"cover\" to 255, "
+              "Alpha \"alpha\" to 255, Brightness \"brightness\" to 255"},
+             {"VEDecay",
+              "Amount \"Amount\" min 0.001 from 0.001 to 0.99 default 0.001, "
+              "Skip \"Skip Frame\" to 255 default 1, Scale \"Scale\" to 255 default 80, "
+              "Xpos \"X Position\" to 255 default 80, Ypos \"Y Position\" to 255 default 80"},
+             {"VEEdgeDetect2", "Mixer \"mixer\" default 1, Width \"LineWidth\" default 1, "
+                               "Reduce \"Reduce\" default 0.5, "
+                               "ReduceBrightness \"reduce bright\" default 0.5"},
+             {"VE_ASCII_Art", "Mixer \"mixer\" default 1, "
+                              "Scale \"Divisions\" min 1 from 1 to 100, Colour \"Gap Width\""},
+             {"VEWobble",
+              "Mixer \"mixer\" default 1, Mode \"mode\" to 10, Size \"size\" default 0.2, "
+              "Speed \"speed\" default 0.2, C \"c\", D \"d\""},
+             {"VEFreeze", "Freeze \"freeze\" default 1"},
+             {"VE_Strobe_2",
+              "Mixer \"mixer\" default 1, Mode \"mode\" to 9, "
+              "Frequency \"size\" to 100 default 1, Speed \"speed\" to 20 default 1"},
+         })
+        EXPECT_EQ(advertisedBy(test.filter), test.inputs) << test.filter;
 }
 
 } // namespace

@@ -59,8 +59,8 @@ float turnedSlopeAt(uint x, uint y, uint seed, vec2 d, vec2 turn) {
 }
 
 // Gradient noise of a place alone, whose gradients are turned by the angle with the cosine and sine
-// `turn`: as the angle runs on, every place swings about 0 and eddies seem to turn (K. Perlin and F. Neyret,
-// "Flow Noise", 2001). Nearly all of it within -0.7 to 0.7.
+// `turn`: as the angle runs on, every place swings about 0 and eddies seem to turn (K. Perlin and
+// F. Neyret, "Flow Noise", 2001). Nearly all of it within -0.7 to 0.7.
 float flowNoise(vec2 p, uniform uint seed, vec2 turn) {
     vec2 cell = floor(p);
     vec2 d = p - cell;

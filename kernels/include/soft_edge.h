@@ -7,8 +7,9 @@ float smoothShare(float t) {
 }
 
 // How much of a pixel lies inside of a shape of the half-width `radius`, at `distance` from its
-// middle. The border fades over `softness` inside of the radius, which ends at the middle, and over the
-// pixel itself, which is 2 `reach` across; all in one unit. Nothing is left of a shape without width.
+// middle. The border fades over `softness` inside of the radius, which ends at the middle, and over
+// the pixel itself, which is 2 `reach` across; all in one unit. Nothing is left of a shape without
+// width.
 float insideShare(float distance, float radius, float softness, float reach) {
     float most = 2.0 * reach;
     float t = (radius + reach - distance) / (max(min(softness, radius), 0.0) + most);
