@@ -71,7 +71,10 @@ public:
             readsInFunctions += readsIn(at, kernel.firstToken);
             at = kernel.endToken;
         }
-        const bool hasFewInFunctions = readsInFunctions + readsIn(at, tokens_.size()) <= kFewReads;
+        readsInFunctions += readsIn(at, tokens_.size());
+        // Functions are inlined in every kernel.
+        const bool hasFewInFunctions =
+            readsInFunctions * static_cast<int>(source_.kernels.size()) <= 3 * kFewReads;
         at = 0;
         for (const KernelDeclaration& kernel : source_.kernels) {
             inlinesReads_ = hasFewInFunctions;

@@ -187,8 +187,8 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
             channel(p00.z, p10.z, p01.z, p11.z), channel(p00.w, p10.w, p01.w, p11.w)};
 }
 
-/// The same as a call. A kernel with many reads would take the compiler long if it had them all
-/// inline, and be none the faster.
+/// The same as a call. A kernel with many reads, or with one that has to choose between all
+/// layouts, would take the compiler long if it had them inline, and be little the faster.
 template <Memory memory>
 __attribute__((noinline)) Pixel calledSampleAt(const SourceView& view, Vec2<Float> point) {
     return sampleAt<memory>(view, point);
@@ -236,7 +236,10 @@ struct KernelBase {
                 Float(static_cast<float>(place.y) + 0.5f)};
     }
     VORN_INLINE Pixel sample(Sampler<memory> source, Vec2<Float> point) const {
-        return sampleAt<memory>(source.view, point);
+        if constexpr (isPacked(memory))
+            return sampleAt<memory>(source.view, point);
+        else
+            return calledSampleAt<memory>(source.view, point);
     }
     VORN_INLINE Pixel calledSample(Sampler<memory> source, Vec2<Float> point) const {
         return calledSampleAt<memory>(source.view, point);
