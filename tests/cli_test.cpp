@@ -483,6 +483,20 @@ TEST_F(Gallery, RefersToItsOwnPicturesOnlyAndToAllOfThem) {
     EXPECT_FALSE(std::regex_search(html, pictureWithoutText));
 }
 
+TEST_F(Gallery, ShowsEveryFilterOfTheManifest) {
+    const Outcome run = runVorn("gallery '" + folder.string() + "'");
+    ASSERT_EQ(run.code, 0) << run.talk;
+    const std::string html = fileContents(folder / "index.html");
+    const std::vector<Json> filters = runVorn("list --json").objects();
+    for (const Json& filter : filters) {
+        const std::string name = filter.at("name");
+        EXPECT_NE(html.find("<article id=\"" + name + "\""), std::string::npos) << name;
+        EXPECT_TRUE(std::filesystem::exists(folder / "pictures" / (name + ".png"))) << name;
+    }
+    EXPECT_NE(run.talk.find(": " + std::to_string(filters.size()) + " filters"), std::string::npos)
+        << run.talk;
+}
+
 TEST_F(Gallery, ShowsEveryModeOnceTheSlidersEndsAndMotion) {
     ASSERT_EQ(make("a").code, 0);
     const std::map<std::string, std::string> files = filesOf("a");

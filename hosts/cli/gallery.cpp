@@ -249,6 +249,8 @@ public:
         filter_.inputs = listInputs(entry);
         sliders_ = slidersOf(filter_.inputs);
         standard_ = raised_ = gallerySettings(entry.name);
+        for (const auto& [key, value] : standard_)
+            checkInput(entry, key, Number(value), "what it is shown at");
         if (!standard_.empty()) return;
         for (const Slider& slider : sliders_) {
             if (slider.key == kMode) continue;
