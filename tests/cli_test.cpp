@@ -1,11 +1,14 @@
 // The command line as its users meet it: the program is run, its results, talk and exit code read.
 #include "bundle_copy.h"
 
+#include "media/reader.h"
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <map>
+#include <regex>
 #include <set>
 
 #include <unistd.h>
@@ -119,13 +122,19 @@ INSTANTIATE_TEST_SUITE_P(
         ComplaintCase{"bench VEDummy --device toaster", 2, "vulkan, vulkan:N or all"},
         ComplaintCase{"bench VEDummy --device vulkan:99", 5, "there is no Vulkan device"},
         ComplaintCase{"bench VEDummy --frames 1 --seconds 1", 2, "exclude"},
+        ComplaintCase{"gallery", 2, "DIR is required"},
+        ComplaintCase{"gallery ''", 2, "has no name"},
+        ComplaintCase{"gallery /dev/null --filter VEMirors", 2, "did you mean VEMirrors?"},
+        ComplaintCase{"gallery /dev/null", 4, "cannot make the folder /dev/null"},
+        ComplaintCase{"gallery /proc/gallery", 4, "cannot make the folder /proc/gallery"},
         ComplaintCase{"list >/dev/full", 4, "cannot be written"}));
 
 TEST(Help, ListsTheCommandsAndShowsEachOnesExamples) {
     const Outcome general = runVorn("help");
     EXPECT_EQ(general.code, 0);
     EXPECT_EQ(general.results, runVorn("--help").results);
-    for (const std::string command : {"list", "describe", "explain", "bench", "doctor"}) {
+    for (const std::string command :
+         {"list", "describe", "explain", "gallery", "bench", "doctor"}) {
         EXPECT_NE(general.results.find("\n  " + command + " "), std::string::npos) << command;
         const Outcome run = runVorn("help " + command);
         EXPECT_EQ(run.code, 0) << command;
@@ -396,6 +405,136 @@ TEST(Doctor, NamesADamagedLibraryAndAMissingManifest) {
     EXPECT_EQ(libraries[0].at("file"), (copy.folder() / damaged).string());
     EXPECT_NE(libraries[0].at("problem"), "");
     EXPECT_GE(report.at("problems").size(), 2U);
+}
+
+// ---- gallery ----------------------------------------------------------------------------------
+
+class Gallery : public testing::Test {
+protected:
+    Gallery() {
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "vorn-gallery-XXXXXX").string();
+        if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make " + pattern);
+        folder = pattern;
+    }
+    ~Gallery() override { std::filesystem::remove_all(folder); }
+
+    Outcome make(const std::string& name) const {
+        return runVorn("gallery '" + (folder / name).string() +
+                       "' --filter VEWobble --filter VEXFDissolve --filter VEMirrors --quiet");
+    }
+    std::map<std::string, std::string> filesOf(const std::string& name) const {
+        std::map<std::string, std::string> files;
+        for (const auto& file : std::filesystem::recursive_directory_iterator(folder / name)) {
+            if (file.is_regular_file())
+                files[file.path().lexically_relative(folder / name)] = fileContents(file);
+        }
+        return files;
+    }
+    /// The pixels of a picture's or film's frames.
+    Lines framesOf(const std::string& file) const {
+        vorn::media::Reader reader((folder / file).string());
+        Lines frames;
+        for (vorn::media::Frame frame; reader.read(frame); frame = {}) {
+            EXPECT_EQ(frame.size(), (vorn::media::Size{320, 180})) << file;
+            std::string& pixels = frames.emplace_back();
+            for (int y = 0; y < frame.height(); ++y)
+                pixels.append(reinterpret_cast<const char*>(frame.row(y)),
+                              static_cast<size_t>(frame.width()) * 4);
+        }
+        return frames;
+    }
+
+    std::filesystem::path folder;
+};
+
+TEST_F(Gallery, RefersToItsOwnPicturesOnlyAndToAllOfThem) {
+    const Outcome run = make("a b");
+    ASSERT_EQ(run.code, 0) << run.talk;
+    EXPECT_EQ(run.results + run.talk, "");
+    std::map<std::string, std::string> files = filesOf("a b");
+    const std::string html = files["index.html"];
+    files.erase("index.html");
+
+    std::set<std::string> referred;
+    const std::regex reference("(?:src|srcset|href)=\"([^\"]*)\"");
+    for (std::sregex_iterator match(html.begin(), html.end(), reference), end; match != end;
+         ++match) {
+        const std::string target = (*match)[1];
+        if (target.starts_with("#"))
+            EXPECT_NE(html.find("id=\"" + target.substr(1) + "\""), std::string::npos) << target;
+        else
+            referred.insert(target);
+    }
+    std::set<std::string> written;
+    for (const auto& [name, bytes] : files) written.insert(name);
+    EXPECT_EQ(referred, written);
+    for (const std::string& name : written)
+        EXPECT_EQ(framesOf("a b/" + name).size(), name.ends_with(".gif") ? 16U : 1U) << name;
+    for (const char* foreign : {"://", "<script", "url(", "@import"})
+        EXPECT_EQ(html.find(foreign), std::string::npos) << foreign;
+
+    std::set<std::string> names;
+    const std::regex title("<h2[^>]*>([^<]*)</h2>");
+    for (std::sregex_iterator match(html.begin(), html.end(), title), end; match != end; ++match)
+        names.insert((*match)[1]);
+    EXPECT_EQ(names, (std::set<std::string>{"VEMirrors", "VEWobble", "VEXFDissolve"}));
+    const std::regex pictureWithoutText("<img (?![^>]*alt=\"[^\"]+\")");
+    EXPECT_FALSE(std::regex_search(html, pictureWithoutText));
+}
+
+TEST_F(Gallery, ShowsEveryFilterOfTheManifest) {
+    const Outcome run = runVorn("gallery '" + folder.string() + "'");
+    ASSERT_EQ(run.code, 0) << run.talk;
+    const std::string html = fileContents(folder / "index.html");
+    const std::vector<Json> filters = runVorn("list --json").objects();
+    for (const Json& filter : filters) {
+        const std::string name = filter.at("name");
+        EXPECT_NE(html.find("<article id=\"" + name + "\""), std::string::npos) << name;
+        EXPECT_TRUE(std::filesystem::exists(folder / "pictures" / (name + ".png"))) << name;
+    }
+    EXPECT_NE(run.talk.find(": " + std::to_string(filters.size()) + " filters"), std::string::npos)
+        << run.talk;
+}
+
+TEST_F(Gallery, ShowsEveryModeOnceTheSlidersEndsAndMotion) {
+    ASSERT_EQ(make("a").code, 0);
+    const std::map<std::string, std::string> files = filesOf("a");
+    // Its slider goes on to 10, which is the last mode again.
+    EXPECT_TRUE(files.contains("pictures/VEWobble-mode-9.png"));
+    EXPECT_FALSE(files.contains("pictures/VEWobble-mode-10.png"));
+    EXPECT_FALSE(files.contains("pictures/VEMirrors.gif"));
+
+    const auto frames = [&](const char* name) {
+        return framesOf("a/pictures/" + std::string(name));
+    };
+    EXPECT_EQ(frames("VEXFDissolve-slider-0.png"), frames("source.png"));
+    EXPECT_EQ(frames("VEXFDissolve-slider-4.png"), frames("target.png"));
+    EXPECT_NE(frames("source.png"), frames("target.png"));
+    const Lines wobble = frames("VEWobble.gif"), fade = frames("VEXFDissolve.gif");
+    ASSERT_EQ(fade.size(), 16U);
+    EXPECT_EQ(std::set<std::string>(wobble.begin(), wobble.end()).size(), 16U);
+    EXPECT_EQ(fade[3], fade[13]); // there and back
+    EXPECT_NE(fade[3], fade[8]);
+}
+
+TEST_F(Gallery, IsTheSameEachTimeAndReplacesTheLastOne) {
+    ASSERT_EQ(make("a").code, 0);
+    const std::map<std::string, std::string> first = filesOf("a");
+    ASSERT_EQ(make("b").code, 0);
+    EXPECT_EQ(first, filesOf("b"));
+    ASSERT_EQ(make("a").code, 0);
+    EXPECT_EQ(first, filesOf("a"));
+}
+
+TEST_F(Gallery, EndsWith4WhereAFileCannotBeWritten) {
+    for (const std::string name : {"index.html", "pictures/VEWobble.gif"}) {
+        std::filesystem::remove_all(folder);
+        std::filesystem::create_directories(folder / "a" / name / "in the way");
+        const Outcome run = make("a");
+        EXPECT_EQ(run.code, 4) << name;
+        EXPECT_NE(run.talk.find(name), std::string::npos) << run.talk;
+    }
 }
 
 } // namespace

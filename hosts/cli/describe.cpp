@@ -26,15 +26,6 @@ Json inputJson(const ListedInput& input) {
                 {"attributes", std::move(attributes)}};
 }
 
-/// An attribute as people read it: plain numbers, and vectors as they are written for --set.
-std::string attributeText(const InputAttributes& attributes, std::string_view name) {
-    const AttributeValue* value = attributes.find(name);
-    if (!value) return "-";
-    const Json json = attributeJson(*value);
-    if (json.is_string()) return json.get<std::string>();
-    return jsonLine(json.is_object() ? json.front() : json);
-}
-
 std::string noteOn(const ListedInput& input) {
     if (!input.info) return "advertised, but not read";
     return input.isAdvertised || input.kind == InputKind::Image ? "" : "not advertised";

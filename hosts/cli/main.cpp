@@ -66,6 +66,7 @@ ExitCode run(int argc, char** argv) {
     addDescribeCommand(app, action);
     addExplainCommand(app, action);
     addRenderCommand(app, action);
+    addGalleryCommand(app, action);
     addBenchCommand(app, action);
     addDoctorCommand(app, action);
     addHelpCommand(app, action);

@@ -16,8 +16,9 @@ std::string clockText(double seconds) {
                      : fmt::format("{}:{:02}", minutes, whole % 60);
 }
 
-Progress::Progress(std::optional<std::int64_t> expectedFrames, bool isQuiet)
-    : expectedFrames_(expectedFrames), isQuiet_(isQuiet), isTerminal_(isatty(STDERR_FILENO) == 1) {}
+Progress::Progress(std::optional<std::int64_t> expectedFrames, bool isQuiet, const char* unit)
+    : expectedFrames_(expectedFrames), unit_(unit), isQuiet_(isQuiet),
+      isTerminal_(isatty(STDERR_FILENO) == 1) {}
 
 double Progress::elapsedSeconds() const {
     return std::chrono::duration<double>(Clock::now() - start_).count();
@@ -26,13 +27,13 @@ double Progress::elapsedSeconds() const {
 std::string Progress::text(std::int64_t frames) const {
     const double rate = static_cast<double>(frames) / std::max(elapsedSeconds(), 1e-6);
     if (!expectedFrames_ || *expectedFrames_ < frames) {
-        return fmt::format("{} frames, {:.1f} frames/s", frames, rate);
+        return fmt::format("{} {}, {:.1f} {}/s", frames, unit_, rate, unit_);
     }
     const auto total = static_cast<double>(std::max<std::int64_t>(1, *expectedFrames_));
     const double share = static_cast<double>(frames) / total;
     const std::string left = clockText((total - static_cast<double>(frames)) / rate);
-    const std::string counts = fmt::format("{:3.0f} %  {}/{} frames  {:.1f} frames/s  {} left",
-                                           share * 100, frames, *expectedFrames_, rate, left);
+    const std::string counts = fmt::format("{:3.0f} %  {}/{} {}  {:.1f} {}/s  {} left", share * 100,
+                                           frames, *expectedFrames_, unit_, rate, unit_, left);
     if (!isTerminal_) return counts;
     constexpr int width = 24;
     const int filled = static_cast<int>(share * width);

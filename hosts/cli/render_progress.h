@@ -10,8 +10,8 @@ namespace vorn::cli {
 
 class Progress {
 public:
-    /// Without `expectedFrames` neither share nor time left are shown.
-    Progress(std::optional<std::int64_t> expectedFrames, bool isQuiet);
+    /// Without `expectedFrames` neither share nor time left are shown. `unit` is what is counted.
+    Progress(std::optional<std::int64_t> expectedFrames, bool isQuiet, const char* unit = "frames");
     ~Progress() { clear(); }
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -28,6 +28,7 @@ private:
     std::string text(std::int64_t frames) const;
 
     std::optional<std::int64_t> expectedFrames_;
+    const char* unit_;
     bool isQuiet_, isTerminal_;
     bool isShown_ = false;
     Clock::time_point start_ = Clock::now(), lastShown_ = start_;

@@ -1,0 +1,41 @@
+// The gallery: what every filter looks like, as pictures and as one page that shows them.
+#pragma once
+
+#include "catalog.h"
+
+#include <string>
+#include <vector>
+
+namespace vorn::cli {
+
+/// A picture of the page; `file` is its name from the page's folder.
+struct GalleryPicture {
+    std::string file, caption, description;
+};
+
+struct GalleryRow {
+    std::string title;
+    std::vector<GalleryPicture> pictures;
+};
+
+struct GalleryFilter {
+    FilterEntry entry;
+    std::vector<ListedInput> inputs;
+    std::vector<std::string> traits; ///< what was seen of it: "moves", "transition", …
+    GalleryPicture lead;
+    std::string animation; ///< a file that shows `lead` in motion; empty: it stands still
+    std::vector<GalleryRow> rows;
+};
+
+struct GalleryPage {
+    GalleryPicture source, target;
+    std::vector<GalleryFilter> filters;
+};
+
+/// The size of every picture, in pixels.
+constexpr int kGalleryWidth = 320, kGalleryHeight = 180;
+
+/// The page as HTML that refers to nothing but the pictures.
+std::string galleryHtml(const GalleryPage& page);
+
+} // namespace vorn::cli

@@ -1,0 +1,166 @@
+// The gallery's page. It works without scripts: navigation is links, and motion is chosen by the
+// system's setting.
+#include "gallery.h"
+
+#include "json.h"
+
+#include <fmt/format.h>
+
+namespace vorn::cli {
+
+namespace {
+
+constexpr const char* kStyle = R"(
+:root { color-scheme: light dark; --ground: #f6f6f3; --card: #fff; --text: #1c1d21; --soft: #5a5d66;
+  --line: #dddcd6; --accent: #0b5cad; --tag: #e6eef7; }
+@media (prefers-color-scheme: dark) { :root { --ground: #131418; --card: #1d1f25; --text: #ececf0;
+  --soft: #a5a8b3; --line: #33353e; --accent: #7db8f5; --tag: #22344a; } }
+* { box-sizing: border-box; }
+html { scroll-padding-top: 1rem; }
+body { margin: 0; background: var(--ground); color: var(--text);
+  font: 1rem/1.5 system-ui, sans-serif; }
+header, nav, main { max-width: 72rem; margin: 0 auto; padding: 1rem; }
+h1 { font-size: 1.9rem; line-height: 1.2; margin: .5rem 0; }
+h2 { font-size: 1.35rem; margin: 0; overflow-wrap: anywhere; }
+h3 { font-size: 1rem; margin: 1.25rem 0 .5rem; }
+a { color: var(--accent); }
+a:focus-visible, summary:focus-visible { outline: 3px solid var(--accent); outline-offset: 2px; }
+.skip { position: absolute; left: -99rem; }
+.skip:focus { left: 1rem; top: 1rem; padding: .5rem 1rem; background: var(--card); }
+nav ul { columns: 12rem; padding: 0; margin: .5rem 0; list-style: none; }
+nav li { padding: .2rem 0; overflow-wrap: anywhere; break-inside: avoid; }
+summary { cursor: pointer; font-weight: 600; }
+article { background: var(--card); border: 1px solid var(--line); border-radius: .75rem;
+  padding: 1rem; margin: 0 0 1.5rem; }
+.family { color: var(--soft); margin: 0; }
+.tags { display: flex; flex-wrap: wrap; gap: .4rem; list-style: none; padding: 0; margin: .5rem 0; }
+.tags li { background: var(--tag); border-radius: 1rem; padding: .05rem .7rem; font-size: .85rem; }
+.top { display: grid; gap: 1rem; grid-template-columns: repeat(auto-fit, minmax(min(100%, 19rem), 1fr));
+  align-items: start; }
+.row { display: grid; gap: .75rem; grid-template-columns: repeat(auto-fill, minmax(8.5rem, 1fr)); }
+figure { margin: 0; }
+img { display: block; width: 100%; height: auto; border-radius: .4rem; background: var(--line); }
+.top img { max-width: 32rem; }
+figcaption { font-size: .85rem; color: var(--soft); margin-top: .25rem; }
+table { border-collapse: collapse; width: 100%; font-size: .9rem; }
+caption { text-align: left; font-weight: 600; padding-bottom: .25rem; }
+th, td { text-align: left; padding: .3rem .5rem .3rem 0; border-bottom: 1px solid var(--line);
+  vertical-align: top; font-weight: inherit; overflow-wrap: anywhere; }
+thead th { color: var(--soft); }
+code { font: .8rem ui-monospace, monospace; color: var(--soft); display: block; }
+)";
+
+std::string escaped(std::string_view text) {
+    std::string safe;
+    for (const char c : text) {
+        switch (c) {
+        case '&':
+            safe += "&amp;";
+            break;
+        case '<':
+            safe += "&lt;";
+            break;
+        case '>':
+            safe += "&gt;";
+            break;
+        case '"':
+            safe += "&quot;";
+            break;
+        default:
+            safe += c;
+        }
+    }
+    return safe;
+}
+
+std::string imageTag(const std::string& file, const std::string& description) {
+    return fmt::format("<img src=\"{}\" alt=\"{}\" width=\"{}\" height=\"{}\" loading=\"lazy\">",
+                       escaped(file), escaped(description), kGalleryWidth, kGalleryHeight);
+}
+
+std::string figure(const std::string& image, const std::string& caption) {
+    return fmt::format("<figure>{}<figcaption>{}</figcaption></figure>\n", image, escaped(caption));
+}
+
+std::string figure(const GalleryPicture& picture) {
+    return figure(imageTag(picture.file, picture.description), picture.caption);
+}
+
+/// The picture in motion, or the still one for those who asked their system for little motion.
+std::string leadFigure(const GalleryFilter& filter) {
+    const GalleryPicture& lead = filter.lead;
+    if (filter.animation.empty()) return figure(lead);
+    return figure(fmt::format("<picture><source media=\"(prefers-reduced-motion: reduce)\" "
+                              "srcset=\"{}\">{}</picture>",
+                              escaped(lead.file),
+                              imageTag(filter.animation, lead.description + ", in motion")),
+                  lead.caption);
+}
+
+std::string rangeText(const ListedInput& input) {
+    if (input.kind == InputKind::Image) return "a picture";
+    const std::string from = attributeText(input.attributes, kCIAttributeSliderMin);
+    const std::string to = attributeText(input.attributes, kCIAttributeSliderMax);
+    return from == "-" || to == "-" ? inputKindName(input.kind) : from + " to " + to;
+}
+
+std::string inputRow(const ListedInput& input) {
+    const std::string label = attributeText(input.attributes, kCIAttributeDisplayName);
+    const std::string standard = attributeText(input.attributes, kCIAttributeDefault);
+    const std::string key = "<code>" + escaped(input.key) + "</code>";
+    return fmt::format("<tr><th scope=\"row\">{}</th><td>{}</td><td>{}</td></tr>\n",
+                       label == "-" ? key : escaped(label) + key, escaped(rangeText(input)),
+                       standard == "-" ? "" : escaped(standard));
+}
+
+std::string inputTable(const GalleryFilter& filter) {
+    std::string html = "<table><caption>Inputs</caption><thead><tr><th scope=\"col\">Input</th>"
+                       "<th scope=\"col\">Range</th><th scope=\"col\">Default</th></tr></thead>\n"
+                       "<tbody>\n";
+    for (const ListedInput& input : filter.inputs) html += inputRow(input);
+    return html + "</tbody></table>\n";
+}
+
+std::string article(const GalleryFilter& filter) {
+    const std::string name = escaped(filter.entry.name);
+    std::string html = fmt::format("<article id=\"{0}\" aria-labelledby=\"{0}-name\">\n"
+                                   "<h2 id=\"{0}-name\">{0}</h2>\n<p class=\"family\">{1}</p>\n",
+                                   name, escaped(filter.entry.category));
+    if (!filter.traits.empty()) {
+        html += "<ul class=\"tags\" aria-label=\"Traits\">";
+        for (const std::string& trait : filter.traits) html += "<li>" + escaped(trait) + "</li>";
+        html += "</ul>\n";
+    }
+    html += "<div class=\"top\">\n" + leadFigure(filter) + inputTable(filter) + "</div>\n";
+    for (const GalleryRow& row : filter.rows) {
+        html += "<h3>" + escaped(row.title) + "</h3>\n<div class=\"row\">\n";
+        for (const GalleryPicture& picture : row.pictures) html += figure(picture);
+        html += "</div>\n";
+    }
+    return html + "</article>\n";
+}
+
+} // namespace
+
+std::string galleryHtml(const GalleryPage& page) {
+    const size_t count = page.filters.size();
+    std::string html = fmt::format(
+        "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+        "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+        "<title>VornEffects: gallery</title>\n<style>{}</style>\n</head>\n<body>\n"
+        "<a class=\"skip\" href=\"#filters\">To the filters</a>\n"
+        "<header>\n<h1>{} video {}</h1>\n<p>Each is shown on the first of these pictures; those "
+        "that "
+        "take two get both. A checkerboard shows where a picture is transparent.</p>\n"
+        "<div class=\"row\">\n{}{}</div>\n</header>\n",
+        kStyle, count, count == 1 ? "effect" : "effects", figure(page.source), figure(page.target));
+    html += "<nav aria-label=\"Filters\"><details open><summary>All filters</summary>\n<ul>\n";
+    for (const GalleryFilter& filter : page.filters) {
+        html += fmt::format("<li><a href=\"#{0}\">{0}</a></li>\n", escaped(filter.entry.name));
+    }
+    html += "</ul></details></nav>\n<main id=\"filters\">\n";
+    for (const GalleryFilter& filter : page.filters) html += article(filter);
+    return html + "</main>\n</body>\n</html>\n";
+}
+
+} // namespace vorn::cli
