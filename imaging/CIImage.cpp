@@ -84,8 +84,8 @@ const ImageProperties& CIImage::properties() const {
 
 CIImage CIImage::imageBySettingProperties(ImageProperties properties) const {
     if (!node_) return {};
-    auto annotation = node_->annotation ? makeInPool<Annotation>(*node_->annotation)
-                                        : makeInPool<Annotation>();
+    auto annotation =
+        node_->annotation ? makeInPool<Annotation>(*node_->annotation) : makeInPool<Annotation>();
     annotation->properties = std::move(properties);
     return withAnnotation(*this, std::move(annotation));
 }

@@ -123,8 +123,7 @@ std::shared_ptr<const KernelFunction> frameworkKernel(std::string_view name,
     if (!kernel)
         std::printf("ERROR: failed to load CIKernel '%.*s' from '%.*s' err=%s\n",
                     static_cast<int>(name.size()), name.data(), static_cast<int>(library.size()),
-                    library.data(),
-                    error.localizedDescription.c_str());
+                    library.data(), error.localizedDescription.c_str());
     kernels->emplace(name, kernel);
     return kernel.function();
 }

@@ -48,7 +48,8 @@ struct PixelSource {
 
 /// What is told of a node besides how it is computed.
 struct Annotation {
-    const char* builtinName = nullptr; ///< "CIGaussianBlur", … when a framework filter made the node
+    const char* builtinName =
+        nullptr; ///< "CIGaussianBlur", … when a framework filter made the node
     using BuiltinInput =
         std::pair<const char*, std::variant<Number, CIVector, CIColor, CGAffineTransform, CIImage>>;
     PoolVector<BuiltinInput> builtinInputs; ///< that are set, by key

@@ -180,13 +180,16 @@ IntRect Plan::readBy(const RegionOfInterest& rule, int index, const CGRect& dest
                      const IntRect& source) {
     const IntRect asked = IntRect::around(rule.rectFor(index, destination).grownBy(1));
     switch (rule.kind()) {
-    case RegionOfInterest::Kind::Identity: return source;
-    case RegionOfInterest::Kind::Grown: return rule.margin() < 0 ? source : asked;
+    case RegionOfInterest::Kind::Identity:
+        return source;
+    case RegionOfInterest::Kind::Grown:
+        return rule.margin() < 0 ? source : asked;
     case RegionOfInterest::Kind::Whole: {
         const IntRect named = IntRect::around(rule.rectFor(index, destination));
         return named == named.intersection(source) ? asked : source;
     }
-    default: return asked;
+    default:
+        return asked;
     }
 }
 

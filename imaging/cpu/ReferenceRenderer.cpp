@@ -100,12 +100,15 @@ private:
     }
 
     static TargetView asTarget(Whole& whole) {
-        return {reinterpret_cast<uint8_t*>(whole.pixels.data()), whole.view.rowBytes, 0, kFloat,
+        return {reinterpret_cast<uint8_t*>(whole.pixels.data()),
+                whole.view.rowBytes,
+                0,
+                kFloat,
                 {0, 1, 2, 3}};
     }
 
-    static void call(const KernelModule::Entry& code, const IntRect& rect, const SourceView* sources,
-                     const float* arguments, const TargetView& target) {
+    static void call(const KernelModule::Entry& code, const IntRect& rect,
+                     const SourceView* sources, const float* arguments, const TargetView& target) {
         const KernelCall call{rect.x0, rect.y0, rect.x1, rect.y1, sources, arguments, target};
         code.generic(&call);
     }
@@ -116,6 +119,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<Renderer> makeReferenceRenderer() { return std::make_unique<ReferenceRenderer>(); }
+std::unique_ptr<Renderer> makeReferenceRenderer() {
+    return std::make_unique<ReferenceRenderer>();
+}
 
 } // namespace vorn::imaging::cpu

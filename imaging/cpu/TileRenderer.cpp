@@ -27,9 +27,9 @@ public:
         while (block_ < blocks_.size() && used_ + size > blocks_[block_].size) ++block_, used_ = 0;
         if (block_ == blocks_.size()) {
             const size_t blockSize = std::max(size, size_t(1) << 20);
-            blocks_.push_back({Memory(static_cast<uint8_t*>(std::aligned_alloc(64, blockSize)),
-                                      &std::free),
-                               blockSize});
+            blocks_.push_back(
+                {Memory(static_cast<uint8_t*>(std::aligned_alloc(64, blockSize)), &std::free),
+                 blockSize});
             if (!blocks_.back().bytes) throw std::bad_alloc();
             ++allocations;
             used_ = 0;
@@ -98,16 +98,25 @@ private:
     void run(const IntRect& rect, const Target& target) {
         for (Step& step : plan_.steps()) {
             if (!step.materialised || step.needed.isEmpty()) continue;
-            const int64_t rowBytes = int64_t(step.needed.width()) * (intermediate_ == kFloat ? 16 : 8);
+            const int64_t rowBytes =
+                int64_t(step.needed.width()) * (intermediate_ == kFloat ? 16 : 8);
             Buffer& buffer = acquire(static_cast<uint64_t>(rowBytes) *
                                      static_cast<uint64_t>(step.needed.height()));
             const TargetView view{buffer.bytes.get(), rowBytes, 0, intermediate_, {0, 1, 2, 3}};
             Edge self;
             self.step = static_cast<int>(&step - plan_.steps().data());
             computeTiles(self, step.needed, view);
-            step.memory = {view.bytes,     rowBytes,       0,
-                           intermediate_,  {0, 1, 2, 3},   step.needed.x0,
-                           step.needed.y0, step.needed.width(), step.needed.height(), 0, {}};
+            step.memory = {view.bytes,
+                           rowBytes,
+                           0,
+                           intermediate_,
+                           {0, 1, 2, 3},
+                           step.needed.x0,
+                           step.needed.y0,
+                           step.needed.width(),
+                           step.needed.height(),
+                           0,
+                           {}};
             step.memoryRect = step.needed;
             step.isMemory = true;
         }
@@ -133,7 +142,8 @@ private:
         for (const Step& step : plan_.steps()) {
             if (!step.isMemory || step.needed.isEmpty()) continue;
             const uint8_t* from = step.memory.bytes;
-            if (from < last && from + step.memory.rowBytes * step.memory.height > first) return true;
+            if (from < last && from + step.memory.rowBytes * step.memory.height > first)
+                return true;
         }
         return false;
     }
@@ -151,7 +161,8 @@ private:
             if (size > (uint64_t(1) << 40)) throw std::bad_alloc();
             const size_t rounded = (static_cast<size_t>(size) + 63) / 64 * 64;
             best->bytes.reset();
-            best->bytes.reset(static_cast<uint8_t*>(std::aligned_alloc(64, std::max<size_t>(64, rounded))));
+            best->bytes.reset(
+                static_cast<uint8_t*>(std::aligned_alloc(64, std::max<size_t>(64, rounded))));
             best->size = best->bytes ? rounded : 0;
             if (!best->bytes) throw std::bad_alloc();
             ++pixelAllocations_;
@@ -165,12 +176,14 @@ private:
         const Step& step = plan_.steps()[static_cast<size_t>(edge.step)];
         bool usesScratch = false;
         for (int e = 0; e < step.edgeCount; ++e)
-            usesScratch |= !plan_.steps()[static_cast<size_t>(plan_.edgesOf(step)[e].step)].isMemory;
+            usesScratch |=
+                !plan_.steps()[static_cast<size_t>(plan_.edgesOf(step)[e].step)].isMemory;
         // Whole rows, since the processor fetches those ahead; fewer of them where the scratch of a
         // tile should stay in the cache.
         const int64_t tileArea = usesScratch ? 4096 : 32768;
         const int tileWidth = std::min(rect.width(), usesScratch ? 2048 : 8192);
-        const int tileHeight = static_cast<int>(std::clamp<int64_t>(tileArea / tileWidth, 1, rect.height()));
+        const int tileHeight =
+            static_cast<int>(std::clamp<int64_t>(tileArea / tileWidth, 1, rect.height()));
         const int columns = (rect.width() + tileWidth - 1) / tileWidth;
         const int rows = (rect.height() + tileHeight - 1) / tileHeight;
         const auto tile = [&](int index, Scratch& scratch) {
@@ -203,8 +216,8 @@ private:
     void evaluate(const Edge& edge, const IntRect& rect, const TargetView& target,
                   Scratch& scratch) {
         const Step& step = plan_.steps()[static_cast<size_t>(edge.step)];
-        const IntRect inside = rect.intersection(edge.clip)
-                                   .intersection(step.isMemory ? step.memoryRect : step.extent);
+        const IntRect inside = rect.intersection(edge.clip).intersection(
+            step.isMemory ? step.memoryRect : step.extent);
         if (inside != rect) clearPixels(target, rect.width(), rect.height());
         if (inside.isEmpty()) return;
         const TargetView part = partOf(target, rect, inside);
@@ -245,8 +258,9 @@ private:
         return view;
     }
 
-    static void call(const KernelModule::Entry& code, const IntRect& rect, const SourceView* sources,
-                     int count, const float* arguments, const TargetView& target) {
+    static void call(const KernelModule::Entry& code, const IntRect& rect,
+                     const SourceView* sources, int count, const float* arguments,
+                     const TargetView& target) {
         bool packed = target.layout == kPacked8;
         for (int i = 0; i < count; ++i) packed &= sources[i].layout == kPacked8;
         const KernelCall call{rect.x0, rect.y0, rect.x1, rect.y1, sources, arguments, target};
