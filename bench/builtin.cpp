@@ -7,13 +7,12 @@
 // Everything is measured in turn, round after round, so that a busy moment of the machine hits all
 // alike; the figures are the best of all rounds, in Mpixel/s.
 
+#include "measure.h"
 #include "vorneffects/VornEffects.h"
 
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,22 +23,6 @@
 #endif
 
 namespace {
-
-constexpr int kWidth = 1920, kHeight = 1080;
-constexpr size_t kRowBytes = kWidth * 4, kBytes = kRowBytes * kHeight;
-
-struct Candidate {
-    std::function<void()> run;
-    double bestSeconds = 1e9;
-
-    double megapixels() const { return kWidth * kHeight / bestSeconds / 1e6; }
-    void measure() {
-        const auto start = std::chrono::steady_clock::now();
-        run();
-        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-        bestSeconds = std::min(bestSeconds, taken.count());
-    }
-};
 
 /// A filter and the peer that does the same; no peer where OpenCV has none.
 struct Comparison {

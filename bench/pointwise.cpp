@@ -4,12 +4,11 @@
 // Everything is measured in turn, round after round, so that a busy moment of the machine hits all
 // alike; the figures are the best of all rounds, in Mpixel/s.
 
+#include "measure.h"
 #include "vorneffects/VornEffects.h"
 
-#include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,30 +20,9 @@
 
 namespace {
 
-constexpr int kWidth = 1920, kHeight = 1080;
-constexpr size_t kRowBytes = kWidth * 4, kBytes = kRowBytes * kHeight;
-
-struct Candidate {
+struct Named : Candidate {
     std::string name;
-    std::function<void()> run;
-    double bestSeconds = 1e9;
-
-    double megapixels() const { return kWidth * kHeight / bestSeconds / 1e6; }
 };
-
-void measure(std::vector<Candidate>& candidates, int rounds) {
-    using Clock = std::chrono::steady_clock;
-    for (int round = 0; round < rounds; ++round)
-        for (Candidate& candidate : candidates) {
-            candidate.run(); // brings its code and data into the cache
-            for (int repeat = 0; repeat < 3; ++repeat) {
-                const auto start = Clock::now();
-                candidate.run();
-                const std::chrono::duration<double> taken = Clock::now() - start;
-                candidate.bestSeconds = std::min(candidate.bestSeconds, taken.count());
-            }
-        }
-}
 
 struct Setting {
     const char* filter;
@@ -80,20 +58,23 @@ int main(int count, char** arguments) {
         CIImage::imageWithBitmap(source.data(), kWidth, kHeight, kRowBytes, kCIFormatRGBA8);
 
     CIContext one({.threads = 1}), two({.threads = 2});
-    std::vector<Candidate> candidates;
-    candidates.push_back({"copy", [&] { std::memcpy(target.data(), source.data(), kBytes); }});
+    std::vector<Named> candidates;
+    const auto add = [&](const char* name, std::function<void()> run) {
+        candidates.push_back({{std::move(run)}, name});
+    };
+    add("copy", [&] { std::memcpy(target.data(), source.data(), kBytes); });
 #ifdef VORN_WITH_OPENCV
     cv::setNumThreads(1);
     const cv::Mat from(kHeight, kWidth, CV_8UC4, source.data());
     cv::Mat to(kHeight, kWidth, CV_8UC4, target.data()), grey, table(1, 256, CV_8UC4);
     for (int i = 0; i < 256; ++i)
         table.at<cv::Vec4b>(i) = cv::Vec4b::all(static_cast<uchar>(255 - i));
-    candidates.push_back({"LUT", [&] { cv::LUT(from, table, to); }});
-    candidates.push_back({"convertScaleAbs", [&] { cv::convertScaleAbs(from, to, 1.2, 10); }});
-    candidates.push_back({"RGBA-GRAY-RGBA", [&] {
-                              cv::cvtColor(from, grey, cv::COLOR_RGBA2GRAY);
-                              cv::cvtColor(grey, to, cv::COLOR_GRAY2RGBA);
-                          }});
+    add("LUT", [&] { cv::LUT(from, table, to); });
+    add("convertScaleAbs", [&] { cv::convertScaleAbs(from, to, 1.2, 10); });
+    add("RGBA-GRAY-RGBA", [&] {
+        cv::cvtColor(from, grey, cv::COLOR_RGBA2GRAY);
+        cv::cvtColor(grey, to, cv::COLOR_GRAY2RGBA);
+    });
 #endif
     const size_t peers = candidates.size();
     std::vector<CIFilterRef> filters;
@@ -103,13 +84,16 @@ int main(int count, char** arguments) {
         filter->setValueForKey(image, "inputImage");
         for (const auto& [key, value] : setting.inputs) filter->setValueForKey(Number(value), key);
         for (CIContext* context : {&one, &two})
-            candidates.push_back({setting.filter, [&target, filter, context] {
-                                      context->render(filter->outputImage(), target.data(),
-                                                      kRowBytes, {0, 0, kWidth, kHeight},
-                                                      kCIFormatRGBA8);
-                                  }});
+            add(setting.filter, [&target, filter, context] {
+                context->render(filter->outputImage(), target.data(), kRowBytes,
+                                {0, 0, kWidth, kHeight}, kCIFormatRGBA8);
+            });
     }
-    measure(candidates, rounds);
+    for (int round = 0; round < rounds; ++round)
+        for (Named& candidate : candidates) {
+            candidate.run(); // brings its code and data into the cache
+            for (int repeat = 0; repeat < 3; ++repeat) candidate.measure();
+        }
 
     const double copy = candidates[0].megapixels();
     std::printf("%u cores, %s, %d rounds; copy of the frame, one thread: %.0f Mpixel/s\n",
@@ -117,8 +101,8 @@ int main(int count, char** arguments) {
     std::printf("%-22s %9s %9s %9s %9s  %s\n", "filter", "Mpixel/s", "of copy", "2 threads", "gain",
                 "OpenCV, one thread");
     for (size_t i = 0; i < kSettings.size(); ++i) {
-        const Candidate& single = candidates[peers + 2 * i];
-        const Candidate& both = candidates[peers + 2 * i + 1];
+        const Named& single = candidates[peers + 2 * i];
+        const Named& both = candidates[peers + 2 * i + 1];
         std::printf("%-22s %9.0f    1/%.2f %9.0f %8.2fx", single.name.c_str(), single.megapixels(),
                     copy / single.megapixels(), both.megapixels(),
                     both.megapixels() / single.megapixels());
