@@ -1,5 +1,6 @@
 #include "vorneffects/CIContext.h"
 
+#include "imaging/ThreadDevice.h"
 #include "imaging/cpu/InstructionSets.h"
 #include "imaging/cpu/Renderer.h"
 #include "imaging/vulkan/Renderer.h"
@@ -11,6 +12,11 @@
 using namespace vorn::imaging;
 using cpu::IntRect;
 using cpu::Target;
+
+ThreadDevice& vorn::imaging::deviceOfThread() {
+    static thread_local ThreadDevice device;
+    return device;
+}
 
 struct CIContext::State : std::enable_shared_from_this<State> {
     ContextOptions options;
@@ -35,6 +41,17 @@ struct CIContext::State : std::enable_shared_from_this<State> {
         if (isAuto) deviceProblem.clear();
     }
 
+    /// From now on this thread's filters render with the same.
+    void makeCurrent() const {
+        ThreadDevice& current = deviceOfThread();
+        current.kind = gpu                                       ? DeviceKind::Vulkan
+                       : options.device == DeviceKind::Reference ? DeviceKind::Reference
+                                                                 : DeviceKind::CPU;
+        current.threads = threads;
+        current.instructionSet = options.instructionSet;
+        current.gpu = gpu;
+    }
+
     /// What can be told to be wrong without rendering.
     bool accepts(const CIImage& image, const void* bytes, size_t bytesPerRow, const IntRect& rect,
                  CIFormat format) {
@@ -55,15 +72,28 @@ struct CIContext::State : std::enable_shared_from_this<State> {
             gpu.reset();
             if (!host) openGpu();
         }
-        vulkan::rendererOfThread() = gpu;
+        makeCurrent();
         return gpu.get();
+    }
+
+    /// The image, or the pixels that an accumulator has of it where they come to the same: both
+    /// are rounded to 8 bits once.
+    CIImage storedOr(const CIImage& image, const IntRect& rect, const Target& target) const {
+        const ThreadDevice::Stored& stored = deviceOfThread().stored;
+        if (options.device == DeviceKind::Reference || bytesPerPixel(target.format) != 4 ||
+            options.workingSpace != CGColorSpace::None || !stored.rect.contains(rect) ||
+            stored.image.lock().get() != image.node())
+            return image;
+        const std::shared_ptr<const Node> pixels = stored.pixels.lock();
+        return pixels ? CIImage(pixels) : image;
     }
 
     bool renderOnHost(const CIImage& image, const IntRect& rect, const Target& target,
                       CGColorSpace colorSpace) {
-        vulkan::rendererOfThread().reset();
+        deviceOfThread().gpu.reset();
         if (!host) return fail(deviceProblem);
-        return host->render(image, rect, target, options.workingSpace, colorSpace) ||
+        return host->render(storedOr(image, rect, target), rect, target, options.workingSpace,
+                            colorSpace) ||
                fail(host->problem());
     }
 
@@ -177,6 +207,7 @@ CIContext::CIContext(ContextOptions options) : state_(std::make_shared<State>())
         state.threads = 1;
         state.instructionSet = "reference";
         state.host = cpu::makeReferenceRenderer();
+        state.makeCurrent();
         return;
     }
     std::vector<std::string> levels = cpu::supportedLevels();
@@ -186,6 +217,7 @@ CIContext::CIContext(ContextOptions options) : state_(std::make_shared<State>())
     if (state.options.device != DeviceKind::Vulkan)
         state.host = cpu::makeTileRenderer(state.threads, std::move(levels));
     if (state.options.device != DeviceKind::CPU) state.openGpu();
+    state.makeCurrent();
 }
 
 CIContext::~CIContext() = default;
@@ -203,6 +235,30 @@ bool CIContext::renderToIOSurface(const CIImage& image, Surface& surface, CGRect
 bool CIContext::renderToCVPixelBuffer(const CIImage& image, PixelBuffer& buffer, CGRect bounds,
                                       CGColorSpace colorSpace) {
     return state_->renderToMemory(image, buffer, bounds, colorSpace);
+}
+
+CIContext& CIContext::hostOfThread() {
+    static thread_local std::unique_ptr<CIContext> own;
+    const ThreadDevice current = deviceOfThread(); // a copy: making a context changes it
+    const DeviceKind kind =
+        current.kind == DeviceKind::Reference ? DeviceKind::Reference : DeviceKind::CPU;
+    if (!own || own->options().device != kind || own->options().threads != current.threads ||
+        own->options().instructionSet != current.instructionSet) {
+        own = std::make_unique<CIContext>(ContextOptions{
+            .device = kind, .threads = current.threads, .instructionSet = current.instructionSet});
+        deviceOfThread() = current;
+    }
+    return *own;
+}
+
+bool CIContext::capture(const CIImage& image, Surface& surface, CGRect bounds,
+                        CGColorSpace colorSpace) {
+    CIContext& own = hostOfThread();
+    // Only for now: a GPU is given back with the host's context.
+    own.state_->gpu = deviceOfThread().gpu.lock();
+    const bool isGood = own.renderToIOSurface(image, surface, bounds, colorSpace);
+    own.state_->gpu.reset();
+    return isGood;
 }
 
 const std::string& CIContext::lastError() const {

@@ -1,4 +1,5 @@
 #include "imaging/Node.h"
+#include "imaging/ThreadDevice.h"
 #include "imaging/cpu/Plan.h"
 #include "imaging/vulkan/Renderer.h"
 #include "vorneffects/CIContext.h"
@@ -79,23 +80,25 @@ CIImage CIImageAccumulator::image() const {
 void CIImageAccumulator::setImage(const CIImage& image) {
     const cpu::IntRect& rect = state_->rect;
     // Where this thread renders on a GPU, the picture is made there and stays there.
-    if (const auto gpu = vulkan::rendererOfThread().lock(); gpu && image)
+    if (const auto gpu = deviceOfThread().gpu.lock(); gpu && image)
         if (auto pixels = gpu->renderOnDevice(image, rect, state_->format, CGColorSpace::None,
                                               CGColorSpace::None)) {
             state_->show(nullptr, std::move(pixels));
             return;
         }
-    // One context a thread, shared by its accumulators: filters belong to one thread at a time.
-    static thread_local CIContext context({.device = DeviceKind::CPU});
+    CIContext& context = CIContext::hostOfThread();
     const State::Memory memory = state_->freePicture();
     const CGRect bounds{double(rect.x0), double(rect.y0), double(rect.width()),
                         double(rect.height())};
     if (memory && context.render(image, memory.get(), state_->bytesPerRow, bounds, state_->format,
-                                 CGColorSpace::None))
+                                 CGColorSpace::None)) {
         state_->show(memory);
-    else
+        if (bytesPerPixel(state_->format) == 4)
+            deviceOfThread().stored = {image.sharedNode(), state_->image.sharedNode(), rect};
+    } else {
         std::printf("### CIImageAccumulator: %s\n",
                     memory ? context.lastError().c_str() : "out of memory");
+    }
 }
 
 void CIImageAccumulator::clear() {

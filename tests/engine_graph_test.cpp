@@ -545,6 +545,28 @@ TEST(Accumulators, KeepWhatWasHandedOut) {
     EXPECT_TRUE(shows(accumulator->image(), {1, 0, 0, 1}));
 }
 
+TEST(Accumulators, AnImageThatIsStoredLooksAsItDidBefore) {
+    const Bitmap bitmap = noise(14, CIFormat::RGBAh);
+    const CGRect extent{2, -4, 70, 40}, wider{-3, -9, 80, 50}, part{10, 3, 21, 8};
+    const CIImage source = bitmap.image({extent.x, extent.y});
+    const auto picture = [&] {
+        return pictureKernel("blend").applyWithExtent(
+            wider, {source, CIImage::imageWithColor(CIColor(0.3, 0.9, 0.1)), 0.37});
+    };
+    const CIImage stored = picture(), other = picture();
+    const auto accumulator =
+        CIImageAccumulator::imageAccumulatorWithExtent(extent, CIFormat::ARGB8);
+    CIContext linear({.device = DeviceKind::CPU, .workingSpace = CGColorSpace::LinearSRGB});
+    CIContext plain({.device = DeviceKind::CPU});
+    for (const CIFormat format : {CIFormat::RGBA8, CIFormat::BGRA8, CIFormat::RGBAh})
+        for (const CGRect rect : {extent, part, wider})
+            for (CIContext* context : {&plain, &linear}) {
+                accumulator->setImage(stored);
+                EXPECT_TRUE(isClose(render(*context, stored, rect, format),
+                                    render(*context, other, rect, format), {}));
+            }
+}
+
 TEST(Accumulators, AreRefusedWithoutAnEndOrASize) {
     for (const CGRect extent :
          {CGRect{}, CGRect::infinite(), CGRect{0, 0, -4, 4}, CGRect{0, 0, std::nan(""), 4},

@@ -39,8 +39,7 @@ public:
     /// Empty, with a line that says so, for an image that cannot be copied.
     CIImage capture(const CIFilter& filter, const CIImage& image, CGColorSpace colorSpace) {
         if (!surface_) surface_ = surfaceFor(width_, height_);
-        if (!context_) context_ = std::make_unique<CIContext>();
-        if (surface_ && context_->renderToIOSurface(image, *surface_, image.extent(), colorSpace))
+        if (surface_ && CIContext::capture(image, *surface_, image.extent(), colorSpace))
             return CIImage::imageWithIOSurface(surface_, colorSpace);
         std::printf("### %s - cannot capture a frame of %g x %g\n",
                     filter.filterClass().classInfo.name, width_, height_);
@@ -51,7 +50,6 @@ public:
     void clear() { surface_.reset(); }
 
 private:
-    std::unique_ptr<CIContext> context_;
     IOSurfaceRef surface_;
     double width_ = 0, height_ = 0;
 };

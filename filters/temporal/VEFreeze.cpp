@@ -16,8 +16,7 @@ public:
         // The frame on which the freeze begins is still the live one.
         const CGRect extent = inputImage.extent();
         IOSurfaceRef surface = surfaceFor(extent.width, extent.height);
-        CIContext context;
-        if (surface && context.renderToIOSurface(inputImage, *surface, extent, CGColorSpace::SRGB))
+        if (surface && CIContext::capture(inputImage, *surface, extent, CGColorSpace::SRGB))
             frozen = std::move(surface);
         return inputImage;
     }

@@ -1,6 +1,7 @@
 // Devices, images and memory that are shared with a host.
 #include "vorneffects/VulkanInterop.h"
 
+#include "imaging/ThreadDevice.h"
 #include "imaging/vulkan/Renderer.h"
 
 #include <cmath>
@@ -125,7 +126,9 @@ struct VulkanContext::State {
     bool isReady() {
         lastError.clear();
         if (!device) return fail(problem);
-        rendererOfThread() = renderer;
+        ThreadDevice& current = deviceOfThread();
+        current.kind = DeviceKind::Vulkan;
+        current.gpu = renderer;
         return true;
     }
     void take(std::shared_ptr<Device> opened) {

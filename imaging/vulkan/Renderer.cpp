@@ -80,11 +80,6 @@ void changeLayout(const Functions& f, VkCommandBuffer commands, const Image& ima
 
 } // namespace
 
-std::weak_ptr<Renderer>& rendererOfThread() {
-    static thread_local std::weak_ptr<Renderer> renderer;
-    return renderer;
-}
-
 void download(const Functions& f, VkCommandBuffer commands, const Image& image, VkBuffer buffer,
               int width, int height) {
     VkBufferImageCopy copy{};

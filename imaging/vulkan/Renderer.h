@@ -192,10 +192,6 @@ private:
     RenderTimes times_;
 };
 
-/// The renderer that this thread has rendered with last, if that was one of these: what an
-/// accumulator stores on this thread is computed there and stays there.
-std::weak_ptr<Renderer>& rendererOfThread();
-
 VkFormat vulkanFormat(CIFormat format);
 
 /// Copies an image's upper left corner, rows without padding, into memory that the host or others

@@ -100,6 +100,11 @@ public:
                            CGColorSpace colorSpace = CGColorSpace::SRGB);
     bool renderToCVPixelBuffer(const CIImage& image, PixelBuffer& buffer, CGRect bounds,
                                CGColorSpace colorSpace = CGColorSpace::SRGB);
+    /// The same for a filter that keeps a frame while it builds its image: with the device, threads
+    /// and instruction set of the context that was made or rendered with last on this thread, so
+    /// that the frame stays where the host's frames are. On the CPU before there was one.
+    static bool capture(const CIImage& image, Surface& surface, CGRect bounds,
+                        CGColorSpace colorSpace = CGColorSpace::SRGB);
 
     const std::string& lastError() const;
     /// Why the device that was asked for is not there; empty when it is. Renders fail with the
@@ -122,6 +127,8 @@ public:
 private:
     friend class RenderTask;
     friend struct RenderTask::State;
+    friend class CIImageAccumulator;
+    static CIContext& hostOfThread();
     struct State;
     std::shared_ptr<State> state_;
 };
