@@ -835,6 +835,37 @@ TEST(WholeReads, AtTheOwnPlaceAndBesideAreTransparentOutside) {
         1e-6);
 }
 
+TEST(WholeReads, MirrorAboutAnyAxis) {
+    // Axes on pixels, between pixels and, last, between both; halves shown twice, with groups of
+    // pixels on either side of the axis and across it.
+    const CGPoint sums[] = {{63, 10}, {20, 33}, {-7, 0}, {40.5, 9.25}};
+    const auto folded = [](double here, double sum, int mirroring) {
+        const double there = sum - here;
+        return mirroring == 0   ? here
+               : mirroring == 1 ? there
+               : mirroring == 2 ? std::min(here, there)
+                                : std::max(here, there);
+    };
+    for (const CIFormat format : {CIFormat::RGBA8, CIFormat::ARGB8, CIFormat::RGBAh}) {
+        const Placed source = noise(44, 71, 19, -5, 3, format);
+        for (const CGPoint& sum : sums)
+            for (int modes = 0; modes < 16; ++modes) {
+                const int across = modes % 4, up = modes / 4;
+                expectEverywhere(
+                    testKernel("WholeReads", "mirrored")
+                        .applyWithExtent({-30, -20, 120, 60},
+                                         RegionOfInterest::whole(source.image()),
+                                         {source.image(), CIVector(sum.x, sum.y), across, up}),
+                    {-30, -20, 120, 60},
+                    [&](int x, int y) {
+                        return source.bilinear(folded(x + 0.5, sum.x, across),
+                                               folded(y + 0.5, sum.y, up));
+                    },
+                    1e-4);
+            }
+    }
+}
+
 // ---- What cannot be -----------------------------------------------------------------------------
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN(), kInf = HUGE_VAL;

@@ -61,7 +61,7 @@ public:
             "struct Text : KernelBase<memory> {\n"
             "using KernelBase<memory>::place; using KernelBase<memory>::destCoord;\n"
             "using KernelBase<memory>::sample; using KernelBase<memory>::calledSample;\n"
-            "using KernelBase<memory>::sampleHere;\n"
+            "using KernelBase<memory>::sampleHere; using KernelBase<memory>::sampleMirrored;\n"
             "using KernelBase<memory>::sampleOffset; using KernelBase<memory>::sampleStrided;\n"
             "using KernelBase<memory>::samplerCoord; using KernelBase<memory>::samplerSize;\n"
             "using KernelBase<memory>::samplerOrigin; using KernelBase<memory>::samplerExtent;\n";

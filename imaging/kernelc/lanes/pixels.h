@@ -170,6 +170,25 @@ VORN_INLINE Texels loadTexels(const uint8_t* from) {
     return t;
 }
 
+/// The lanes from the last to the first.
+VORN_INLINE Texels reversed(Texels t) {
+#if VORN_LANES == 16
+    return _mm512_permutexvar_epi32(
+        _mm512_set_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15), t);
+#elif VORN_LANES == 8
+    return _mm256_permutevar8x32_epi32(t, _mm256_set_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+#else
+    int32_t lanes[N], back[N];
+    std::memcpy(lanes, &t, sizeof lanes);
+    for (int i = 0; i < N; ++i) back[i] = lanes[N - 1 - i];
+    std::memcpy(&t, back, sizeof t);
+    return t;
+#endif
+}
+VORN_INLINE Float reversed(Float f) {
+    return Float(bitsAs<FloatBits>(reversed(bitsAs<Texels>(f.v))));
+}
+
 // ---- 16-bit floats -----------------------------------------------------------------------------
 
 /// The half in the low 16 bits of each lane, as a float.

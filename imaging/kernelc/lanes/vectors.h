@@ -237,7 +237,7 @@ VORN_INLINE auto mix(A a, B b, T t) {
 
 template <Value A, Value B, Value V>
 VORN_INLINE auto smoothstep(A low, B high, V v) {
-    const auto t = clamp((v - low) / (high - low), 0.0f, 1.0f);
+    const auto t = clamp((v - low) * (1.0f / (high - low)), 0.0f, 1.0f);
     return t * t * (3.0f - 2.0f * t);
 }
 
