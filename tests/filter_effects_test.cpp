@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <malloc.h>
 #include <ostream>
 #include <tuple>
 
@@ -1131,6 +1132,49 @@ TEST(EveryEffect, IsTheSameOnEveryDeviceAndInEverySplit) {
                 << name << " in part, " << nameOf(*context);
         }
     });
+}
+
+TEST(EveryEffect, TakesNoMoreMemoryInTenThousandFrames) {
+    if (!countsAllocations()) GTEST_SKIP() << "sanitizers keep memory of their own";
+    constexpr int kFrames = 10'000;
+    Random random(77);
+    std::vector<CIFilterRef> filters;
+    filtered("VEDummy", frame(1, 1), {}); // registers the filters
+    for (const std::string& name : CIFilter::filterNames(kVornFilterCategory)) {
+        filters.push_back(CIFilter::filterWithName(name));
+        filters.back()->setDefaults();
+    }
+    const Bitmap pictures[] = {randomBitmap(random, 24, 16, CIFormat::RGBA8),
+                               randomBitmap(random, 16, 24, CIFormat::BGRA8)};
+    Bitmap result(24, 24);
+    const auto used = [] {
+        const struct mallinfo2 info = mallinfo2();
+        return int64_t(info.uordblks) + int64_t(info.hblkhd);
+    };
+    CIContext context({.device = DeviceKind::CPU, .threads = 2});
+    int64_t before = 0;
+    for (int i = 0; i < kFrames; ++i) {
+        if (i == kFrames / 5) before = used();
+        PlatformClock::drive(uint64_t(i) * 40'000'000);
+        // A live host's frame, through every filter; some of its controls move.
+        for (const CIFilterRef& reference : filters) {
+            CIFilter& filter = *reference;
+            for (const InputAttributes& input : filter.filterClass().customAttributes())
+                if (random.chance(0.2))
+                    filter.setValueForKey(
+                        Number(random.real(standardOf(input, kCIAttributeSliderMin),
+                                           standardOf(input, kCIAttributeSliderMax))),
+                        input.key);
+            // The size changes now and then.
+            filter.setValueForKey(pictures[i / 97 % 2].image(), "inputImage");
+            filter.setValueForKey(pictures[0].image(), "inputTargetImage");
+            if (const CIImage image = filter.outputImage())
+                context.render(image, result.bytes(), result.bytesPerRow(), {0, 0, 24, 24},
+                               CIFormat::RGBA8, CGColorSpace::None);
+        }
+    }
+    PlatformClock::release();
+    EXPECT_LT(used() - before, 256 * 1024);
 }
 
 TEST(EveryEffect, LeavesTheSourceWhenItIsMixedOut) {
