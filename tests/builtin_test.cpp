@@ -866,6 +866,34 @@ TEST(WholeReads, MirrorAboutAnyAxis) {
     }
 }
 
+TEST(SharedReads, AreThoseOfEachPixel) {
+    for (const CIFormat format : kAllFormats) {
+        const Placed source = noise(45, 71, 19, -5, 3, format);
+        for (const double size : {2.5, 7.0, 33.3})
+            expectEverywhere(
+                testKernel("WholeReads", "mosaic")
+                    .applyWithExtent({-30, -20, 120, 60}, RegionOfInterest::whole(source.image()),
+                                     {source.image(), static_cast<float>(size)}),
+                {-30, -20, 120, 60},
+                [&](int x, int y) {
+                    const double u = (std::floor((x + 0.5) / size) + 0.5) * size;
+                    const double v = (std::floor((y + 0.5) / size) + 0.5) * size;
+                    const Pixel a = source.bilinear(u, v), b = source.bilinear(u + 1.25, v),
+                                c = source.bilinear(u, v - 2.5);
+                    Pixel sum{};
+                    for (size_t i = 0; i < 4; ++i) sum[i] = 0.25 * (a[i] + b[i] + c[i]);
+                    return sum;
+                },
+                2e-4);
+        for (const CGPoint& point : {CGPoint{20.3, 9.8}, CGPoint{-5.2, 3.1}, CGPoint{900, 0}})
+            expectEverywhere(
+                testKernel("WholeReads", "onePoint")
+                    .applyWithExtent({0, 0, 20, 3}, RegionOfInterest::whole(source.image()),
+                                     {source.image(), CIVector(point.x, point.y)}),
+                {0, 0, 20, 3}, [&](int, int) { return source.bilinear(point.x, point.y); }, 2e-4);
+    }
+}
+
 // ---- What cannot be -----------------------------------------------------------------------------
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN(), kInf = HUGE_VAL;

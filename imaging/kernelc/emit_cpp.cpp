@@ -61,7 +61,8 @@ public:
             "struct Text : KernelBase<memory> {\n"
             "using KernelBase<memory>::place; using KernelBase<memory>::destCoord;\n"
             "using KernelBase<memory>::sample; using KernelBase<memory>::calledSample;\n"
-            "using KernelBase<memory>::sampleHere; using KernelBase<memory>::sampleMirrored;\n"
+            "using KernelBase<memory>::sampleHere; using KernelBase<memory>::sampleOnce; using "
+            "KernelBase<memory>::sampleMirrored;\n"
             "using KernelBase<memory>::sampleOffset; using KernelBase<memory>::sampleStrided;\n"
             "using KernelBase<memory>::samplerCoord; using KernelBase<memory>::samplerSize;\n"
             "using KernelBase<memory>::samplerOrigin; using KernelBase<memory>::samplerExtent;\n";
@@ -74,7 +75,7 @@ public:
         readsInFunctions += readsIn(at, tokens_.size());
         // Functions are inlined in every kernel.
         const bool hasFewInFunctions =
-            readsInFunctions * static_cast<int>(source_.kernels.size()) <= 3 * kFewReads;
+            readsInFunctions * static_cast<int>(source_.kernels.size()) < 2 * kFewReads;
         at = 0;
         for (const KernelDeclaration& kernel : source_.kernels) {
             inlinesReads_ = hasFewInFunctions;

@@ -126,6 +126,7 @@ vec4 sampleStrided(int source, int strideX, int strideY, int x, int y) {
     return vorn_fetch(source, (vornCall.region.xy + ivec2(gl_GlobalInvocationID.xy)) * ivec2(strideX, strideY) + ivec2(x, y));
 }
 vec4 sampleOffset(int source, int x, int y) { return sampleStrided(source, 1, 1, x, y); }
+vec4 sampleOnce(int source, vec2 point) { return vorn_sample(source, point); }
 float vorn_mirrored(float here, float there, int mirroring) {
     return mirroring == 1 ? there : mirroring == 2 ? min(here, there) : mirroring == 3 ? max(here, there) : here;
 }

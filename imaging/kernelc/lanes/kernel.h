@@ -204,10 +204,65 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
             channel(p00.z, p10.z, p01.z, p11.z), channel(p00.w, p10.w, p01.w, p11.w)};
 }
 
+#ifdef VORN_HAS_PAIRS
+/// `sampleAt`, bilinear, where all lanes read one point: the same result, computed once.
+template <Memory memory>
+__attribute__((noinline)) Pixel sampleOnePoint(const SourceView& view, float x, float y) {
+    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
+    const auto whole = [](float value, int32_t origin, int32_t size) {
+        const float low = static_cast<float>(origin) - 2.0f;
+        const float high = static_cast<float>(origin) + static_cast<float>(size) + 1.0f;
+        return static_cast<int32_t>(std::fmin(std::fmax(std::floor(value), low), high));
+    };
+    const float u = x - 0.5f, v = y - 0.5f;
+    const int32_t column = whole(u, view.x0, view.width) - view.x0;
+    const int32_t row = view.y0 + view.height - 1 - whole(v, view.y0, view.height);
+    const float fx = std::fmax(u - std::floor(u), 0.0f), fy = std::fmax(v - std::floor(v), 0.0f);
+    const auto at = [&](int32_t right, int32_t up) -> const uint8_t* {
+        const int32_t c = column + right, r = row - up;
+        if (c < 0 || c >= view.width || r < 0 || r >= view.height) return nullptr;
+        return view.bytes + r * view.rowBytes + static_cast<int64_t>(c) * bytesPerPixel(layout);
+    };
+    __m128 result;
+    if (layout == kPacked8) {
+        const auto bytes = [](int channel) {
+            return static_cast<int32_t>(0x80808000u + static_cast<uint32_t>(channel));
+        };
+        const __m128i places = _mm_set_epi32(bytes(view.order.a), bytes(view.order.b),
+                                             bytes(view.order.g), bytes(view.order.r));
+        const auto texel = [&](int32_t right, int32_t up) {
+            const uint8_t* from = at(right, up);
+            int32_t value = 0;
+            if (from) std::memcpy(&value, from, 4);
+            return _mm_shuffle_epi8(_mm_cvtsi32_si128(value), places);
+        };
+        result = blendOnePacked(texel(0, 0), texel(1, 0), texel(0, 1), texel(1, 1), fx, fy);
+    } else {
+        const auto pixel = [&](int32_t right, int32_t up) {
+            const uint8_t* from = at(right, up);
+            if (!from) return _mm_setzero_ps();
+            if (layout == kFloat) return _mm_loadu_ps(reinterpret_cast<const float*>(from));
+            return _mm_cvtph_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from)));
+        };
+        result = blendOne(pixel(0, 0), pixel(1, 0), pixel(0, 1), pixel(1, 1), fx, fy);
+    }
+    float channels[4];
+    std::memcpy(channels, &result, sizeof channels);
+    return {Float(channels[0]), Float(channels[1]), Float(channels[2]), Float(channels[3])};
+}
+#endif
+
 /// The same as a call. A kernel with many reads, or with one that has to choose between all
-/// layouts, would take the compiler long if it had them inline, and be little the faster.
+/// layouts, would take the compiler long if it had them inline, and be little the faster. Where
+/// blocks of pixels share their reads, as in a mosaic, those are made once.
 template <Memory memory>
 __attribute__((noinline)) Pixel calledSampleAt(const SourceView& view, Vec2<Float> point) {
+#ifdef VORN_HAS_PAIRS
+    const float x = point.x.v[0], y = point.y.v[0];
+    if (view.layout != kPlanar && !view.nearest && view.width > 0 && view.height > 0 &&
+        allLanes(point.x == Float(x) && point.y == Float(y)))
+        return sampleOnePoint<memory>(view, x, y);
+#endif
     return sampleAt<memory>(view, point);
 }
 
@@ -317,6 +372,15 @@ struct KernelBase {
     }
     VORN_INLINE Pixel calledSample(Sampler<memory> source, Vec2<Float> point) const {
         return calledSampleAt<memory>(source.view, point);
+    }
+    /// At a point that is the same for every pixel: what uniforms are made of.
+    Vec4<float> sampleOnce(Sampler<memory> source, Vec2<float> point) const {
+        const Pixel p =
+            calledSampleAt<memory>(source.view, Vec2<Float>{Float(point.x), Float(point.y)});
+        float first[4];
+        std::memcpy(&first[0], &p.x, 4), std::memcpy(&first[1], &p.y, 4);
+        std::memcpy(&first[2], &p.z, 4), std::memcpy(&first[3], &p.w, 4);
+        return {first[0], first[1], first[2], first[3]};
     }
     VORN_INLINE Pixel sampleOffset(Sampler<memory> source, int x, int y) const {
         return fetchInRow<memory>(source.view, place.x + x, place.y + y, 1);

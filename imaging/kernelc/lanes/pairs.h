@@ -153,5 +153,27 @@ VORN_INLINE Pixel blendPacked(Pairs lower, Pairs upper, ChannelOrder order, Floa
 
 #undef VORN_WIDE
 
+/// The same blends at one point for all lanes, with the same roundings: of packed pixels, whose
+/// four bytes stand in the four lanes, …
+VORN_INLINE __m128 blendOnePacked(__m128i p00, __m128i p10, __m128i p01, __m128i p11, float fx,
+                                  float fy) {
+    const __m128i right = _mm_set1_epi32(static_cast<int32_t>(fx * 16384.0f + 0.5f));
+    const __m128i left = _mm_sub_epi32(_mm_set1_epi32(16384), right);
+    constexpr float scale = kByteScale / 16384.0f;
+    const float weight = fy * scale;
+    const auto row = [&](__m128i a, __m128i b) {
+        return _mm_cvtepi32_ps(_mm_add_epi32(_mm_mullo_epi32(a, left), _mm_mullo_epi32(b, right)));
+    };
+    return _mm_fmadd_ps(row(p01, p11), _mm_set1_ps(weight),
+                        _mm_mul_ps(row(p00, p10), _mm_set1_ps(scale - weight)));
+}
+/// … and of floats.
+VORN_INLINE __m128 blendOne(__m128 p00, __m128 p10, __m128 p01, __m128 p11, float fx, float fy) {
+    const auto blend = [](__m128 a, __m128 b, float t) {
+        return _mm_fmadd_ps(_mm_sub_ps(b, a), _mm_set1_ps(t), a);
+    };
+    return blend(blend(p00, p10, fx), blend(p01, p11, fx), fy);
+}
+
 } // namespace vorn::lanes
 #endif

@@ -392,6 +392,10 @@ template <class F>
 VORN_INLINE Vec4<F> premultiply(Vec4<F> c) {
     return {c.x * c.w, c.y * c.w, c.z * c.w, c.w};
 }
+VORN_INLINE Vec4<float> unpremultiply(Vec4<float> c) {
+    const float k = c.w > 0.0f ? 1.0f / c.w : 0.0f;
+    return {c.x * k, c.y * k, c.z * k, c.w};
+}
 /// Premultiplied colour to straight; transparent black stays black. Opaque pixels, which are most,
 /// skip the division.
 VORN_INLINE Vec4<Float> unpremultiply(Vec4<Float> c) {
