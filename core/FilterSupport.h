@@ -5,6 +5,7 @@
 #include "vorneffects/VornEffects.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <string_view>
 
@@ -46,6 +47,17 @@ inline int clampedMode(const Number& mode, int last) {
 template <size_t count>
 const CIKernel& kernelForMode(const CIKernel (&kernels)[count], const Number& mode) {
     return kernels[std::max(0, clampedMode(mode, static_cast<int>(count) - 1))];
+}
+
+// ---- Tiles -------------------------------------------------------------------------------------
+
+/// The pixels after which a frame of that length repeats that is divided into tiles; 0 where they
+/// are not whole pixels.
+inline int periodOfTiles(double length, const Number& divisions) {
+    const double count = divisions.floatValue();
+    return count >= 2 && count <= length && std::fmod(length, count) == 0
+               ? static_cast<int>(length / count)
+               : 0;
 }
 
 // ---- Oversize guard ---------------------------------------------------------------------------

@@ -168,6 +168,13 @@ CIImage CIImage::imageByCompositingOverImage(const CIImage& under) const {
     return CIImage(std::move(node));
 }
 
+CIImage CIImage::imageWithPeriod(int across, int up) const {
+    if (!node_) return {};
+    auto node = makeInPool<Node>(*node_);
+    node->period[0] = std::max(across, 0), node->period[1] = std::max(up, 0);
+    return CIImage(std::move(node));
+}
+
 CIImage CIImage::imageByInsertingIntermediate() const {
     if (!node_) return {};
     auto node = makeNode(Node::Kind::Intermediate, node_->extent);

@@ -86,6 +86,9 @@ struct Node : std::enable_shared_from_this<Node> {
     CGAffineTransform transform;
     CIColor color;
 
+    /// The picture repeats after so many pixels across and up; 0: nobody has said that it does.
+    int period[2] = {0, 0};
+
     /// Images on top of each other, this one included. Limited, since planning, computing and
     /// freeing go down from image to image on the stack.
     int depth = 1;

@@ -1134,6 +1134,32 @@ TEST(EveryEffect, IsTheSameOnEveryDeviceAndInEverySplit) {
     });
 }
 
+TEST(Tiles, OfWholePixelsAreThoseOfThePlainComputation) {
+    // Divisions that leave whole pixels both ways, one way and neither; the last has an incomplete
+    // tile. Parts begin and end inside of tiles.
+    filtered("VEDummy", frame(1, 1), {});
+    Random random(61);
+    const Bitmap source = randomBitmap(random, 48, 30, CIFormat::RGBA8);
+    const CIImage image = source.image({-7, 5});
+    const std::pair<double, double> divisions[] = {{2, 2},  {4, 3}, {4, 4},   {5, 7},
+                                                   {16, 2}, {1, 3}, {48, 30}, {3.2, 2.5}};
+    for (const auto& [across, up] : divisions)
+        for (const double spacing : {1.0, 40.0}) {
+            const CIImage tiles = filtered(
+                "VETiles_2", image,
+                inputs(
+                    {{"Xdiv", across}, {"Ydiv", up}, {"Xoffset", spacing}, {"Yoffset", spacing}}));
+            for (const CGRect rect :
+                 {CGRect{-7, 5, 48, 30}, CGRect{-3, 8, 40, 25}, CGRect{-20, 0, 90, 50}})
+                for (const CIFormat format : {CIFormat::RGBA8, CIFormat::RGBAh})
+                    for (const auto& context : cpuContexts())
+                        ASSERT_TRUE(isClose(render(*context, tiles, rect, format),
+                                            render(referenceContext(), tiles, rect, format),
+                                            {1.01 / 255}))
+                            << across << " by " << up << ", " << nameOf(*context);
+        }
+}
+
 TEST(EveryEffect, TakesNoMoreMemoryInTenThousandFrames) {
     if (!countsAllocations()) GTEST_SKIP() << "sanitizers keep memory of their own";
     constexpr int kFrames = 10'000;

@@ -16,9 +16,12 @@ public:
     CIImage outputImage() override {
         if (area(inputImage) > kFixedArea23764000) return errorImage.imageFor("FX 128");
         const CISampler source(inputImage);
-        return kernel.applyWithExtent(
+        const CIImage tiles = kernel.applyWithExtent(
             source.extent(), RegionOfInterest::whole(source),
             {source, inputMixer, inputXdiv, inputYdiv, inputXoffset, inputYoffset});
+        if (inputMixer.floatValue() != 1) return tiles;
+        return tiles.imageWithPeriod(periodOfTiles(source.extent().width, inputXdiv),
+                                     periodOfTiles(source.extent().height, inputYdiv));
     }
 
     CIImage inputImage;

@@ -146,6 +146,7 @@ int Plan::stepFor(const CIImage& image) {
     }
     const KernelFunction& function = *node->function;
     step.function = &function;
+    std::copy_n(node->period, 2, step.period);
     if (settings_.levels) step.code = function.module->entry(function.index, *settings_.levels);
     if (settings_.levels && !step.code.generic) {
         fail("kernel '" + function.declaration().name + "' has no code for this processor");

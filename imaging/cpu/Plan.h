@@ -62,6 +62,7 @@ struct Step {
     IntRect extent;            ///< nothing but transparent black outside
     IntRect needed;            ///< what all readers together read of it
     bool materialised = false; ///< computed once, as a whole, into memory of its own
+    int period[2] = {0, 0};    ///< as in the node
 };
 
 struct PlanSettings {

@@ -122,7 +122,7 @@ private:
             const TargetView view{buffer.bytes.get(), rowBytes, 0, intermediate_, {0, 1, 2, 3}};
             Edge self;
             self.step = static_cast<int>(&step - plan_.steps().data());
-            computeTiles(self, step.needed, view);
+            compute(self, step.needed, view);
             step.memory = {view.bytes,
                            rowBytes,
                            0,
@@ -139,7 +139,7 @@ private:
         }
         TargetView view = targetView(target);
         if (!readsTarget(rect, target)) {
-            computeTiles(plan_.root(), rect, view);
+            compute(plan_.root(), rect, view);
             return;
         }
         // The caller renders over pixels that the image reads: compute beside them, then copy.
@@ -147,7 +147,7 @@ private:
         Buffer& beside = acquire(uint64_t(row) * static_cast<uint64_t>(rect.height()));
         view.bytes = beside.bytes.get();
         view.rowBytes = static_cast<int64_t>(row);
-        computeTiles(plan_.root(), rect, view);
+        compute(plan_.root(), rect, view);
         for (int y = 0; y < rect.height(); ++y)
             std::memcpy(static_cast<uint8_t*>(target.bytes) + size_t(y) * target.bytesPerRow,
                         beside.bytes.get() + size_t(y) * row, row);
@@ -188,6 +188,33 @@ private:
         return *best;
     }
 
+    /// Computes what an edge reads over `rect`: of a picture that repeats one period, which is then
+    /// copied.
+    void compute(const Edge& edge, const IntRect& rect, const TargetView& target) {
+        const Step& step = plan_.steps()[static_cast<size_t>(edge.step)];
+        IntRect part = rect;
+        if (!step.isMemory && step.extent.intersection(edge.clip).contains(rect)) {
+            if (step.period[0] > 0) part.x1 = std::min(part.x1, part.x0 + step.period[0]);
+            if (step.period[1] > 0) part.y0 = std::max(part.y0, part.y1 - step.period[1]);
+        }
+        computeTiles(edge, part, target);
+        if (part == rect) return;
+        const size_t pixel = target.layout == kPacked8 ? 4 : target.layout == kHalf ? 8 : 16;
+        const size_t known = static_cast<size_t>(part.width()) * pixel;
+        const size_t whole = static_cast<size_t>(rect.width()) * pixel;
+        constexpr int kRows = 32;
+        spread((rect.height() + kRows - 1) / kRows, [&](int block, Scratch&) {
+            const int last = std::min((block + 1) * kRows, rect.height());
+            for (int row = block * kRows; row < last; ++row) {
+                uint8_t* const to = target.bytes + row * target.rowBytes;
+                const uint8_t* const from = target.bytes + row % part.height() * target.rowBytes;
+                if (from != to) std::memcpy(to, from, known);
+                for (size_t at = known; at < whole; at += known)
+                    std::memcpy(to + at, from, std::min(known, whole - at));
+            }
+        });
+    }
+
     /// Computes what an edge reads over `rect`, in tiles spread over the threads.
     void computeTiles(const Edge& edge, const IntRect& rect, const TargetView& target) {
         const Step& step = plan_.steps()[static_cast<size_t>(edge.step)];
@@ -212,25 +239,30 @@ private:
             scratch.reset();
             evaluate(edge, part, partOf(target, rect, part), scratch);
         };
-        const int count = columns * rows;
-        if (threads_ == 1 || count == 1) {
-            for (int i = 0; i < count; ++i) tile(i, scratch_[0]);
-        } else {
-            orderBefore(&arena_);
-            arena_.execute([&] {
-                oneapi::tbb::parallel_for(0, count, [&](int i) {
-                    orderAfter(&arena_);
-                    tile(i, scratch_[static_cast<size_t>(
-                                oneapi::tbb::this_task_arena::current_thread_index())]);
-                    orderBefore(&count);
-                });
-            });
-            orderAfter(&count);
-        }
+        spread(columns * rows, tile);
         uint64_t allocations = 0;
         for (const Scratch& scratch : scratch_) allocations += scratch.allocations;
         pixelAllocations_ += allocations - scratchAllocations_;
         scratchAllocations_ = allocations;
+    }
+
+    /// Calls `task(index, scratch of its thread)` for every index below a count.
+    template <class Task>
+    void spread(int count, const Task& task) {
+        if (threads_ == 1 || count == 1) {
+            for (int i = 0; i < count; ++i) task(i, scratch_[0]);
+            return;
+        }
+        orderBefore(&arena_);
+        arena_.execute([&] {
+            oneapi::tbb::parallel_for(0, count, [&](int i) {
+                orderAfter(&arena_);
+                task(i, scratch_[static_cast<size_t>(
+                            oneapi::tbb::this_task_arena::current_thread_index())]);
+                orderBefore(&count);
+            });
+        });
+        orderAfter(&count);
     }
 
     /// Fills `rect` of a target with what an edge reads there.

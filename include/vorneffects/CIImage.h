@@ -65,6 +65,10 @@ public:
     /// This image over another (source-over on premultiplied colour); with an empty handle on
     /// either side, the other image.
     CIImage imageByCompositingOverImage(const CIImage& under) const;
+    /// The same image with a promise: inside of its extent the picture repeats after so many pixels
+    /// across and up (0: it does not), so that one period may be computed and copied. A promise
+    /// that does not hold gives the picture that it describes. Descriptions do not show it.
+    CIImage imageWithPeriod(int across, int up) const;
     /// The same picture, computed once per render however often it is read.
     CIImage imageByInsertingIntermediate() const;
 
