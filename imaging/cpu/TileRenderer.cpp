@@ -253,16 +253,16 @@ private:
             for (int i = 0; i < count; ++i) task(i, scratch_[0]);
             return;
         }
-        orderBefore(&arena_);
-        arena_.execute([&] {
-            oneapi::tbb::parallel_for(0, count, [&](int i) {
-                orderAfter(&arena_);
-                task(i, scratch_[static_cast<size_t>(
-                            oneapi::tbb::this_task_arena::current_thread_index())]);
-                orderBefore(&count);
-            });
-        });
-        orderAfter(&count);
+        static char place; // known before anything of the caller is read
+        const auto ordered = [&](int i) {
+            orderAfter(&place);
+            task(i, scratch_[static_cast<size_t>(
+                        oneapi::tbb::this_task_arena::current_thread_index())]);
+            orderBefore(&place);
+        };
+        orderBefore(&place);
+        arena_.execute([&] { oneapi::tbb::parallel_for(0, count, ordered); });
+        orderAfter(&place);
     }
 
     /// Fills `rect` of a target with what an edge reads there.
