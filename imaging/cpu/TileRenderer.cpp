@@ -276,6 +276,15 @@ private:
         const TargetView part = partOf(target, rect, inside);
         if (step.isMemory) {
             const SourceView source = viewOf(step, edge);
+            if (areTheSameBytes(source, part)) {
+                const uint8_t* from = source.bytes +
+                                      (source.y0 + source.height - inside.y1) * source.rowBytes +
+                                      (inside.x0 - source.x0) * 4;
+                for (int row = 0; row < inside.height(); ++row)
+                    std::memcpy(part.bytes + row * part.rowBytes, from + row * source.rowBytes,
+                                static_cast<size_t>(inside.width()) * 4);
+                return;
+            }
             call(copy_, inside, &source, 1, nullptr, part);
             return;
         }
@@ -283,6 +292,12 @@ private:
         for (int e = 0; e < step.edgeCount; ++e)
             sources[e] = sourceFor(plan_.edgesOf(step)[e], inside, scratch);
         call(step.code, inside, sources, step.edgeCount, step.arguments, part);
+    }
+
+    static bool areTheSameBytes(const SourceView& source, const TargetView& target) {
+        const ChannelOrder a = source.order, b = target.order;
+        return source.layout == kPacked8 && target.layout == kPacked8 && a.r == b.r && a.g == b.g &&
+               a.b == b.b && a.a == b.a;
     }
 
     SourceView sourceFor(const Edge& edge, const IntRect& rect, Scratch& scratch) {
