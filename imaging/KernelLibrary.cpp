@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdio>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <map>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -16,8 +17,15 @@ namespace {
 
 /// Brings a shared object that lies in memory into the process; null on failure.
 void* openObject(const std::string& name, const std::string& object) {
-    const int file = memfd_create(name.c_str(), MFD_CLOEXEC);
+    int file = memfd_create(name.c_str(), MFD_CLOEXEC);
     if (file < 0) return nullptr;
+    // Debuggers and sanitizers open the path of a loaded object again. When its number has been
+    // given to another file by then, they read that one, or wait for it: a high number is not soon.
+    constexpr int kHighNumber = 900;
+    if (const int high = fcntl(file, F_DUPFD_CLOEXEC, kHighNumber); high >= 0) {
+        close(file);
+        file = high;
+    }
     size_t written = 0;
     while (written < object.size()) {
         const ssize_t count = write(file, object.data() + written, object.size() - written);
