@@ -21,20 +21,41 @@ endif()
 file(GLOB VORN_LANE_HEADERS CONFIGURE_DEPENDS ${VORN_LANES}/*.h
                                               ${PROJECT_SOURCE_DIR}/imaging/kernelc/abi.h)
 
+set(VORN_LEVEL_OPTIONS)
+foreach(level ${VORN_LEVELS})
+  list(APPEND VORN_LEVEL_OPTIONS --level ${level})
+endforeach()
+
+# The headers of the lanes, compiled in advance for all kernels.
+set(VORN_PREPARED_LANES ${PROJECT_BINARY_DIR}/lanes)
+set(VORN_PREPARATION)
+set(VORN_PREPARED_OPTION)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  set(VORN_PREPARATION ${VORN_PREPARED_LANES}/stamp)
+  set(VORN_PREPARED_OPTION --prepared ${VORN_PREPARED_LANES})
+endif()
+if(VORN_PREPARATION AND NOT TARGET prepared_lanes)
+  add_custom_command(OUTPUT ${VORN_PREPARATION}
+    COMMAND kernelc --prepare ${VORN_PREPARED_LANES} --lanes ${VORN_LANES}
+            --compiler ${CMAKE_CXX_COMPILER} ${VORN_LEVEL_OPTIONS}
+    COMMAND ${CMAKE_COMMAND} -E touch ${VORN_PREPARATION}
+    DEPENDS kernelc ${VORN_LANE_HEADERS}
+    COMMENT "Headers of the lanes"
+    VERBATIM)
+  add_custom_target(prepared_lanes DEPENDS ${VORN_PREPARATION})
+endif()
+
 function(vorn_add_kernel_library source output_folder list_name)
   get_filename_component(name ${source} NAME_WE)
   set(library ${output_folder}/${name}.ci.metallib)
   set(temporary ${CMAKE_CURRENT_BINARY_DIR})
-  set(level_options)
-  foreach(level ${VORN_LEVELS})
-    list(APPEND level_options --level ${level})
-  endforeach()
   add_custom_command(OUTPUT ${library}
     COMMAND ${CMAKE_COMMAND} -E make_directory ${output_folder}
     COMMAND kernelc --output ${library} --include ${VORN_KERNEL_INCLUDES} --lanes ${VORN_LANES}
             --compiler ${CMAKE_CXX_COMPILER} --glslang ${GLSLANG} --validator ${SPIRV_VALIDATOR}
-            --depfile ${temporary}/${name}.d --temporary ${temporary} ${level_options} ${source}
-    DEPENDS kernelc ${source} ${VORN_LANE_HEADERS}
+            --depfile ${temporary}/${name}.d --temporary ${temporary} ${VORN_LEVEL_OPTIONS}
+            ${VORN_PREPARED_OPTION} ${source}
+    DEPENDS kernelc ${source} ${VORN_LANE_HEADERS} $<TARGET_NAME_IF_EXISTS:prepared_lanes>
     DEPFILE ${temporary}/${name}.d
     COMMENT "Kernel library ${name}"
     VERBATIM)
