@@ -2,8 +2,10 @@
 //
 //   contact_sheet PICTURE.png SHEET.ppm
 //
-// Filters are shown with settings that tell what they do: those of the table below, or else their
+// Filters are shown with settings that tell what they do: those of the tables, or else their
 // defaults, or with their controls moved up where the defaults leave the picture as it is.
+#include "telling_settings.h"
+
 #include <vorneffects/VornEffects.h>
 
 #include <algorithm>
@@ -23,48 +25,14 @@ constexpr uint32_t kGap = 12,
 constexpr CIFormat kFormat = kCIFormatRGBA8;
 constexpr size_t kPixelBytes = bytesPerPixel(kFormat);
 
-struct Settings {
-    std::string_view filter;
-    std::vector<std::pair<std::string_view, double>> values;
-};
-constexpr double kRest = 127 / 255.0; // where centred controls stand still
-const std::vector<Settings> kSettings = {
+const std::vector<FilterSettings> kOwnSettings = {
     {"VEBlackAlpha", {{"inputAmount", 1}, {"inputThreshold", 0.1}}},
     {"VEBlackAlpha2ctl", {{"input1Amount", 0.5}, {"input2Amount", 0.7}}},
-    {"VEChromaKey2017",
-     {{"inputSensitivity", 0.2},
-      {"inputSmoothing", 0.4},
-      {"inputRed", 0.07},
-      {"inputGreen", 0.7},
-      {"inputBlue", 0.3}}},
-    {"VEChromaKeyHSV",
-     {{"inputTolerance", 0.2},
-      {"inputAmount", 0.5},
-      {"inputHue", 0.39},
-      {"inputSaturation", 0.9},
-      {"inputValue", 0.7}}},
-    {"VEChromaKeyRGB",
-     {{"inputTolerance", 0.25},
-      {"inputAmount", 0.5},
-      {"inputRed", 0.07},
-      {"inputGreen", 0.7},
-      {"inputBlue", 0.3}}},
-    {"VEChromaKeyXY",
-     {{"inputTolerance", 0.2},
-      {"inputAmount", 0.5},
-      {"inputXposition", 0.375},
-      {"inputYposition", 0.55}}},
     {"VEColorBrightContrast",
      {{"inputBrightness", 127}, {"inputContrast", 150}, {"inputRed", 170}, {"inputBlue", 90}}},
     {"VECropCircleXYPosition",
      {{"inputIsXY", 1}, {"inputMode", 5}, {"inputSize", 0.3}, {"inputEdge", 0.4}}},
     {"VECropOvalXYPosition", {{"inputAspect", 1}, {"inputEdge", 0.3}}},
-    {"VEDecay",
-     {{"inputAmount", 0.6},
-      {"inputSkip", 0},
-      {"inputScale", 0.52},
-      {"inputXpos", kRest},
-      {"inputYpos", 0.54}}},
     {"VEFalloff", {{"inputSize", 0.1}, {"inputEdge", 0.6}}},
     {"VEFalloffXYPosition",
      {{"inputIsXY", 1}, {"inputMode", 4}, {"inputSize", 0.3}, {"inputEdge", 0.2}}},
@@ -72,7 +40,6 @@ const std::vector<Settings> kSettings = {
     {"VELumaKey", {{"input1Amount", 0.5}, {"input2Amount", 0.7}}},
     {"VEMirrors", {{"inputMode", 3}}},
     {"VETiles_2", {{"inputXdiv", 3}, {"inputYdiv", 2}, {"inputXoffset", 8}, {"inputYoffset", 12}}},
-    {"VEWobble", {{"inputMode", 1}, {"inputSize", 0.6}, {"inputSpeed", 0.6}}},
     {"VEXFBrightness", {{"inputFadeStatus", 0.2}}},
     {"VEXFColorBlend", {{"inputFadeStatus", 0.25}}},
     {"VEXFDissolve", {{"inputFadeStatus", 0.5}}},
@@ -83,14 +50,7 @@ const std::vector<Settings> kSettings = {
     {"VE_GainClamp", {{"input2", 140}, {"input3", 140}, {"input4", 140}}},
     {"VE_NoiseGenerator", {{"inputMode", 2}}},
     {"VE_RGB_Gamma", {{"input1", 120}, {"input3", 50}}},
-    {"VE_Repeats",
-     {{"inputMode", 4},
-      {"inputScale", 5},
-      {"inputRepeats", 2},
-      {"inputOffsetX", 0.9},
-      {"inputOffsetY", 0.9}}},
     {"VE_Strobe_2", {{"inputMode", 8}, {"inputSpeed", 2}}},
-    {"VE_TrafficSign", {{"inputMixer", 1}, {"inputScale", 3}, {"inputBoost", 2}}},
 };
 
 struct Picture {
@@ -104,7 +64,7 @@ struct Picture {
 };
 
 /// Sets the source as the image, its mirror image on every other image input, and the settings of
-/// the table or else the defaults.
+/// the tables or else the defaults.
 void prepare(CIFilter& filter, std::string_view name, const CIImage& source) {
     const CIImage mirrored =
         source.imageByApplyingTransform({-1, 0, 0, 1, source.extent().width, 0});
@@ -113,10 +73,11 @@ void prepare(CIFilter& filter, std::string_view name, const CIImage& source) {
         if (input.kind == InputKind::Image)
             filter.setValueForKey(input.key == std::string_view("inputImage") ? source : mirrored,
                                   input.key);
-    for (const Settings& settings : kSettings)
-        if (settings.filter == name)
-            for (const auto& [key, value] : settings.values)
-                filter.setValueForKey(Number(value), key);
+    for (const auto* table : {&kTellingSettings, &kOwnSettings})
+        for (const FilterSettings& settings : *table)
+            if (settings.filter == name)
+                for (const auto& [key, value] : settings.values)
+                    filter.setValueForKey(Number(value), key);
 }
 
 /// Moves every control to three quarters of its slider.
