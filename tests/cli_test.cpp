@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <map>
+#include <ostream>
 #include <regex>
 #include <set>
 
@@ -71,6 +72,9 @@ struct ComplaintCase {
     int code;
     const char* talk; // a part of what is said
 };
+
+/// What a test's name shows.
+void PrintTo(const ComplaintCase& complaint, std::ostream* out) { *out << complaint.arguments; }
 
 class Complaints : public testing::TestWithParam<ComplaintCase> {};
 
@@ -206,6 +210,8 @@ struct GraphCase {
     const char* arguments;
     std::vector<std::pair<const char*, Json>> expected; // in the first frame, by JSON pointer
 };
+
+void PrintTo(const GraphCase& graph, std::ostream* out) { *out << graph.arguments; }
 
 class Graph : public testing::TestWithParam<GraphCase> {};
 

@@ -293,6 +293,20 @@ Tolerance toleranceOf(const Recipe& recipe, CIFormat format) {
     return {(recipe.readsElsewhere ? 2 : 1) / 255.0, recipe.hardEdges};
 }
 
+/// Images on the target or near it, of any format; `bitmaps` holds their pixels.
+Sources randomSources(size_t count, const CGRect& target, Random& random,
+                      std::vector<Bitmap>& bitmaps) {
+    Sources sources;
+    for (size_t i = 0; i < count; ++i) {
+        const CGRect rect = random.chance(0.5) ? target : rectNear(target, random);
+        bitmaps.push_back(randomBitmap(random, static_cast<int>(rect.width),
+                                       static_cast<int>(rect.height), random.format(),
+                                       random.chance(0.3)));
+        sources.push_back(bitmaps.back().image({rect.x, rect.y}));
+    }
+    return sources;
+}
+
 class DevicesAgree : public testing::TestWithParam<Recipe> {
 protected:
     void tryOne(uint32_t seed) {
@@ -302,14 +316,7 @@ protected:
         const CIFormat format = random.format();
         const size_t padding = static_cast<size_t>(random.whole(0, 40));
         std::vector<Bitmap> bitmaps;
-        Sources sources;
-        for (size_t i = 0; i < recipe.sources; ++i) {
-            const CGRect rect = random.chance(0.5) ? target : rectNear(target, random);
-            bitmaps.push_back(randomBitmap(random, static_cast<int>(rect.width),
-                                           static_cast<int>(rect.height), random.format(),
-                                           random.chance(0.3)));
-            sources.push_back(bitmaps.back().image({rect.x, rect.y}));
-        }
+        const Sources sources = randomSources(recipe.sources, target, random, bitmaps);
         const CIImage image = recipe.make(sources, target, random);
         ASSERT_TRUE(image);
         std::vector<CGRect> parts;
@@ -358,14 +365,7 @@ TEST_P(DevicesAgree, OnVulkan) {
         const CGRect target = randomTarget(random);
         const CIFormat format = random.format();
         std::vector<Bitmap> bitmaps;
-        Sources sources;
-        for (size_t i = 0; i < recipe.sources; ++i) {
-            const CGRect rect = random.chance(0.5) ? target : rectNear(target, random);
-            bitmaps.push_back(randomBitmap(random, static_cast<int>(rect.width),
-                                           static_cast<int>(rect.height), random.format(),
-                                           random.chance(0.3)));
-            sources.push_back(bitmaps.back().image({rect.x, rect.y}));
-        }
+        const Sources sources = randomSources(recipe.sources, target, random, bitmaps);
         const CIImage image = recipe.make(sources, target, random);
         const Bitmap expected = render(referenceContext(), image, target, format);
         const Bitmap actual = render(*vulkanContext(), image, target, format, 12);

@@ -13,6 +13,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
@@ -515,6 +516,9 @@ struct Complaint {
     int code;
     const char* talk; ///< a part of what is said
 };
+
+/// What a test's name shows.
+void PrintTo(const Complaint& complaint, std::ostream* out) { *out << complaint.talk; }
 
 class RenderComplaints : public testing::TestWithParam<Complaint> {};
 
