@@ -74,7 +74,9 @@ struct ComplaintCase {
 };
 
 /// What a test's name shows.
-void PrintTo(const ComplaintCase& complaint, std::ostream* out) { *out << complaint.arguments; }
+void PrintTo(const ComplaintCase& complaint, std::ostream* out) {
+    *out << complaint.arguments;
+}
 
 class Complaints : public testing::TestWithParam<ComplaintCase> {};
 
@@ -211,7 +213,9 @@ struct GraphCase {
     std::vector<std::pair<const char*, Json>> expected; // in the first frame, by JSON pointer
 };
 
-void PrintTo(const GraphCase& graph, std::ostream* out) { *out << graph.arguments; }
+void PrintTo(const GraphCase& graph, std::ostream* out) {
+    *out << graph.arguments;
+}
 
 class Graph : public testing::TestWithParam<GraphCase> {};
 

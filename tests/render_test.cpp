@@ -518,7 +518,9 @@ struct Complaint {
 };
 
 /// What a test's name shows.
-void PrintTo(const Complaint& complaint, std::ostream* out) { *out << complaint.talk; }
+void PrintTo(const Complaint& complaint, std::ostream* out) {
+    *out << complaint.talk;
+}
 
 class RenderComplaints : public testing::TestWithParam<Complaint> {};
 
