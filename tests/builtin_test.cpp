@@ -849,8 +849,11 @@ TEST(WholeReads, MirrorAboutAnyAxis) {
     for (const CIFormat format : {CIFormat::RGBA8, CIFormat::ARGB8, CIFormat::RGBAh}) {
         const Placed source = noise(44, 71, 19, -5, 3, format);
         for (const CGPoint& sum : sums)
-            for (int modes = 0; modes < 16; ++modes) {
-                const int across = modes % 4, up = modes / 4;
+            for (int modes = 0; modes < 32; ++modes) {
+                const int across = modes % 4, up = modes / 4 % 4;
+                // The same bytes at the other end, or single precision.
+                const bool isBlended = sum.x != std::floor(sum.x);
+                const CIFormat target = modes < 16 || isBlended ? CIFormat::RGBAf : format;
                 expectEverywhere(
                     testKernel("WholeReads", "mirrored")
                         .applyWithExtent({-30, -20, 120, 60},
@@ -861,9 +864,37 @@ TEST(WholeReads, MirrorAboutAnyAxis) {
                         return source.bilinear(folded(x + 0.5, sum.x, across),
                                                folded(y + 0.5, sum.y, up));
                     },
-                    1e-4);
+                    isBlended ? 1e-4 : 1e-6, target);
             }
     }
+}
+
+// Bytes that a kernel hands on, in every order of the channels and with ends of rows that fill no
+// group.
+TEST(WholeReads, HandOnWhatIsLeftAsItIs) {
+    for (const CIFormat format : kAllFormats)
+        for (const CIFormat target : kAllFormats)
+            for (const char* name : {"disc", "discOverMoved"}) {
+                const Placed source = noise(46, 93, 41, -5, 3, format);
+                const bool moves = name == std::string("discOverMoved");
+                expectEverywhere(
+                    testKernel("WholeReads", name)
+                        .applyWithExtent({-30, -20, 161, 80}, RegionOfInterest::grownBy(5),
+                                         {source.image(), CIVector(48, 30), 33.3f}),
+                    {-30, -20, 161, 80},
+                    [&](int x, int y) {
+                        const double distance = std::hypot(x + 0.5 - 48, y + 0.5 - 30);
+                        const Pixel here = source.at(x, y);
+                        return distance < 33.3   ? here
+                               : distance > 42.3 ? Pixel{}
+                               : moves           ? source.at(x + 3, y - 2)
+                                                 : Pixel{here[2], here[1], here[0], here[3]};
+                    },
+                    isEightBit(target) && !isEightBit(format) ? 0.51 / 255
+                    : target == CIFormat::RGBAh               ? 1e-3
+                                                              : 1e-6,
+                    target);
+            }
 }
 
 TEST(SharedReads, AreThoseOfEachPixel) {

@@ -63,6 +63,8 @@ public:
             "using KernelBase<memory>::sample; using KernelBase<memory>::calledSample;\n"
             "using KernelBase<memory>::sampleHere; using KernelBase<memory>::sampleOnce; using "
             "KernelBase<memory>::sampleMirrored;\n"
+            "using KernelBase<memory>::give; using KernelBase<memory>::giveHere; using "
+            "KernelBase<memory>::giveOffset; using KernelBase<memory>::giveNothing;\n"
             "using KernelBase<memory>::sampleOffset; using KernelBase<memory>::sampleStrided;\n"
             "using KernelBase<memory>::samplerCoord; using KernelBase<memory>::samplerSize;\n"
             "using KernelBase<memory>::samplerOrigin; using KernelBase<memory>::samplerExtent;\n";
@@ -82,7 +84,10 @@ public:
             body(at, kernel.firstToken);
             newLine(tokens_[kernel.firstToken]);
             out_ += "VORN_INLINE ";
-            body(kernel.firstToken + 1, kernel.parametersToken + 1);
+            if (kernel.function.kind == FunctionKind::Warp)
+                body(kernel.firstToken + 1, kernel.parametersToken + 1);
+            else
+                out_ += "void " + kernel.function.name + "(", ++parentheses_;
             shared_ = true; // a kernel's own parameters are the same for every pixel
             body(kernel.parametersToken + 1, kernel.bodyToken);
             shared_ = false;
@@ -96,7 +101,7 @@ public:
         inlinesReads_ = hasFewInFunctions;
         body(at, tokens_.size());
         out_ += "\n};\n";
-        for (const KernelDeclaration& kernel : source_.kernels) entry(kernel.function);
+        for (const KernelDeclaration& kernel : source_.kernels) entry(kernel);
         out_ += "} // namespace\n"
                 "extern \"C\" __attribute__((visibility(\"default\")))\n"
                 "const TableEntry vorn_kernel_table[] = {\n";
@@ -125,6 +130,16 @@ private:
         return reads;
     }
 
+    /// The parenthesis that closes the one at a token.
+    size_t closing(size_t at) const {
+        int depth = 0;
+        for (; at < tokens_.size(); ++at) {
+            depth += token(at).is("(") ? 1 : token(at).is(")") ? -1 : 0;
+            if (depth == 0) break;
+        }
+        return at;
+    }
+
     /// Whether the kernel that is being written reads a sampler at the own pixel and nowhere else.
     bool readsOwnPixelOnly(const std::string& sampler) const {
         if (!kernel_) return false;
@@ -133,11 +148,15 @@ private:
         return false;
     }
 
+    std::string lineOf(const Token& token) const {
+        return "#line " + std::to_string(token.line) + " \"" +
+               source_.files[static_cast<size_t>(token.file)] + "\"\n";
+    }
+
     void newLine(const Token& token) {
         if (token.line != line_ || token.file != file_) {
             if (token.file != file_ || token.line != line_ + 1)
-                out_ += "\n#line " + std::to_string(token.line) + " \"" +
-                        source_.files[static_cast<size_t>(token.file)] + "\"\n";
+                out_ += "\n" + lineOf(token);
             else
                 out_ += "\n";
             line_ = token.line, file_ = token.file;
@@ -160,6 +179,8 @@ private:
                 at += one(at);
                 continue;
             }
+            newLine(token(at));
+            const std::string line = lineOf(token(at));
             const std::string pixelText = std::move(out_);
             out_.clear();
             const auto known = kTypes.find(token(at + 1).text);
@@ -173,8 +194,8 @@ private:
                 at += one(at);
             }
             at += 1;
-            setup += "const " + type + " " + out_ + ";\nshared_" + name + "." + variable + " = " +
-                     variable + ";\n";
+            setup += line + "const " + type + " " + out_ + ";\nshared_" + name + "." + variable +
+                     " = " + variable + ";\n";
             fields += type + " " + variable + "; ";
             locals +=
                 "const " + type + " " + variable + " = shared_" + name + "." + variable + "; ";
@@ -188,7 +209,23 @@ private:
         body(kernel.parametersToken + 1, kernel.bodyToken);
         shared_ = false;
         out_ += "{\n" + setup + "}\n";
+        if (onlyMirrors(kernel)) {
+            out_ += "bool moves_" + name + "(const KernelCall& call, ";
+            shared_ = true;
+            parentheses_ = 1;
+            body(kernel.parametersToken + 1, kernel.bodyToken);
+            shared_ = false;
+            out_ += "{ return moveMirrored(call, " + token(kernel.bodyToken + 4).text + ".view";
+            body(kernel.bodyToken + 5, kernel.endToken);
+        }
         line_ = -1;
+    }
+
+    /// Whether a kernel does nothing but mirror an image.
+    bool onlyMirrors(const KernelDeclaration& kernel) const {
+        const size_t at = kernel.bodyToken + 1;
+        return token(at).is("return") && token(at + 1).is("sampleMirrored") &&
+               closing(at + 2) + 3 == kernel.endToken;
     }
 
     void body(size_t from, size_t to) {
@@ -207,6 +244,7 @@ private:
                                               : "sampleOffset(" + source + ", 0, 0) ";
             return length;
         }
+        if (givesPixels() && now.is("return")) return result(at);
         if (now.is("sample") && !inlinesReads_) {
             out_ += "calledSample ";
             return 1;
@@ -269,6 +307,33 @@ private:
         return 1;
     }
 
+    /// Whether what is being written returns the pixels of a kernel.
+    bool givesPixels() const { return kernel_ && kernel_->function.kind != FunctionKind::Warp; }
+
+    /// A kernel's result, which is stored where it stands: what is handed on as it is then goes
+    /// past the arithmetic, and results need not come together first.
+    size_t result(size_t at) {
+        size_t end = at;
+        while (!token(end).is(";")) {
+            if (end + 1 >= kernel_->endToken) source_.fail(at, "expected ';'");
+            ++end;
+        }
+        size_t length = 0;
+        const bool isRead = isReadHere(tokens_, at + 1, length) && at + 1 + length == end;
+        if (isRead) {
+            const std::string& source = token(at + 3).text;
+            out_ += readsOwnPixelOnly(source) ? "return giveHere(" + source + ") "
+                                              : "return giveOffset(" + source + ", 0, 0) ";
+        } else if (end == at + 5 && token(at + 1).is("vec4") && token(at + 3).is("0.0")) {
+            out_ += "return giveNothing() ";
+        } else {
+            out_ += "return give( ";
+            body(at + 1, end);
+            out_ += ") ";
+        }
+        return end - at;
+    }
+
     size_t punctuation(size_t at) {
         const Token& now = token(at);
         if (now.is("{")) ++depth_;
@@ -284,7 +349,8 @@ private:
     }
 
     /// The function that the engine calls: unflattens the arguments and runs the loop.
-    void entry(const Function& function) {
+    void entry(const KernelDeclaration& kernel) {
+        const Function& function = kernel.function;
         const std::string& name = function.name;
         out_ += "template <Memory memory> void run_" + name + "(const KernelCall* call) {\n";
         // How a call of the kernel spells its arguments in a memory mode, `%` standing for it.
@@ -313,8 +379,9 @@ private:
         const bool opaqueToo =
             onlyOwnPixels && !opaque.empty() && function.kind != FunctionKind::Warp;
         const auto instance = [&](const char* variable, const char* memory) {
-            out_ += std::string("Text<") + memory + "> " + variable + ";\n" + variable + ".setup_" +
-                    name + "(" + inMode(setupArguments, memory) + ");\n";
+            out_ += std::string("Text<") + memory + "> " + variable + ";\n" + variable +
+                    ".target = target;\n" + variable + ".setup_" + name + "(" +
+                    inMode(setupArguments, memory) + ");\n";
         };
         const auto call = [&](const char* variable, const char* memory) {
             std::string result =
@@ -322,11 +389,16 @@ private:
             if (function.kind == FunctionKind::Warp)
                 result =
                     std::string("sampleAt<") + memory + ">(view0, Vec2<Float>(" + result + "))";
-            out_ += std::string(variable) + ".place = place;\nstoreGroup<" + memory +
-                    ">(target, to, " + result + ", place.count);\n";
+            out_ += std::string(variable) + ".place = place;\n" + variable + ".to = to;\n" +
+                    (function.kind == FunctionKind::Warp ? variable + (".give(" + result + ")")
+                                                         : result) +
+                    ";\n";
         };
         out_ += "const TargetView target = call->target;\n";
         instance("text", "memory");
+        if (onlyMirrors(kernel))
+            out_ += "if constexpr (isPacked(memory)) if (text.moves_" + name + "(*call, " +
+                    inMode(setupArguments, "memory") + ")) return;\n";
         if (opaqueToo) instance("opaqueText", "Memory::Opaque");
         out_ += "forEachGroup<memory>(*call, [&](Place place, uint8_t* to) "
                 "__attribute__((always_inline)) {\n";

@@ -32,6 +32,7 @@ uint select(bool c, uint a, uint b) { return c ? a : b; }
 vec2 select(bool c, vec2 a, vec2 b) { return c ? a : b; }
 vec3 select(bool c, vec3 a, vec3 b) { return c ? a : b; }
 vec4 select(bool c, vec4 a, vec4 b) { return c ? a : b; }
+bool everywhere(bool c) { return c; }
 vec4 premultiply(vec4 c) { return vec4(c.rgb * c.a, c.a); }
 vec4 unpremultiply(vec4 c) { return c.a > 0.0 ? vec4(c.rgb * (1.0 / c.a), c.a) : vec4(0.0, 0.0, 0.0, c.a); }
 

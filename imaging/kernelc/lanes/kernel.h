@@ -18,13 +18,15 @@ struct Sampler {
 
 /// The pixels of a source at the place that is written (the engine makes sure that they are there).
 template <Memory memory>
-VORN_INLINE Pixel loadHere(const SourceView& view, Place place) {
+VORN_INLINE const uint8_t* bytesHere(const SourceView& view, Place place) {
     const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
     const int64_t row = view.y0 + view.height - 1 - place.y;
-    return loadGroup<memory>(view,
-                             view.bytes + row * view.rowBytes +
-                                 static_cast<int64_t>(place.x - view.x0) * bytesPerPixel(layout),
-                             place.count);
+    return view.bytes + row * view.rowBytes +
+           static_cast<int64_t>(place.x - view.x0) * bytesPerPixel(layout);
+}
+template <Memory memory>
+VORN_INLINE Pixel loadHere(const SourceView& view, Place place) {
+    return loadGroup<memory>(view, bytesHere<memory>(view, place), place.count);
 }
 
 /// 32 bits at each lane's byte offset.
@@ -302,6 +304,25 @@ VORN_INLINE Pixel fetchInRow(const SourceView& view, int x, int y, int stride) {
     return {reversed(p.x), reversed(p.y), reversed(p.z), reversed(p.w)};
 }
 
+/// The same of packed pixels that stay as they are, at a stride of 1.
+__attribute__((noinline)) inline Texels texelsAtBorder(SourceView view, int column, int row) {
+    uint32_t texels[N];
+    for (int i = 0; i < N; ++i) {
+        texels[i] = 0;
+        if (row >= 0 && row < view.height && column + i >= 0 && column + i < view.width)
+            std::memcpy(&texels[i], view.bytes + row * view.rowBytes + (column + i) * 4, 4);
+    }
+    Texels t;
+    std::memcpy(&t, texels, sizeof t);
+    return t;
+}
+VORN_INLINE Texels texelsInRow(const SourceView& view, int x, int y) {
+    const int column = x - view.x0, row = view.y0 + view.height - 1 - y;
+    if (row < 0 || row >= view.height || column < 0 || column + N > view.width) [[unlikely]]
+        return texelsAtBorder(view, column, row);
+    return loadTexels(view.bytes + row * view.rowBytes + static_cast<int64_t>(column) * 4);
+}
+
 /// How an axis of a picture is mirrored, as kernels say it.
 enum Mirroring { kAsItIs = 0, kFlipped = 1, kLowerSideTwice = 2, kUpperSideTwice = 3 };
 
@@ -351,10 +372,76 @@ VORN_INLINE Pixel fetchMirrored(const SourceView& view, Place place, int acrossS
     return fetchFromRow<memory, SourceView>(view, at, view.y0 + view.height - 1 - y);
 }
 
+/// Moves packed pixels of a row to the places [x0, x1), transparent where there are none; flipped,
+/// the place x gets the pixel at sum - x.
+VORN_INLINE void moveInRow(const SourceView& source, const uint8_t* from, uint8_t* to, int x0,
+                           int x1, bool isFlipped, int sum) {
+    if (x0 >= x1) return;
+    // The places whose pixels are there.
+    const int low = isFlipped ? sum - (source.x0 + source.width - 1) : source.x0;
+    const int first = low < x0 ? x0 : low > x1 ? x1 : low;
+    const int high = low + source.width;
+    const int last = high < first ? first : high > x1 ? x1 : high;
+    std::memset(to, 0, static_cast<size_t>(first - x0) * 4);
+    to += static_cast<int64_t>(first - x0) * 4;
+    if (!isFlipped) {
+        std::memcpy(to, from + static_cast<int64_t>(first - source.x0) * 4,
+                    static_cast<size_t>(last - first) * 4);
+    } else {
+        const uint8_t* end = from + static_cast<int64_t>(sum - first - source.x0 + 1) * 4;
+        int x = 0;
+        for (; x + N <= last - first; x += N) {
+            const Texels t = reversed(loadTexels(end - (x + N) * 4));
+            std::memcpy(to + x * 4, &t, sizeof t);
+        }
+        for (; x < last - first; ++x) std::memcpy(to + x * 4, end - (x + 1) * 4, 4);
+    }
+    std::memset(to + static_cast<int64_t>(last - first) * 4, 0, static_cast<size_t>(x1 - last) * 4);
+}
+
+/// Whether a mirroring takes pixels to pixels.
+VORN_INLINE bool isOnPixels(Vec2<float> sum, int across, int up) {
+    const auto isWhole = [](float v) { return v == std::floor(v) && std::fabs(v) < 1.0e9f; };
+    return (across == kAsItIs || isWhole(sum.x)) && (up == kAsItIs || isWhole(sum.y));
+}
+
+VORN_INLINE bool isSameOrder(ChannelOrder a, ChannelOrder b) {
+    return a.r == b.r && a.g == b.g && a.b == b.b && a.a == b.a;
+}
+
+/// A call whose kernel does nothing but mirror packed pixels, as bytes; false where it has to blend
+/// them or to change their order.
+__attribute__((noinline)) inline bool moveMirrored(const KernelCall& call, const SourceView& source,
+                                                   Vec2<float> sum, int across, int up) {
+    if (!isSameOrder(source.order, call.target.order) || !isOnPixels(sum, across, up)) return false;
+    const int acrossSum = across == kAsItIs ? 0 : static_cast<int>(sum.x) - 1;
+    const int upSum = up == kAsItIs ? 0 : static_cast<int>(sum.y) - 1;
+    // From here on a place lies above its mirror image.
+    const int axis = (acrossSum >> 1) + 1;
+    const int limit = across == kAsItIs ? call.x1 : across == kFlipped ? call.x0 : axis;
+    const int middle = limit < call.x0 ? call.x0 : limit > call.x1 ? call.x1 : limit;
+    for (int y = call.y1 - 1; y >= call.y0; --y) {
+        uint8_t* to = call.target.bytes + (call.y1 - 1 - y) * call.target.rowBytes;
+        const int row = source.y0 + source.height - 1 - mirrored(y, upSum - y, up);
+        if (row < 0 || row >= source.height) {
+            std::memset(to, 0, static_cast<size_t>(call.x1 - call.x0) * 4);
+            continue;
+        }
+        const uint8_t* from = source.bytes + row * source.rowBytes;
+        const bool isLowerFlipped = across == kUpperSideTwice;
+        moveInRow(source, from, to, call.x0, middle, isLowerFlipped, acrossSum);
+        moveInRow(source, from, to + static_cast<int64_t>(middle - call.x0) * 4, middle, call.x1,
+                  across != kAsItIs && !isLowerFlipped, acrossSum);
+    }
+    return true;
+}
+
 /// The base of every compiled library: holds the place, and gives the text its built-in functions.
 template <Memory memory>
 struct KernelBase {
     Place place;
+    TargetView target;
+    uint8_t* to; ///< the target's bytes of that place
 
     VORN_INLINE Vec2<Float> destCoord() const {
         float steps[N];
@@ -392,8 +479,7 @@ struct KernelBase {
     }
     VORN_INLINE Pixel sampleMirrored(Sampler<memory> source, Vec2<float> sum, int across,
                                      int up) const {
-        const auto isWhole = [](float v) { return v == std::floor(v) && std::fabs(v) < 1.0e9f; };
-        if ((across == kAsItIs || isWhole(sum.x)) && (up == kAsItIs || isWhole(sum.y)))
+        if (isOnPixels(sum, across, up))
             return fetchMirrored<memory>(
                 source.view, place, across == kAsItIs ? 0 : static_cast<int>(sum.x) - 1,
                 up == kAsItIs ? 0 : static_cast<int>(sum.y) - 1, across, up);
@@ -405,6 +491,27 @@ struct KernelBase {
     VORN_INLINE Pixel sampleHere(Sampler<memory> source) const {
         return loadHere<memory>(source.view, place);
     }
+
+    /// Stores the pixels that a kernel returns. What it hands on as it is goes past the arithmetic,
+    /// bytes as bytes, where they are packed in one order.
+    VORN_INLINE void give(Pixel p) const { storeGroup<memory>(target, to, p, place.count); }
+    VORN_INLINE void giveHere(Sampler<memory> source) const {
+        if (keepsBytes(source))
+            return storeTexels(to, loadTexels(bytesHere<memory>(source.view, place), place.count),
+                               place.count);
+        give(sampleHere(source));
+    }
+    VORN_INLINE void giveOffset(Sampler<memory> source, int x, int y) const {
+        if (keepsBytes(source))
+            return storeTexels(to, texelsInRow(source.view, place.x + x, place.y + y), place.count);
+        give(sampleOffset(source, x, y));
+    }
+    VORN_INLINE void giveNothing() const {
+        if constexpr (isPacked(memory))
+            return storeTexels(to, bitsAs<Texels>(Uint(0u)), place.count);
+        const Float zero = 0.0f;
+        give({zero, zero, zero, zero});
+    }
     VORN_INLINE Vec2<Float> samplerCoord(Sampler<memory>) const { return destCoord(); }
     VORN_INLINE Vec2<float> samplerOrigin(Sampler<memory> source) const {
         return {source.view.extent[0], source.view.extent[1]};
@@ -415,6 +522,11 @@ struct KernelBase {
     VORN_INLINE Vec4<float> samplerExtent(Sampler<memory> source) const {
         return {source.view.extent[0], source.view.extent[1], source.view.extent[2],
                 source.view.extent[3]};
+    }
+
+private:
+    VORN_INLINE bool keepsBytes(Sampler<memory> source) const {
+        return isPacked(memory) && isSameOrder(source.view.order, target.order);
     }
 };
 

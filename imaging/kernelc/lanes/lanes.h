@@ -51,8 +51,15 @@ VORN_INLINE Bits broadcast(Scalar value) {
 struct Int;
 struct Uint;
 
+// One bit for each lane in a mask register, or a vector that is all ones or all zeros in each.
+#if VORN_LANES == 16 && defined(__AVX512DQ__)
+#define VORN_HAS_MASK_REGISTERS
+using MaskBits = __mmask16;
+#else
+using MaskBits = IntBits;
+#endif
 struct Mask {
-    IntBits v; // all ones or all zeros in each lane
+    MaskBits v;
 };
 
 struct Float {
@@ -137,43 +144,53 @@ VORN_INLINE Uint& operator^=(Uint& a, int b) {
     return a = a ^ Uint(b);
 }
 
-#if VORN_LANES == 1
-#define VORN_COMPARE(Type, op)                                                                     \
-    VORN_INLINE Mask operator op(Type a, Type b) {                                                 \
-        return {-static_cast<int32_t>(a.v op b.v)};                                                \
+#ifdef VORN_HAS_MASK_REGISTERS
+#define VORN_COMPARE(op, name, predicate)                                                          \
+    VORN_INLINE Mask operator op(Float a, Float b) {                                               \
+        return {_mm512_cmp_ps_mask(bitsAs<__m512>(a.v), bitsAs<__m512>(b.v), predicate)};          \
+    }                                                                                              \
+    VORN_INLINE Mask operator op(Int a, Int b) {                                                   \
+        return {_mm512_##name##_epi32_mask(bitsAs<__m512i>(a.v), bitsAs<__m512i>(b.v))};           \
+    }                                                                                              \
+    VORN_INLINE Mask operator op(Uint a, Uint b) {                                                 \
+        return {_mm512_##name##_epu32_mask(bitsAs<__m512i>(a.v), bitsAs<__m512i>(b.v))};           \
     }
 #else
-#define VORN_COMPARE(Type, op)                                                                     \
-    VORN_INLINE Mask operator op(Type a, Type b) {                                                 \
-        return {(IntBits)(a.v op b.v)};                                                            \
-    }
+#if VORN_LANES == 1
+#define VORN_MASK(condition) -static_cast<int32_t>(condition)
+#else
+#define VORN_MASK(condition) (IntBits)(condition)
 #endif
-#define VORN_COMPARISONS(Type)                                                                     \
-    VORN_COMPARE(Type, <)                                                                          \
-    VORN_COMPARE(Type, >)                                                                          \
-    VORN_COMPARE(Type, <=)                                                                         \
-    VORN_COMPARE(Type, >=)                                                                         \
-    VORN_COMPARE(Type, ==)                                                                         \
-    VORN_COMPARE(Type, !=)
-VORN_COMPARISONS(Float)
-VORN_COMPARISONS(Int)
-VORN_COMPARISONS(Uint)
-#undef VORN_COMPARISONS
+#define VORN_COMPARE_TYPE(Type, op)                                                                \
+    VORN_INLINE Mask operator op(Type a, Type b) {                                                 \
+        return {VORN_MASK(a.v op b.v)};                                                            \
+    }
+#define VORN_COMPARE(op, name, predicate)                                                          \
+    VORN_COMPARE_TYPE(Float, op) VORN_COMPARE_TYPE(Int, op) VORN_COMPARE_TYPE(Uint, op)
+#endif
+VORN_COMPARE(<, cmplt, _CMP_LT_OQ)
+VORN_COMPARE(>, cmpgt, _CMP_GT_OQ)
+VORN_COMPARE(<=, cmple, _CMP_LE_OQ)
+VORN_COMPARE(>=, cmpge, _CMP_GE_OQ)
+VORN_COMPARE(==, cmpeq, _CMP_EQ_OQ)
+VORN_COMPARE(!=, cmpneq, _CMP_NEQ_UQ)
 #undef VORN_COMPARE
+#undef VORN_COMPARE_TYPE
+#undef VORN_MASK
 VORN_INLINE Mask operator&&(Mask a, Mask b) {
-    return {a.v & b.v};
+    return {static_cast<MaskBits>(a.v & b.v)};
 }
 VORN_INLINE Mask operator||(Mask a, Mask b) {
-    return {a.v | b.v};
+    return {static_cast<MaskBits>(a.v | b.v)};
 }
 VORN_INLINE Mask operator!(Mask a) {
-    return {~a.v};
+    return {static_cast<MaskBits>(~a.v)};
 }
 
 /// True when every lane of a mask is set: a shortcut for the lane layer itself, never for kernels.
 VORN_INLINE bool allLanes(Mask m) {
-#if VORN_LANES == 16 && defined(__AVX512DQ__)
-    return _mm512_movepi32_mask(bitsAs<__m512i>(m.v)) == 0xffff;
+#ifdef VORN_HAS_MASK_REGISTERS
+    return _mm512_kortestc(m.v, m.v);
 #elif VORN_LANES == 8 && defined(__AVX__)
     return _mm256_movemask_ps(bitsAs<__m256>(m.v)) == 0xff;
 #elif VORN_LANES == 4 && defined(__SSE__)
@@ -189,9 +206,9 @@ VORN_INLINE bool allLanes(Mask m) {
 
 template <class T>
 VORN_INLINE T pick(Mask m, T a, T b) {
-#if VORN_LANES == 16 && defined(__AVX512DQ__)
-    return T(bitsAs<decltype(a.v)>(_mm512_mask_blend_ps(_mm512_movepi32_mask(bitsAs<__m512i>(m.v)),
-                                                        bitsAs<__m512>(b.v), bitsAs<__m512>(a.v))));
+#ifdef VORN_HAS_MASK_REGISTERS
+    return T(
+        bitsAs<decltype(a.v)>(_mm512_mask_blend_ps(m.v, bitsAs<__m512>(b.v), bitsAs<__m512>(a.v))));
 #elif VORN_LANES == 8 && defined(__AVX__)
     return T(bitsAs<decltype(a.v)>(
         _mm256_blendv_ps(bitsAs<__m256>(b.v), bitsAs<__m256>(a.v), bitsAs<__m256>(m.v))));

@@ -407,6 +407,22 @@ VORN_INLINE Pixel loadGroup(const SourceView& view, const uint8_t* from, int cou
     }
 }
 
+/// `loadGroup` and `storeGroup` of packed pixels that stay as they are.
+VORN_INLINE Texels loadTexels(const uint8_t* from, int count) {
+    if (count >= N) [[likely]]
+        return loadTexels(from);
+    Texels t;
+    std::memset(&t, 0, sizeof t);
+    std::memcpy(&t, from, static_cast<size_t>(count) * 4);
+    return t;
+}
+VORN_INLINE void storeTexels(uint8_t* to, Texels t, int count) {
+    if (count >= N) [[likely]]
+        std::memcpy(to, &t, sizeof t);
+    else
+        std::memcpy(to, &t, static_cast<size_t>(count) * 4);
+}
+
 template <Memory memory>
 VORN_INLINE void storeGroup(const TargetView& view, uint8_t* to, Pixel p, int count) {
     const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;

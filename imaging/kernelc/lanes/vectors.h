@@ -306,6 +306,14 @@ VORN_INLINE V select(bool m, V a, V b) {
     return m ? a : b;
 }
 
+/// Whether a condition holds for every pixel of the group.
+VORN_INLINE bool everywhere(Mask m) {
+    return allLanes(m);
+}
+VORN_INLINE bool everywhere(bool m) {
+    return m;
+}
+
 // ---- Constructors ------------------------------------------------------------------------------
 
 template <Scalar A, Scalar B>
