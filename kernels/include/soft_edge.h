@@ -6,6 +6,10 @@ float smoothShare(float t) {
     return x * x * (3.0 - 2.0 * x);
 }
 
+// What a value is multiplied by and what is then added, so that its smoothShare rises from `low` to
+// `high`.
+uniform vec2 rise(uniform float low, uniform float high) { return vec2(1.0, -low) / (high - low); }
+
 // How much of a pixel lies inside of a shape of the half-width `radius`, at `distance` from its
 // middle. The border fades over `softness` inside of the radius, which ends at the middle, and over
 // the pixel itself, which is 2 `reach` across; all in one unit. Nothing is left of a shape without
