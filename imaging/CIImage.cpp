@@ -175,6 +175,14 @@ CIImage CIImage::imageWithPeriod(int across, int up) const {
     return CIImage(std::move(node));
 }
 
+CIImage CIImage::imageKnownToEqual(const CIImage& other) const {
+    if (!node_ || !other || node_->kind != Node::Kind::Kernel) return *this;
+    auto node = makeInPool<Node>(*node_);
+    if (!putOnTop(*node, other)) return *this;
+    node->children[0] = other;
+    return CIImage(std::move(node));
+}
+
 CIImage CIImage::imageByInsertingIntermediate() const {
     if (!node_) return {};
     auto node = makeNode(Node::Kind::Intermediate, node_->extent);

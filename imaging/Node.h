@@ -61,7 +61,7 @@ struct Annotation {
 struct Node : std::enable_shared_from_this<Node> {
     enum class Kind : uint8_t {
         Pixels,       ///< `pixels`, lower-left corner at the extent's origin
-        Kernel,       ///< `function` over `arguments`
+        Kernel,       ///< `function` over `arguments`; looks like `children[0]`, if that is set
         Crop,         ///< `children[0]` inside `rect`
         Transform,    ///< `children[0]` under `transform`; computed by `function`
         Composite,    ///< `children[0]` over `children[1]`; computed by `function`

@@ -6,6 +6,7 @@
 #include "support.h"
 
 #include "imaging/cpu/Plan.h"
+#include "vorneffects/ImageDescription.h"
 
 #include <thread>
 
@@ -69,6 +70,21 @@ TEST(Plans, ComputeBeforehandOnlyWhatIsReadElsewhere) {
     EXPECT_EQ(stepsOf(lazy.imageByApplyingTransform({2, 0, 0, 2, 0, 0})
                           .imageByApplyingTransform({1, 0, 0, 1, 5, 0})),
               "pixels square* CI_affine");
+}
+
+TEST(Plans, TakeTheImageThatAnotherIsKnownToEqual) {
+    const Bitmap bitmap = noise(), other = noise(2);
+    const CIImage source = bitmap.image({kBounds.x, kBounds.y});
+    const CIImage squared = square(source);
+    const CIImage mixed = pictureKernel("blend").applyWithExtent(
+        {0, 10, 30, 20}, {CISampler(squared), CISampler(other.image()), 0});
+    const CIImage known = mixed.imageKnownToEqual(squared);
+    EXPECT_EQ(stepsOf(mixed), "pixels square pixels blend");
+    EXPECT_EQ(stepsOf(known), "pixels square");
+    EXPECT_EQ(stepsOf(square(known.imageKnownToEqual(source))), "pixels square");
+    EXPECT_EQ(stepsOf(source.imageKnownToEqual(squared)), "pixels");
+    EXPECT_EQ(known.imageKnownToEqual({}), known);
+    EXPECT_EQ(describeImage(known, kBounds)->function, "blend");
 }
 
 TEST(Plans, NeedOnlyTheRegionThatIsAskedFor) {

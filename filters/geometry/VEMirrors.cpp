@@ -28,8 +28,11 @@ public:
                 : kernels[mode].applyWithExtent(source.extent(), regionOfInterest(mode, source),
                                                 {source, inputMixer});
         if (!mirrored) return {};
-        return kernels[kMixer].applyWithExtent(source.extent(), RegionOfInterest::grownBy(1),
-                                               {source, CISampler(mirrored), inputMixer});
+        const CIImage mixed =
+            kernels[kMixer].applyWithExtent(source.extent(), RegionOfInterest::grownBy(1),
+                                            {source, CISampler(mirrored), inputMixer});
+        if (inputMixer.floatValue() == 0) return mixed.imageKnownToEqual(inputImage);
+        return inputMixer.floatValue() == 1 ? mixed.imageKnownToEqual(mirrored) : mixed;
     }
 
     CIImage inputImage;

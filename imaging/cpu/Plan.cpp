@@ -63,11 +63,15 @@ Edge Plan::resolve(const CIImage& image, CGColorSpace wanted) {
     edge.extent = image.extent();
     CIImage base = image;
     bool keep = false;
-    while (base.node()->kind == Node::Kind::Crop || base.node()->kind == Node::Kind::Intermediate) {
-        if (base.node()->kind == Node::Kind::Crop)
-            edge.clip = edge.clip.intersection(IntRect::around(base.extent()));
-        else
+    const auto standsForAnother = [this](const Node& node) {
+        return node.kind == Node::Kind::Crop || node.kind == Node::Kind::Intermediate ||
+               (node.kind == Node::Kind::Kernel && node.children[0] && settings_.trustsPromises);
+    };
+    while (standsForAnother(*base.node())) {
+        if (base.node()->kind == Node::Kind::Intermediate)
             keep = true;
+        else
+            edge.clip = edge.clip.intersection(IntRect::around(base.extent()));
         base = CIImage(base.node()->children[0]);
     }
     edge.step = stepFor(base);

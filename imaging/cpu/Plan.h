@@ -2,8 +2,10 @@
 // before its readers, with the region that is needed of each.
 //
 // Crops and intermediates are no steps: a crop narrows the edge that reads through it, an
-// intermediate marks the step below it. Colour conversions are steps that the plan adds where an
-// image's colour space differs from the one that its reader works in.
+// intermediate marks the step below it. Neither is a kernel whose result is known to equal another
+// image: that one is planned, cropped, unless promises are to be checked. Colour conversions are
+// steps that the plan adds where an image's colour space differs from the one that its reader works
+// in.
 #pragma once
 
 #include "imaging/KernelLibrary.h"
@@ -69,6 +71,7 @@ struct PlanSettings {
     const std::vector<std::string>* levels = nullptr; ///< null: not for a processor
     CGColorSpace workingSpace = CGColorSpace::None;
     CGColorSpace outputSpace = CGColorSpace::None;
+    bool trustsPromises = true; ///< takes the image that another one is known to equal
 };
 
 class Plan {

@@ -13,8 +13,8 @@ public:
     bool render(const CIImage& image, const IntRect& rect, const Target& target,
                 CGColorSpace workingSpace, CGColorSpace outputSpace) override {
         problem_.clear();
-        Plan plan;
-        if (!plan.build(image, rect, {&referenceLevel(), workingSpace, outputSpace})) {
+        Plan plan; // does without the promises of filters, which the other devices trust
+        if (!plan.build(image, rect, {&referenceLevel(), workingSpace, outputSpace, false})) {
             problem_ = plan.problem();
             return false;
         }

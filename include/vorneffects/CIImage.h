@@ -69,6 +69,11 @@ public:
     /// across and up (0: it does not), so that one period may be computed and copied. A promise
     /// that does not hold gives the picture that it describes. Descriptions do not show it.
     CIImage imageWithPeriod(int across, int up) const;
+    /// The same image with a promise: inside of its extent it looks like `other`, which may be
+    /// computed in its place, as where a filter mixes by 0 or by 1. A promise that does not hold
+    /// gives the other picture. Descriptions do not show it. Of images that no kernel made, the
+    /// image itself.
+    CIImage imageKnownToEqual(const CIImage& other) const;
     /// The same picture, computed once per render however often it is read.
     CIImage imageByInsertingIntermediate() const;
 
