@@ -56,8 +56,8 @@ int main(int count, char** arguments) {
     const CIImage image = imageOf(first), other = imageOf(second);
 
     std::function<void()> copy = [&] { std::memcpy(target.data(), first.data(), kBytes); };
-    std::function<void()> dim, masked, lumaKey, colorKey, flipped, tiled, moved, turned, remapped,
-        blended, chosen, random, trail, laplacian, pixelated;
+    std::function<void()> dim, masked, lumaKey, colorKey, backwards, upsideDown, flipped, tiled,
+        moved, turned, remapped, blended, chosen, random, trail, laplacian, pixelated;
 #ifdef VORN_WITH_OPENCV
     const cv::Mat from(kHeight, kWidth, CV_8UC4, first.data());
     const cv::Mat from2(kHeight, kWidth, CV_8UC4, second.data());
@@ -81,6 +81,8 @@ int main(int count, char** arguments) {
         cv::bitwise_not(grey, alpha);
         withAlpha();
     };
+    backwards = [&] { cv::flip(from, to, 1); };
+    upsideDown = [&] { cv::flip(from, to, 0); };
     flipped = [&] {
         cv::flip(from, between, 1);
         cv::addWeighted(from, 0.25, between, 0.75, 0, to);
@@ -137,6 +139,8 @@ int main(int count, char** arguments) {
         {"VEChromaKeyHSV", {{"inputTolerance", 0.3}}, "inRange, alpha (hard edge)", colorKey},
         {"VEChromaKey2017", {}, "inRange, alpha (hard edge)", colorKey},
         {"VEChromaKeyXY", {{"inputTolerance", 0.3}}, "inRange, alpha (hard edge)", colorKey},
+        {"VEMirrors", {}, "flip", backwards},
+        {"VEMirrors", {{"inputMode", 1}}, "flip", upsideDown},
         {"VEMirrors", {{"inputMixer", 0.75}}, "flip, addWeighted", flipped},
         {"VETiles", {{"inputDivisions", 4}}, "resize, repeat (whole tiles only)", tiled},
         {"VETiles_2",
