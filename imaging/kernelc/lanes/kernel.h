@@ -98,17 +98,6 @@ VORN_INLINE Pixel fetchOrNothing(const SourceView& view, Int column, Int row, Ma
             pick(inside, p.w, zero)};
 }
 
-#ifdef VORN_HAS_PAIRS
-/// Whether the lanes are neighbours in one row, from the first one on.
-VORN_INLINE bool areNeighbours(Int column, Int row) {
-    int32_t steps[N];
-    for (int i = 0; i < N; ++i) steps[i] = i;
-    Int ramp;
-    std::memcpy(&ramp, steps, sizeof ramp);
-    return allLanes(column - ramp == Int(column.v[0]) && row == Int(row.v[0]));
-}
-#endif
-
 VORN_INLINE Mask isWithin(Int value, int32_t limit) {
     return value >= Int(0) && value < Int(limit);
 }
@@ -150,15 +139,20 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
     const bool isInReach = view.rowBytes * view.height <= 0x7fffffff;
     const Int line = row * Int(static_cast<int32_t>(view.rowBytes));
     const uint8_t* above = view.bytes - view.rowBytes;
+    Nearby nearby;
+    const bool isTogether =
+        isInside && areNearby(column, row, nearby) && nearby.first + N + 1 <= view.width;
     if (isInReach && layout == kPacked8) [[likely]] {
         const Int at = line + (column << 2);
         Pairs lowerRow, upperRow;
-        if (isInside && areNeighbours(column, row)) {
-            // Pictures that are only moved: plain loads.
-            const uint8_t* from = view.bytes + at.v[0];
-            lowerRow = joinTexels(loadTexels(from), loadTexels(from + 4));
-            from -= view.rowBytes;
-            upperRow = joinTexels(loadTexels(from), loadTexels(from + 4));
+        if (isTogether) {
+            const uint8_t* from = view.bytes + line.v[0] + nearby.first * 4;
+            const auto read = [&](const uint8_t* first) {
+                return joinTexels(loadNearby(first, nearby.places),
+                                  loadNearby(first + 4, nearby.places));
+            };
+            lowerRow = read(from);
+            upperRow = read(from - view.rowBytes);
         } else if (isInside) [[likely]] {
             lowerRow = gatherPairs(view.bytes, at);
             upperRow = gatherPairs(above, at);
@@ -179,6 +173,12 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
     if (isInside) [[likely]] {
 #ifdef VORN_HAS_PAIRS
         if (isInReach && layout == kHalf) {
+#if VORN_LANES == 16
+            if (isTogether) {
+                const uint8_t* from = view.bytes + line.v[0] + nearby.first * 8;
+                return blendNearbyHalves(from, from - view.rowBytes, nearby.places, fx, fy);
+            }
+#endif
             const Int at = line + (column << 3);
             p00 = unpackHalves(gatherPairs(view.bytes, at));
             p10 = unpackHalves(gatherPairs(view.bytes + 8, at));
@@ -492,19 +492,21 @@ struct KernelBase {
         return loadHere<memory>(source.view, place);
     }
 
-    /// Stores the pixels that a kernel returns. What it hands on as it is goes past the arithmetic,
-    /// bytes as bytes, where they are packed in one order.
+    /// Stores the pixels that a kernel returns. Packed ones that it hands on as they are go past
+    /// the arithmetic.
     VORN_INLINE void give(Pixel p) const { storeGroup<memory>(target, to, p, place.count); }
     VORN_INLINE void giveHere(Sampler<memory> source) const {
-        if (keepsBytes(source))
-            return storeTexels(to, loadTexels(bytesHere<memory>(source.view, place), place.count),
-                               place.count);
-        give(sampleHere(source));
+        if constexpr (isPacked(memory))
+            giveTexels(loadTexels(bytesHere<memory>(source.view, place), place.count),
+                       source.view.order);
+        else
+            give(sampleHere(source));
     }
     VORN_INLINE void giveOffset(Sampler<memory> source, int x, int y) const {
-        if (keepsBytes(source))
-            return storeTexels(to, texelsInRow(source.view, place.x + x, place.y + y), place.count);
-        give(sampleOffset(source, x, y));
+        if constexpr (isPacked(memory))
+            giveTexels(texelsInRow(source.view, place.x + x, place.y + y), source.view.order);
+        else
+            give(sampleOffset(source, x, y));
     }
     VORN_INLINE void giveNothing() const {
         if constexpr (isPacked(memory))
@@ -525,8 +527,8 @@ struct KernelBase {
     }
 
 private:
-    VORN_INLINE bool keepsBytes(Sampler<memory> source) const {
-        return isPacked(memory) && isSameOrder(source.view.order, target.order);
+    VORN_INLINE void giveTexels(Texels texels, ChannelOrder order) const {
+        storeTexels(to, reordered(texels, order, target.order), place.count);
     }
 };
 

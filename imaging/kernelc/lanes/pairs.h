@@ -21,7 +21,7 @@ VORN_INLINE FloatRegister asFloats(Texels t) {
     return _mm512_castsi512_ps(t);
 }
 /// The 64 bits in every block of 128.
-VORN_INLINE Texels everywhere(int64_t low, int64_t high) {
+VORN_INLINE Texels inEveryBlock(int64_t low, int64_t high) {
     return _mm512_set_epi64(high, low, high, low, high, low, high, low);
 }
 #else
@@ -30,7 +30,7 @@ using FloatRegister = __m256;
 VORN_INLINE FloatRegister asFloats(Texels t) {
     return _mm256_castsi256_ps(t);
 }
-VORN_INLINE Texels everywhere(int64_t low, int64_t high) {
+VORN_INLINE Texels inEveryBlock(int64_t low, int64_t high) {
     return _mm256_set_epi64x(high, low, high, low);
 }
 #endif
@@ -39,6 +39,27 @@ VORN_INLINE Texels everywhere(int64_t low, int64_t high) {
 struct Pairs {
     Texels first, other;
 };
+
+/// Lanes that read within N neighbouring pixels of one row, as those of pictures that are moved,
+/// turned over or enlarged do: whole loads and a permutation take the place of single ones.
+struct Nearby {
+    int32_t first; ///< the column of the first pixel
+    Texels places; ///< of each lane, from the first one on
+};
+VORN_INLINE bool areNearby(Int column, Int row, Nearby& nearby) {
+    const int32_t one = column.v[0], other = column.v[N - 1];
+    nearby.first = one < other ? one : other;
+    const Int places = column - Int(nearby.first);
+    nearby.places = bitsAs<Texels>(places);
+    return allLanes(toUint(places) < Uint(N) && row == Int(row.v[0]));
+}
+VORN_INLINE Texels loadNearby(const uint8_t* first, Texels places) {
+#if VORN_LANES == 16
+    return _mm512_permutexvar_epi32(places, loadTexels(first));
+#else
+    return _mm256_permutevar8x32_epi32(loadTexels(first), places);
+#endif
+}
 
 /// The 64 bits at each lane's byte offset.
 VORN_INLINE Pairs gatherPairs(const uint8_t* base, Int offset) {
@@ -129,7 +150,7 @@ VORN_INLINE Pixel blendPacked(Pairs lower, Pairs upper, ChannelOrder order, Floa
     const auto channels = [&](uint8_t one, uint8_t two, Float& a, Float& b) {
         const int64_t bytes = 0x8004800080048000ll + int64_t(one) * 0x00010001ll +
                               int64_t(two) * 0x0001000100000000ll;
-        const Texels places = everywhere(bytes, bytes + 0x0008000800080008ll);
+        const Texels places = inEveryBlock(bytes, bytes + 0x0008000800080008ll);
         const auto blend = [&](Texels low, Texels high, Texels weights, Texels wl, Texels wh) {
             const auto row = [&](Texels t) {
                 return VORN_WIDE(cvtepi32_ps)(
@@ -150,6 +171,58 @@ VORN_INLINE Pixel blendPacked(Pairs lower, Pairs upper, ChannelOrder order, Floa
     channels(order.b, order.a, p.z, p.w);
     return p;
 }
+
+#if VORN_LANES == 16
+/// The bilinear blend of half-float pixels for lanes that are nearby: two rows from the first pixel
+/// on, of which N + 1 are there. Four pixels are blended in a register, channels side by side, in
+/// an order that leaves the lanes in theirs when the channels are taken apart.
+VORN_INLINE Pixel blendNearbyHalves(const uint8_t* lower, const uint8_t* upper, Texels places,
+                                    Float fx, Float fy) {
+    const auto indices = [&](int a, int b) {
+        return _mm512_maskz_permutexvar_epi32(0x5555,
+                                              _mm512_set_epi32(0, b + 12, 0, b + 8, 0, b + 4, 0, b,
+                                                               0, a + 12, 0, a + 8, 0, a + 4, 0, a),
+                                              places);
+    };
+    const __m512i ab = indices(0, 1), cd = indices(2, 3);
+    const auto pixels = [](const uint8_t* from, __m512i which, __m512& a, __m512& b) {
+        const __m512i eight =
+            _mm512_permutex2var_epi64(loadTexels(from), which, loadTexels(from + 64));
+        a = _mm512_cvtph_ps(_mm512_castsi512_si256(eight));
+        b = _mm512_cvtph_ps(_mm512_extracti64x4_epi64(eight, 1));
+    };
+    const auto blend = [](__m512 a, __m512 b, __m512 t) {
+        return _mm512_fmadd_ps(_mm512_sub_ps(b, a), t, a);
+    };
+    const auto two = [&](__m512i which, int lane, __m512& a, __m512& b)
+        __attribute__((always_inline)) {
+        const __m512i fours =
+            _mm512_add_epi32(_mm512_set_epi32(12, 12, 12, 12, 8, 8, 8, 8, 4, 4, 4, 4, 0, 0, 0, 0),
+                             _mm512_set1_epi32(lane));
+        const __m512i next = _mm512_add_epi32(fours, _mm512_set1_epi32(1));
+        const __m512 x = bitsAs<__m512>(fx.v), y = bitsAs<__m512>(fy.v);
+        const auto row = [&](const uint8_t* from, __m512& p, __m512& q)
+            __attribute__((always_inline)) {
+            __m512 left[2], right[2];
+            pixels(from, which, left[0], left[1]);
+            pixels(from + 8, which, right[0], right[1]);
+            p = blend(left[0], right[0], _mm512_permutexvar_ps(fours, x));
+            q = blend(left[1], right[1], _mm512_permutexvar_ps(next, x));
+        };
+        __m512 below[2], above[2];
+        row(lower, below[0], below[1]);
+        row(upper, above[0], above[1]);
+        a = blend(below[0], above[0], _mm512_permutexvar_ps(fours, y));
+        b = blend(below[1], above[1], _mm512_permutexvar_ps(next, y));
+    };
+    __m512 a, b, c, d;
+    two(ab, 0, a, b);
+    two(cd, 2, c, d);
+    exchange(a, b, c, d);
+    const auto channel = [](__m512 v) { return Float(bitsAs<FloatBits>(v)); };
+    return {channel(a), channel(b), channel(c), channel(d)};
+}
+#endif
 
 #undef VORN_WIDE
 

@@ -164,6 +164,34 @@ VORN_INLINE Texels pack(Pixel p, ChannelOrder order) {
 #endif
 }
 
+/// The same pixels with their channels in another order.
+VORN_INLINE Texels reordered(Texels t, ChannelOrder from, ChannelOrder to) {
+    const uint32_t bytes =
+        static_cast<uint32_t>(from.r) << (8 * to.r) | static_cast<uint32_t>(from.g) << (8 * to.g) |
+        static_cast<uint32_t>(from.b) << (8 * to.b) | static_cast<uint32_t>(from.a) << (8 * to.a);
+#if VORN_LANES == 16 && defined(__AVX512BW__)
+    return _mm512_shuffle_epi8(t, _mm512_add_epi8(_mm512_set1_epi32(static_cast<int>(bytes)),
+                                                  _mm512_broadcast_i32x4(_mm_set_epi32(
+                                                      0x0c0c0c0c, 0x08080808, 0x04040404, 0))));
+#elif VORN_LANES == 8 && defined(__AVX2__)
+    return _mm256_shuffle_epi8(
+        t, _mm256_add_epi8(_mm256_set1_epi32(static_cast<int>(bytes)),
+                           _mm256_set_epi32(0x0c0c0c0c, 0x08080808, 0x04040404, 0, 0x0c0c0c0c,
+                                            0x08080808, 0x04040404, 0)));
+#elif VORN_LANES == 4 && defined(__SSE4_1__)
+    return _mm_shuffle_epi8(t, _mm_add_epi8(_mm_set1_epi32(static_cast<int>(bytes)),
+                                            _mm_set_epi32(0x0c0c0c0c, 0x08080808, 0x04040404, 0)));
+#else
+    for (int i = 0; i < N; ++i) {
+        uint32_t texel = 0;
+        for (int byte = 0; byte < 32; byte += 8)
+            texel |= (t.v[i] >> (8 * ((bytes >> byte) & 3)) & 255) << byte;
+        t.v[i] = texel;
+    }
+    return t;
+#endif
+}
+
 VORN_INLINE Texels loadTexels(const uint8_t* from) {
     Texels t;
     std::memcpy(&t, from, sizeof t);
@@ -253,6 +281,7 @@ VORN_INLINE void storeEightFloats(uint8_t* to, Eight channels) {
     two(0, pixels.a), two(1, pixels.b), two(2, pixels.c), two(3, pixels.d);
 }
 
+#if VORN_LANES == 8
 VORN_INLINE Eight loadEightHalves(const uint8_t* from) {
     const auto two = [from](int i) {
         return _mm256_cvtph_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from) + i));
@@ -273,7 +302,6 @@ VORN_INLINE void storeEightHalves(uint8_t* to, Eight channels) {
     two(2, _mm256_permute2f128_ps(p.a, p.b, 0x31)), two(3, _mm256_permute2f128_ps(p.c, p.d, 0x31));
 }
 
-#if VORN_LANES == 8
 VORN_INLINE Pixel fromEights(Eight e) {
     return {Float(bitsAs<FloatBits>(e.a)), Float(bitsAs<FloatBits>(e.b)),
             Float(bitsAs<FloatBits>(e.c)), Float(bitsAs<FloatBits>(e.d))};
@@ -309,16 +337,49 @@ VORN_INLINE Eight toEight(Pixel p) {
 VORN_INLINE Pixel loadFloats(const uint8_t* from) {
     return fromEights(loadEightFloats(from), loadEightFloats(from + 8 * 16));
 }
-VORN_INLINE Pixel loadHalves(const uint8_t* from) {
-    return fromEights(loadEightHalves(from), loadEightHalves(from + 8 * 8));
-}
 VORN_INLINE void storeFloats(uint8_t* to, Pixel p) {
     storeEightFloats(to, toEight<0>(p));
     storeEightFloats(to + 8 * 16, toEight<1>(p));
 }
+
+/// Sixteen pixels as four registers: interleaved, four pixels in each as {0,4,8,12}, {1,5,9,13}, …,
+/// or one register a channel, either way round.
+VORN_INLINE void exchange(__m512& a, __m512& b, __m512& c, __m512& d) {
+    const __m512 t0 = _mm512_unpacklo_ps(a, b), t1 = _mm512_unpackhi_ps(a, b);
+    const __m512 t2 = _mm512_unpacklo_ps(c, d), t3 = _mm512_unpackhi_ps(c, d);
+    a = _mm512_shuffle_ps(t0, t2, 0x44), b = _mm512_shuffle_ps(t0, t2, 0xee);
+    c = _mm512_shuffle_ps(t1, t3, 0x44), d = _mm512_shuffle_ps(t1, t3, 0xee);
+}
+VORN_INLINE Pixel loadHalves(const uint8_t* from) {
+    const __m512i low = _mm512_loadu_si512(from), high = _mm512_loadu_si512(from + 64);
+    const auto eight = [&](int i) {
+        return _mm512_permutex2var_epi64(
+            low, _mm512_set_epi64(i + 13, i + 9, i + 5, i + 1, i + 12, i + 8, i + 4, i), high);
+    };
+    const auto four = [](__m256i halves) { return _mm512_cvtph_ps(halves); };
+    const __m512i ab = eight(0), cd = eight(2);
+    __m512 a = four(_mm512_castsi512_si256(ab)), b = four(_mm512_extracti64x4_epi64(ab, 1));
+    __m512 c = four(_mm512_castsi512_si256(cd)), d = four(_mm512_extracti64x4_epi64(cd, 1));
+    exchange(a, b, c, d);
+    const auto channel = [](__m512 v) { return Float(bitsAs<FloatBits>(v)); };
+    return {channel(a), channel(b), channel(c), channel(d)};
+}
 VORN_INLINE void storeHalves(uint8_t* to, Pixel p) {
-    storeEightHalves(to, toEight<0>(p));
-    storeEightHalves(to + 8 * 8, toEight<1>(p));
+    __m512 a = bitsAs<__m512>(p.x.v), b = bitsAs<__m512>(p.y.v);
+    __m512 c = bitsAs<__m512>(p.z.v), d = bitsAs<__m512>(p.w.v);
+    exchange(a, b, c, d);
+    const auto eight = [](__m512 one, __m512 other) {
+        return _mm512_inserti64x4(
+            _mm512_castsi256_si512(_mm512_cvtps_ph(one, _MM_FROUND_TO_NEAREST_INT)),
+            _mm512_cvtps_ph(other, _MM_FROUND_TO_NEAREST_INT), 1);
+    };
+    const __m512i ab = eight(a, b), cd = eight(c, d);
+    const auto inOrder = [&](int i) {
+        return _mm512_permutex2var_epi64(
+            ab, _mm512_set_epi64(i + 13, i + 9, i + 5, i + 1, i + 12, i + 8, i + 4, i), cd);
+    };
+    _mm512_storeu_si512(to, inOrder(0));
+    _mm512_storeu_si512(to + 64, inOrder(2));
 }
 #endif
 
