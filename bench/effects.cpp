@@ -1,5 +1,6 @@
 // Effects beside OpenCV's operations of the same family: 1920x1080 RGBA, 8 bits in and out, two
-// still pictures in the cache, as many threads on either side. Run by hand.
+// still pictures in the cache, as many threads on either side. Run by hand: bench_effects [ROUNDS
+// [FILTER]].
 //
 // What the other side leaves out of the same work is said in brackets. Everything is measured in
 // turn, round after round, so that a busy moment of the machine hits all alike; the figures are the
@@ -57,7 +58,7 @@ int main(int count, char** arguments) {
 
     std::function<void()> copy = [&] { std::memcpy(target.data(), first.data(), kBytes); };
     std::function<void()> dim, masked, lumaKey, colorKey, backwards, upsideDown, flipped, tiled,
-        moved, turned, remapped, blended, chosen, random, trail, laplacian, pixelated;
+        moved, turned, remapped, blended, chosen, random, trail, stillTrail, laplacian, pixelated;
 #ifdef VORN_WITH_OPENCV
     const cv::Mat from(kHeight, kWidth, CV_8UC4, first.data());
     const cv::Mat from2(kHeight, kWidth, CV_8UC4, second.data());
@@ -116,6 +117,11 @@ int main(int count, char** arguments) {
         cv::max(kept, from, kept);
         kept.copyTo(to);
     };
+    stillTrail = [&] {
+        cv::convertScaleAbs(kept, kept, 0.95);
+        cv::max(kept, from, kept);
+        kept.copyTo(to);
+    };
     laplacian = [&] { cv::Laplacian(from, to, -1); };
     pixelated = [&] {
         cv::resize(from, small, {kWidth / 12, kHeight / 12}, 0, 0, cv::INTER_AREA);
@@ -162,6 +168,14 @@ int main(int count, char** arguments) {
         {"VE_CloudGenerator", {}, "", {}},
         {"VEDecay",
          {{"inputAmount", 0.6},
+          {"inputScale", 127 / 255.0},
+          {"inputXpos", 127 / 255.0},
+          {"inputYpos", 127 / 255.0},
+          {"inputSkip", 1}},
+         "convertScaleAbs, max",
+         stillTrail},
+        {"VEDecay",
+         {{"inputAmount", 0.6},
           {"inputScale", 0.518},
           {"inputXpos", 0.498},
           {"inputYpos", 0.498},
@@ -173,6 +187,8 @@ int main(int count, char** arguments) {
         {"VEFreeze", {{"inputFreeze", 1}}, "copy", copy},
         {"VE_Strobe_2", {}, "convertScaleAbs", dim},
     };
+    if (count > 2)
+        std::erase_if(comparisons, [&](const Comparison& c) { return c.name != arguments[2]; });
     PlatformClock::drive(1'000'000'000);
     for (const int threads : {1, 2}) {
         CIContext context({.device = DeviceKind::CPU, .threads = threads});

@@ -68,13 +68,15 @@ private:
     /// refreshes.
     CIImage blended(const CIImage& previous, const CIImage& current, float decay, int64_t skip,
                     CGRect extent) {
-        const CIVector offset(drift(inputXpos, extent.width), drift(inputYpos, extent.height));
+        const float x = drift(inputXpos, extent.width), y = drift(inputYpos, extent.height);
         const auto scale = static_cast<float>(double(inputScale.floatValue()) - kRest + 1.0);
         const CISampler trail(previous);
         const CIImage decayed = multiplyKernel.applyWithExtent(
             trail.extent(), RegionOfInterest::identity(), {trail, decay});
-        const CIImage moved = offsetKernel.applyWithExtent(
-            decayed.extent(), RegionOfInterest::identity(), {decayed, offset, scale});
+        CIImage moved = offsetKernel.applyWithExtent(decayed.extent(), RegionOfInterest::identity(),
+                                                     {decayed, CIVector(x, y), scale});
+        // What the controls at rest leave of a movement is too little to see.
+        if (scale == 1 && std::hypot(x, y) < 1e-6f) moved = moved.imageKnownToEqual(decayed);
 
         const int64_t band = (skip - 1) / 60;
         const size_t index = band >= 1 && band <= 4 ? static_cast<size_t>(band) : 0;
