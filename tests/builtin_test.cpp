@@ -869,6 +869,31 @@ TEST(WholeReads, MirrorAboutAnyAxis) {
     }
 }
 
+TEST(WholeReads, MoveByAnyOffset) {
+    for (const CIFormat format : kAllFormats) {
+        const Placed source = noise(47, 71, 19, -5, 3, format);
+        for (const CGPoint& by : {CGPoint{0, 0}, CGPoint{7.25, -3.5}, CGPoint{-40.875, 2},
+                                  CGPoint{900, 0}, CGPoint{-1e30, 1e30}})
+            for (const SamplerFilter filter : {SamplerFilter::Linear, SamplerFilter::Nearest}) {
+                const CISampler sampler(source.image(), {.filter = filter});
+                expectEverywhere(
+                    testKernel("WholeReads", "moved")
+                        .applyWithExtent({-30, -20, 120, 60}, RegionOfInterest::whole(sampler),
+                                         {sampler, CIVector(by.x, by.y)}),
+                    {-30, -20, 120, 60},
+                    [&](int x, int y) {
+                        if (std::fabs(by.x) > 1e9) return Pixel{};
+                        const double u = x + 0.5 + by.x, v = y + 0.5 + by.y;
+                        return filter == SamplerFilter::Linear
+                                   ? source.bilinear(u, v)
+                                   : source.at(static_cast<int>(std::floor(u)),
+                                               static_cast<int>(std::floor(v)));
+                    },
+                    1e-4);
+            }
+    }
+}
+
 // Bytes that a kernel hands on, in every order of the channels and with ends of rows that fill no
 // group.
 TEST(WholeReads, HandOnWhatIsLeftAsItIs) {

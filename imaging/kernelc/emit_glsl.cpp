@@ -127,6 +127,17 @@ vec4 sampleStrided(int source, int strideX, int strideY, int x, int y) {
     return vorn_fetch(source, (vornCall.region.xy + ivec2(gl_GlobalInvocationID.xy)) * ivec2(strideX, strideY) + ivec2(x, y));
 }
 vec4 sampleOffset(int source, int x, int y) { return sampleStrided(source, 1, 1, x, y); }
+vec4 sampleMoved(int source, vec2 offset) {
+    const vec2 p = vornCall.sources[source].pixels.w < 0 ? offset + 0.5 : offset;
+    const vec2 whole = clamp(floor(p), -1.0e8, 1.0e8);
+    const ivec2 at = vornCall.region.xy + ivec2(gl_GlobalInvocationID.xy) + ivec2(whole);
+    if (vornCall.sources[source].pixels.w < 0) return vorn_fetch(source, at);
+    const vec2 t = clamp(p - whole, 0.0, 1.0);
+    const vec4 c00 = vorn_fetch(source, at), c10 = vorn_fetch(source, at + ivec2(1, 0));
+    const vec4 c01 = vorn_fetch(source, at + ivec2(0, 1)), c11 = vorn_fetch(source, at + ivec2(1, 1));
+    const vec4 lower = c00 + (c10 - c00) * t.x, upper = c01 + (c11 - c01) * t.x;
+    return lower + (upper - lower) * t.y;
+}
 vec4 sampleOnce(int source, vec2 point) { return vorn_sample(source, point); }
 float vorn_mirrored(float here, float there, int mirroring) {
     return mirroring == 1 ? there : mirroring == 2 ? min(here, there) : mirroring == 3 ? max(here, there) : here;

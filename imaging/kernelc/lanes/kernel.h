@@ -323,6 +323,43 @@ VORN_INLINE Texels texelsInRow(const SourceView& view, int x, int y) {
     return loadTexels(view.bytes + row * view.rowBytes + static_cast<int64_t>(column) * 4);
 }
 
+/// The bilinear read of a source at the own pixels moved by an offset, whose fractions weigh all
+/// alike: plain loads.
+template <Memory memory>
+VORN_INLINE Pixel fetchMoved(const SourceView& view, Place place, Vec2<float> offset) {
+    const auto limited = [](float v) {
+        return std::fabs(v) < 1.0e8f ? v : v < 0 ? -1.0e8f : 1.0e8f;
+    };
+    const float u = limited(offset.x), v = limited(offset.y);
+    if (view.nearest)
+        return fetchInRow<memory>(view, place.x + static_cast<int>(std::floor(u + 0.5f)),
+                                  place.y + static_cast<int>(std::floor(v + 0.5f)), 1);
+    const int x = place.x + static_cast<int>(std::floor(u));
+    const int y = place.y + static_cast<int>(std::floor(v));
+    const Float fx = u - std::floor(u), fy = v - std::floor(v);
+#ifdef VORN_HAS_PAIRS
+    if constexpr (isPacked(memory)) {
+        const auto row = [&](int up) __attribute__((always_inline)) {
+            return joinTexels(texelsInRow(view, x, y + up), texelsInRow(view, x + 1, y + up));
+        };
+        return blendPacked(row(0), row(1), view.order, fx, fy);
+    }
+#endif
+    const auto blend = [](Pixel a, Pixel b, Float t) -> Pixel {
+        return {a.x + (b.x - a.x) * t, a.y + (b.y - a.y) * t, a.z + (b.z - a.z) * t,
+                a.w + (b.w - a.w) * t};
+    };
+    const auto row = [&](int up) {
+        return blend(fetchInRow<memory>(view, x, y + up, 1),
+                     fetchInRow<memory>(view, x + 1, y + up, 1), fx);
+    };
+    return blend(row(0), row(1), fy);
+}
+template <Memory memory>
+__attribute__((noinline)) Pixel calledFetchMoved(SourceView view, Place place, Vec2<float> offset) {
+    return fetchMoved<memory>(view, place, offset);
+}
+
 /// How an axis of a picture is mirrored, as kernels say it.
 enum Mirroring { kAsItIs = 0, kFlipped = 1, kLowerSideTwice = 2, kUpperSideTwice = 3 };
 
@@ -476,6 +513,12 @@ struct KernelBase {
                                     int y) const {
         return fetchInRow<memory>(source.view, place.x * strideX + x, place.y * strideY + y,
                                   strideX);
+    }
+    VORN_INLINE Pixel sampleMoved(Sampler<memory> source, Vec2<float> offset) const {
+        if constexpr (isPacked(memory))
+            return fetchMoved<memory>(source.view, place, offset);
+        else
+            return calledFetchMoved<memory>(source.view, place, offset);
     }
     VORN_INLINE Pixel sampleMirrored(Sampler<memory> source, Vec2<float> sum, int across,
                                      int up) const {
