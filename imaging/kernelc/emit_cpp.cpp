@@ -381,8 +381,8 @@ private:
             onlyOwnPixels && !opaque.empty() && function.kind != FunctionKind::Warp;
         const auto instance = [&](const char* variable, const char* memory) {
             out_ += std::string("Text<") + memory + "> " + variable + ";\n" + variable +
-                    ".target = target;\n" + variable + ".setup_" + name + "(" +
-                    inMode(setupArguments, memory) + ");\n";
+                    ".target = target;\n" + variable + ".points = &points;\n" + variable +
+                    ".setup_" + name + "(" + inMode(setupArguments, memory) + ");\n";
         };
         const auto call = [&](const char* variable, const char* memory) {
             std::string result =
@@ -390,12 +390,13 @@ private:
             if (function.kind == FunctionKind::Warp)
                 result =
                     std::string("sampleAt<") + memory + ">(view0, Vec2<Float>(" + result + "))";
-            out_ += std::string(variable) + ".place = place;\n" + variable + ".to = to;\n" +
+            out_ += std::string(variable) + ".place = place;\n" + variable +
+                    ".to = to;\npoints.next = 0;\n" +
                     (function.kind == FunctionKind::Warp ? variable + (".give(" + result + ")")
                                                          : result) +
                     ";\n";
         };
-        out_ += "const TargetView target = call->target;\n";
+        out_ += "const TargetView target = call->target;\nOnePoints points;\n";
         instance("text", "memory");
         if (onlyMirrors(kernel))
             out_ += "if constexpr (isPacked(memory)) if (text.moves_" + name + "(*call, " +

@@ -209,7 +209,7 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
 #ifdef VORN_HAS_PAIRS
 /// `sampleAt`, bilinear, where all lanes read one point: the same result, computed once.
 template <Memory memory>
-__attribute__((noinline)) Pixel sampleOnePoint(const SourceView& view, float x, float y) {
+__attribute__((noinline)) __m128 sampleOnePoint(const SourceView& view, float x, float y) {
     const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
     const auto whole = [](float value, int32_t origin, int32_t size) {
         const float low = static_cast<float>(origin) - 2.0f;
@@ -225,7 +225,6 @@ __attribute__((noinline)) Pixel sampleOnePoint(const SourceView& view, float x, 
         if (c < 0 || c >= view.width || r < 0 || r >= view.height) return nullptr;
         return view.bytes + r * view.rowBytes + static_cast<int64_t>(c) * bytesPerPixel(layout);
     };
-    __m128 result;
     if (layout == kPacked8) {
         const auto bytes = [](int channel) {
             return static_cast<int32_t>(0x80808000u + static_cast<uint32_t>(channel));
@@ -238,7 +237,7 @@ __attribute__((noinline)) Pixel sampleOnePoint(const SourceView& view, float x, 
             if (from) std::memcpy(&value, from, 4);
             return _mm_shuffle_epi8(_mm_cvtsi32_si128(value), places);
         };
-        result = blendOnePacked(texel(0, 0), texel(1, 0), texel(0, 1), texel(1, 1), fx, fy);
+        return blendOnePacked(texel(0, 0), texel(1, 0), texel(0, 1), texel(1, 1), fx, fy);
     } else {
         const auto pixel = [&](int32_t right, int32_t up) {
             const uint8_t* from = at(right, up);
@@ -246,26 +245,48 @@ __attribute__((noinline)) Pixel sampleOnePoint(const SourceView& view, float x, 
             if (layout == kFloat) return _mm_loadu_ps(reinterpret_cast<const float*>(from));
             return _mm_cvtph_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from)));
         };
-        result = blendOne(pixel(0, 0), pixel(1, 0), pixel(0, 1), pixel(1, 1), fx, fy);
+        return blendOne(pixel(0, 0), pixel(1, 0), pixel(0, 1), pixel(1, 1), fx, fy);
     }
-    float channels[4];
-    std::memcpy(channels, &result, sizeof channels);
-    return {Float(channels[0]), Float(channels[1]), Float(channels[2]), Float(channels[3])};
 }
 #endif
 
-/// The same as a call. A kernel with many reads, or with one that has to choose between all
-/// layouts, would take the compiler long if it had them inline, and be little the faster. Where
-/// blocks of pixels share their reads, as in a mosaic, those are made once.
+/// What a group's reads of one point for all lanes gave, in their order. Blocks of pixels, as in a
+/// mosaic, read the same points group after group.
+struct OnePoints {
+    struct Known {
+        const SourceView* view = nullptr;
+        float x, y, channels[4];
+    };
+    Known known[16];
+    uint32_t next = 0; ///< read of this group
+};
+
+/// `sampleAt` as a call. A kernel with many reads, or with one that has to choose between all
+/// layouts, would take the compiler long if it had them inline, and be little the faster.
 template <Memory memory>
-__attribute__((noinline)) Pixel calledSampleAt(const SourceView& view, Vec2<Float> point) {
+__attribute__((noinline)) Pixel sampleEach(const SourceView& view, Vec2<Float> point) {
+    return sampleAt<memory>(view, point);
+}
+
+/// The same; where blocks of pixels share their reads, those are made once.
+template <Memory memory>
+VORN_INLINE Pixel calledSampleAt(const SourceView& view, Vec2<Float> point,
+                                 [[maybe_unused]] OnePoints* points) {
 #ifdef VORN_HAS_PAIRS
     const float x = point.x.v[0], y = point.y.v[0];
-    if (view.layout != kPlanar && !view.nearest && view.width > 0 && view.height > 0 &&
-        allLanes(point.x == Float(x) && point.y == Float(y)))
-        return sampleOnePoint<memory>(view, x, y);
+    if (allLanes(point.x == Float(x) && point.y == Float(y)) && view.layout != kPlanar &&
+        !view.nearest && view.width > 0 && view.height > 0) {
+        OnePoints::Known& known = points->known[points->next++ % 16];
+        if (known.view != &view || known.x != x || known.y != y) {
+            const __m128 channels = sampleOnePoint<memory>(view, x, y);
+            std::memcpy(known.channels, &channels, sizeof channels);
+            known.view = &view, known.x = x, known.y = y;
+        }
+        return {Float(known.channels[0]), Float(known.channels[1]), Float(known.channels[2]),
+                Float(known.channels[3])};
+    }
 #endif
-    return sampleAt<memory>(view, point);
+    return sampleEach<memory>(view, point);
 }
 
 /// The pixels of a source in one row of it, transparent outside. `View` says how the source is
@@ -479,6 +500,7 @@ struct KernelBase {
     Place place;
     TargetView target;
     uint8_t* to; ///< the target's bytes of that place
+    OnePoints* points;
 
     VORN_INLINE Vec2<Float> destCoord() const {
         float steps[N];
@@ -492,15 +514,16 @@ struct KernelBase {
         if constexpr (isPacked(memory))
             return sampleAt<memory>(source.view, point);
         else
-            return calledSampleAt<memory>(source.view, point);
+            return calledSampleAt<memory>(source.view, point, points);
     }
     VORN_INLINE Pixel calledSample(Sampler<memory> source, Vec2<Float> point) const {
-        return calledSampleAt<memory>(source.view, point);
+        return calledSampleAt<memory>(source.view, point, points);
     }
     /// At a point that is the same for every pixel: what uniforms are made of.
     Vec4<float> sampleOnce(Sampler<memory> source, Vec2<float> point) const {
+        OnePoints none;
         const Pixel p =
-            calledSampleAt<memory>(source.view, Vec2<Float>{Float(point.x), Float(point.y)});
+            calledSampleAt<memory>(source.view, Vec2<Float>{Float(point.x), Float(point.y)}, &none);
         float first[4];
         std::memcpy(&first[0], &p.x, 4), std::memcpy(&first[1], &p.y, 4);
         std::memcpy(&first[2], &p.z, 4), std::memcpy(&first[3], &p.w, 4);
@@ -528,8 +551,10 @@ struct KernelBase {
                 up == kAsItIs ? 0 : static_cast<int>(sum.y) - 1, across, up);
         const Vec2<Float> p = destCoord();
         const SourceView view = source.view;
-        return calledSampleAt<memory>(view, {mirrored(p.x, Float(sum.x) - p.x, across),
-                                             mirrored(p.y, Float(sum.y) - p.y, up)});
+        return calledSampleAt<memory>(
+            view,
+            {mirrored(p.x, Float(sum.x) - p.x, across), mirrored(p.y, Float(sum.y) - p.y, up)},
+            points);
     }
     VORN_INLINE Pixel sampleHere(Sampler<memory> source) const {
         return loadHere<memory>(source.view, place);
