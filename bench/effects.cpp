@@ -1,11 +1,12 @@
-// Effects beside OpenCV's operations of the same family: 1920x1080 RGBA, 8 bits in and out, two
-// still pictures in the cache, as many threads on either side. Run by hand: bench_effects [ROUNDS
-// [FILTER]].
+// Effects beside OpenCV's operations and frei0r's plug-ins of the same family: 1920x1080 RGBA, 8
+// bits in and out, two still pictures in the cache, as many threads on either side (plug-ins have
+// one). Run by hand: bench_effects [ROUNDS [FILTER]].
 //
 // What the other side leaves out of the same work is said in brackets. Everything is measured in
 // turn, round after round, so that a busy moment of the machine hits all alike; the figures are the
 // best of all rounds, in Mpixel/s.
 
+#include "frei0r.h"
 #include "measure.h"
 #include "vorneffects/VornEffects.h"
 
@@ -128,6 +129,10 @@ int main(int count, char** arguments) {
         cv::resize(small, to, to.size(), 0, 0, cv::INTER_NEAREST);
     };
 #endif
+    const auto plugin = [&](const char* name,
+                            const std::vector<std::pair<int, double>>& parameters = {}) {
+        return frei0r(name, kWidth, kHeight, first.data(), target.data(), parameters);
+    };
     const double middle = 0.5;
     std::vector<Comparison> comparisons = {
         {"VECropCircle", {{"inputSize", middle}}, "multiply (mask made before)", masked},
@@ -184,6 +189,34 @@ int main(int count, char** arguments) {
          trail},
         {"VEEdgeDetect2", {}, "Laplacian (3x3, by channel)", laplacian},
         {"VE_ASCII_Art", {}, "resize down and up (no characters)", pixelated},
+        {"VECropCircle",
+         {{"inputSize", middle}},
+         "frei0r alphaspot (into alpha only)",
+         plugin("alphaspot", {{0, 0.5}})},
+        {"VEChromaKeyRGB",
+         {{"inputTolerance", 0.3}},
+         "frei0r bluescreen0r (hard edge)",
+         plugin("bluescreen0r")},
+        {"VEMirrors", {}, "frei0r flippo", plugin("flippo", {{0, 1}})},
+        {"VEWobble",
+         {{"inputMode", 7}, {"inputMixer", 1}},
+         "frei0r distort0r (nearest)",
+         plugin("distort0r", {{0, 0.1}})},
+        {"VEXFDissolveWithPixels",
+         {{"inputFadeStatus", middle}},
+         "frei0r pixeliz0r (one picture)",
+         plugin("pixeliz0r")},
+        {"VE_NoiseGenerator", {}, "frei0r nois0r (a number for each pixel)", plugin("nois0r")},
+        {"VE_CloudGenerator", {}, "frei0r plasma (sums of waves)", plugin("plasma")},
+        {"VEDecay",
+         {{"inputAmount", 0.6},
+          {"inputScale", 127 / 255.0},
+          {"inputXpos", 127 / 255.0},
+          {"inputYpos", 127 / 255.0},
+          {"inputSkip", 1}},
+         "frei0r baltan (means of a few frames)",
+         plugin("baltan")},
+        {"VEEdgeDetect2", {}, "frei0r sobel (3x3)", plugin("sobel")},
         {"VEFreeze", {{"inputFreeze", 1}}, "copy", copy},
         {"VE_Strobe_2", {}, "convertScaleAbs", dim},
     };
