@@ -1,6 +1,7 @@
 // Effects beside OpenCV's operations and frei0r's plug-ins of the same family: 1920x1080 RGBA, 8
 // bits in and out, two still pictures in the cache, as many threads on either side (plug-ins have
-// one). Run by hand: bench_effects [ROUNDS [FILTER]].
+// one). Run by hand: bench_effects [ROUNDS [FILTER [LEVEL]]],
+// FILTER may be empty.
 //
 // What the other side leaves out of the same work is said in brackets. Everything is measured in
 // turn, round after round, so that a busy moment of the machine hits all alike; the figures are the
@@ -220,11 +221,12 @@ int main(int count, char** arguments) {
         {"VEFreeze", {{"inputFreeze", 1}}, "copy", copy},
         {"VE_Strobe_2", {}, "convertScaleAbs", dim},
     };
-    if (count > 2)
+    const std::string level = count > 3 ? arguments[3] : "";
+    if (count > 2 && *arguments[2])
         std::erase_if(comparisons, [&](const Comparison& c) { return c.name != arguments[2]; });
     PlatformClock::drive(1'000'000'000);
     for (const int threads : {1, 2}) {
-        CIContext context({.device = DeviceKind::CPU, .threads = threads});
+        CIContext context({.device = DeviceKind::CPU, .threads = threads, .instructionSet = level});
 #ifdef VORN_WITH_OPENCV
         cv::setNumThreads(threads);
 #endif
