@@ -63,7 +63,7 @@ public:
             "using KernelBase<memory>::sample; using KernelBase<memory>::calledSample;\n"
             "using KernelBase<memory>::sampleHere; using KernelBase<memory>::sampleOnce; using "
             "KernelBase<memory>::sampleMirrored;\n"
-            "using KernelBase<memory>::sampleMoved;\n"
+            "using KernelBase<memory>::sampleMoved; using KernelBase<memory>::sampleShared;\n"
             "using KernelBase<memory>::give; using KernelBase<memory>::giveHere; using "
             "KernelBase<memory>::giveOffset; using KernelBase<memory>::giveNothing;\n"
             "using KernelBase<memory>::sampleOffset; using KernelBase<memory>::sampleStrided;\n"

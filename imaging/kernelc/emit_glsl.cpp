@@ -138,6 +138,7 @@ vec4 sampleMoved(int source, vec2 offset) {
     const vec4 lower = c00 + (c10 - c00) * t.x, upper = c01 + (c11 - c01) * t.x;
     return lower + (upper - lower) * t.y;
 }
+vec4 sampleShared(int source, vec2 point) { return vorn_sample(source, point); }
 vec4 sampleOnce(int source, vec2 point) { return vorn_sample(source, point); }
 float vorn_mirrored(float here, float there, int mirroring) {
     return mirroring == 1 ? there : mirroring == 2 ? min(here, there) : mirroring == 3 ? max(here, there) : here;

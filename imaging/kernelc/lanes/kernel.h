@@ -207,7 +207,13 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
 }
 
 #ifdef VORN_HAS_PAIRS
-/// `sampleAt`, bilinear, where all lanes read one point: the same result, computed once.
+/// Whether all lanes read one point, bilinear.
+VORN_INLINE bool isOnePoint(const SourceView& view, Vec2<Float> point) {
+    return allLanes(point.x == Float(point.x.v[0]) && point.y == Float(point.y.v[0])) &&
+           view.layout != kPlanar && !view.nearest && view.width > 0 && view.height > 0;
+}
+
+/// `sampleAt` there: the same result, computed once.
 template <Memory memory>
 __attribute__((noinline)) __m128 sampleOnePoint(const SourceView& view, float x, float y) {
     const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
@@ -250,8 +256,22 @@ __attribute__((noinline)) __m128 sampleOnePoint(const SourceView& view, float x,
 }
 #endif
 
-/// What a group's reads of one point for all lanes gave, in their order. Blocks of pixels, as in a
-/// mosaic, read the same points group after group.
+/// The same as a call. A kernel with many reads, or with one that has to choose between all
+/// layouts, would take the compiler long if it had them inline, and be little the faster.
+template <Memory memory>
+__attribute__((noinline)) Pixel calledSampleAt(const SourceView& view, Vec2<Float> point) {
+#ifdef VORN_HAS_PAIRS
+    if (isOnePoint(view, point)) {
+        float channels[4];
+        const __m128 p = sampleOnePoint<memory>(view, point.x.v[0], point.y.v[0]);
+        std::memcpy(channels, &p, sizeof channels);
+        return {Float(channels[0]), Float(channels[1]), Float(channels[2]), Float(channels[3])};
+    }
+#endif
+    return sampleAt<memory>(view, point);
+}
+
+/// What a group's reads of one point for all lanes gave, in their order.
 struct OnePoints {
     struct Known {
         const SourceView* view = nullptr;
@@ -261,22 +281,15 @@ struct OnePoints {
     uint32_t next = 0; ///< read of this group
 };
 
-/// `sampleAt` as a call. A kernel with many reads, or with one that has to choose between all
-/// layouts, would take the compiler long if it had them inline, and be little the faster.
+/// The same for blocks of pixels that read the same points, as in a mosaic: what the group before
+/// has read is not read again.
 template <Memory memory>
-__attribute__((noinline)) Pixel sampleEach(const SourceView& view, Vec2<Float> point) {
-    return sampleAt<memory>(view, point);
-}
-
-/// The same; where blocks of pixels share their reads, those are made once.
-template <Memory memory>
-VORN_INLINE Pixel calledSampleAt(const SourceView& view, Vec2<Float> point,
-                                 [[maybe_unused]] OnePoints* points) {
+VORN_INLINE Pixel sharedSampleAt(const SourceView& view, Vec2<Float> point,
+                                 [[maybe_unused]] OnePoints& points) {
 #ifdef VORN_HAS_PAIRS
-    const float x = point.x.v[0], y = point.y.v[0];
-    if (allLanes(point.x == Float(x) && point.y == Float(y)) && view.layout != kPlanar &&
-        !view.nearest && view.width > 0 && view.height > 0) {
-        OnePoints::Known& known = points->known[points->next++ % 16];
+    if (isOnePoint(view, point)) {
+        const float x = point.x.v[0], y = point.y.v[0];
+        OnePoints::Known& known = points.known[points.next++ % 16];
         if (known.view != &view || known.x != x || known.y != y) {
             const __m128 channels = sampleOnePoint<memory>(view, x, y);
             std::memcpy(known.channels, &channels, sizeof channels);
@@ -286,7 +299,7 @@ VORN_INLINE Pixel calledSampleAt(const SourceView& view, Vec2<Float> point,
                 Float(known.channels[3])};
     }
 #endif
-    return sampleEach<memory>(view, point);
+    return calledSampleAt<memory>(view, point);
 }
 
 /// The pixels of a source in one row of it, transparent outside. `View` says how the source is
@@ -514,16 +527,18 @@ struct KernelBase {
         if constexpr (isPacked(memory))
             return sampleAt<memory>(source.view, point);
         else
-            return calledSampleAt<memory>(source.view, point, points);
+            return calledSampleAt<memory>(source.view, point);
     }
     VORN_INLINE Pixel calledSample(Sampler<memory> source, Vec2<Float> point) const {
-        return calledSampleAt<memory>(source.view, point, points);
+        return calledSampleAt<memory>(source.view, point);
+    }
+    VORN_INLINE Pixel sampleShared(Sampler<memory> source, Vec2<Float> point) const {
+        return sharedSampleAt<memory>(source.view, point, *points);
     }
     /// At a point that is the same for every pixel: what uniforms are made of.
     Vec4<float> sampleOnce(Sampler<memory> source, Vec2<float> point) const {
-        OnePoints none;
         const Pixel p =
-            calledSampleAt<memory>(source.view, Vec2<Float>{Float(point.x), Float(point.y)}, &none);
+            calledSampleAt<memory>(source.view, Vec2<Float>{Float(point.x), Float(point.y)});
         float first[4];
         std::memcpy(&first[0], &p.x, 4), std::memcpy(&first[1], &p.y, 4);
         std::memcpy(&first[2], &p.z, 4), std::memcpy(&first[3], &p.w, 4);
@@ -551,10 +566,8 @@ struct KernelBase {
                 up == kAsItIs ? 0 : static_cast<int>(sum.y) - 1, across, up);
         const Vec2<Float> p = destCoord();
         const SourceView view = source.view;
-        return calledSampleAt<memory>(
-            view,
-            {mirrored(p.x, Float(sum.x) - p.x, across), mirrored(p.y, Float(sum.y) - p.y, up)},
-            points);
+        return calledSampleAt<memory>(view, {mirrored(p.x, Float(sum.x) - p.x, across),
+                                             mirrored(p.y, Float(sum.y) - p.y, up)});
     }
     VORN_INLINE Pixel sampleHere(Sampler<memory> source) const {
         return loadHere<memory>(source.view, place);
