@@ -60,6 +60,13 @@ inline int periodOfTiles(double length, const Number& divisions) {
                : 0;
 }
 
+/// How many pixels of a picture, along each axis, make one where it is drawn so many times smaller:
+/// the whole part of that number where it is above 2, since a bilinear read takes four together.
+/// For `CIImage::imageWithReduction`.
+inline int timesSmaller(float scale) {
+    return scale > 2 ? static_cast<int>(std::min(scale, 4096.0f)) : 1;
+}
+
 // ---- Oversize guard ---------------------------------------------------------------------------
 // A filter that refuses large frames compares the area of its input with one of these limits, in
 // pixels, and says itself whether a frame of exactly the limit passes:

@@ -64,9 +64,32 @@ CIImage imageOfMemory(const std::shared_ptr<PixelMemory>& memory, CGColorSpace c
                        {}, colorSpace, kind);
 }
 
+/// The means of blocks of so many pixels, the one in the lower left corner at (0, 0). The extent is
+/// the image's in blocks; in the last column and row a mean is that of the pixels that there are.
+CIImage averaged(const CISampler& source, int across, int up) {
+    const CGRect extent = source.extent(), pixels = extent.integral();
+    if (!extent.isFinite() || extent.isEmpty()) return source.image();
+    constexpr int kMost = 64; // that a kernel adds up at once
+    const auto limited = [](int wanted, double size) {
+        return static_cast<int>(std::clamp<double>(wanted, 1, std::clamp<double>(size, 1, kMost)));
+    };
+    across = limited(across, extent.width), up = limited(up, extent.height);
+    if (across == 1 && up == 1) return source.image();
+    const auto function = frameworkKernel("CI_average", "CIResampleKernel");
+    if (!function) return source.image();
+    const CGRect blocks{(extent.x - pixels.x) / across, (extent.y - pixels.y) / up,
+                        extent.width / across, extent.height / up};
+    const auto reads =
+        RegionOfInterest::transformedBy({double(across), 0, 0, double(up), pixels.x, pixels.y});
+    return CIImage(makeKernelNode(
+        function, blocks, reads, {},
+        {source, across, up, CIVector(pixels.x, pixels.y), CIVector(pixels.width, pixels.height)}));
+}
+
 } // namespace
 } // namespace vorn::imaging
 
+using namespace vorn;
 using namespace vorn::imaging;
 
 CGRect CIImage::extent() const {
@@ -183,6 +206,20 @@ CIImage CIImage::imageKnownToEqual(const CIImage& other) const {
     return CIImage(std::move(node));
 }
 
+CIImage CIImage::imageWithReduction(int across, int up) const {
+    if (!node_ || node_->kind != Node::Kind::Kernel) return *this;
+    const kernelc::Function& declaration = node_->function->declaration();
+    if (kernelc::givenCount(declaration) == declaration.parameters.size()) return *this;
+    const CISampler& first = node_->samplers.front();
+    const CIImage means = averaged(first, across, up);
+    if (!means || means.node() == first.image().node()) return *this;
+    const CISampler small(means, {first.options().filter});
+    auto node = makeInPool<Node>(*node_);
+    if (!putOnTop(*node, means)) return *this;
+    node->samplers.back() = small;
+    return CIImage(std::move(node));
+}
+
 CIImage CIImage::imageByInsertingIntermediate() const {
     if (!node_) return {};
     auto node = makeNode(Node::Kind::Intermediate, node_->extent);
@@ -258,7 +295,7 @@ namespace {
 const char* typeName(kernelc::ParameterType type) {
     static const char* const names[] = {"an image",      "an image",      "a number",
                                         "a vector of 2", "a vector of 3", "a vector of 4",
-                                        "a number",      "a number"};
+                                        "a number",      "a number",      "an image"};
     return names[static_cast<size_t>(type)];
 }
 
@@ -306,9 +343,10 @@ std::shared_ptr<Node> makeKernelNode(const std::shared_ptr<const KernelFunction>
                                      const CIImage& image, KernelArguments arguments) {
     const kernelc::Function& declaration = function->declaration();
     const auto& parameters = declaration.parameters;
-    if (arguments.size() != parameters.size()) {
+    const size_t given = kernelc::givenCount(declaration);
+    if (arguments.size() != given) {
         std::printf("### CIKernel '%s' takes %zu arguments, not %zu\n", declaration.name.c_str(),
-                    parameters.size(), arguments.size());
+                    given, arguments.size());
         return nullptr;
     }
     auto node = makeNode(Node::Kind::Kernel, extent);
@@ -332,6 +370,10 @@ std::shared_ptr<Node> makeKernelNode(const std::shared_ptr<const KernelFunction>
             return nullptr;
         }
         node->arguments.push_back(argument);
+    }
+    for (size_t i = given; i < parameters.size(); ++i) {
+        const CISampler& first = node->samplers.front();
+        node->samplers.emplace_back(first.image(), first.options());
     }
     for (const CISampler& sampler : node->samplers)
         if (!putOnTop(*node, sampler.image())) return nullptr;

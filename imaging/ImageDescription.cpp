@@ -5,6 +5,7 @@
 
 #include <unordered_map>
 
+using namespace vorn;
 using namespace vorn::imaging;
 
 namespace {
@@ -99,8 +100,10 @@ private:
             out.arguments.push_back(std::visit(
                 [this](const auto& v) { return describeArgument(v); }, argument.value()));
         if (out.type == KernelType::Warp) out.image = describe(node.samplers[0].image());
+        const kernelc::Function& declaration = node.function->declaration();
+        const size_t reduced = declaration.parameters.size() - kernelc::givenCount(declaration);
         if (out.type != KernelType::Color)
-            for (size_t i = 0; i < node.samplers.size(); ++i)
+            for (size_t i = 0; i + reduced < node.samplers.size(); ++i)
                 out.regionsOfInterest.push_back(
                     node.regionOfInterest.rectFor(static_cast<int>(i), probe_));
     }

@@ -819,6 +819,58 @@ TEST(WholeReads, AreThePixelsAtEvenDistances) {
     }
 }
 
+TEST(WholeReads, AddUpBlocks) {
+    const int cases[][4] = {
+        {1, 1, 0, 0}, {2, 1, -3, 4}, {3, 5, -40, -9}, {20, 17, 1, 2}, {64, 64, -70, -60}};
+    for (const CIFormat format : kAllFormats) {
+        const Placed source = noise(48, 71, 39, -5, 3, format);
+        for (const auto& [across, up, x, y] : cases)
+            for (const CIFormat target : {CIFormat::RGBAf, format})
+                expectEverywhere(
+                    testKernel("WholeReads", "summed")
+                        .applyWithExtent({-20, -20, 60, 60},
+                                         RegionOfInterest::whole(source.image()),
+                                         {source.image(), across, up, x, y,
+                                          static_cast<float>(1.0 / (across * up))}),
+                    {-20, -20, 60, 60},
+                    [&, across = across, up = up, x = x, y = y](int px, int py) {
+                        Pixel sum{};
+                        for (int i = 0; i < across * up; ++i) {
+                            const Pixel p =
+                                source.at(px * across + x + i % across, py * up + y + i / across);
+                            for (size_t c = 0; c < 4; ++c) sum[c] += p[c] / (across * up);
+                        }
+                        return sum;
+                    },
+                    target == CIFormat::RGBAf ? 1e-4 : 0.51 / 255, target);
+    }
+}
+
+// Means of blocks from the lower left corner on; those at the other ends have fewer pixels.
+TEST(WholeReads, ReduceImages) {
+    for (const CIFormat format : {CIFormat::RGBA8, CIFormat::RGBAf})
+        for (const auto& [across, up] : {std::pair{1, 1}, {4, 3}, {1, 7}, {500, 2}}) {
+            const Placed source = noise(49, 37, 29, -5, 3, format);
+            const CISampler sampler(source.image(), {.filter = SamplerFilter::Nearest});
+            expectEverywhere(
+                testKernel("WholeReads", "blocks")
+                    .applyWithExtent(sampler.extent(), RegionOfInterest::identity(), {sampler})
+                    .imageWithReduction(across, up),
+                sampler.extent(),
+                [&, across = std::min(across, 37), up = up](int x, int y) {
+                    const int left = (x + 5) / across * across - 5, low = (y - 3) / up * up + 3;
+                    const int columns = std::min(across, 32 - left), rows = std::min(up, 32 - low);
+                    Pixel mean{};
+                    for (int i = 0; i < columns * rows; ++i) {
+                        const Pixel p = source.at(left + i % columns, low + i / columns);
+                        for (size_t c = 0; c < 4; ++c) mean[c] += p[c] / (columns * rows);
+                    }
+                    return mean;
+                },
+                1e-4);
+        }
+}
+
 TEST(WholeReads, AtTheOwnPlaceAndBesideAreTransparentOutside) {
     const Placed source = noise(43, 37, 29, -5, 3);
     expectEverywhere(

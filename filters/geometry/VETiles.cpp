@@ -14,8 +14,11 @@ public:
     CIImage outputImage() override {
         if (area(inputImage) > kFixedArea23764000) return errorImage.imageFor("FX 127");
         const CISampler source(inputImage);
-        const CIImage tiles = kernel.applyWithExtent(
-            source.extent(), RegionOfInterest::whole(source), {source, inputMixer, inputDivisions});
+        const int smaller = timesSmaller(inputDivisions.floatValue());
+        const CIImage tiles = kernel
+                                  .applyWithExtent(source.extent(), RegionOfInterest::whole(source),
+                                                   {source, inputMixer, inputDivisions})
+                                  .imageWithReduction(smaller, smaller);
         if (inputMixer.floatValue() != 1) return tiles;
         return tiles.imageWithPeriod(periodOfTiles(source.extent().width, inputDivisions),
                                      periodOfTiles(source.extent().height, inputDivisions));

@@ -16,9 +16,12 @@ public:
     CIImage outputImage() override {
         if (area(inputImage) > kFixedArea23764000) return errorImage.imageFor("FX 128");
         const CISampler source(inputImage);
-        const CIImage tiles = kernel.applyWithExtent(
-            source.extent(), RegionOfInterest::whole(source),
-            {source, inputMixer, inputXdiv, inputYdiv, inputXoffset, inputYoffset});
+        const CIImage tiles = kernel
+                                  .applyWithExtent(source.extent(), RegionOfInterest::whole(source),
+                                                   {source, inputMixer, inputXdiv, inputYdiv,
+                                                    inputXoffset, inputYoffset})
+                                  .imageWithReduction(smaller(inputXdiv, inputXoffset),
+                                                      smaller(inputYdiv, inputYoffset));
         if (inputMixer.floatValue() != 1) return tiles;
         return tiles.imageWithPeriod(periodOfTiles(source.extent().width, inputXdiv),
                                      periodOfTiles(source.extent().height, inputYdiv));
@@ -29,6 +32,12 @@ public:
     VORN_FILTER(VETiles_2, inputImage, inputXdiv, inputYdiv, inputXoffset, inputYoffset, inputMixer)
 
 private:
+    /// How many times smaller a tile is than the picture: a spacing above 1 takes hundredths away.
+    static int smaller(const Number& divisions, const Number& spacing) {
+        const float left = 1 - 0.01f * std::clamp(spacing.floatValue() - 1, 0.0f, 99.0f);
+        return timesSmaller(std::max(divisions.floatValue(), 1.0f) / left);
+    }
+
     inline static CIKernel kernel;
     ErrorImage errorImage;
 };

@@ -22,11 +22,15 @@ public:
         if (mode < 0) return inputImage;
         const CISampler source(inputImage);
         const Layout& layout = kLayouts[mode];
-        return kernels[mode].applyWithExtent(
-            source.extent(), RegionOfInterest::whole(source),
-            {source, inputScale, inputRepeats,
-             static_cast<float>(layout.x.factor * (inputOffsetX.floatValue() - layout.x.center)),
-             static_cast<float>(layout.y.factor * (inputOffsetY.floatValue() - layout.y.center))});
+        const int smaller = timesSmaller(inputScale.floatValue());
+        return kernels[mode]
+            .applyWithExtent(source.extent(), RegionOfInterest::whole(source),
+                             {source, inputScale, inputRepeats,
+                              static_cast<float>(layout.x.factor *
+                                                 (inputOffsetX.floatValue() - layout.x.center)),
+                              static_cast<float>(layout.y.factor *
+                                                 (inputOffsetY.floatValue() - layout.y.center))})
+            .imageWithReduction(smaller, smaller);
     }
 
     CIImage inputImage;

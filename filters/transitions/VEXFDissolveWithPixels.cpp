@@ -29,8 +29,10 @@ public:
         const auto margin = static_cast<float>(block * 0.1);
         // The rule shrinks what it is asked for; the framework takes it for no rule at all.
         const CISampler blocks(mixed);
-        return kernels[1].applyWithExtent(blocks.extent(), RegionOfInterest::grownBy(-margin),
-                                          {blocks, block});
+        const int quarter = timesSmaller(block / 2);
+        return kernels[1]
+            .applyWithExtent(blocks.extent(), RegionOfInterest::grownBy(-margin), {blocks, block})
+            .imageWithReduction(quarter, quarter);
     }
 
     CIImage inputImage, inputTargetImage;

@@ -172,8 +172,15 @@ int Plan::stepFor(const CIImage& image) {
     size_t source = 0;
     if (!warps)
         for (const kernelc::Parameter& parameter : function.declaration().parameters)
-            if (kernelc::isImage(parameter.type))
+            if (kernelc::isImage(parameter.type)) {
+                if (parameter.type == kernelc::ParameterType::Reduced) {
+                    edges[source].reduced = true;
+                    // Where nobody has said how far, it is the image itself.
+                    if (edges[source].step != edges[0].step)
+                        steps_[static_cast<size_t>(edges[source].step)].isReduced = true;
+                }
                 edges[source++].ownPixelOnly = parameter.readsOwnPixelOnly;
+            }
     step.firstEdge = static_cast<int>(edges_.size());
     step.edgeCount = static_cast<int>(node->samplers.size());
     edges_.insert(edges_.end(), edges.begin(), edges.begin() + step.edgeCount);
@@ -198,6 +205,20 @@ IntRect Plan::readBy(const RegionOfInterest& rule, int index, const CGRect& dest
     }
 }
 
+IntRect Plan::readReduced(const Step& step, const Edge& edge, const CGRect& destination) const {
+    const Edge& first = edges_[static_cast<size_t>(step.firstEdge)];
+    const IntRect& whole = steps_[static_cast<size_t>(first.step)].extent;
+    const IntRect read = readBy(step.node->regionOfInterest, 0, destination, whole);
+    const CGRect from = first.extent, to = edge.extent;
+    if (from.isEmpty() || !from.isFinite() || !read.isInReach())
+        return steps_[static_cast<size_t>(edge.step)].extent;
+    const double x = to.width / from.width, y = to.height / from.height;
+    const CGAffineTransform toReduced{x, 0, 0, y, to.x - from.x * x, to.y - from.y * y};
+    const CGRect rect{double(read.x0), double(read.y0), double(read.width()),
+                      double(read.height())};
+    return IntRect::around(toReduced.boundsOf(rect).grownBy(1));
+}
+
 void Plan::propagateNeeds(const IntRect& rect) {
     Step& last = steps_[static_cast<size_t>(root_.step)];
     last.needed = rect.intersection(root_.clip).intersection(last.extent);
@@ -212,7 +233,9 @@ void Plan::propagateNeeds(const IntRect& rect) {
             Step& source = steps_[static_cast<size_t>(edge.step)];
             IntRect wanted = step.needed;
             if (!edge.ownPixelOnly) {
-                wanted = readBy(step.node->regionOfInterest, e, destination, source.extent);
+                wanted = edge.reduced
+                             ? readReduced(step, edge, destination)
+                             : readBy(step.node->regionOfInterest, e, destination, source.extent);
                 if (!source.isMemory) source.materialised = true;
             }
             source.needed =

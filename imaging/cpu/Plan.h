@@ -48,7 +48,8 @@ struct Edge {
     IntRect clip = IntRect::everywhere();
     bool ownPixelOnly = false; ///< read at the pixel that is written and nowhere else
     bool nearest = false;
-    CGRect extent; ///< what the kernel is told
+    bool reduced = false; ///< the first source with fewer pixels
+    CGRect extent;        ///< what the kernel is told
 };
 
 struct Step {
@@ -64,6 +65,7 @@ struct Step {
     IntRect extent;            ///< nothing but transparent black outside
     IntRect needed;            ///< what all readers together read of it
     bool materialised = false; ///< computed once, as a whole, into memory of its own
+    bool isReduced = false;    ///< only means of pixels, so that theirs are bits enough
     int period[2] = {0, 0};    ///< as in the node
 };
 
@@ -96,6 +98,8 @@ private:
     /// measured from (0, 0) when the source lies elsewhere.
     static IntRect readBy(const RegionOfInterest& rule, int index, const CGRect& destination,
                           const IntRect& source);
+    /// The same of a reduced image, from what the kernel may read of the image itself.
+    IntRect readReduced(const Step& step, const Edge& edge, const CGRect& destination) const;
     void fail(std::string problem);
 
     PlanSettings settings_;

@@ -115,18 +115,20 @@ private:
     void run(const IntRect& rect, const Target& target) {
         for (Step& step : plan_.steps()) {
             if (!step.materialised || step.needed.isEmpty()) continue;
-            const int64_t rowBytes =
-                int64_t(step.needed.width()) * (intermediate_ == kFloat ? 16 : 8);
+            const int32_t layout = layoutOf(step);
+            const int64_t rowBytes = int64_t(step.needed.width()) * (layout == kFloat  ? 16
+                                                                     : layout == kHalf ? 8
+                                                                                       : 4);
             Buffer& buffer = acquire(static_cast<uint64_t>(rowBytes) *
                                      static_cast<uint64_t>(step.needed.height()));
-            const TargetView view{buffer.bytes.get(), rowBytes, 0, intermediate_, {0, 1, 2, 3}};
+            const TargetView view{buffer.bytes.get(), rowBytes, 0, layout, {0, 1, 2, 3}};
             Edge self;
             self.step = static_cast<int>(&step - plan_.steps().data());
             compute(self, step.needed, view);
             step.memory = {view.bytes,
                            rowBytes,
                            0,
-                           intermediate_,
+                           layout,
                            {0, 1, 2, 3},
                            step.needed.x0,
                            step.needed.y0,
@@ -151,6 +153,16 @@ private:
         for (int y = 0; y < rect.height(); ++y)
             std::memcpy(static_cast<uint8_t*>(target.bytes) + size_t(y) * target.bytesPerRow,
                         beside.bytes.get() + size_t(y) * row, row);
+    }
+
+    /// How a step is kept that is computed once: means of 8-bit pixels in as many.
+    int32_t layoutOf(const Step& step) {
+        if (!step.isReduced || intermediate_ == kFloat) return intermediate_;
+        for (int e = 0; e < step.edgeCount; ++e) {
+            const Step& source = plan_.steps()[static_cast<size_t>(plan_.edgesOf(step)[e].step)];
+            if (!source.isMemory || source.memory.layout != kPacked8) return intermediate_;
+        }
+        return kPacked8;
     }
 
     bool readsTarget(const IntRect& rect, const Target& target) {

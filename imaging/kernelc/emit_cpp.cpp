@@ -67,6 +67,7 @@ public:
             "using KernelBase<memory>::give; using KernelBase<memory>::giveHere; using "
             "KernelBase<memory>::giveOffset; using KernelBase<memory>::giveNothing;\n"
             "using KernelBase<memory>::sampleOffset; using KernelBase<memory>::sampleStrided;\n"
+            "using KernelBase<memory>::sampleSum;\n"
             "using KernelBase<memory>::samplerCoord; using KernelBase<memory>::samplerSize;\n"
             "using KernelBase<memory>::samplerOrigin; using KernelBase<memory>::samplerExtent;\n";
         size_t at = 0;
@@ -276,7 +277,7 @@ private:
             return 1;
         }
         if (now.is("for")) forHeader_ = parentheses_ + 1;
-        if (now.is("sampler")) {
+        if (now.is("sampler") || now.is("reduced")) {
             out_ += "Sampler<memory> ";
             return 1;
         }
@@ -364,7 +365,7 @@ private:
             if (isImage(parameter.type)) {
                 out_ += view(source);
                 const std::string number = "view" + std::to_string(source++);
-                const bool sampler = parameter.type == ParameterType::Sampler;
+                const bool sampler = parameter.type != ParameterType::Pixel;
                 arguments +=
                     sampler ? "Sampler<%>{" + number + "}" : "loadHere<%>(" + number + ", place)";
                 setupArguments += sampler ? "Sampler<%>{" + number + "}" : "Pixel()";

@@ -127,6 +127,14 @@ vec4 sampleStrided(int source, int strideX, int strideY, int x, int y) {
     return vorn_fetch(source, (vornCall.region.xy + ivec2(gl_GlobalInvocationID.xy)) * ivec2(strideX, strideY) + ivec2(x, y));
 }
 vec4 sampleOffset(int source, int x, int y) { return sampleStrided(source, 1, 1, x, y); }
+vec4 sampleSum(int source, int across, int up, int x, int y) {
+    const ivec2 block = clamp(ivec2(across, up), ivec2(1), ivec2(64));
+    const ivec2 first = (vornCall.region.xy + ivec2(gl_GlobalInvocationID.xy)) * ivec2(across, up) + ivec2(x, y);
+    vec4 sum = vec4(0.0);
+    for (int j = 0; j < block.y; ++j)
+        for (int i = 0; i < block.x; ++i) sum += vorn_fetch(source, first + ivec2(i, j));
+    return sum;
+}
 vec4 sampleMoved(int source, vec2 offset) {
     const vec2 p = vornCall.sources[source].pixels.w < 0 ? offset + 0.5 : offset;
     const vec2 whole = clamp(floor(p), -1.0e8, 1.0e8);
@@ -187,7 +195,7 @@ std::string emitGlsl(const Source& source, const KernelDeclaration& kernel) {
     for (const Parameter& parameter : kernel.function.parameters) {
         if (!arguments.empty()) arguments += ", ";
         if (isImage(parameter.type)) {
-            arguments += parameter.type == ParameterType::Sampler
+            arguments += parameter.type != ParameterType::Pixel
                              ? std::to_string(sources)
                              : "sampleOffset(" + std::to_string(sources) + ", 0, 0)";
             ++sources;
@@ -245,7 +253,7 @@ std::string emitGlsl(const Source& source, const KernelDeclaration& kernel) {
             continue;
         } else if (isDefinedHere(token) && (at == 0 || !tokens[at - 1].is("."))) {
             out += "vorn_" + token.text;
-        } else if (token.is("sampler")) {
+        } else if (token.is("sampler") || token.is("reduced")) {
             out += "int ";
         } else if (token.is("__sample")) {
             out += "vec4 ";

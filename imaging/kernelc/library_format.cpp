@@ -79,6 +79,13 @@ size_t sourceCount(const Function& function) {
     return count;
 }
 
+size_t givenCount(const Function& function) {
+    size_t count = 0;
+    for (const Parameter& parameter : function.parameters)
+        count += parameter.type != ParameterType::Reduced;
+    return count;
+}
+
 size_t callBytes(const Function& function) {
     size_t arguments = 0;
     for (const Parameter& parameter : function.parameters)

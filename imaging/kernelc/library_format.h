@@ -16,7 +16,7 @@
 
 namespace vorn::kernelc {
 
-inline constexpr uint32_t kFormatVersion = 2;
+inline constexpr uint32_t kFormatVersion = 3;
 
 enum class FunctionKind : uint8_t { General = 0, Color = 1, Warp = 2 };
 enum class ParameterType : uint8_t {
@@ -27,7 +27,8 @@ enum class ParameterType : uint8_t {
     Vec3,
     Vec4,
     Int,
-    Uint
+    Uint,
+    Reduced, ///< the first sampler's image with fewer pixels; nobody hands it over
 };
 
 /// How many 32-bit values a parameter takes in the flattened arguments; 0 for image parameters.
@@ -35,6 +36,7 @@ constexpr int flattenedSize(ParameterType type) {
     switch (type) {
     case ParameterType::Sampler:
     case ParameterType::Pixel:
+    case ParameterType::Reduced:
         return 0;
     case ParameterType::Vec2:
         return 2;
@@ -47,7 +49,8 @@ constexpr int flattenedSize(ParameterType type) {
     }
 }
 constexpr bool isImage(ParameterType type) {
-    return type == ParameterType::Sampler || type == ParameterType::Pixel;
+    return type == ParameterType::Sampler || type == ParameterType::Pixel ||
+           type == ParameterType::Reduced;
 }
 
 struct Parameter {
@@ -70,6 +73,8 @@ inline constexpr size_t kMostPushedBytes = 128;
 inline constexpr size_t kRegionBytes = 16, kSourceBytes = 32;
 /// How many images a function reads; a warp kernel's image counts.
 size_t sourceCount(const Function& function);
+/// How many of its parameters are handed over: all but the reduced images, which come last.
+size_t givenCount(const Function& function);
 size_t callBytes(const Function& function);
 
 struct Code {

@@ -128,7 +128,8 @@ private:
             {"sampler", ParameterType::Sampler}, {"__sample", ParameterType::Pixel},
             {"float", ParameterType::Float},     {"vec2", ParameterType::Vec2},
             {"vec3", ParameterType::Vec3},       {"vec4", ParameterType::Vec4},
-            {"int", ParameterType::Int},         {"uint", ParameterType::Uint}};
+            {"int", ParameterType::Int},         {"uint", ParameterType::Uint},
+            {"reduced", ParameterType::Reduced}};
         KernelDeclaration kernel;
         kernel.firstToken = first;
         const bool returnsPoint = token(first + 1).is("vec2");
@@ -138,7 +139,7 @@ private:
         expect(first + 3, "(");
         kernel.parametersToken = first + 3;
         size_t at = first + 4;
-        bool samplers = false, pixels = false;
+        bool samplers = false, pixels = false, reduced = false;
         while (!token(at).is(")")) {
             if (!kernel.function.parameters.empty()) expect(at++, ",");
             const auto type = types.find(token(at).text);
@@ -147,12 +148,17 @@ private:
             Parameter parameter{token(at + 1).text, type->second, false};
             samplers |= parameter.type == ParameterType::Sampler;
             pixels |= parameter.type == ParameterType::Pixel;
+            if (reduced && parameter.type != ParameterType::Reduced)
+                fail(at, "reduced images stand after all other parameters");
+            reduced |= parameter.type == ParameterType::Reduced;
             if (token(at + 1).kind != Token::Kind::Identifier) fail(at + 1, "expected a name");
             kernel.function.parameters.push_back(std::move(parameter));
             at += 2;
         }
         if (samplers && pixels)
             fail(first, "a kernel has sampler or __sample parameters, not both");
+        if (reduced && !samplers)
+            fail(first, "a reduced image is that of the first sampler, and there is none");
         if (returnsPoint && (samplers || pixels))
             fail(first, "a warp kernel takes no image; its result says where to read");
         kernel.function.kind = returnsPoint ? FunctionKind::Warp

@@ -74,6 +74,10 @@ public:
     /// gives the other picture. Descriptions do not show it. Of images that no kernel made, the
     /// image itself.
     CIImage imageKnownToEqual(const CIImage& other) const;
+    /// The same image, whose kernel reads its reduced image (`reduced` in the kernel language) in
+    /// means of so many pixels across and up, at most the whole picture. Descriptions do not show
+    /// it. Of images whose kernel has no reduced image, the image itself.
+    CIImage imageWithReduction(int across, int up) const;
     /// The same picture, computed once per render however often it is read.
     CIImage imageByInsertingIntermediate() const;
 

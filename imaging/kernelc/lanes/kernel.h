@@ -338,6 +338,106 @@ VORN_INLINE Pixel fetchInRow(const SourceView& view, int x, int y, int stride) {
     return {reversed(p.x), reversed(p.y), reversed(p.z), reversed(p.w)};
 }
 
+inline constexpr int kMostSummed = 64; ///< pixels of a block along each axis
+
+/// The sums of N blocks of `across` by `up` pixels, which lie side by side from the pixel (x, y)
+/// on; nothing is added outside of the source. Rows are added up first, as they lie in memory.
+template <Memory memory>
+__attribute__((noinline)) Pixel sumsOfBlocks(SourceView view, int x, int y, int across, int up) {
+    across = across < 1 ? 1 : across > kMostSummed ? kMostSummed : across;
+    up = up < 1 ? 1 : up > kMostSummed ? kMostSummed : up;
+    const int left = x - view.x0, all = across * N;
+    const int first = left < 0 ? -left : 0;
+    const int last = all < view.width - left ? all : view.width - left;
+    const int bottom = view.y0 + view.height - 1 - y, top = bottom - up + 1;
+    const int lowest = bottom < view.height ? bottom + 1 : view.height;
+    const int highest = top < 0 ? 0 : top;
+    float blocks[4][N] = {};
+    const auto rowBytes = [&](int row) {
+        const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
+        return view.bytes + row * view.rowBytes +
+               static_cast<int64_t>(left + first) * bytesPerPixel(layout);
+    };
+    const Float zero = 0.0f;
+    if (first >= last || highest >= lowest) return {zero, zero, zero, zero};
+    if (isPacked(memory) || view.layout == kPacked8) {
+        uint16_t columns[kMostSummed * N * 4];
+        std::memset(columns, 0, static_cast<size_t>(all) * 8);
+        for (int row = highest; row < lowest; ++row) {
+            const uint8_t* from = rowBytes(row);
+            uint16_t* to = columns + first * 4;
+            const int count = (last - first) * 4;
+            int i = 0;
+            for (; i + 16 <= count; i += 16) {
+                using Bytes = uint8_t __attribute__((vector_size(16)));
+                using Words = uint16_t __attribute__((vector_size(32)));
+                Bytes bytes;
+                Words words;
+                std::memcpy(&bytes, from + i, sizeof bytes);
+                std::memcpy(&words, to + i, sizeof words);
+                words += __builtin_convertvector(bytes, Words);
+                std::memcpy(to + i, &words, sizeof words);
+            }
+            for (; i < count; ++i) to[i] = static_cast<uint16_t>(to[i] + from[i]);
+        }
+        const int places[4] = {view.order.r, view.order.g, view.order.b, view.order.a};
+        if (across * up <= 257) { // the sums of four channels fit into one number side by side
+            uint64_t sums[N];
+            for (int block = 0; block < N; ++block) {
+                uint64_t sum = 0;
+                for (int i = 0; i < across; ++i) {
+                    uint64_t pixel;
+                    std::memcpy(&pixel, columns + (block * across + i) * 4, sizeof pixel);
+                    sum += pixel;
+                }
+                sums[block] = sum;
+            }
+            for (int c = 0; c < 4; ++c)
+                for (int block = 0; block < N; ++block)
+                    blocks[c][block] = static_cast<float>(static_cast<int32_t>(
+                                           (sums[block] >> (16 * places[c])) & 0xffff)) *
+                                       (1.0f / 255.0f);
+        } else {
+            for (int block = 0; block < N; ++block) {
+                uint32_t sums[4] = {};
+                const uint16_t* from = columns + block * across * 4;
+                for (int i = 0; i < across; ++i)
+                    for (int c = 0; c < 4; ++c) sums[c] += from[i * 4 + c];
+                for (int c = 0; c < 4; ++c)
+                    blocks[c][block] = static_cast<float>(sums[places[c]]) * (1.0f / 255.0f);
+            }
+        }
+    } else {
+        float columns[4][kMostSummed * N + N]; // whole groups from `first` on
+        for (auto& plane : columns) std::memset(plane, 0, static_cast<size_t>(all + N) * 4);
+        for (int row = highest; row < lowest; ++row) {
+            const uint8_t* from = rowBytes(row);
+            for (int i = first; i < last; i += N) {
+                const int count = last - i < N ? last - i : N;
+                const Pixel p = loadGroup<memory>(
+                    view, from + static_cast<int64_t>(i - first) * bytesPerPixel(view.layout),
+                    count);
+                const Float planes[4] = {p.x, p.y, p.z, p.w}; // 0 from `count` on
+                for (int c = 0; c < 4; ++c) {
+                    Float sum;
+                    std::memcpy(&sum, columns[c] + i, sizeof sum);
+                    sum = sum + planes[c];
+                    std::memcpy(columns[c] + i, &sum, sizeof sum);
+                }
+            }
+        }
+        for (int c = 0; c < 4; ++c)
+            for (int block = 0; block < N; ++block)
+                for (int i = 0; i < across; ++i) blocks[c][block] += columns[c][block * across + i];
+    }
+    Pixel sums;
+    std::memcpy(&sums.x, blocks[0], sizeof blocks[0]);
+    std::memcpy(&sums.y, blocks[1], sizeof blocks[1]);
+    std::memcpy(&sums.z, blocks[2], sizeof blocks[2]);
+    std::memcpy(&sums.w, blocks[3], sizeof blocks[3]);
+    return sums;
+}
+
 /// The same of packed pixels that stay as they are, at a stride of 1.
 __attribute__((noinline)) inline Texels texelsAtBorder(SourceView view, int column, int row) {
     uint32_t texels[N];
@@ -551,6 +651,10 @@ struct KernelBase {
                                     int y) const {
         return fetchInRow<memory>(source.view, place.x * strideX + x, place.y * strideY + y,
                                   strideX);
+    }
+    VORN_INLINE Pixel sampleSum(Sampler<memory> source, int across, int up, int x, int y) const {
+        return sumsOfBlocks<memory>(source.view, place.x * across + x, place.y * up + y, across,
+                                    up);
     }
     VORN_INLINE Pixel sampleMoved(Sampler<memory> source, Vec2<float> offset) const {
         if constexpr (isPacked(memory))
