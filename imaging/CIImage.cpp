@@ -156,6 +156,15 @@ CIImage CIImage::imageByCroppingToRect(CGRect rect) const {
     return CIImage(std::move(node));
 }
 
+CIImage CIImage::imageByClampingToExtent() const {
+    if (!node_ || !node_->extent.isFinite() || node_->extent.isEmpty()) return *this;
+    const auto kernel = frameworkKernel("CI_clamp");
+    if (!kernel) return {};
+    const CISampler sampler(*this, {SamplerFilter::Nearest});
+    return CIImage(makeKernelNode(kernel, CGRect::infinite(), RegionOfInterest::whole(sampler), {},
+                                  {sampler}));
+}
+
 CIImage CIImage::imageByApplyingTransform(CGAffineTransform transform) const {
     if (!node_ || !transform.isFinite() || transform.determinant() == 0) return {};
     // A chain of transforms is one resampling.
@@ -279,6 +288,7 @@ CGRect RegionOfInterest::rectFor(int index, CGRect destination) const {
 // ---- Kernels ----------------------------------------------------------------------------------
 
 bool KernelArgument::isMissing() const {
+    if (mayBeMissing_) return false;
     return std::visit(
         [](const auto& value) {
             if constexpr (requires { value.isSet(); })
@@ -299,13 +309,18 @@ const char* typeName(kernelc::ParameterType type) {
     return names[static_cast<size_t>(type)];
 }
 
+/// Transparent, of empty extent.
+CIImage imageOfNothing() {
+    return CIImage::imageWithColor(CIColor(0, 0, 0, 0)).imageByCroppingToRect({});
+}
+
 /// Appends an argument to the flattened ones; false when it does not fit the parameter.
 bool flatten(const KernelArgument& argument, kernelc::ParameterType type, Node& node) {
     using kernelc::ParameterType;
     const auto& value = argument.value();
     if (kernelc::isImage(type)) {
         const auto* sampler = std::get_if<CISampler>(&value);
-        if (sampler) node.samplers.push_back(*sampler);
+        if (sampler) node.samplers.push_back(*sampler ? *sampler : CISampler(imageOfNothing()));
         return sampler != nullptr;
     }
     if (const auto* number = std::get_if<Number>(&value)) {
@@ -396,7 +411,8 @@ CIImage CIKernel::applyWithExtent(CGRect extent, const RegionOfInterest& regionO
 }
 
 CIImage CIKernel::applyWithExtent(CGRect extent, KernelArguments arguments) const {
-    if (function_ && type() != KernelType::Color) {
+    if (function_ && type() != KernelType::Color &&
+        kernelc::sourceCount(function_->declaration()) > 0) {
         std::printf("### CIKernel '%s' is no colour kernel and needs a region of interest\n",
                     function_->declaration().name.c_str());
         return {};

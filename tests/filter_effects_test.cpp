@@ -333,7 +333,7 @@ std::array<double, 3> straight(const Pixel& p) {
 }
 
 double keyed(double distance, double tolerance, double softness) {
-    const double reach = std::max(tolerance * softness, 1 / 128.0);
+    const double reach = 1 / 128.0 + (tolerance - 1 / 128.0) * softness;
     return smooth((distance - tolerance + reach) / (2 * reach));
 }
 Pixel withoutKey(const Pixel& p, std::array<double, 3> key, double share) {
@@ -408,6 +408,8 @@ INSTANTIATE_TEST_SUITE_P(
                   "VE_Tiles_tiles1(source, 1, 4) [0 0 5760 4125]",
                   frame(5760, 4125)},
         GraphCase{"TilesTooLarge", "VETiles", {}, "error FX 127", frame(5760, 4126)},
+        GraphCase{
+            "TilesOfNothing", "VETiles", {}, "VE_Tiles_tiles1(nothing, 1, 4) [0 0 0 0]", CIImage()},
         GraphCase{"Tiles2", "VETiles_2",
                   inputs({{"Xdiv", 2}, {"Ydiv", 3}, {"Xoffset", 4}, {"Yoffset", 5}}),
                   "VE_Tiles_2_tiles2(source, 1, 2, 3, 4, 5) [5 6 70 80]", frame(70, 80, {5, 6})},
@@ -612,8 +614,7 @@ TEST_P(Stories, GoAsTold) {
 }
 
 std::string noise(const char* kernel, const char* arguments) {
-    return "VE_NoiseGenerator_" + std::string(kernel) + "NoiseKernel(source, " + arguments +
-           ") own";
+    return "VE_NoiseGenerator_" + std::string(kernel) + "NoiseKernel(" + arguments + ")";
 }
 std::string clouds(const char* arguments) {
     return "VE_CloudGenerator_cloudGen_1(source, " + std::string(arguments) + ") [4 5 3840 2160]";
@@ -685,7 +686,7 @@ TEST(LongRunningNoise, StillMovesAFrameAtATime) {
             before = now;
         }
         EXPECT_GT(least, 0) << mode;
-        EXPECT_LT(most, 2 * least) << mode;
+        EXPECT_LT(most, 3 * least) << mode;
     }
     PlatformClock::release();
 }
@@ -758,7 +759,7 @@ INSTANTIATE_TEST_SUITE_P(
             frame(1921, 7)}),
     [](const auto& test) { return test.param.title; });
 
-TEST(Feedback, LeavesAFadingTrailAndNothingInThePadding) {
+TEST(Feedback, LeavesAFadingTrailAndNoBorderInThePadding) {
     filtered("VEDummy", frame(1, 1), {});
     const CIFilterRef decay = CIFilter::filterWithName("VEDecay");
     decay->setDefaults();
@@ -774,13 +775,16 @@ TEST(Feedback, LeavesAFadingTrailAndNothingInThePadding) {
         decay->setValueForKey(source.image(), "inputImage");
         return render(*cpuContexts().front(), decay->outputImage(), {0, 0, 20, 5});
     };
+    // The padding shows the last column once frames are captured, and no trail.
     next(white);
     double level = 255;
     for (int i = 0; i < 200; ++i) {
         const Bitmap result = next(black);
         level = std::nearbyint(std::max(0.0, std::min(level * 0.9, level - 0.51)));
         const auto expected = [&](int x, int) {
-            return x < 13 ? Pixel{level / 255, level / 255, level / 255, 1} : Pixel{};
+            return x < 13   ? Pixel{level / 255, level / 255, level / 255, 1}
+                   : x < 16 ? Pixel{0, 0, 0, 1}
+                            : Pixel{};
         };
         ASSERT_TRUE(isClose(result, expected, {1.01 / 255})) << i;
     }
@@ -837,8 +841,9 @@ INSTANTIATE_TEST_SUITE_P(
             {{"inputString", std::string(5000, 'x')}},
             {{0, {}, "source"},
              {0, {}, "error FX 175", 0, frame(5761, 3240)},
+             {0, {{"inputString", std::string()}}, "source", 0, frame(5760, 3240)},
              {0,
-              {{"inputString", std::string()}},
+              {{"inputString", InputValue()}},
               "VE_ASCII_Art_ascii_desatToGray(source, bitmap [0 0 552 30] ARGB8, 1, 0, 0, 24, 30, "
               "23) [0 0 5760 3240] [0 0 552 30]",
               0,
@@ -1007,10 +1012,10 @@ TEST(Freeze, ShowsTheFrameOnWhichItBegan) {
         const Bitmap live = i == 0 ? first : randomBitmap(random, 21, 9, CIFormat::RGBA8);
         filter->setValueForKey(live.image({3, 4}), "inputImage");
         const CIImage image = filter->outputImage();
-        // The frame's copy lies at the origin, and beside it there is nothing.
+        // The frame's copy lies at the origin. The padding repeats its last column.
         const CGRect bounds = i == 0 ? CGRect{3, 4, 21, 9} : CGRect{0, 0, 24, 9};
         EXPECT_TRUE(isClose(render(*cpuContexts().front(), image, bounds),
-                            [&](int x, int y) { return x < 21 ? first.pixel(x, y) : Pixel{}; }, {}))
+                            [&](int x, int y) { return first.pixel(std::min(x, 20), y); }, {}))
             << i;
     }
 }
@@ -1018,23 +1023,25 @@ TEST(Freeze, ShowsTheFrameOnWhichItBegan) {
 TEST(Strobe, FollowsItsWaveforms) {
     filtered("VEDummy", frame(1, 1), {});
     const double kPi = std::acos(-1.0);
-    // With the range in the middle, a size of 1/2, one cycle a second.
+    // With the range in the middle, one cycle a second: at a size of 1/2, and beyond 1, where the
+    // wave swings by the 0.35th power of it.
     struct Wave {
         int mode;
-        double speed;
+        double speed, size;
         std::function<double(double)> level;
     };
     const auto unit = [](double v) { return std::clamp(v, 0.0, 1.0); };
-    const double slow = 1 / 0.35;
+    const double slow = 1 / 0.35, swing = std::pow(32, 0.35);
     const Wave waves[] = {
-        {0, 1, [&](double x) { return unit(0.5 + 2 * std::sin(2 * kPi * x)); }},
-        {1, slow, [&](double x) { return unit(0.5 + 4 * std::sin(2 * kPi * x)); }},
-        {2, slow, [&](double x) { return unit(0.5 - 4 * std::sin(2 * kPi * x)); }},
-        {3, slow, [&](double x) { return unit(0.5 + std::sin(2 * kPi * x)); }},
-        {5, slow, [&](double x) { return unit(std::sin(kPi * x)); }},
-        {6, slow, [&](double x) { return 1 - unit(std::sin(kPi * x)); }},
-        {7, 2, [&](double x) { return unit(x * 1.075); }},
-        {8, 2, [&](double x) { return unit(1 - x * 1.075); }},
+        {0, 1, 0.5, [&](double x) { return unit(0.5 + 2.5 * std::sin(2 * kPi * x)); }},
+        {0, 1, 32, [&](double x) { return unit(0.5 + 2.5 * swing * std::sin(2 * kPi * x)); }},
+        {1, slow, 0.5, [&](double x) { return unit(0.5 + 5 * std::sin(2 * kPi * x)); }},
+        {2, slow, 32, [&](double x) { return unit(0.5 - 5 * swing * std::sin(2 * kPi * x)); }},
+        {3, slow, 0.5, [&](double x) { return unit(0.5 + 2 * std::sin(2 * kPi * x)); }},
+        {5, slow, 32, [&](double x) { return unit(0.5 + 2 * swing * (std::sin(kPi * x) - 0.5)); }},
+        {6, slow, 0.5, [&](double x) { return 1 - unit(2 * std::sin(kPi * x) - 0.5); }},
+        {7, 2, 0.5, [&](double x) { return unit(x * 1.075); }},
+        {8, 2, 0.5, [&](double x) { return unit(1 - x * 1.075); }},
     };
     Bitmap source(1, 1, CIFormat::RGBAf);
     source.set(0, 0, {0.8, 0.4, 0.2, 0.9});
@@ -1044,13 +1051,14 @@ TEST(Strobe, FollowsItsWaveforms) {
         filter->setDefaults();
         for (const auto& [key, value] : inputs({{"Mode", double(wave.mode)},
                                                 {"Speed", wave.speed},
-                                                {"Frequency", 0.5},
+                                                {"Frequency", wave.size},
                                                 {"Range", 127}}))
             filter->setValueForKey(value, key);
         filter->setValueForKey(source.image(), "inputImage");
         for (const double x : {0.0, 0.02, 0.2, 0.26, 0.4, 0.52, 0.77, 0.95}) {
             PlatformClock::drive(static_cast<uint64_t>(std::llround(x * 1e9)));
-            const double level = 1 + (wave.level(x) - 1) * 0.5;
+            const double depth = wave.mode >= 7 ? 0.5 : std::min(wave.size, 1.0);
+            const double level = 1 + (wave.level(x) - 1) * depth;
             const auto expected = [&](int, int) {
                 return Pixel{0.8 * level, 0.4 * level, 0.2 * level, 0.9};
             };

@@ -28,8 +28,9 @@ public:
         const double brightness = inputBrightness.floatValue() * 0.00392156862745098 - 0.5;
         return kernels[0].applyWithExtent(
             source.extent(), RegionOfInterest::whole(source),
-            {source, static_cast<float>(time), static_cast<float>(scale), static_cast<float>(speed),
-             static_cast<float>(cover), static_cast<float>(alpha), static_cast<float>(brightness)});
+            {KernelArgument::orNothing(source), static_cast<float>(time), static_cast<float>(scale),
+             static_cast<float>(speed), static_cast<float>(cover), static_cast<float>(alpha),
+             static_cast<float>(brightness)});
     }
 
     CIImage inputImage;

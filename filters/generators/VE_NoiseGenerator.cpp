@@ -1,5 +1,4 @@
-// Noise generator: moving noise of four kinds in the extent of the image, whose pixels are not
-// read.
+// Noise generator: moving noise of four kinds in the extent of the image, which is not read.
 #include "filters/shared/Motion.h"
 
 class VE_NoiseGenerator final : public CIFilter {
@@ -23,7 +22,6 @@ public:
             phase = scrollX = scrollY = 0;
         }
         const double elapsed = clock.seconds();
-        const CISampler source(inputImage);
         const float scale = inputScale.floatValue();
         const double speed = inputSpeed.floatValue();
         const double swept = speed * speed * elapsed;
@@ -40,8 +38,7 @@ public:
             break;
         case 3:
             frequency = static_cast<float>(scale * 500.0f + 1.0);
-            density = static_cast<float>(
-                std::pow(std::max(0.0f, 1.0f - input4.floatValue()), 4.5f) * 20 + 0.65);
+            density = static_cast<float>(std::pow(1.0f - input4.floatValue(), 4.5f) * 20 + 0.65);
             break;
         }
         advance(phase, mode == 3 ? swept * 10 : swept);
@@ -52,9 +49,9 @@ public:
         }
         const Period& period = kPeriods[std::max(mode, 0)];
         return kernels[std::max(mode, 0)].applyWithExtent(
-            source.extent(), RegionOfInterest::identity(),
-            {source, reduced(phase, period.phase), frequency, density,
-             reduced(scrollX, period.scroll), reduced(scrollY, period.scroll)});
+            inputImage.extent(), RegionOfInterest::identity(),
+            {reduced(phase, period.phase), frequency, density, reduced(scrollX, period.scroll),
+             reduced(scrollY, period.scroll)});
     }
 
     CIImage inputImage;
@@ -62,21 +59,21 @@ public:
     VORN_FILTER(VE_NoiseGenerator, inputImage, inputMode, inputScale, inputSpeed, input4, input5)
 
 private:
-    /// After which the kernels' patterns repeat. Single precision could not follow the motion of
-    /// days.
+    /// After which the kernels' patterns repeat, hours to days. Single precision could not follow
+    /// the motion for longer.
     struct Period {
         double phase, scroll;
     };
-    static constexpr double kTurns = 6.283185307179586 * 8192;
+    static constexpr double kTurns = 6.283185307179586 * 16384;
     static constexpr Period kPeriods[] = {
-        {65536, 65536}, {kTurns, 8192}, {kTurns, 8192}, {65536, 65536}};
+        {131072, 1048576}, {kTurns, 65536}, {kTurns, 65536}, {524288, 65536}};
     static float reduced(double value, double period) {
         return static_cast<float>(std::fmod(value, period));
     }
 
     /// 127/255 is rest; the square of the distance from it, away from the control's direction.
     static double velocity(const Number& control) {
-        const double offset = control.floatValue() - 0.4980392157;
+        const double offset = control.doubleValue() - 0.4980392157;
         return -std::fabs(offset) * offset;
     }
 

@@ -26,11 +26,11 @@ public:
             isComposite
                 ? composite(kLayouts[mode], width, height)
                 : kernels[mode].applyWithExtent(source.extent(), regionOfInterest(mode, source),
-                                                {source, inputMixer});
+                                                {KernelArgument::orNothing(source), inputMixer});
         if (!mirrored) return {};
-        const CIImage mixed =
-            kernels[kMixer].applyWithExtent(source.extent(), RegionOfInterest::grownBy(1),
-                                            {source, CISampler(mirrored), inputMixer});
+        const CIImage mixed = kernels[kMixer].applyWithExtent(
+            source.extent(), RegionOfInterest::grownBy(1),
+            {KernelArgument::orNothing(source), CISampler(mirrored), inputMixer});
         if (inputMixer.floatValue() == 0) return mixed.imageKnownToEqual(inputImage);
         return inputMixer.floatValue() == 1 ? mixed.imageKnownToEqual(mirrored) : mixed;
     }

@@ -15,10 +15,11 @@ public:
         if (area(inputImage) > kFixedArea23764000) return errorImage.imageFor("FX 127");
         const CISampler source(inputImage);
         const int smaller = timesSmaller(inputDivisions.floatValue());
-        const CIImage tiles = kernel
-                                  .applyWithExtent(source.extent(), RegionOfInterest::whole(source),
-                                                   {source, inputMixer, inputDivisions})
-                                  .imageWithReduction(smaller, smaller);
+        const CIImage tiles =
+            kernel
+                .applyWithExtent(source.extent(), RegionOfInterest::whole(source),
+                                 {KernelArgument::orNothing(source), inputMixer, inputDivisions})
+                .imageWithReduction(smaller, smaller);
         if (inputMixer.floatValue() != 1) return tiles;
         return tiles.imageWithPeriod(periodOfTiles(source.extent().width, inputDivisions),
                                      periodOfTiles(source.extent().height, inputDivisions));

@@ -16,12 +16,13 @@ public:
     CIImage outputImage() override {
         if (area(inputImage) > kFixedArea23764000) return errorImage.imageFor("FX 128");
         const CISampler source(inputImage);
-        const CIImage tiles = kernel
-                                  .applyWithExtent(source.extent(), RegionOfInterest::whole(source),
-                                                   {source, inputMixer, inputXdiv, inputYdiv,
-                                                    inputXoffset, inputYoffset})
-                                  .imageWithReduction(smaller(inputXdiv, inputXoffset),
-                                                      smaller(inputYdiv, inputYoffset));
+        const CIImage tiles =
+            kernel
+                .applyWithExtent(source.extent(), RegionOfInterest::whole(source),
+                                 {KernelArgument::orNothing(source), inputMixer, inputXdiv,
+                                  inputYdiv, inputXoffset, inputYoffset})
+                .imageWithReduction(smaller(inputXdiv, inputXoffset),
+                                    smaller(inputYdiv, inputYoffset));
         if (inputMixer.floatValue() != 1) return tiles;
         return tiles.imageWithPeriod(periodOfTiles(source.extent().width, inputXdiv),
                                      periodOfTiles(source.extent().height, inputYdiv));

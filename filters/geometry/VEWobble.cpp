@@ -93,7 +93,7 @@ private:
     static constexpr double kRest = 0.4980392157; ///< 127 of 255
     /// Whole turns of a phase that is passed on unwrapped; beyond them single precision would make
     /// it jerk.
-    static constexpr double kManyTurns = 6.283185307179586 * 65536;
+    static constexpr double kManyTurns = 6.283185307179586 * 262144;
 
     /// Nanoseconds to move on by. With the host's time every motion starts from zero in each frame
     /// and goes as far as that time.
@@ -132,13 +132,16 @@ private:
         const CGRect extent = source.extent();
         switch (values.size()) {
         case 2:
-            return kernel.applyWithExtent(extent, rule, {source, inputMixer, value(0), value(1)});
-        case 3:
-            return kernel.applyWithExtent(extent, rule,
-                                          {source, inputMixer, value(0), value(1), value(2)});
-        default:
             return kernel.applyWithExtent(
-                extent, rule, {source, inputMixer, value(0), value(1), value(2), value(3)});
+                extent, rule, {KernelArgument::orNothing(source), inputMixer, value(0), value(1)});
+        case 3:
+            return kernel.applyWithExtent(
+                extent, rule,
+                {KernelArgument::orNothing(source), inputMixer, value(0), value(1), value(2)});
+        default:
+            return kernel.applyWithExtent(extent, rule,
+                                          {KernelArgument::orNothing(source), inputMixer, value(0),
+                                           value(1), value(2), value(3)});
         }
     }
 

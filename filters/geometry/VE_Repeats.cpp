@@ -25,7 +25,7 @@ public:
         const int smaller = timesSmaller(inputScale.floatValue());
         return kernels[mode]
             .applyWithExtent(source.extent(), RegionOfInterest::whole(source),
-                             {source, inputScale, inputRepeats,
+                             {KernelArgument::orNothing(source), inputScale, inputRepeats,
                               static_cast<float>(layout.x.factor *
                                                  (inputOffsetX.floatValue() - layout.x.center)),
                               static_cast<float>(layout.y.factor *

@@ -12,10 +12,12 @@ public:
     CIImage outputImage() override {
         const CISampler source(inputImage);
         const LevelRamp ramp(input1Amount, input2Amount);
-        // The kernels compare with the sum of the three channels, which goes up to 3.
+        // The kernels compare with the sum of the three channels, which goes up to 3. Modes that
+        // are none stay as they are.
+        const float channels = inputMode.modeValue() < 0 ? 1.0f : 3.0f;
         return kernelForMode(kernels, inputMode)
             .applyWithExtent(source.extent(), RegionOfInterest::identity(),
-                             {source, 3.0f * ramp.high, 3.0f * ramp.low});
+                             {source, channels * ramp.high, channels * ramp.low});
     }
 
     CIImage inputImage;

@@ -15,8 +15,8 @@ inline float softnessOf(const Number& edge) {
 }
 
 /// A position, with the step of an 8-bit control that is added to every one.
-inline double placeOf(const Number& position) {
-    return position.floatValue() + 0.00392156862745098;
+inline float placeOf(const Number& position) {
+    return static_cast<float>(position.floatValue() + 0.00392156862745098);
 }
 
 /// What a positioned crop draws: even selectors up to 4 the normal shape, odd ones up to 5 the

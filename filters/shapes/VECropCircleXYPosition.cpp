@@ -31,8 +31,7 @@ public:
 private:
     CIVector center(int selector, float aspect) const {
         if (isPositionedShape(selector))
-            return CIVector(static_cast<float>(aspect * placeOf(inputXPosition)),
-                            static_cast<float>(placeOf(inputYPosition)));
+            return CIVector(aspect * placeOf(inputXPosition), placeOf(inputYPosition));
         if (selector == 0 || selector == 1) return CIVector(static_cast<float>(0.5 * aspect), 0.5);
         return CIVector(1.0, 1.0); // kept for modes off the table
     }

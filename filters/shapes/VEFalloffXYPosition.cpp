@@ -15,8 +15,7 @@ public:
         const int selector = shapeSelector(inputMode, inputIsXY);
         const float aspect = takesAspectAsSet(selector) ? inputAspect.floatValue() : 1.0f;
         const CIVector center = isPositionedShape(selector)
-                                    ? CIVector(static_cast<float>(placeOf(inputXPosition)),
-                                               static_cast<float>(placeOf(inputYPosition)))
+                                    ? CIVector(placeOf(inputXPosition), placeOf(inputYPosition))
                                     : CIVector(0.5, 0.5);
         return kernels[isReverseShape(selector)].applyWithExtent(
             source.extent(), RegionOfInterest::identity(),

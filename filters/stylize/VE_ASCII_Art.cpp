@@ -28,7 +28,7 @@ public:
 
     CIImage inputImage;
     Number inputScale, inputColour;
-    std::string inputString; ///< the ramp, emptiest character first; not advertised
+    std::optional<std::string> inputString; ///< the ramp, emptiest character first; not advertised
     Number inputMixer;
     VORN_FILTER(VE_ASCII_Art, inputImage, inputScale, inputColour, inputString, inputMixer)
 
@@ -37,10 +37,10 @@ private:
 
     /// Draws every byte of the ramp, as Mac Roman, into a cell of its own. The strip stays for the
     /// life of the filter, whatever the ramp becomes. False when there is no drawing on a strip so
-    /// long.
+    /// long, or on none.
     bool drawStrip() {
-        const std::string& ramp = inputString.empty() ? kRamp : inputString;
-        if (ramp.size() > kLongestRamp) return false;
+        const std::string& ramp = inputString ? *inputString : kRamp;
+        if (ramp.empty() || ramp.size() > kLongestRamp) return false;
         const auto width = static_cast<uint32_t>(kCellWidth * ramp.size());
         const size_t bytesPerRow = size_t{width} * 4;
         const std::shared_ptr<void> pixels(std::calloc(kCellHeight, bytesPerRow), &std::free);

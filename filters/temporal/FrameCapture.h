@@ -4,13 +4,12 @@
 #include "core/FilterSupport.h"
 
 #include <cmath>
-#include <cstdio>
 #include <memory>
 
 namespace vorn::filters {
 
-/// A surface for a frame of that size: BGRA, its width rounded up to a multiple of 8 pixels. The
-/// padding stays transparent. Null when the size is empty or beyond any surface.
+/// A surface for a frame of that size: BGRA, its width rounded up to a multiple of 8 pixels. Null
+/// when the size is empty or beyond any surface.
 inline IOSurfaceRef surfaceFor(double width, double height) {
     constexpr double kLargestSide = 131072;
     if (!(width >= 1 && height >= 1 && width <= kLargestSide && height <= kLargestSide))
@@ -21,6 +20,15 @@ inline IOSurfaceRef surfaceFor(double width, double height) {
     properties.bytesPerRow = size_t{properties.width} * properties.bytesPerElement;
     properties.allocSize = properties.bytesPerRow * properties.height;
     return Surface::create(properties);
+}
+
+/// Copies an image to a surface for it, and its last column to the padding: a filter that takes the
+/// surface's whole width for the picture's shows no border then.
+inline bool captureTo(Surface& surface, const CIImage& image, CGColorSpace colorSpace) {
+    const CGRect extent = image.extent();
+    const CGRect padded{extent.x, extent.y, double(surface.width()), extent.height};
+    return CIContext::capture(padded == extent ? image : image.imageByClampingToExtent(), surface,
+                              padded, colorSpace);
 }
 
 /// Copies each frame to a surface of its own, which is kept while the frames' size stays the same.
@@ -36,14 +44,11 @@ public:
     }
 
     /// The copy of the image, with its lower left corner at (0, 0), tagged with the colour space.
-    /// Empty, with a line that says so, for an image that cannot be copied.
-    CIImage capture(const CIFilter& filter, const CIImage& image, CGColorSpace colorSpace) {
+    /// Empty for an image that cannot be copied.
+    CIImage capture(const CIImage& image, CGColorSpace colorSpace) {
         if (!surface_) surface_ = surfaceFor(width_, height_);
-        if (surface_ && CIContext::capture(image, *surface_, image.extent(), colorSpace))
-            return CIImage::imageWithIOSurface(surface_, colorSpace);
-        std::printf("### %s - cannot capture a frame of %g x %g\n",
-                    filter.filterClass().classInfo.name, width_, height_);
-        return {};
+        if (!surface_ || !captureTo(*surface_, image, colorSpace)) return {};
+        return CIImage::imageWithIOSurface(surface_, colorSpace);
     }
 
     bool hasSurface() const { return surface_ != nullptr; }

@@ -23,7 +23,7 @@ public:
         ++counter;
         const CGRect extent = inputImage.extent();
         const float decay = std::pow(inputAmount.floatValue(), 0.1f);
-        if (!(decay > 0.01)) {
+        if (decay <= 0.01) {
             if (capture.hasSurface()) clear();
             return inputImage;
         }
@@ -35,8 +35,8 @@ public:
         // first frame of a size is captured without one.
         colorSpace = CGColorSpace::SRGB;
         if (capture.takesNewSize(inputImage)) clear();
-        const CIImage current = capture.capture(*this, inputImage, colorSpace);
-        if (!current) return {};
+        const CIImage current = capture.capture(inputImage, colorSpace);
+        if (!current) return inputImage;
 
         const int64_t skip = inputSkip.intValue();
         const CIImage previous = accumulator ? accumulator->image() : CIImage();
@@ -69,14 +69,13 @@ private:
     CIImage blended(const CIImage& previous, const CIImage& current, float decay, int64_t skip,
                     CGRect extent) {
         const float x = drift(inputXpos, extent.width), y = drift(inputYpos, extent.height);
-        const auto scale = static_cast<float>(double(inputScale.floatValue()) - kRest + 1.0);
+        const auto scale = static_cast<float>(inputScale.doubleValue() - kRest + 1.0);
         const CISampler trail(previous);
         const CIImage decayed = multiplyKernel.applyWithExtent(
             trail.extent(), RegionOfInterest::identity(), {trail, decay});
         CIImage moved = offsetKernel.applyWithExtent(decayed.extent(), RegionOfInterest::identity(),
                                                      {decayed, CIVector(x, y), scale});
-        // What the controls at rest leave of a movement is too little to see.
-        if (scale == 1 && std::hypot(x, y) < 1e-6f) moved = moved.imageKnownToEqual(decayed);
+        if (scale == 1 && x == 0 && y == 0) moved = moved.imageKnownToEqual(decayed);
 
         const int64_t band = (skip - 1) / 60;
         const size_t index = band >= 1 && band <= 4 ? static_cast<size_t>(band) : 0;
@@ -88,7 +87,7 @@ private:
     /// Pixels a frame: the square of the distance from rest, in its direction, times the whole
     /// size.
     static float drift(const Number& control, double size) {
-        const auto distance = static_cast<float>((control.floatValue() - kRest) * 2.02);
+        const auto distance = static_cast<float>((control.doubleValue() - kRest) * 2.02);
         return distance * std::fabs(distance) * static_cast<float>(std::trunc(size));
     }
 

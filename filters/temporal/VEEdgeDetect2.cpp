@@ -20,7 +20,7 @@ public:
             return {};
         }
         if (capture.takesNewSize(inputImage)) clear();
-        const CIImage current = capture.capture(*this, inputImage, CGColorSpace::SRGB);
+        const CIImage current = capture.capture(inputImage, CGColorSpace::SRGB);
         if (!current) return {};
         const CISampler source(current);
         const auto width = static_cast<float>((1.0 - inputWidth.floatValue()) * 0.01);

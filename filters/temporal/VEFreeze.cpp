@@ -8,7 +8,7 @@ public:
     }
 
     CIImage outputImage() override {
-        if (!(inputFreeze.floatValue() > 0.5f)) {
+        if (inputFreeze.floatValue() <= 0.5f) {
             clear();
             return inputImage;
         }
@@ -16,7 +16,7 @@ public:
         // The frame on which the freeze begins is still the live one.
         const CGRect extent = inputImage.extent();
         IOSurfaceRef surface = surfaceFor(extent.width, extent.height);
-        if (surface && CIContext::capture(inputImage, *surface, extent, CGColorSpace::SRGB))
+        if (surface && captureTo(*surface, inputImage, CGColorSpace::SRGB))
             frozen = std::move(surface);
         return inputImage;
     }

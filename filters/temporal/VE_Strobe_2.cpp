@@ -22,7 +22,7 @@ public:
             speed *= 0.5f;
             frequency = static_cast<float>(frequency * 0.15);
         } else if (index >= 1) {
-            speed = static_cast<float>(std::pow(std::max(0.0, speed * 0.35), 1.5));
+            speed = static_cast<float>(std::pow(speed * 0.35, 1.5));
             // The middle of the control is 127 of 255, which the lines below would miss by a
             // little.
             const float control = inputRange.floatValue();

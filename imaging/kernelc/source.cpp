@@ -162,8 +162,8 @@ private:
         if (returnsPoint && (samplers || pixels))
             fail(first, "a warp kernel takes no image; its result says where to read");
         kernel.function.kind = returnsPoint ? FunctionKind::Warp
-                               : samplers   ? FunctionKind::General
-                                            : FunctionKind::Color;
+                               : pixels     ? FunctionKind::Color
+                                            : FunctionKind::General;
         kernel.bodyToken = at + 1;
         expect(kernel.bodyToken, "{");
         int depth = 0;

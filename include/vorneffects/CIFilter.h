@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -160,10 +161,23 @@ constexpr InputKind kindOf() {
     else if constexpr (std::is_same_v<Member, CGAffineTransform>)
         return InputKind::Transform;
     else {
-        static_assert(std::is_same_v<Member, std::string>, "not a kind of input");
+        // As an input it is optional, since a text that is set may be empty.
+        static_assert(std::is_same_v<Member, std::string> ||
+                          std::is_same_v<Member, std::optional<std::string>>,
+                      "not a kind of input");
         return InputKind::String;
     }
 }
+
+/// What an input holds when it is set.
+template <class Member>
+struct Held {
+    using Type = Member;
+};
+template <class Value>
+struct Held<std::optional<Value>> {
+    using Type = Value;
+};
 
 template <class Filter, auto member>
 constexpr InputInfo inputInfo(const char* key) {
@@ -173,14 +187,18 @@ constexpr InputInfo inputInfo(const char* key) {
                 Member& slot = static_cast<Filter&>(filter).*member;
                 if (std::holds_alternative<std::monostate>(value))
                     slot = Member{};
-                else if (const Member* given = std::get_if<Member>(&value))
+                else if (const auto* given = std::get_if<typename Held<Member>::Type>(&value))
                     slot = *given;
                 else
                     return false;
                 return true;
             },
             [](const CIFilter& filter) -> InputValue {
-                return static_cast<const Filter&>(filter).*member;
+                const Member& slot = static_cast<const Filter&>(filter).*member;
+                if constexpr (requires { slot.has_value(); })
+                    return slot ? InputValue(*slot) : InputValue();
+                else
+                    return slot;
             }};
 }
 

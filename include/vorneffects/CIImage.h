@@ -60,6 +60,8 @@ public:
     static CIImage imageWithColor(CIColor color);
 
     CIImage imageByCroppingToRect(CGRect rect) const;
+    /// The picture, beyond whose border the border's pixels go on without end.
+    CIImage imageByClampingToExtent() const;
     /// Empty when the transform is not finite or cannot be inverted.
     CIImage imageByApplyingTransform(CGAffineTransform transform) const;
     /// This image over another (source-over on premultiplied colour); with an empty handle on
@@ -168,6 +170,12 @@ public:
     KernelArgument(CISampler value) : value_(std::move(value)) {}
     /// An image is read through a sampler with default options.
     KernelArgument(CIImage value) : value_(CISampler(std::move(value))) {}
+    /// A sampler that may be empty, where the result is an image of empty extent then.
+    static KernelArgument orNothing(CISampler value) {
+        KernelArgument argument(std::move(value));
+        argument.mayBeMissing_ = true;
+        return argument;
+    }
 
     using Value = std::variant<Number, CIVector, CIColor, CISampler>;
     const Value& value() const { return value_; }
@@ -175,6 +183,7 @@ public:
 
 private:
     Value value_;
+    bool mayBeMissing_ = false;
 };
 using KernelArguments = std::initializer_list<KernelArgument>;
 

@@ -4,10 +4,11 @@
 
 // How the squared distance of a colour from the key decides: (slope, offset) of the ramp over the
 // distance itself, the square up to which all is gone, the square from which all stays. The ramp
-// reaches as far to both sides of the tolerance as the softness says, as a share of it, and never
-// less than 1/128, so that edges stay smooth.
+// reaches 1/128 to both sides of the tolerance at a softness of 0, so that edges stay smooth, and as far
+// as the tolerance itself at a softness of 1.
 uniform vec4 keyRamp(uniform float tolerance, uniform float softness) {
-    uniform float reach = max(tolerance * softness, max(min(tolerance, 0.0078125), 1.0e-6));
+    uniform float least = max(min(tolerance, 0.0078125), 1.0e-6);
+    uniform float reach = least + (max(tolerance, least) - least) * max(softness, 0.0);
     uniform float none = max(tolerance - reach, 0.0) * 0.9999;
     uniform float all = (tolerance + reach) * 1.0001;
     return vec4(0.5 / reach, 0.5 - 0.5 * tolerance / reach, none * none, all * all);
