@@ -348,7 +348,9 @@ private:
             std::vector<Pixels> pictures;
             std::set<std::pair<std::string, Pixels>> seen;
             modes.clear();
-            const int last = static_cast<int>(std::clamp(mode->to, 0.0, double(kMostModes - 1)));
+            const int last =
+                std::max(modesPastSlider(filter_.entry.name),
+                         static_cast<int>(std::clamp(mode->to, 0.0, double(kMostModes - 1))));
             for (int i = 0; i <= last; ++i) {
                 settings.emplace_back(kMode, i);
                 std::string names;

@@ -11,6 +11,22 @@ namespace vorn::cli {
 namespace {
 
 const std::vector<FilterSettings> kOwnSettings = {
+    {"VECropCircleXYPosition",
+     {{"inputIsXY", 1},
+      {"inputMode", 4},
+      {"inputSize", 0.45},
+      {"inputEdge", 0.3},
+      {"inputXPosition", 0.4},
+      {"inputYPosition", 0.55},
+      {"inputAspect", 1.2}}},
+    {"VEFalloffXYPosition",
+     {{"inputIsXY", 1},
+      {"inputMode", 4},
+      {"inputSize", 0.45},
+      {"inputEdge", 0.3},
+      {"inputXPosition", 0.4},
+      {"inputYPosition", 0.55},
+      {"inputAspect", 1.2}}},
     {"VEColorBrightContrast", {{"inputBrightness", 127}, {"inputContrast", 150}}},
     {"VETiles_2", {{"inputXdiv", 3}, {"inputYdiv", 2}, {"inputXoffset", 4}, {"inputYoffset", 6}}},
     {"VE_ASCII_Art", {{"inputScale", 40}}},
@@ -30,6 +46,10 @@ GallerySettings gallerySettings(std::string_view filter) {
         for (const FilterSettings& settings : *table)
             if (settings.filter == filter) return settings.values;
     return {};
+}
+
+int modesPastSlider(std::string_view filter) {
+    return filter == "VECropCircleXYPosition" || filter == "VEFalloffXYPosition" ? 5 : 0;
 }
 
 std::string settingsText(const GallerySettings& settings) {

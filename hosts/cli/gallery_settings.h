@@ -14,6 +14,9 @@ using GallerySettings = std::vector<std::pair<std::string, double>>;
 /// Empty where nothing is said about a filter.
 GallerySettings gallerySettings(std::string_view filter);
 
+/// The last mode of a filter whose slider ends before its modes do; 0 for the others.
+int modesPastSlider(std::string_view filter);
+
 /// "amount=0.6, skip=0", as `vorn render` takes them.
 std::string settingsText(const GallerySettings& settings);
 
