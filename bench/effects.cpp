@@ -60,7 +60,8 @@ int main(int count, char** arguments) {
 
     std::function<void()> copy = [&] { std::memcpy(target.data(), first.data(), kBytes); };
     std::function<void()> dim, masked, lumaKey, colorKey, backwards, upsideDown, flipped, tiled,
-        moved, turned, remapped, blended, chosen, random, trail, stillTrail, laplacian, pixelated;
+        tiledBySeven, moved, turned, remapped, blended, chosen, random, trail, stillTrail,
+        laplacian, pixelated;
 #ifdef VORN_WITH_OPENCV
     const cv::Mat from(kHeight, kWidth, CV_8UC4, first.data());
     const cv::Mat from2(kHeight, kWidth, CV_8UC4, second.data());
@@ -93,6 +94,10 @@ int main(int count, char** arguments) {
     tiled = [&] {
         cv::resize(from, small, {kWidth / 4, kHeight / 4}, 0, 0, cv::INTER_AREA);
         cv::repeat(small, 4, 4, to);
+    };
+    tiledBySeven = [&] {
+        cv::resize(from, small, {kWidth / 7, kHeight / 7}, 0, 0, cv::INTER_AREA);
+        cv::repeat(small, 7, 7, between);
     };
     const cv::Mat shift = (cv::Mat_<double>(2, 3) << 1, 0, 7.3, 0, 1, -4.6);
     const cv::Mat turn = cv::getRotationMatrix2D({959.5, 539.5}, 3, 1);
@@ -155,11 +160,13 @@ int main(int count, char** arguments) {
         {"VEMirrors", {{"inputMode", 1}}, "flip", upsideDown},
         {"VEMirrors", {{"inputMixer", 0.75}}, "flip, addWeighted", flipped},
         {"VETiles", {{"inputDivisions", 4}}, "resize, repeat (whole tiles only)", tiled},
+        {"VETiles", {{"inputDivisions", 7}}, "resize, repeat (whole tiles only)", tiledBySeven},
         {"VETiles_2",
          {{"inputXdiv", 4}, {"inputYdiv", 4}},
          "resize, repeat (whole tiles only)",
          tiled},
         {"VE_Repeats", {{"inputMode", 2}}, "", {}},
+        {"VE_Repeats", {{"inputMode", 2}, {"inputScale", 8}, {"inputRepeats", 3}}, "", {}},
         {"VEWobble", {{"inputMode", 0}, {"inputMixer", 1}}, "warpAffine, moved", moved},
         {"VEWobble", {{"inputMode", 1}, {"inputMixer", 1}}, "warpAffine, turned", turned},
         {"VEWobble", {{"inputMode", 7}, {"inputMixer", 1}}, "remap (places made before)", remapped},

@@ -66,7 +66,7 @@ CIImage imageOfMemory(const std::shared_ptr<PixelMemory>& memory, CGColorSpace c
 
 /// The means of blocks of so many pixels, the one in the lower left corner at (0, 0). The extent is
 /// the image's in blocks; in the last column and row a mean is that of the pixels that there are.
-CIImage averaged(const CISampler& source, int across, int up) {
+CIImage averaged(const CISampler& source, int across, int up, ReducedBits bits) {
     const CGRect extent = source.extent(), pixels = extent.integral();
     if (!extent.isFinite() || extent.isEmpty()) return source.image();
     constexpr int kMost = 64; // that a kernel adds up at once
@@ -81,9 +81,12 @@ CIImage averaged(const CISampler& source, int across, int up) {
                         extent.width / across, extent.height / up};
     const auto reads =
         RegionOfInterest::transformedBy({double(across), 0, 0, double(up), pixels.x, pixels.y});
-    return CIImage(makeKernelNode(
+    const auto node = makeKernelNode(
         function, blocks, reads, {},
-        {source, across, up, CIVector(pixels.x, pixels.y), CIVector(pixels.width, pixels.height)}));
+        {source, across, up, CIVector(pixels.x, pixels.y), CIVector(pixels.width, pixels.height)});
+    if (!node) return source.image();
+    node->bits = bits == ReducedBits::Floats ? Node::Bits::Floats : Node::Bits::OfSources;
+    return CIImage(node);
 }
 
 } // namespace
@@ -215,12 +218,12 @@ CIImage CIImage::imageKnownToEqual(const CIImage& other) const {
     return CIImage(std::move(node));
 }
 
-CIImage CIImage::imageWithReduction(int across, int up) const {
+CIImage CIImage::imageWithReduction(int across, int up, ReducedBits bits) const {
     if (!node_ || node_->kind != Node::Kind::Kernel) return *this;
     const kernelc::Function& declaration = node_->function->declaration();
     if (kernelc::givenCount(declaration) == declaration.parameters.size()) return *this;
     const CISampler& first = node_->samplers.front();
-    const CIImage means = averaged(first, across, up);
+    const CIImage means = averaged(first, across, up, bits);
     if (!means || means.node() == first.image().node()) return *this;
     const CISampler small(means, {first.options().filter});
     auto node = makeInPool<Node>(*node_);

@@ -89,6 +89,11 @@ struct Node : std::enable_shared_from_this<Node> {
     /// The picture repeats after so many pixels across and up; 0: nobody has said that it does.
     int period[2] = {0, 0};
 
+    /// How a step is kept that is computed once: in half floats or what the result needs, in 8 bits
+    /// where its sources are, or in floats.
+    enum class Bits : uint8_t { Usual, OfSources, Floats };
+    Bits bits = Bits::Usual;
+
     /// Images on top of each other, this one included. Limited, since planning, computing and
     /// freeing go down from image to image on the stack.
     int depth = 1;

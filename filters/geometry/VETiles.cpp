@@ -20,6 +20,7 @@ public:
                 .applyWithExtent(source.extent(), RegionOfInterest::whole(source),
                                  {KernelArgument::orNothing(source), inputMixer, inputDivisions})
                 .imageWithReduction(smaller, smaller);
+        if (inputDivisions.floatValue() <= 1) return tiles.imageKnownToEqual(inputImage);
         if (inputMixer.floatValue() != 1) return tiles;
         return tiles.imageWithPeriod(periodOfTiles(source.extent().width, inputDivisions),
                                      periodOfTiles(source.extent().height, inputDivisions));

@@ -23,6 +23,9 @@ public:
                                   inputYdiv, inputXoffset, inputYoffset})
                 .imageWithReduction(smaller(inputXdiv, inputXoffset),
                                     smaller(inputYdiv, inputYoffset));
+        if (std::max({inputXdiv.floatValue(), inputYdiv.floatValue(), inputXoffset.floatValue(),
+                      inputYoffset.floatValue()}) <= 1)
+            return tiles.imageKnownToEqual(inputImage);
         if (inputMixer.floatValue() != 1) return tiles;
         return tiles.imageWithPeriod(periodOfTiles(source.extent().width, inputXdiv),
                                      periodOfTiles(source.extent().height, inputYdiv));

@@ -20,10 +20,17 @@ public:
         if (!strip && !drawStrip()) return inputImage;
         const CISampler source(inputImage), characters(strip);
         const float gap = inputColour.floatValue();
-        return kernels[1.0f > gap ? 1 : 0].applyWithExtent(
-            source.extent(), RegionOfInterest::wholeByIndex(source.extent(), characters.extent()),
-            {source, characters, inputMixer, inputScale.floatValue(), gap, float{kCellWidth},
-             float{kCellHeight}, static_cast<float>(count)});
+        const float divisions = inputScale.floatValue();
+        const auto quarter = static_cast<float>(source.extent().width) /
+                             (divisions >= 1 ? divisions : kStandardColumns) / 2;
+        return kernels[1.0f > gap ? 1 : 0]
+            .applyWithExtent(source.extent(),
+                             RegionOfInterest::wholeByIndex(source.extent(), characters.extent()),
+                             {source, characters, inputMixer, divisions, gap, float{kCellWidth},
+                              float{kCellHeight}, static_cast<float>(count)})
+            .imageWithReduction(timesSmaller(quarter),
+                                timesSmaller(quarter * kCellHeight / kCellWidth),
+                                ReducedBits::Floats);
     }
 
     CIImage inputImage;
@@ -34,6 +41,7 @@ public:
 
 private:
     static constexpr int kCellWidth = 24, kCellHeight = 30;
+    static constexpr float kStandardColumns = 60; ///< where the divisions are below 1
 
     /// Draws every byte of the ramp, as Mac Roman, into a cell of its own. The strip stays for the
     /// life of the filter, whatever the ramp becomes. False when there is no drawing on a strip so

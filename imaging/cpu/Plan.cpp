@@ -151,6 +151,7 @@ int Plan::stepFor(const CIImage& image) {
     const KernelFunction& function = *node->function;
     step.function = &function;
     std::copy_n(node->period, 2, step.period);
+    step.bits = node->bits;
     if (settings_.levels) step.code = function.module->entry(function.index, *settings_.levels);
     if (settings_.levels && !step.code.generic) {
         fail("kernel '" + function.declaration().name + "' has no code for this processor");
@@ -173,12 +174,7 @@ int Plan::stepFor(const CIImage& image) {
     if (!warps)
         for (const kernelc::Parameter& parameter : function.declaration().parameters)
             if (kernelc::isImage(parameter.type)) {
-                if (parameter.type == kernelc::ParameterType::Reduced) {
-                    edges[source].reduced = true;
-                    // Where nobody has said how far, it is the image itself.
-                    if (edges[source].step != edges[0].step)
-                        steps_[static_cast<size_t>(edges[source].step)].isReduced = true;
-                }
+                edges[source].reduced = parameter.type == kernelc::ParameterType::Reduced;
                 edges[source++].ownPixelOnly = parameter.readsOwnPixelOnly;
             }
     step.firstEdge = static_cast<int>(edges_.size());

@@ -62,11 +62,11 @@ struct Step {
     KernelModule::Entry code;                 ///< of the level that is wanted
     const float* arguments = nullptr;
     int firstEdge = 0, edgeCount = 0;
-    IntRect extent;            ///< nothing but transparent black outside
-    IntRect needed;            ///< what all readers together read of it
-    bool materialised = false; ///< computed once, as a whole, into memory of its own
-    bool isReduced = false;    ///< only means of pixels, so that theirs are bits enough
-    int period[2] = {0, 0};    ///< as in the node
+    IntRect extent;                      ///< nothing but transparent black outside
+    IntRect needed;                      ///< what all readers together read of it
+    bool materialised = false;           ///< computed once, as a whole, into memory of its own
+    Node::Bits bits = Node::Bits::Usual; ///< as in the node
+    int period[2] = {0, 0};              ///< as in the node
 };
 
 struct PlanSettings {

@@ -155,9 +155,10 @@ private:
                         beside.bytes.get() + size_t(y) * row, row);
     }
 
-    /// How a step is kept that is computed once: means of 8-bit pixels in as many.
+    /// How a step is kept that is computed once.
     int32_t layoutOf(const Step& step) {
-        if (!step.isReduced || intermediate_ == kFloat) return intermediate_;
+        if (step.bits == Node::Bits::Floats) return kFloat;
+        if (step.bits == Node::Bits::Usual || intermediate_ == kFloat) return intermediate_;
         for (int e = 0; e < step.edgeCount; ++e) {
             const Step& source = plan_.steps()[static_cast<size_t>(plan_.edgesOf(step)[e].step)];
             if (!source.isMemory || source.memory.layout != kPacked8) return intermediate_;

@@ -554,7 +554,11 @@ void Renderer::recordKernels(Frame& frame, const IntRect& rect, size_t target, C
             computed.rect = step.needed;
             computed.order = i == root ? format : CIFormat::RGBAf;
             computed.image =
-                newImage(frame, i == root ? vulkanFormat(format) : intermediate_, step.needed);
+                newImage(frame,
+                         i == root                         ? vulkanFormat(format)
+                         : step.bits == Node::Bits::Floats ? vulkanFormat(CIFormat::RGBAf)
+                                                           : intermediate_,
+                         step.needed);
             computed.mayBeSpare = true;
         }
         runKernel(frame, *step.function, step.arguments, plan_.edgesOf(step), step.edgeCount,

@@ -25,6 +25,10 @@ class KernelModule;
 using PropertyValue = std::variant<bool, double, std::string>;
 using ImageProperties = std::map<std::string, PropertyValue, std::less<>>;
 
+/// How means of pixels are kept: with as many bits as the pixels, which is faster, or in floats,
+/// where a step of 8 bits may change what a kernel makes of them.
+enum class ReducedBits : uint8_t { OfSources, Floats };
+
 /// An immutable lazy image. Copies are cheap and share the same image object; `==` tells whether
 /// two handles hold the same object. An empty handle is no image at all.
 class CIImage {
@@ -77,9 +81,9 @@ public:
     /// image itself.
     CIImage imageKnownToEqual(const CIImage& other) const;
     /// The same image, whose kernel reads its reduced image (`reduced` in the kernel language) in
-    /// means of so many pixels across and up, at most the whole picture. Descriptions do not show
-    /// it. Of images whose kernel has no reduced image, the image itself.
-    CIImage imageWithReduction(int across, int up) const;
+    /// means of so many pixels across and up, 64 at most. Descriptions do not show it. Of images
+    /// whose kernel has no reduced image, the image itself.
+    CIImage imageWithReduction(int across, int up, ReducedBits bits = ReducedBits::OfSources) const;
     /// The same picture, computed once per render however often it is read.
     CIImage imageByInsertingIntermediate() const;
 

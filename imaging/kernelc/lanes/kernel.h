@@ -207,10 +207,13 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
 }
 
 #ifdef VORN_HAS_PAIRS
+VORN_INLINE bool canReadOnePoint(const SourceView& view) {
+    return view.layout != kPlanar && !view.nearest && view.width > 0 && view.height > 0;
+}
 /// Whether all lanes read one point, bilinear.
 VORN_INLINE bool isOnePoint(const SourceView& view, Vec2<Float> point) {
     return allLanes(point.x == Float(point.x.v[0]) && point.y == Float(point.y.v[0])) &&
-           view.layout != kPlanar && !view.nearest && view.width > 0 && view.height > 0;
+           canReadOnePoint(view);
 }
 
 /// `sampleAt` there: the same result, computed once.
@@ -281,25 +284,56 @@ struct OnePoints {
     uint32_t next = 0; ///< read of this group
 };
 
+#ifdef VORN_HAS_PAIRS
+template <Memory memory>
+VORN_INLINE Pixel knownPoint(const SourceView& view, float x, float y, OnePoints::Known& known) {
+    if (known.view != &view || known.x != x || known.y != y) {
+        const __m128 channels = sampleOnePoint<memory>(view, x, y);
+        std::memcpy(known.channels, &channels, sizeof channels);
+        known.view = &view, known.x = x, known.y = y;
+    }
+    return {Float(known.channels[0]), Float(known.channels[1]), Float(known.channels[2]),
+            Float(known.channels[3])};
+}
+
+/// A group that reads a few points: one after the other. Of many, or of one that is not a number,
+/// as a group that reads many.
+template <Memory memory>
+__attribute__((noinline)) Pixel sampleFewPoints(const SourceView& view, Vec2<Float> point,
+                                                OnePoints::Known& known) {
+    if (canReadOnePoint(view)) {
+        constexpr uint32_t kAll = (1ull << N) - 1;
+        constexpr int kFew = 4;
+        const Float zero = 0.0f;
+        Pixel pixels{zero, zero, zero, zero};
+        uint32_t done = 0;
+        for (int run = 0; run < kFew && done != kAll; ++run) {
+            const int lane = __builtin_ctz(~done);
+            const float x = point.x.v[lane], y = point.y.v[lane];
+            const Mask same = point.x == Float(x) && point.y == Float(y);
+            const Pixel one = knownPoint<memory>(view, x, y, known);
+            pixels = {pick(same, one.x, pixels.x), pick(same, one.y, pixels.y),
+                      pick(same, one.z, pixels.z), pick(same, one.w, pixels.w)};
+            done |= bitsOf(same);
+        }
+        if (done == kAll) return pixels;
+    }
+    return calledSampleAt<memory>(view, point);
+}
+#endif
+
 /// The same for blocks of pixels that read the same points, as in a mosaic: what the group before
 /// has read is not read again.
 template <Memory memory>
 VORN_INLINE Pixel sharedSampleAt(const SourceView& view, Vec2<Float> point,
                                  [[maybe_unused]] OnePoints& points) {
 #ifdef VORN_HAS_PAIRS
-    if (isOnePoint(view, point)) {
-        const float x = point.x.v[0], y = point.y.v[0];
-        OnePoints::Known& known = points.known[points.next++ % 16];
-        if (known.view != &view || known.x != x || known.y != y) {
-            const __m128 channels = sampleOnePoint<memory>(view, x, y);
-            std::memcpy(known.channels, &channels, sizeof channels);
-            known.view = &view, known.x = x, known.y = y;
-        }
-        return {Float(known.channels[0]), Float(known.channels[1]), Float(known.channels[2]),
-                Float(known.channels[3])};
-    }
-#endif
+    OnePoints::Known& known = points.known[points.next++ % 16];
+    if (isOnePoint(view, point)) return knownPoint<memory>(view, point.x.v[0], point.y.v[0], known);
+    return sampleFewPoints<memory>(view, point, known);
+#else
     return calledSampleAt<memory>(view, point);
+#endif
 }
 
 /// The pixels of a source in one row of it, transparent outside. `View` says how the source is

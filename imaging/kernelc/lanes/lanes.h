@@ -187,6 +187,23 @@ VORN_INLINE Mask operator!(Mask a) {
     return {static_cast<MaskBits>(~a.v)};
 }
 
+/// The lanes of a mask as bits, the first one lowest.
+VORN_INLINE uint32_t bitsOf(Mask m) {
+#ifdef VORN_HAS_MASK_REGISTERS
+    return m.v;
+#elif VORN_LANES == 8 && defined(__AVX__)
+    return static_cast<uint32_t>(_mm256_movemask_ps(bitsAs<__m256>(m.v)));
+#elif VORN_LANES == 4 && defined(__SSE__)
+    return static_cast<uint32_t>(_mm_movemask_ps(bitsAs<__m128>(m.v)));
+#elif VORN_LANES == 1
+    return m.v != 0;
+#else
+    uint32_t bits = 0;
+    for (int i = 0; i < N; ++i) bits |= static_cast<uint32_t>(m.v[i] != 0) << i;
+    return bits;
+#endif
+}
+
 /// True when every lane of a mask is set: a shortcut for the lane layer itself, never for kernels.
 VORN_INLINE bool allLanes(Mask m) {
 #ifdef VORN_HAS_MASK_REGISTERS
