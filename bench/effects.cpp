@@ -181,9 +181,9 @@ int main(int count, char** arguments) {
         {"VE_CloudGenerator", {}, "", {}},
         {"VEDecay",
          {{"inputAmount", 0.6},
-          {"inputScale", 127 / 255.0},
-          {"inputXpos", 127 / 255.0},
-          {"inputYpos", 127 / 255.0},
+          {"inputScale", 0.4980392157},
+          {"inputXpos", 0.4980392157},
+          {"inputYpos", 0.4980392157},
           {"inputSkip", 1}},
          "convertScaleAbs, max",
          stillTrail},
@@ -218,9 +218,9 @@ int main(int count, char** arguments) {
         {"VE_CloudGenerator", {}, "frei0r plasma (sums of waves)", plugin("plasma")},
         {"VEDecay",
          {{"inputAmount", 0.6},
-          {"inputScale", 127 / 255.0},
-          {"inputXpos", 127 / 255.0},
-          {"inputYpos", 127 / 255.0},
+          {"inputScale", 0.4980392157},
+          {"inputXpos", 0.4980392157},
+          {"inputYpos", 0.4980392157},
           {"inputSkip", 1}},
          "frei0r baltan (means of a few frames)",
          plugin("baltan")},
@@ -251,6 +251,9 @@ int main(int count, char** arguments) {
             comparison.theirs = {comparison.peer};
         }
         Candidate copying{copy};
+        // Effects that keep a picture show a plain one first.
+        for (Comparison& comparison : comparisons)
+            for (int frame = 0; frame < 3; ++frame) comparison.ours.run();
         for (int round = 0; round < rounds; ++round) {
             copying.measure();
             for (Comparison& comparison : comparisons) {

@@ -232,6 +232,13 @@ CIImage CIImage::imageWithReduction(int across, int up, ReducedBits bits) const 
     return CIImage(std::move(node));
 }
 
+CIImage CIImage::imageInBitsOfSources() const {
+    if (!node_ || node_->kind != Node::Kind::Kernel) return *this;
+    auto node = makeInPool<Node>(*node_);
+    node->bits = Node::Bits::OfSources;
+    return CIImage(std::move(node));
+}
+
 CIImage CIImage::imageByInsertingIntermediate() const {
     if (!node_) return {};
     auto node = makeNode(Node::Kind::Intermediate, node_->extent);

@@ -530,6 +530,18 @@ void Renderer::record(Frame& frame, const IntRect& rect, const Destination& dest
     check(f.EndCommandBuffer(frame.commands), "recording");
 }
 
+VkFormat Renderer::formatKeptOf(const Step& step) {
+    if (step.bits == Node::Bits::Floats) return vulkanFormat(CIFormat::RGBAf);
+    if (step.bits == Node::Bits::Usual || intermediate_ == vulkanFormat(CIFormat::RGBAf))
+        return intermediate_;
+    for (int e = 0; e < step.edgeCount; ++e) {
+        const auto source = static_cast<size_t>(plan_.edgesOf(step)[e].step);
+        if (!plan_.steps()[source].isMemory || bytesPerPixel(computed_[source].order) != 4)
+            return intermediate_;
+    }
+    return vulkanFormat(CIFormat::RGBA8);
+}
+
 void Renderer::recordKernels(Frame& frame, const IntRect& rect, size_t target, CIFormat format) {
     callsUsed_ = 0;
     VkDeviceSize calls = 0;
@@ -554,11 +566,7 @@ void Renderer::recordKernels(Frame& frame, const IntRect& rect, size_t target, C
             computed.rect = step.needed;
             computed.order = i == root ? format : CIFormat::RGBAf;
             computed.image =
-                newImage(frame,
-                         i == root                         ? vulkanFormat(format)
-                         : step.bits == Node::Bits::Floats ? vulkanFormat(CIFormat::RGBAf)
-                                                           : intermediate_,
-                         step.needed);
+                newImage(frame, i == root ? vulkanFormat(format) : formatKeptOf(step), step.needed);
             computed.mayBeSpare = true;
         }
         runKernel(frame, *step.function, step.arguments, plan_.edgesOf(step), step.edgeCount,

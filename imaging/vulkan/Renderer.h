@@ -165,6 +165,8 @@ private:
     size_t use(std::shared_ptr<Image> image);
     size_t takeOver(Frame& frame, std::shared_ptr<Image> image, const Handover& handover);
     void handBack(Frame& frame);
+    /// How the image of a step is kept that other steps read.
+    VkFormat formatKeptOf(const cpu::Step& step);
     size_t newImage(Frame& frame, VkFormat format, const cpu::IntRect& rect);
 
     static constexpr size_t kFrames = 3;

@@ -134,6 +134,10 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
     const Mask left = isWithin(column, view.width), right = isWithin(column + Int(1), view.width);
     const Mask lower = isWithin(row, view.height), upper = isWithin(row - Int(1), view.height);
     const bool isInside = allLanes(left && right && lower && upper);
+    if (!isInside && allLanes(!((left || right) && (lower || upper)))) {
+        const Float zero = 0.0f;
+        return {zero, zero, zero, zero};
+    }
 #ifdef VORN_HAS_PAIRS
     const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
     const bool isInReach = view.rowBytes * view.height <= 0x7fffffff;
