@@ -239,4 +239,37 @@ TEST(KernelLanguage, EveryFeatureMeansTheSameOnEveryLevel) {
             << nameOf(*context);
 }
 
+/// Neighbours that share points of the lattice, that do not, that count backwards, and that lie in
+/// several rows of it.
+TEST(KernelLanguage, LatticesAreFunctionsOfTheirPoints) {
+    struct Case {
+        double across, up, slant; ///< cells a pixel, all of them exact
+    };
+    const auto markAt = [](int x, int y, uint32_t seed) {
+        uint32_t bits = uint32_t(x) * 2654435761u + uint32_t(y) * 747796405u + seed;
+        bits ^= bits << 13;
+        bits ^= bits >> 17;
+        bits ^= bits << 5;
+        return (bits & 0xffffu) / 65535.0;
+    };
+    const CGRect bounds{-70, -9, 400, 17};
+    for (const Case& test : {Case{1, 1, 0}, Case{1 / 64.0, 0.125, 0}, Case{-0.25, 0.5, 0},
+                             Case{0.5, -0.25, 1 / 16.0}, Case{-1 / 32.0, 0, 1}, Case{3, 1, 0}}) {
+        const CIImage image =
+            testKernel("Language", "lattices")
+                .applyWithExtent(bounds, {CIVector(test.across, test.up), test.slant});
+        const auto expected = [&](int column, int row) {
+            const double px = column - 70 + 0.5, py = row - 9 + 0.5;
+            const int x = static_cast<int>(std::floor(px * test.across));
+            const int y = static_cast<int>(std::floor(py * test.up + px * test.slant));
+            return Pixel{markAt(x, y, 7), (x & 63) * test.across + test.up,
+                         double((x & 15) + (y & 15)),
+                         markAt(x, y, 9) + markAt(x - 1, y + 1, 9) + markAt(x - 2, y + 2, 9)};
+        };
+        for (CIContext* context : everyContext())
+            EXPECT_TRUE(isClose(render(*context, image, bounds, CIFormat::RGBAf), expected, {2e-6}))
+                << test.across << " " << test.slant << ", " << nameOf(*context);
+    }
+}
+
 } // namespace

@@ -59,7 +59,7 @@ public:
             "namespace {\n"
             "template <Memory memory>\n"
             "struct Text : KernelBase<memory> {\n"
-            "using KernelBase<memory>::place; using KernelBase<memory>::destCoord;\n"
+            "using KernelBase<memory>::destCoord;\n"
             "using KernelBase<memory>::sample; using KernelBase<memory>::calledSample;\n"
             "using KernelBase<memory>::sampleHere; using KernelBase<memory>::sampleOnce; using "
             "KernelBase<memory>::sampleMirrored;\n"
@@ -247,6 +247,7 @@ private:
             return length;
         }
         if (givesPixels() && now.is("return")) return result(at);
+        if (now.is("lattice") && token(at + 1).is("(")) return lattice(at);
         if (now.is("sample") && !inlinesReads_) {
             out_ += "calledSample ";
             return 1;
@@ -336,6 +337,33 @@ private:
         return end - at;
     }
 
+    /// `lattice(f(x, y, …))`: the function of two coordinates, then all arguments.
+    size_t lattice(size_t at) {
+        const size_t end = closing(at + 1);
+        const size_t callEnd = closing(at + 3);
+        if (!token(at + 3).is("(") || callEnd + 1 != end)
+            source_.fail(at, "lattice takes the call of a function, and nothing else");
+        std::vector<size_t> commas;
+        int depth = 0;
+        for (size_t i = at + 4; i < callEnd; ++i) {
+            depth += token(i).is("(") ? 1 : token(i).is(")") ? -1 : 0;
+            if (depth == 0 && token(i).is(",")) commas.push_back(i);
+        }
+        if (commas.empty())
+            source_.fail(at, "a function of a lattice takes two coordinates and what else it "
+                             "depends on");
+        const size_t rest = commas.size() > 1 ? commas[1] : callEnd;
+        out_ += "this->template latticeAt<" + std::to_string(sites_++) +
+                ">([&](Int latticeX, Int latticeY) __attribute__((noinline)) "
+                "{ return " +
+                token(at + 2).text + "(latticeX, latticeY ";
+        body(rest, callEnd);
+        out_ += "); }, ";
+        body(at + 4, callEnd);
+        out_ += ") ";
+        return end - at + 1;
+    }
+
     size_t punctuation(size_t at) {
         const Token& now = token(at);
         if (now.is("{")) ++depth_;
@@ -380,9 +408,11 @@ private:
         }
         const bool opaqueToo =
             onlyOwnPixels && !opaque.empty() && function.kind != FunctionKind::Warp;
+        const bool usesLattices = sites_ > 0;
         const auto instance = [&](const char* variable, const char* memory) {
             out_ += std::string("Text<") + memory + "> " + variable + ";\n" + variable +
-                    ".target = target;\n" + variable + ".points = &points;\n" + variable +
+                    ".vornTarget = target;\n" + variable + ".vornPoints = &points;\n" + variable +
+                    (usesLattices ? ".vornLattices = &lattices;\n" + std::string(variable) : "") +
                     ".setup_" + name + "(" + inMode(setupArguments, memory) + ");\n";
         };
         const auto call = [&](const char* variable, const char* memory) {
@@ -391,13 +421,15 @@ private:
             if (function.kind == FunctionKind::Warp)
                 result =
                     std::string("sampleAt<") + memory + ">(view0, Vec2<Float>(" + result + "))";
-            out_ += std::string(variable) + ".place = place;\n" + variable +
-                    ".to = to;\npoints.next = 0;\n" +
+            out_ += std::string(variable) + ".vornPlace = place;\n" + variable +
+                    ".vornTo = to;\npoints.next = 0;\n" +
+                    (usesLattices ? "lattices.next = 0;\n" : "") +
                     (function.kind == FunctionKind::Warp ? variable + (".give(" + result + ")")
                                                          : result) +
                     ";\n";
         };
         out_ += "const TargetView target = call->target;\nOnePoints points;\n";
+        if (usesLattices) out_ += "Lattices lattices;\n";
         instance("text", "memory");
         if (onlyMirrors(kernel))
             out_ += "if constexpr (isPacked(memory)) if (text.moves_" + name + "(*call, " +
@@ -452,6 +484,7 @@ private:
     static constexpr int kFewReads = 2;
     bool inlinesReads_ = true;                  ///< of the text that is being written
     const KernelDeclaration* kernel_ = nullptr; ///< the one whose body is being written
+    int sites_ = 0;                             ///< calls of `lattice` so far
     int line_ = -1, file_ = -1;
     int depth_ = 0, parentheses_ = 0;
     int forHeader_ = 0; ///< the parenthesis depth of the `for` header that we are in, or 0

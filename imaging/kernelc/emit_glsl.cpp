@@ -249,7 +249,7 @@ std::string emitGlsl(const Source& source, const KernelDeclaration& kernel) {
         if (isReadHere(tokens, at, length)) {
             out += "sampleOffset(" + tokens[at + 2].text + ", 0, 0) ";
             at += length - 1;
-        } else if (token.is("kernel") || token.is("uniform")) {
+        } else if (token.is("kernel") || token.is("uniform") || token.is("lattice")) {
             continue;
         } else if (isDefinedHere(token) && (at == 0 || !tokens[at - 1].is("."))) {
             out += "vorn_" + token.text;

@@ -2,7 +2,7 @@
 // that calls it for every group of N neighbouring pixels.
 #pragma once
 
-#include "pairs.h"
+#include "lattice.h"
 
 namespace vorn::lanes {
 
@@ -646,20 +646,22 @@ __attribute__((noinline)) inline bool moveMirrored(const KernelCall& call, const
 }
 
 /// The base of every compiled library: holds the place, and gives the text its built-in functions.
+/// Texts have no names that begin with "vorn".
 template <Memory memory>
 struct KernelBase {
-    Place place;
-    TargetView target;
-    uint8_t* to; ///< the target's bytes of that place
-    OnePoints* points;
+    Place vornPlace;
+    TargetView vornTarget;
+    uint8_t* vornTo; ///< the target's bytes of that place
+    OnePoints* vornPoints;
+    Lattices* vornLattices;
 
     VORN_INLINE Vec2<Float> destCoord() const {
         float steps[N];
         for (int i = 0; i < N; ++i) steps[i] = static_cast<float>(i) + 0.5f;
         Float ramp;
         std::memcpy(&ramp, steps, sizeof ramp);
-        return {Float(static_cast<float>(place.x)) + ramp,
-                Float(static_cast<float>(place.y) + 0.5f)};
+        return {Float(static_cast<float>(vornPlace.x)) + ramp,
+                Float(static_cast<float>(vornPlace.y) + 0.5f)};
     }
     VORN_INLINE Pixel sample(Sampler<memory> source, Vec2<Float> point) const {
         if constexpr (isPacked(memory))
@@ -671,7 +673,11 @@ struct KernelBase {
         return calledSampleAt<memory>(source.view, point);
     }
     VORN_INLINE Pixel sampleShared(Sampler<memory> source, Vec2<Float> point) const {
-        return sharedSampleAt<memory>(source.view, point, *points);
+        return sharedSampleAt<memory>(source.view, point, *vornPoints);
+    }
+    template <int site, class Function, class... Rest>
+    VORN_INLINE auto latticeAt(Function function, Int x, Int y, Rest... rest) const {
+        return lanes::latticeAt<site>(*vornLattices, function, x, y, rest...);
     }
     /// At a point that is the same for every pixel: what uniforms are made of.
     Vec4<float> sampleOnce(Sampler<memory> source, Vec2<float> point) const {
@@ -683,28 +689,28 @@ struct KernelBase {
         return {first[0], first[1], first[2], first[3]};
     }
     VORN_INLINE Pixel sampleOffset(Sampler<memory> source, int x, int y) const {
-        return fetchInRow<memory>(source.view, place.x + x, place.y + y, 1);
+        return fetchInRow<memory>(source.view, vornPlace.x + x, vornPlace.y + y, 1);
     }
     VORN_INLINE Pixel sampleStrided(Sampler<memory> source, int strideX, int strideY, int x,
                                     int y) const {
-        return fetchInRow<memory>(source.view, place.x * strideX + x, place.y * strideY + y,
+        return fetchInRow<memory>(source.view, vornPlace.x * strideX + x, vornPlace.y * strideY + y,
                                   strideX);
     }
     VORN_INLINE Pixel sampleSum(Sampler<memory> source, int across, int up, int x, int y) const {
-        return sumsOfBlocks<memory>(source.view, place.x * across + x, place.y * up + y, across,
-                                    up);
+        return sumsOfBlocks<memory>(source.view, vornPlace.x * across + x, vornPlace.y * up + y,
+                                    across, up);
     }
     VORN_INLINE Pixel sampleMoved(Sampler<memory> source, Vec2<float> offset) const {
         if constexpr (isPacked(memory))
-            return fetchMoved<memory>(source.view, place, offset);
+            return fetchMoved<memory>(source.view, vornPlace, offset);
         else
-            return calledFetchMoved<memory>(source.view, place, offset);
+            return calledFetchMoved<memory>(source.view, vornPlace, offset);
     }
     VORN_INLINE Pixel sampleMirrored(Sampler<memory> source, Vec2<float> sum, int across,
                                      int up) const {
         if (isOnPixels(sum, across, up))
             return fetchMirrored<memory>(
-                source.view, place, across == kAsItIs ? 0 : static_cast<int>(sum.x) - 1,
+                source.view, vornPlace, across == kAsItIs ? 0 : static_cast<int>(sum.x) - 1,
                 up == kAsItIs ? 0 : static_cast<int>(sum.y) - 1, across, up);
         const Vec2<Float> p = destCoord();
         const SourceView view = source.view;
@@ -712,28 +718,31 @@ struct KernelBase {
                                              mirrored(p.y, Float(sum.y) - p.y, up)});
     }
     VORN_INLINE Pixel sampleHere(Sampler<memory> source) const {
-        return loadHere<memory>(source.view, place);
+        return loadHere<memory>(source.view, vornPlace);
     }
 
     /// Stores the pixels that a kernel returns. Packed ones that it hands on as they are go past
     /// the arithmetic.
-    VORN_INLINE void give(Pixel p) const { storeGroup<memory>(target, to, p, place.count); }
+    VORN_INLINE void give(Pixel p) const {
+        storeGroup<memory>(vornTarget, vornTo, p, vornPlace.count);
+    }
     VORN_INLINE void giveHere(Sampler<memory> source) const {
         if constexpr (isPacked(memory))
-            giveTexels(loadTexels(bytesHere<memory>(source.view, place), place.count),
+            giveTexels(loadTexels(bytesHere<memory>(source.view, vornPlace), vornPlace.count),
                        source.view.order);
         else
             give(sampleHere(source));
     }
     VORN_INLINE void giveOffset(Sampler<memory> source, int x, int y) const {
         if constexpr (isPacked(memory))
-            giveTexels(texelsInRow(source.view, place.x + x, place.y + y), source.view.order);
+            giveTexels(texelsInRow(source.view, vornPlace.x + x, vornPlace.y + y),
+                       source.view.order);
         else
             give(sampleOffset(source, x, y));
     }
     VORN_INLINE void giveNothing() const {
         if constexpr (isPacked(memory))
-            return storeTexels(to, bitsAs<Texels>(Uint(0u)), place.count);
+            return storeTexels(vornTo, bitsAs<Texels>(Uint(0u)), vornPlace.count);
         const Float zero = 0.0f;
         give({zero, zero, zero, zero});
     }
@@ -751,7 +760,7 @@ struct KernelBase {
 
 private:
     VORN_INLINE void giveTexels(Texels texels, ChannelOrder order) const {
-        storeTexels(to, reordered(texels, order, target.order), place.count);
+        storeTexels(vornTo, reordered(texels, order, vornTarget.order), vornPlace.count);
     }
 };
 
