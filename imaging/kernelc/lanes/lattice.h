@@ -103,7 +103,7 @@ VORN_INLINE auto latticeAt([[maybe_unused]] Lattices& lattices, Function functio
     const Int places = x - Int(row.column);
     if (isKnown && allLanes(toUint(places) < Uint(N) && y == Int(row.row))) [[likely]]
         return lookedUp<Value>(row, bitsAs<Texels>(places.v));
-    row.site = -1;
+    if (!isKnown) row.site = -1; // lanes far from each other leave what is known
     Value value;
     computeLattice(function, x, y, row, site, value);
     return value;
