@@ -354,7 +354,7 @@ private:
                              "depends on");
         const size_t rest = commas.size() > 1 ? commas[1] : callEnd;
         out_ += "this->template latticeAt<" + std::to_string(sites_++) +
-                ">([&](Int latticeX, Int latticeY) __attribute__((noinline)) "
+                ">([&](Int latticeX, Int latticeY) VORN_LATTICE_FUNCTION "
                 "{ return " +
                 token(at + 2).text + "(latticeX, latticeY ";
         body(rest, callEnd);

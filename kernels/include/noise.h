@@ -65,16 +65,34 @@ vec2 turnedSlopesAt(int x, int y, uniform uint seed, uniform vec2 turn) {
 
 // Gradient noise of a place alone, whose gradients are turned by the angle with the cosine and sine
 // `turn`: as the angle runs on, every place swings about 0 and eddies seem to turn (K. Perlin and
-// F. Neyret, "Flow Noise", 2001). Nearly all of it within -0.7 to 0.7.
+// F. Neyret, "Flow Noise", 2001). Nearly all of it within -0.7 to 0.7. `d` is the place in its cell, the
+// rest the slopes at the cell's corners.
+float flowBetween(vec2 d, vec2 s00, vec2 s10, vec2 s01, vec2 s11) {
+    vec2 t = fade(d);
+    float v00 = dot(s00, d);
+    float v10 = dot(s10, vec2(d.x - 1.0, d.y));
+    float v01 = dot(s01, vec2(d.x, d.y - 1.0));
+    float v11 = dot(s11, d - 1.0);
+    return mix(mix(v00, v10, t.x), mix(v01, v11, t.x), t.y);
+}
+
+// Where neighbouring pixels are at neighbouring places.
 float flowNoise(vec2 p, uniform uint seed, uniform vec2 turn) {
     vec2 cell = floor(p);
-    vec2 d = p - cell;
-    vec2 t = fade(d);
     int x = int(cell.x);
     int y = int(cell.y);
-    float v00 = dot(lattice(turnedSlopesAt(x, y, seed, turn)), d);
-    float v10 = dot(lattice(turnedSlopesAt(x + 1, y, seed, turn)), vec2(d.x - 1.0, d.y));
-    float v01 = dot(lattice(turnedSlopesAt(x, y + 1, seed, turn)), vec2(d.x, d.y - 1.0));
-    float v11 = dot(lattice(turnedSlopesAt(x + 1, y + 1, seed, turn)), d - 1.0);
-    return mix(mix(v00, v10, t.x), mix(v01, v11, t.x), t.y);
+    return flowBetween(p - cell, lattice(turnedSlopesAt(x, y, seed, turn)),
+                       lattice(turnedSlopesAt(x + 1, y, seed, turn)),
+                       lattice(turnedSlopesAt(x, y + 1, seed, turn)),
+                       lattice(turnedSlopesAt(x + 1, y + 1, seed, turn)));
+}
+
+// Where places are bent and lie in cells above each other.
+float flowNoiseAnywhere(vec2 p, uniform uint seed, uniform vec2 turn) {
+    vec2 cell = floor(p);
+    int x = int(cell.x);
+    int y = int(cell.y);
+    return flowBetween(p - cell, turnedSlopesAt(x, y, seed, turn), turnedSlopesAt(x + 1, y, seed, turn),
+                       turnedSlopesAt(x, y + 1, seed, turn),
+                       turnedSlopesAt(x + 1, y + 1, seed, turn));
 }

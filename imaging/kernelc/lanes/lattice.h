@@ -23,6 +23,14 @@ struct Lattices {
     uint32_t next = 0; ///< call of this group
 };
 
+// What the text's function is compiled as: once, so that looked up and computed values are the
+// same.
+#ifdef VORN_HAS_PAIRS
+#define VORN_LATTICE_FUNCTION __attribute__((noinline))
+#else
+#define VORN_LATTICE_FUNCTION __attribute__((always_inline))
+#endif
+
 #ifdef VORN_HAS_PAIRS
 VORN_INLINE Float lookedUp(Float of, Texels places) {
 #if VORN_LANES == 16
