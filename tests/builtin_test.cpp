@@ -847,6 +847,40 @@ TEST(WholeReads, AddUpBlocks) {
 }
 
 // Means of blocks from the lower left corner on; those at the other ends have fewer pixels.
+TEST(WholeReads, AddUpLinesByWeights) {
+    struct Line {
+        int x, y, reach;
+    };
+    for (const CIFormat format : kAllFormats) {
+        const Placed source = noise(48, 71, 19, -5, 3, format);
+        for (const auto& [x, y, reach] : {Line{1, 0, 3}, Line{0, 1, 16}, Line{1, 0, 16},
+                                          Line{0, 1, 0}, Line{-1, 2, 2}, Line{1, 0, 17}}) {
+            const double weights[] = {0.25, 0.125, 0.75, 0.5};
+            expectEverywhere(
+                testKernel("WholeReads", "bell")
+                    .applyWithExtent({-30, -20, 120, 60}, RegionOfInterest::grownBy(2 * reach),
+                                     {source.image(), x, y, reach,
+                                      CIVector(weights[0], weights[1], weights[2], weights[3])}),
+                {-30, -20, 120, 60},
+                [&, x = x, y = y, reach = reach](int px, int py) {
+                    Pixel sum{};
+                    double weight = weights[0], next = weights[1], fall = weights[2];
+                    for (int i = 0; i <= reach; ++i) {
+                        const Pixel a = source.at(px + i * x, py + i * y),
+                                    b = source.at(px - i * x, py - i * y);
+                        for (size_t c = 0; c < 4; ++c)
+                            sum[c] += weight * (i == 0 ? a[c] : a[c] + b[c]);
+                        weight = next;
+                        next *= fall;
+                        fall *= weights[3];
+                    }
+                    return sum;
+                },
+                2e-5);
+        }
+    }
+}
+
 TEST(WholeReads, ReduceImages) {
     for (const CIFormat format : {CIFormat::RGBA8, CIFormat::RGBAf})
         for (const auto& [across, up] : {std::pair{1, 1}, {4, 3}, {1, 7}, {500, 2}}) {

@@ -67,7 +67,7 @@ public:
             "using KernelBase<memory>::give; using KernelBase<memory>::giveHere; using "
             "KernelBase<memory>::giveOffset; using KernelBase<memory>::giveNothing;\n"
             "using KernelBase<memory>::sampleOffset; using KernelBase<memory>::sampleStrided;\n"
-            "using KernelBase<memory>::sampleSum;\n"
+            "using KernelBase<memory>::sampleSum; using KernelBase<memory>::sampleGaussian;\n"
             "using KernelBase<memory>::samplerCoord; using KernelBase<memory>::samplerSize;\n"
             "using KernelBase<memory>::samplerOrigin; using KernelBase<memory>::samplerExtent;\n";
         size_t at = 0;

@@ -135,6 +135,16 @@ vec4 sampleSum(int source, int across, int up, int x, int y) {
         for (int i = 0; i < block.x; ++i) sum += vorn_fetch(source, first + ivec2(i, j));
     return sum;
 }
+vec4 sampleGaussian(int source, int x, int y, int reach, float center, float first, float quotient, float factor) {
+    vec4 sum = sampleOffset(source, 0, 0) * center;
+    float weight = first, fall = quotient;
+    for (int i = 1; i <= reach; ++i) {
+        sum += (sampleOffset(source, i * x, i * y) + sampleOffset(source, -i * x, -i * y)) * weight;
+        weight *= fall;
+        fall *= factor;
+    }
+    return sum;
+}
 vec4 sampleMoved(int source, vec2 offset) {
     const vec2 p = vornCall.sources[source].pixels.w < 0 ? offset + 0.5 : offset;
     const vec2 whole = clamp(floor(p), -1.0e8, 1.0e8);

@@ -2,6 +2,7 @@
 // that calls it for every group of N neighbouring pixels.
 #pragma once
 
+#include "gaussian.h"
 #include "lattice.h"
 
 namespace vorn::lanes {
@@ -376,6 +377,36 @@ VORN_INLINE Pixel fetchInRow(const SourceView& view, int x, int y, int stride) {
     return {reversed(p.x), reversed(p.y), reversed(p.z), reversed(p.w)};
 }
 
+/// The sum of the pixels on a line through each of N pixels by the weights of a Gaussian.
+template <Memory memory>
+__attribute__((noinline)) Pixel gaussianSum(const SourceView& view, Place place, int x, int y,
+                                            int reach, Gaussian weights) {
+#ifdef VORN_HAS_PAIRS
+    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
+    const bool isAcross = x == 1 && y == 0;
+    if ((isAcross || (x == 0 && y == 1)) && reach >= 0 && reach <= kMostReach) [[likely]] {
+        const int column = place.x - view.x0, row = view.y0 + view.height - 1 - place.y;
+        if (layout == kPacked8)
+            return gaussianOf<kPacked8>(view, column, row, isAcross, reach, weights);
+        if constexpr (!isPacked(memory))
+            return layout == kHalf
+                       ? gaussianOf<kHalf>(view, column, row, isAcross, reach, weights)
+                       : gaussianOf<kFloat>(view, column, row, isAcross, reach, weights);
+    }
+#endif
+    const auto at = [&](int i) {
+        return fetchInRow<memory>(view, place.x + i * x, place.y + i * y, 1);
+    };
+    Pixel sum = at(0) * weights.center;
+    float weight = weights.first, fall = weights.quotient;
+    for (int i = 1; i <= reach; ++i) {
+        sum = sum + (at(i) + at(-i)) * weight;
+        weight *= fall;
+        fall *= weights.factor;
+    }
+    return sum;
+}
+
 inline constexpr int kMostSummed = 64; ///< pixels of a block along each axis
 
 /// The sums of N blocks of `across` by `up` pixels, which lie side by side from the pixel (x, y)
@@ -699,6 +730,11 @@ struct KernelBase {
     VORN_INLINE Pixel sampleSum(Sampler<memory> source, int across, int up, int x, int y) const {
         return sumsOfBlocks<memory>(source.view, vornPlace.x * across + x, vornPlace.y * up + y,
                                     across, up);
+    }
+    VORN_INLINE Pixel sampleGaussian(Sampler<memory> source, int x, int y, int reach, float center,
+                                     float first, float quotient, float factor) const {
+        return gaussianSum<memory>(source.view, vornPlace, x, y, reach,
+                                   {center, first, quotient, factor});
     }
     VORN_INLINE Pixel sampleMoved(Sampler<memory> source, Vec2<float> offset) const {
         if constexpr (isPacked(memory))
