@@ -23,10 +23,11 @@ public:
         const float longest = std::max(width, height);
         const bool isComposite = longest >= 8192 || (longest >= 4096 && mode <= kLastFlip);
         const CIImage mirrored =
-            isComposite
-                ? composite(kLayouts[mode], width, height)
-                : kernels[mode].applyWithExtent(source.extent(), regionOfInterest(mode, source),
-                                                {KernelArgument::orNothing(source), inputMixer});
+            isComposite ? composite(kLayouts[mode], width, height)
+                        : kernels[mode]
+                              .applyWithExtent(source.extent(), regionOfInterest(mode, source),
+                                               {KernelArgument::orNothing(source), inputMixer})
+                              .imageInBitsOfSources(); // of pixels that are moved as they are
         if (!mirrored) return {};
         const CIImage mixed = kernels[kMixer].applyWithExtent(
             source.extent(), RegionOfInterest::grownBy(1),

@@ -75,8 +75,10 @@ private:
             multiplyKernel
                 .applyWithExtent(trail.extent(), RegionOfInterest::identity(), {trail, decay})
                 .imageInBitsOfSources();
-        CIImage moved = offsetKernel.applyWithExtent(decayed.extent(), RegionOfInterest::identity(),
-                                                     {decayed, CIVector(x, y), scale});
+        CIImage moved = offsetKernel
+                            .applyWithExtent(decayed.extent(), RegionOfInterest::identity(),
+                                             {decayed, CIVector(x, y), scale})
+                            .imageInBitsOfSources();
         // A picture of 8 bits shows nothing of a drift of less than a 1024th of a pixel.
         if (scale == 1 && std::hypot(x, y) < 1 / 1024.0f) moved = moved.imageKnownToEqual(decayed);
 

@@ -157,13 +157,18 @@ private:
 
     /// How a step is kept that is computed once.
     int32_t layoutOf(const Step& step) {
-        if (step.bits == Node::Bits::Floats) return kFloat;
-        if (step.bits == Node::Bits::Usual || intermediate_ == kFloat) return intermediate_;
+        return step.bits == Node::Bits::Floats ? kFloat
+               : isKeptInBytes(step)           ? kPacked8
+                                               : intermediate_;
+    }
+    /// Whether a step is to have the bits of its sources and these are 8.
+    bool isKeptInBytes(const Step& step) {
+        if (step.bits != Node::Bits::OfSources || intermediate_ == kFloat) return false;
         for (int e = 0; e < step.edgeCount; ++e) {
             const Step& source = plan_.steps()[static_cast<size_t>(plan_.edgesOf(step)[e].step)];
-            if (!source.isMemory || source.memory.layout != kPacked8) return intermediate_;
+            if (!source.isMemory || source.memory.layout != kPacked8) return false;
         }
-        return kPacked8;
+        return step.edgeCount > 0;
     }
 
     bool readsTarget(const IntRect& rect, const Target& target) {
@@ -328,11 +333,19 @@ private:
         const int64_t rowBytes = (int64_t(rect.width()) * 4 + 63) / 64 * 64;
         // Planes a multiple of 4096 bytes apart would all fall on the same lines of the cache.
         const int64_t planeBytes = rowBytes * rect.height() + 5 * 64;
-        uint8_t* bytes = scratch.allocate(static_cast<size_t>(planeBytes) * 4);
-        evaluate(edge, rect, {bytes, rowBytes, planeBytes, kPlanar, {0, 1, 2, 3}}, scratch);
+        TargetView target{nullptr, rowBytes, planeBytes, kPlanar, {0, 1, 2, 3}};
+        if (isKeptInBytes(step)) {
+            // In the order of the source, so that pixels that only move are copied.
+            const Edge& from = plan_.edgesOf(step)[0];
+            target.layout = kPacked8;
+            target.order = plan_.steps()[static_cast<size_t>(from.step)].memory.order;
+        }
+        target.bytes =
+            scratch.allocate(static_cast<size_t>(planeBytes) * (target.layout == kPacked8 ? 1 : 4));
+        evaluate(edge, rect, target, scratch);
         SourceView view = viewOf(step, edge);
-        view.bytes = bytes, view.rowBytes = rowBytes, view.planeBytes = planeBytes;
-        view.layout = kPlanar;
+        view.bytes = target.bytes, view.rowBytes = rowBytes, view.planeBytes = planeBytes;
+        view.layout = target.layout, view.order = target.order;
         view.x0 = rect.x0, view.y0 = rect.y0;
         view.width = rect.width(), view.height = rect.height();
         scratch.known.push_back({edge.step, edge.clip, rect, view});

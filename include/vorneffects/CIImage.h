@@ -84,10 +84,9 @@ public:
     /// means of so many pixels across and up, 64 at most. Descriptions do not show it. Of images
     /// whose kernel has no reduced image, the image itself.
     CIImage imageWithReduction(int across, int up, ReducedBits bits = ReducedBits::OfSources) const;
-    /// The same image, kept with as many bits as its sources where it is computed for a kernel that
-    /// reads elsewhere than at its own pixel: enough, and twice as fast, where it is made from
-    /// pixels of 8 bits and its reader's result is rounded to 8 bits. Otherwise it is kept in half
-    /// floats. Descriptions do not show it.
+    /// The same image, kept with 8 bits until another kernel reads it where its sources are pixels
+    /// of 8 bits, not in floats: enough, and up to twice as fast, where pixels only move, or where
+    /// what becomes of them is rounded to 8 bits anyway. Descriptions do not show it.
     CIImage imageInBitsOfSources() const;
     /// The same picture, computed once per render however often it is read.
     CIImage imageByInsertingIntermediate() const;

@@ -695,10 +695,10 @@ struct KernelBase {
                 Float(static_cast<float>(vornPlace.y) + 0.5f)};
     }
     VORN_INLINE Pixel sample(Sampler<memory> source, Vec2<Float> point) const {
-        if constexpr (isPacked(memory))
-            return sampleAt<memory>(source.view, point);
-        else
-            return calledSampleAt<memory>(source.view, point);
+        if constexpr (isPacked(memory)) return sampleAt<memory>(source.view, point);
+        // A picture as it was handed over, in the middle of a chain.
+        if (source.view.layout == kPacked8) return sampleAt<Memory::Packed>(source.view, point);
+        return calledSampleAt<memory>(source.view, point);
     }
     VORN_INLINE Pixel calledSample(Sampler<memory> source, Vec2<Float> point) const {
         return calledSampleAt<memory>(source.view, point);
