@@ -102,6 +102,7 @@ public:
         }
         // A wide target is computed in 32-bit floats throughout.
         intermediate_ = target.format == CIFormat::RGBAf ? kFloat : kHalf;
+        isTargetInBytes_ = bytesPerPixel(target.format) == 4;
         try {
             run(rect, target);
         } catch (const std::bad_alloc&) {
@@ -161,9 +162,10 @@ private:
                : isKeptInBytes(step)           ? kPacked8
                                                : intermediate_;
     }
-    /// Whether a step is to have the bits of its sources and these are 8.
+    /// Whether a step is to have the bits of its sources and these are 8, as are those of the
+    /// result.
     bool isKeptInBytes(const Step& step) {
-        if (step.bits != Node::Bits::OfSources || intermediate_ == kFloat) return false;
+        if (step.bits != Node::Bits::OfSources || !isTargetInBytes_) return false;
         for (int e = 0; e < step.edgeCount; ++e) {
             const Step& source = plan_.steps()[static_cast<size_t>(plan_.edgesOf(step)[e].step)];
             if (!source.isMemory || source.memory.layout != kPacked8) return false;
@@ -368,6 +370,7 @@ private:
     Plan plan_;
     KernelModule::Entry copy_;
     int32_t intermediate_ = kHalf;
+    bool isTargetInBytes_ = false;
     std::vector<Buffer> buffers_;
     uint64_t scratchAllocations_ = 0;
 };

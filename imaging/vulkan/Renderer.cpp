@@ -183,6 +183,7 @@ bool Renderer::begin(const CIImage& image, const IntRect& rect, CIFormat format,
     problem_.clear();
     // A wide target is computed in 32-bit floats throughout.
     intermediate_ = vulkanFormat(format == CIFormat::RGBAf ? format : CIFormat::RGBAh);
+    isTargetInBytes_ = bytesPerPixel(format) == 4;
     if (device_->isLost()) {
         problem_ = "the Vulkan device was lost";
         return false;
@@ -532,8 +533,7 @@ void Renderer::record(Frame& frame, const IntRect& rect, const Destination& dest
 
 VkFormat Renderer::formatKeptOf(const Step& step) {
     if (step.bits == Node::Bits::Floats) return vulkanFormat(CIFormat::RGBAf);
-    if (step.bits == Node::Bits::Usual || intermediate_ == vulkanFormat(CIFormat::RGBAf))
-        return intermediate_;
+    if (step.bits == Node::Bits::Usual || !isTargetInBytes_) return intermediate_;
     for (int e = 0; e < step.edgeCount; ++e) {
         const auto source = static_cast<size_t>(plan_.edgesOf(step)[e].step);
         if (!plan_.steps()[source].isMemory || bytesPerPixel(computed_[source].order) != 4)

@@ -188,6 +188,7 @@ private:
     std::vector<TakenOver> takenOver_; ///< images of the host's
     std::vector<SemaphoreValue> waitFor_;
     VkFormat intermediate_ = VK_FORMAT_R16G16B16A16_SFLOAT;
+    bool isTargetInBytes_ = false;
     uint64_t group_ = 1; ///< of commands between two barriers
     VkDeviceSize callsUsed_ = 0;
     std::vector<Used> used_; ///< by the render that is being recorded

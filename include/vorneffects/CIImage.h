@@ -85,8 +85,9 @@ public:
     /// whose kernel has no reduced image, the image itself.
     CIImage imageWithReduction(int across, int up, ReducedBits bits = ReducedBits::OfSources) const;
     /// The same image, kept with 8 bits until another kernel reads it where its sources are pixels
-    /// of 8 bits, not in floats: enough, and up to twice as fast, where pixels only move, or where
-    /// what becomes of them is rounded to 8 bits anyway. Descriptions do not show it.
+    /// of 8 bits and so is the result, not in floats: enough, and up to twice as fast, where pixels
+    /// only move, or where what becomes of them is rounded to 8 bits anyway. Descriptions do not
+    /// show it.
     CIImage imageInBitsOfSources() const;
     /// The same picture, computed once per render however often it is read.
     CIImage imageByInsertingIntermediate() const;
