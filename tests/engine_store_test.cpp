@@ -74,6 +74,48 @@ TEST(Stores, EveryByteSurvivesACopyInAnyOrder) {
         }
 }
 
+/// A quarter of 101 is 25 in a byte and four times that 100; in floats it comes back. Bytes are for
+/// pictures of bytes that become bytes, and for images that are said to do with them.
+TEST(Stores, KeepsTheBitsOfSourcesWhereThatIsSaid) {
+    const CIVector nothing(0, 0, 0, 0);
+    const CGRect bounds{0, 0, 40, 6};
+    struct Case {
+        CIFormat source, target;
+        bool isSaid;
+        double kept;
+    };
+    const Case cases[] = {{CIFormat::RGBA8, CIFormat::BGRA8, true, 100},
+                          {CIFormat::ARGB8, CIFormat::RGBA8, true, 100},
+                          {CIFormat::RGBA8, CIFormat::RGBA8, false, 101},
+                          {CIFormat::RGBA8, CIFormat::RGBAh, true, 101},
+                          {CIFormat::RGBAh, CIFormat::RGBA8, true, 101}};
+    for (const Case& test : cases) {
+        Bitmap source(40, 6, test.source);
+        source.forEach([&](int x, int y) {
+            source.set(x, y, {101 / 255.0, 101 / 255.0, 101 / 255.0, 1});
+        });
+        CIImage quarter =
+            pictureKernel("scaleAndShift")
+                .applyWithExtent(bounds, {source.image(), CIVector(.25, .25, .25, 1), nothing});
+        if (test.isSaid) quarter = quarter.imageInBitsOfSources();
+        const CIImage moved = pictureKernel("readAt").applyWithExtent(
+            bounds, RegionOfInterest::grownBy(1), {quarter, CIVector(0, 0)});
+        for (const CIImage& read : {quarter, moved}) {
+            const CIImage whole =
+                pictureKernel("scaleAndShift")
+                    .applyWithExtent(bounds, {read, CIVector(4, 4, 4, 1), nothing});
+            for (const auto& context : cpuContexts())
+                EXPECT_TRUE(isClose(render(*context, whole, bounds, test.target),
+                                    [&](int, int) {
+                                        const double v = test.kept / 255;
+                                        return Pixel{v, v, v, 1};
+                                    },
+                                    {test.target == CIFormat::RGBAh ? 3e-4 : 1e-6}))
+                    << test.kept << ", " << nameOf(*context);
+        }
+    }
+}
+
 TEST(Halves, AllOfThemAreReadExactlyAndWrittenBack) {
     Bitmap source(16384, 1, CIFormat::RGBAh);
     std::vector<uint16_t> halves(65536);
