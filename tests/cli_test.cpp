@@ -431,7 +431,7 @@ protected:
 
     Outcome make(const std::string& name) const {
         return runVorn("gallery '" + (folder / name).string() +
-                       "' --filter VEWobble --filter VEXFDissolve --filter VEMirrors --quiet");
+                       "' --filter VEWobble VEXFDissolve --filter VEMirrors --quiet");
     }
     std::map<std::string, std::string> filesOf(const std::string& name) const {
         std::map<std::string, std::string> files;

@@ -41,7 +41,7 @@ using Settings = GallerySettings;
 
 struct GalleryOptions {
     std::string folder;
-    std::vector<std::string> filters;
+    std::vector<std::string> filters, moreFilters;
     bool isQuiet = false;
 };
 
@@ -488,17 +488,24 @@ void addGalleryCommand(CLI::App& app, Action& action) {
     command->add_option("DIR", options->folder, "The folder of the page; made where there is none")
         ->required()
         ->type_name("");
-    command->add_option("--filter", options->filters, "Only this one; may be repeated")
+    // Further names fall to the positionals, so that DIR may stand on either side of them.
+    command->add_option("--filter", options->filters, "Only these; one name or more")
         ->allow_extra_args(false)
         ->type_name("NAME");
+    command->add_option("NAME", options->moreFilters, "More of them, after --filter")
+        ->type_name("");
     command->add_flag("--quiet", options->isQuiet, "No progress and no summary");
     command->footer(
         "Writes DIR/index.html and its pictures, DIR/pictures. The page needs no network and\n"
         "no script. Animations stand still where the system asks for little motion.\n\n"
         "Examples:\n"
         "  vorn gallery gallery\n"
-        "  vorn gallery keys --filter VEChromaKeyRGB --filter VELumaKey");
-    command->callback([options, &action] { action = [options] { return gallery(*options); }; });
+        "  vorn gallery keys --filter VEChromaKeyRGB VELumaKey");
+    command->callback([options, &action] {
+        options->filters.insert(options->filters.end(), options->moreFilters.begin(),
+                                options->moreFilters.end());
+        action = [options] { return gallery(*options); };
+    });
 }
 
 } // namespace vorn::cli
