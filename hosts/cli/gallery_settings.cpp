@@ -10,23 +10,14 @@ namespace vorn::cli {
 
 namespace {
 
+/// A shape beside the middle, with a soft edge.
+const GallerySettings kPositioned = {
+    {"inputIsXY", 1},        {"inputMode", 4},         {"inputSize", 0.45}, {"inputEdge", 0.3},
+    {"inputXPosition", 0.4}, {"inputYPosition", 0.55}, {"inputAspect", 1.2}};
+
 const std::vector<FilterSettings> kOwnSettings = {
-    {"VECropCircleXYPosition",
-     {{"inputIsXY", 1},
-      {"inputMode", 4},
-      {"inputSize", 0.45},
-      {"inputEdge", 0.3},
-      {"inputXPosition", 0.4},
-      {"inputYPosition", 0.55},
-      {"inputAspect", 1.2}}},
-    {"VEFalloffXYPosition",
-     {{"inputIsXY", 1},
-      {"inputMode", 4},
-      {"inputSize", 0.45},
-      {"inputEdge", 0.3},
-      {"inputXPosition", 0.4},
-      {"inputYPosition", 0.55},
-      {"inputAspect", 1.2}}},
+    {"VECropCircleXYPosition", kPositioned},
+    {"VEFalloffXYPosition", kPositioned},
     {"VEColorBrightContrast", {{"inputBrightness", 127}, {"inputContrast", 150}}},
     {"VETiles_2", {{"inputXdiv", 3}, {"inputYdiv", 2}, {"inputXoffset", 4}, {"inputYoffset", 6}}},
     {"VE_ASCII_Art", {{"inputScale", 40}}},
