@@ -89,8 +89,8 @@ struct Node : std::enable_shared_from_this<Node> {
     /// The picture repeats after so many pixels across and up; 0: nobody has said that it does.
     int period[2] = {0, 0};
 
-    /// How a step is kept that is computed once: in half floats or what the result needs, in 8 bits
-    /// where its sources are, or in floats.
+    /// How the picture is kept until another kernel reads it: in floats of as many bits as the
+    /// device takes, in 8 bits where its sources and the result are, or in 32-bit floats.
     enum class Bits : uint8_t { Usual, OfSources, Floats };
     Bits bits = Bits::Usual;
 
