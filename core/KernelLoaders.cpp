@@ -2,7 +2,7 @@
 // of its class is made.
 #include "vorneffects/VornEffects.h"
 
-#include <cstdio>
+#include "platform/Messages.h"
 
 namespace {
 
@@ -17,9 +17,9 @@ Kernel loadKernel(const char* kernelKind, Class owner, std::string_view libraryN
     if (kernel) return kernel;
 
     const std::string& description = error.localizedDescription;
-    std::printf("ERROR: failed to load %s '%s' from '%s'%s%s\n", kernelKind,
-                std::string(functionName).c_str(), std::string(libraryName).c_str(),
-                description.empty() ? "" : " err=", description.c_str());
+    vorn::report(vorn::Severity::Error, "ERROR: failed to load %s '%s' from '%s'%s%s", kernelKind,
+                 std::string(functionName).c_str(), std::string(libraryName).c_str(),
+                 description.empty() ? "" : " err=", description.c_str());
     return {};
 }
 
@@ -30,14 +30,15 @@ Data VornEffectsLoadMetalLibraryData(Class owner, std::string_view libraryName) 
 
     const auto path = Bundle::forClass(owner).pathForResource(libraryName, "ci.metallib");
     if (!path) {
-        std::printf("ERROR: missing ci.metallib resource '%s' for class '%s'\n",
-                    std::string(libraryName).c_str(), owner->name);
+        vorn::report(vorn::Severity::Error,
+                     "ERROR: missing ci.metallib resource '%s' for class '%s'",
+                     std::string(libraryName).c_str(), owner->name);
         return nullptr;
     }
     Data data = dataWithContentsOfFile(*path);
     if (!data)
-        std::printf("ERROR: failed to load ci.metallib '%s' for class '%s'\n",
-                    std::string(libraryName).c_str(), owner->name);
+        vorn::report(vorn::Severity::Error, "ERROR: failed to load ci.metallib '%s' for class '%s'",
+                     std::string(libraryName).c_str(), owner->name);
     return data;
 }
 
@@ -65,15 +66,16 @@ bool VornEffectsLoadKernelArray(Class owner, std::string_view libraryName,
         if (slots[index]) continue;
         const std::string_view functionName = functionNames[index];
         if (functionName.empty()) {
-            std::printf("ERROR: empty kernel name at index %d for class '%s'\n", index,
-                        owner->name);
+            vorn::report(vorn::Severity::Error,
+                         "ERROR: empty kernel name at index %d for class '%s'", index, owner->name);
             isComplete = false;
             continue;
         }
         slots[index] = VornEffectsLoadKernel(owner, libraryName, functionName);
         if (!slots[index]) {
-            std::printf("ERROR: failed to load kernel '%s' at index %d for class '%s'\n",
-                        std::string(functionName).c_str(), index, owner->name);
+            vorn::report(vorn::Severity::Error,
+                         "ERROR: failed to load kernel '%s' at index %d for class '%s'",
+                         std::string(functionName).c_str(), index, owner->name);
             isComplete = false;
         }
     }

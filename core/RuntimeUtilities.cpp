@@ -1,16 +1,15 @@
 // Functions that filters share: the error picture, bitmap contexts, the clock, angles.
 #include "imaging/Node.h"
+#include "platform/Messages.h"
 #include "vorneffects/VornEffects.h"
-
-#include <cstdio>
 
 CIImage VornEffectsCreateErrorImage(std::string_view resourceName, std::string_view label,
                                     std::string_view message) {
     const auto path = Bundle::forClass(classFromString("VornEffectsCatalog"))
                           .pathForResource(resourceName, "png");
     if (!path) {
-        std::printf("### FX: missing error image resource '%s'\n",
-                    std::string(resourceName).c_str());
+        vorn::report(vorn::Severity::Warning, "### FX: missing error image resource '%s'",
+                     std::string(resourceName).c_str());
         return {};
     }
     const std::optional<CGImage> picture = decodePNG(dataWithContentsOfFile(*path));
@@ -43,8 +42,9 @@ CGContextRef VornEffectsCreateBitmapContext(uint32_t width, uint32_t height,
     int32_t status = kStatusSuccess;
     const CVPixelBufferRef pixels = PixelBuffer::create(width, height, kCIFormatARGB8, &status);
     if (!pixels) {
-        std::printf("### FX: create bitmap context %d x %d failed '%s' (%08x)\n", printableWidth,
-                    printableHeight, label, static_cast<unsigned>(status));
+        vorn::report(vorn::Severity::Warning,
+                     "### FX: create bitmap context %d x %d failed '%s' (%08x)", printableWidth,
+                     printableHeight, label, static_cast<unsigned>(status));
         return nullptr;
     }
     if (buffer) *buffer = pixels;
@@ -53,8 +53,9 @@ CGContextRef VornEffectsCreateBitmapContext(uint32_t width, uint32_t height,
     CGContextRef context = BitmapContext::create(base, width, height, pixels->bytesPerRow(),
                                                  pixels->format(), CGColorSpace::SRGB);
     if (!context) {
-        std::printf("### FX: create bitmap context %d x %d failed '%s' (%08x) buf:%p\n",
-                    printableWidth, printableHeight, label, static_cast<unsigned>(status), base);
+        vorn::report(vorn::Severity::Warning,
+                     "### FX: create bitmap context %d x %d failed '%s' (%08x) buf:%p",
+                     printableWidth, printableHeight, label, static_cast<unsigned>(status), base);
         pixels->unlock();
         if (buffer) buffer->reset();
         return nullptr;

@@ -2,7 +2,8 @@
 // the library's bundle says.
 #include "vorneffects/VornEffects.h"
 
-#include <cstdio>
+#include "platform/Messages.h"
+
 #include <functional>
 #include <map>
 
@@ -45,13 +46,14 @@ void VornEffectsCatalog::registerBuiltInMappings() {
 
     const auto manifest = readManifest();
     if (!manifest) {
-        std::puts("VornEffects Manifest: Could not find/open manifest dict!");
+        vorn::report(vorn::Severity::Error,
+                     "VornEffects Manifest: Could not find/open manifest dict!");
         return;
     }
     const auto found = manifest->find("Entries");
     const PropertyListArray* entries = found == manifest->end() ? nullptr : found->second.array();
     if (!entries) {
-        std::puts("VornEffects Manifest: Could not open manifest array!");
+        vorn::report(vorn::Severity::Error, "VornEffects Manifest: Could not open manifest array!");
         return;
     }
     for (const PropertyList& entry : *entries) {
@@ -62,9 +64,9 @@ void VornEffectsCatalog::registerBuiltInMappings() {
             classByName->insert_or_assign(*filterName, filterClass);
             continue;
         }
-        std::printf("VornEffects Manifest: class not found for %s -> %s\n",
-                    filterName ? filterName->c_str() : "(null)",
-                    className ? className->c_str() : "(null)");
+        vorn::report(vorn::Severity::Error, "VornEffects Manifest: class not found for %s -> %s",
+                     filterName ? filterName->c_str() : "(null)",
+                     className ? className->c_str() : "(null)");
     }
 }
 

@@ -1,12 +1,13 @@
 #include "vorneffects/VornEffects.h"
 
-#include <cstdio>
+#include "platform/Messages.h"
 
 CIFilterRef VornEffectsFilterConstructor::filterWithName(std::string_view name) {
     const Class filterClass = VornEffectsCatalog::filterClassForName(name);
     // A manifest may name a class that exists and is no filter: nothing can be made of it either.
     if (!filterClass || !filterClass->filter) {
-        std::printf("VornEffects: unknown filter request '%s'\n", std::string(name).c_str());
+        vorn::report(vorn::Severity::Warning, "VornEffects: unknown filter request '%s'",
+                     std::string(name).c_str());
         return nullptr;
     }
     return filterClass->filter->create();

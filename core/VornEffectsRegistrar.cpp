@@ -1,11 +1,11 @@
 #include "vorneffects/VornEffects.h"
 
-#include <cstdio>
+#include "platform/Messages.h"
 
 void VornEffectsRegistrar::registerAllFilters() {
     static bool isRegistered = false;
 
-    std::puts("VornEffects: registerAllFilters");
+    vorn::report(vorn::Severity::Notice, "VornEffects: registerAllFilters");
     if (isRegistered) return;
 
     VornEffectsCatalog::registerBuiltInMappings();

@@ -2,8 +2,8 @@
 
 #include "imaging/KernelLibrary.h"
 #include "imaging/Node.h"
+#include "platform/Messages.h"
 
-#include <cstdio>
 #include <cstring>
 
 namespace vorn::imaging {
@@ -52,7 +52,8 @@ CIImage pixelsImage(PixelSource source, CGPoint origin, CGColorSpace colorSpace,
 bool putOnTop(Node& node, const CIImage& image) {
     node.depth = std::max(node.depth, image.node()->depth + 1);
     if (node.depth <= Node::kDeepest) return true;
-    std::printf("### CIImage: more than %d images lie on top of each other\n", Node::kDeepest);
+    vorn::report(vorn::Severity::Warning,
+                 "### CIImage: more than %d images lie on top of each other", Node::kDeepest);
     return false;
 }
 
@@ -370,15 +371,15 @@ std::shared_ptr<Node> makeKernelNode(const std::shared_ptr<const KernelFunction>
     const auto& parameters = declaration.parameters;
     const size_t given = kernelc::givenCount(declaration);
     if (arguments.size() != given) {
-        std::printf("### CIKernel '%s' takes %zu arguments, not %zu\n", declaration.name.c_str(),
-                    given, arguments.size());
+        vorn::report(vorn::Severity::Warning, "### CIKernel '%s' takes %zu arguments, not %zu",
+                     declaration.name.c_str(), given, arguments.size());
         return nullptr;
     }
     auto node = makeNode(Node::Kind::Kernel, extent);
     if (declaration.kind == kernelc::FunctionKind::Warp) {
         if (!image) {
-            std::printf("### CIKernel '%s': the image to warp is missing\n",
-                        declaration.name.c_str());
+            vorn::report(vorn::Severity::Warning, "### CIKernel '%s': the image to warp is missing",
+                         declaration.name.c_str());
             return nullptr;
         }
         node->samplers.emplace_back(image);
@@ -388,10 +389,10 @@ std::shared_ptr<Node> makeKernelNode(const std::shared_ptr<const KernelFunction>
         const KernelArgument& argument = arguments.begin()[i];
         const bool missing = argument.isMissing();
         if (missing || !flatten(argument, parameters[i].type, *node)) {
-            std::printf("### CIKernel '%s': argument %zu (%s) %s %s\n", declaration.name.c_str(),
-                        i + 1, parameters[i].name.c_str(),
-                        missing ? "is missing: it should be" : "should be",
-                        typeName(parameters[i].type));
+            vorn::report(vorn::Severity::Warning, "### CIKernel '%s': argument %zu (%s) %s %s",
+                         declaration.name.c_str(), i + 1, parameters[i].name.c_str(),
+                         missing ? "is missing: it should be" : "should be",
+                         typeName(parameters[i].type));
             return nullptr;
         }
         node->arguments.push_back(argument);
@@ -413,8 +414,9 @@ CIImage CIKernel::applyWithExtent(CGRect extent, const RegionOfInterest& regionO
                                   KernelArguments arguments) const {
     if (!function_) return {};
     if (type() == KernelType::Warp) {
-        std::printf("### CIKernel '%s' is a warp kernel and needs an image to warp\n",
-                    function_->declaration().name.c_str());
+        vorn::report(vorn::Severity::Warning,
+                     "### CIKernel '%s' is a warp kernel and needs an image to warp",
+                     function_->declaration().name.c_str());
         return {};
     }
     return CIImage(makeKernelNode(function_, extent, regionOfInterest, {}, arguments));
@@ -423,8 +425,9 @@ CIImage CIKernel::applyWithExtent(CGRect extent, const RegionOfInterest& regionO
 CIImage CIKernel::applyWithExtent(CGRect extent, KernelArguments arguments) const {
     if (function_ && type() != KernelType::Color &&
         kernelc::sourceCount(function_->declaration()) > 0) {
-        std::printf("### CIKernel '%s' is no colour kernel and needs a region of interest\n",
-                    function_->declaration().name.c_str());
+        vorn::report(vorn::Severity::Warning,
+                     "### CIKernel '%s' is no colour kernel and needs a region of interest",
+                     function_->declaration().name.c_str());
         return {};
     }
     return applyWithExtent(extent, RegionOfInterest::identity(), arguments);

@@ -2,9 +2,9 @@
 #include "imaging/ThreadDevice.h"
 #include "imaging/cpu/Plan.h"
 #include "imaging/vulkan/Renderer.h"
+#include "platform/Messages.h"
 #include "vorneffects/CIContext.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -96,8 +96,8 @@ void CIImageAccumulator::setImage(const CIImage& image) {
         if (bytesPerPixel(state_->format) == 4)
             deviceOfThread().stored = {image.sharedNode(), state_->image.sharedNode(), rect};
     } else {
-        std::printf("### CIImageAccumulator: %s\n",
-                    memory ? context.lastError().c_str() : "out of memory");
+        vorn::report(vorn::Severity::Warning, "### CIImageAccumulator: %s",
+                     memory ? context.lastError().c_str() : "out of memory");
     }
 }
 

@@ -1,10 +1,10 @@
 #include "imaging/KernelLibrary.h"
+#include "platform/Messages.h"
 
 #include "vorneffects/CIContext.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <map>
@@ -96,8 +96,9 @@ const KernelModule::Loaded& KernelModule::load(size_t codeIndex) const {
             : nullptr;
     if (!table) {
         const char* reason = dlerror();
-        std::printf("ERROR: cannot load the %s code of kernel library '%s': %s\n",
-                    code.level.c_str(), library_.name.c_str(), reason ? reason : "no kernel table");
+        vorn::report(
+            vorn::Severity::Error, "ERROR: cannot load the %s code of kernel library '%s': %s",
+            code.level.c_str(), library_.name.c_str(), reason ? reason : "no kernel table");
         return loaded;
     }
     for (; table->name; ++table)
@@ -129,9 +130,10 @@ std::shared_ptr<const KernelFunction> frameworkKernel(std::string_view name,
     const CIKernel kernel = CIKernel::kernelWithFunctionName(
         name, path ? dataWithContentsOfFile(*path) : nullptr, path ? &error : nullptr);
     if (!kernel)
-        std::printf("ERROR: failed to load CIKernel '%.*s' from '%.*s' err=%s\n",
-                    static_cast<int>(name.size()), name.data(), static_cast<int>(library.size()),
-                    library.data(), error.localizedDescription.c_str());
+        vorn::report(vorn::Severity::Error,
+                     "ERROR: failed to load CIKernel '%.*s' from '%.*s' err=%s",
+                     static_cast<int>(name.size()), name.data(), static_cast<int>(library.size()),
+                     library.data(), error.localizedDescription.c_str());
     kernels->emplace(name, kernel);
     return kernel.function();
 }

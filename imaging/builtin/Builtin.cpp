@@ -1,6 +1,5 @@
 #include "imaging/builtin/Builtin.h"
-
-#include <cstdio>
+#include "platform/Messages.h"
 
 namespace vorn::imaging {
 namespace {
@@ -59,7 +58,8 @@ CIImage outputOf(const CIFilter& filter, std::shared_ptr<Node> node) {
 }
 
 CIImage refuse(const CIFilter& filter, const char* problem) {
-    std::printf("### %s: %s\n", filter.filterClass().classInfo.name, problem);
+    vorn::report(vorn::Severity::Warning, "### %s: %s", filter.filterClass().classInfo.name,
+                 problem);
     return {};
 }
 
