@@ -22,6 +22,8 @@
 #include <opencv2/imgproc.hpp>
 #endif
 
+using namespace vorn;
+
 namespace {
 
 /// A filter and the peer that does the same; no peer where OpenCV has none.

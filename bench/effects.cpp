@@ -23,6 +23,8 @@
 #include <opencv2/imgproc.hpp>
 #endif
 
+using namespace vorn;
+
 namespace {
 
 struct Comparison {

@@ -18,6 +18,8 @@
 #include <opencv2/imgproc.hpp>
 #endif
 
+using namespace vorn;
+
 namespace {
 
 struct Named : Candidate {

@@ -108,4 +108,5 @@ private:
 
 } // namespace vorn::filters
 
+using namespace vorn;
 using namespace vorn::filters;

@@ -4,6 +4,8 @@
 
 #include "platform/Messages.h"
 
+using namespace vorn;
+
 namespace {
 
 template <class Kernel>
@@ -17,9 +19,9 @@ Kernel loadKernel(const char* kernelKind, Class owner, std::string_view libraryN
     if (kernel) return kernel;
 
     const std::string& description = error.localizedDescription;
-    vorn::report(vorn::Severity::Error, "ERROR: failed to load %s '%s' from '%s'%s%s", kernelKind,
-                 std::string(functionName).c_str(), std::string(libraryName).c_str(),
-                 description.empty() ? "" : " err=", description.c_str());
+    report(Severity::Error, "ERROR: failed to load %s '%s' from '%s'%s%s", kernelKind,
+           std::string(functionName).c_str(), std::string(libraryName).c_str(),
+           description.empty() ? "" : " err=", description.c_str());
     return {};
 }
 
@@ -30,15 +32,14 @@ Data VornEffectsLoadMetalLibraryData(Class owner, std::string_view libraryName) 
 
     const auto path = Bundle::forClass(owner).pathForResource(libraryName, "ci.metallib");
     if (!path) {
-        vorn::report(vorn::Severity::Error,
-                     "ERROR: missing ci.metallib resource '%s' for class '%s'",
-                     std::string(libraryName).c_str(), owner->name);
+        report(Severity::Error, "ERROR: missing ci.metallib resource '%s' for class '%s'",
+               std::string(libraryName).c_str(), owner->name);
         return nullptr;
     }
     Data data = dataWithContentsOfFile(*path);
     if (!data)
-        vorn::report(vorn::Severity::Error, "ERROR: failed to load ci.metallib '%s' for class '%s'",
-                     std::string(libraryName).c_str(), owner->name);
+        report(Severity::Error, "ERROR: failed to load ci.metallib '%s' for class '%s'",
+               std::string(libraryName).c_str(), owner->name);
     return data;
 }
 
@@ -66,16 +67,15 @@ bool VornEffectsLoadKernelArray(Class owner, std::string_view libraryName,
         if (slots[index]) continue;
         const std::string_view functionName = functionNames[index];
         if (functionName.empty()) {
-            vorn::report(vorn::Severity::Error,
-                         "ERROR: empty kernel name at index %d for class '%s'", index, owner->name);
+            report(Severity::Error, "ERROR: empty kernel name at index %d for class '%s'", index,
+                   owner->name);
             isComplete = false;
             continue;
         }
         slots[index] = VornEffectsLoadKernel(owner, libraryName, functionName);
         if (!slots[index]) {
-            vorn::report(vorn::Severity::Error,
-                         "ERROR: failed to load kernel '%s' at index %d for class '%s'",
-                         std::string(functionName).c_str(), index, owner->name);
+            report(Severity::Error, "ERROR: failed to load kernel '%s' at index %d for class '%s'",
+                   std::string(functionName).c_str(), index, owner->name);
             isComplete = false;
         }
     }

@@ -6,8 +6,8 @@
 /// Nanoseconds of the platform's monotonic clock. Every source file that includes this has its own
 /// copy, which reads the timebase once, on its first call. Safe from any thread.
 static inline uint64_t MachAbsoluteTime() {
-    static const PlatformClock::Timebase timebase = PlatformClock::timebase();
+    static const vorn::PlatformClock::Timebase timebase = vorn::PlatformClock::timebase();
     static const bool ticksAreNanoseconds = timebase.numerator == timebase.denominator;
-    const uint64_t ticks = PlatformClock::ticks();
+    const uint64_t ticks = vorn::PlatformClock::ticks();
     return ticksAreNanoseconds ? ticks : ticks * timebase.numerator / timebase.denominator;
 }

@@ -3,13 +3,15 @@
 #include "platform/Messages.h"
 #include "vorneffects/VornEffects.h"
 
+using namespace vorn;
+
 CIImage VornEffectsCreateErrorImage(std::string_view resourceName, std::string_view label,
                                     std::string_view message) {
     const auto path = Bundle::forClass(classFromString("VornEffectsCatalog"))
                           .pathForResource(resourceName, "png");
     if (!path) {
-        vorn::report(vorn::Severity::Warning, "### FX: missing error image resource '%s'",
-                     std::string(resourceName).c_str());
+        report(Severity::Warning, "### FX: missing error image resource '%s'",
+               std::string(resourceName).c_str());
         return {};
     }
     const std::optional<CGImage> picture = decodePNG(dataWithContentsOfFile(*path));
@@ -31,8 +33,8 @@ CIImage VornEffectsCreateErrorImage(std::string_view resourceName, std::string_v
     if (!messageText.empty()) context->drawText({96, 17}, messageText, fontName, 56);
     context->flush();
     buffer->unlock();
-    return vorn::imaging::markAsErrorImage(CIImage::imageWithCVPixelBuffer(buffer), labelText,
-                                           messageText);
+    return imaging::markAsErrorImage(CIImage::imageWithCVPixelBuffer(buffer), labelText,
+                                     messageText);
 }
 
 CGContextRef VornEffectsCreateBitmapContext(uint32_t width, uint32_t height,
@@ -42,9 +44,8 @@ CGContextRef VornEffectsCreateBitmapContext(uint32_t width, uint32_t height,
     int32_t status = kStatusSuccess;
     const CVPixelBufferRef pixels = PixelBuffer::create(width, height, kCIFormatARGB8, &status);
     if (!pixels) {
-        vorn::report(vorn::Severity::Warning,
-                     "### FX: create bitmap context %d x %d failed '%s' (%08x)", printableWidth,
-                     printableHeight, label, static_cast<unsigned>(status));
+        report(Severity::Warning, "### FX: create bitmap context %d x %d failed '%s' (%08x)",
+               printableWidth, printableHeight, label, static_cast<unsigned>(status));
         return nullptr;
     }
     if (buffer) *buffer = pixels;
@@ -53,9 +54,8 @@ CGContextRef VornEffectsCreateBitmapContext(uint32_t width, uint32_t height,
     CGContextRef context = BitmapContext::create(base, width, height, pixels->bytesPerRow(),
                                                  pixels->format(), CGColorSpace::SRGB);
     if (!context) {
-        vorn::report(vorn::Severity::Warning,
-                     "### FX: create bitmap context %d x %d failed '%s' (%08x) buf:%p",
-                     printableWidth, printableHeight, label, static_cast<unsigned>(status), base);
+        report(Severity::Warning, "### FX: create bitmap context %d x %d failed '%s' (%08x) buf:%p",
+               printableWidth, printableHeight, label, static_cast<unsigned>(status), base);
         pixels->unlock();
         if (buffer) buffer->reset();
         return nullptr;

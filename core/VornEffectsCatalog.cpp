@@ -2,22 +2,36 @@
 // the library's bundle says.
 #include "vorneffects/VornEffects.h"
 
+#include "core/ManifestProblem.h"
 #include "platform/Messages.h"
 
 #include <functional>
 #include <map>
 
+using namespace vorn;
+
 namespace {
 
 /// Resources of the library are looked up through this class.
 constinit const ClassInfo catalogClass{"VornEffectsCatalog", &catalogClass};
-const vorn::detail::ClassRegistration registeredCatalog{&catalogClass};
+const detail::ClassRegistration registeredCatalog{&catalogClass};
 
 using ClassByName = std::map<std::string, Class, std::less<>>;
 
 /// Null until the manifest was asked for. It is asked for once: a manifest that is missing then
 /// leaves the catalogue empty. Never freed, since filters may be made until the process ends.
 ClassByName* classByName = nullptr;
+
+/// Never freed either.
+std::string& problem() {
+    static auto* const lines = new std::string;
+    return *lines;
+}
+
+void complain(const std::string& line) {
+    report(Severity::Error, "%s", line.c_str());
+    problem() += line + '\n';
+}
 
 const std::string* stringForKey(const PropertyList& entry, std::string_view key) {
     const PropertyListDictionary* dictionary = entry.dictionary();
@@ -40,20 +54,23 @@ const ClassByName& loadedCatalog() {
 
 } // namespace
 
+const std::string& vorn::core::manifestProblem() {
+    return problem();
+}
+
 void VornEffectsCatalog::registerBuiltInMappings() {
     if (classByName) return;
     classByName = new ClassByName;
 
     const auto manifest = readManifest();
     if (!manifest) {
-        vorn::report(vorn::Severity::Error,
-                     "VornEffects Manifest: Could not find/open manifest dict!");
+        complain("VornEffects Manifest: Could not find/open manifest dict!");
         return;
     }
     const auto found = manifest->find("Entries");
     const PropertyListArray* entries = found == manifest->end() ? nullptr : found->second.array();
     if (!entries) {
-        vorn::report(vorn::Severity::Error, "VornEffects Manifest: Could not open manifest array!");
+        complain("VornEffects Manifest: Could not open manifest array!");
         return;
     }
     for (const PropertyList& entry : *entries) {
@@ -64,9 +81,9 @@ void VornEffectsCatalog::registerBuiltInMappings() {
             classByName->insert_or_assign(*filterName, filterClass);
             continue;
         }
-        vorn::report(vorn::Severity::Error, "VornEffects Manifest: class not found for %s -> %s",
-                     filterName ? filterName->c_str() : "(null)",
-                     className ? className->c_str() : "(null)");
+        complain("VornEffects Manifest: class not found for " +
+                 (filterName ? *filterName : "(null)") + " -> " +
+                 (className ? *className : "(null)"));
     }
 }
 

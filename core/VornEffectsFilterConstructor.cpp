@@ -2,12 +2,14 @@
 
 #include "platform/Messages.h"
 
+using namespace vorn;
+
 CIFilterRef VornEffectsFilterConstructor::filterWithName(std::string_view name) {
     const Class filterClass = VornEffectsCatalog::filterClassForName(name);
     // A manifest may name a class that exists and is no filter: nothing can be made of it either.
     if (!filterClass || !filterClass->filter) {
-        vorn::report(vorn::Severity::Warning, "VornEffects: unknown filter request '%s'",
-                     std::string(name).c_str());
+        report(Severity::Warning, "VornEffects: unknown filter request '%s'",
+               std::string(name).c_str());
         return nullptr;
     }
     return filterClass->filter->create();

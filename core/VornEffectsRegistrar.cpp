@@ -1,11 +1,14 @@
 #include "vorneffects/VornEffects.h"
 
+#include "core/ManifestProblem.h"
 #include "platform/Messages.h"
+
+using namespace vorn;
 
 void VornEffectsRegistrar::registerAllFilters() {
     static bool isRegistered = false;
 
-    vorn::report(vorn::Severity::Notice, "VornEffects: registerAllFilters");
+    report(Severity::Notice, "VornEffects: registerAllFilters");
     if (isRegistered) return;
 
     VornEffectsCatalog::registerBuiltInMappings();
@@ -17,4 +20,8 @@ void VornEffectsRegistrar::registerAllFilters() {
                                       {kCIAttributeFilterCategories, kVornFilterCategory}});
     }
     isRegistered = true;
+}
+
+std::string VornEffectsRegistrar::registrationProblem() {
+    return core::manifestProblem();
 }

@@ -23,7 +23,7 @@ namespace {
 constexpr uint32_t kGap = 12,
                    kCaption = 28; // pixels between the cells, and under each for its name
 constexpr CIFormat kFormat = kCIFormatRGBA8;
-constexpr size_t kPixelBytes = bytesPerPixel(kFormat);
+constexpr size_t kPixelBytes = vorn::bytesPerPixel(kFormat);
 
 const std::vector<FilterSettings> kOwnSettings = {
     {"VEBlackAlpha", {{"inputAmount", 1}, {"inputThreshold", 0.1}}},
@@ -69,25 +69,25 @@ void prepare(CIFilter& filter, std::string_view name, const CIImage& source) {
     const CIImage mirrored =
         source.imageByApplyingTransform({-1, 0, 0, 1, source.extent().width, 0});
     filter.setDefaults();
-    for (const InputInfo& input : filter.filterClass().inputs())
-        if (input.kind == InputKind::Image)
+    for (const vorn::InputInfo& input : filter.filterClass().inputs())
+        if (input.kind == vorn::InputKind::Image)
             filter.setValueForKey(input.key == std::string_view("inputImage") ? source : mirrored,
                                   input.key);
     for (const auto* table : {&kTellingSettings, &kOwnSettings})
         for (const FilterSettings& settings : *table)
             if (settings.filter == name)
                 for (const auto& [key, value] : settings.values)
-                    filter.setValueForKey(Number(value), key);
+                    filter.setValueForKey(vorn::Number(value), key);
 }
 
 /// Moves every control to three quarters of its slider.
 void moveControlsUp(CIFilter& filter) {
-    for (const InputAttributes& input : filter.filterClass().customAttributes()) {
-        const AttributeValue* from = input.find(kCIAttributeSliderMin);
-        const AttributeValue* to = input.find(kCIAttributeSliderMax);
+    for (const vorn::InputAttributes& input : filter.filterClass().customAttributes()) {
+        const vorn::AttributeValue* from = input.find(kCIAttributeSliderMin);
+        const vorn::AttributeValue* to = input.find(kCIAttributeSliderMax);
         if (!from || !to) continue;
         const double low = std::get<double>(*from), high = std::get<double>(*to);
-        filter.setValueForKey(Number(low + 0.75 * (high - low)), input.key);
+        filter.setValueForKey(vorn::Number(low + 0.75 * (high - low)), input.key);
     }
 }
 
@@ -106,14 +106,14 @@ bool show(CIContext& context, const std::string& name, const CIImage& source,
     // every time.
     constexpr uint64_t kFrame = 40'000'000;
     constexpr int kFrames = 12;
-    PlatformClock::drive(0);
+    vorn::PlatformClock::drive(0);
     const CIFilterRef filter = CIFilter::filterWithName(name);
     if (!filter) return std::fprintf(stderr, "%s cannot be made\n", name.c_str()), false;
     prepare(*filter, name, source);
     const auto render = [&] {
         CIImage image;
         for (uint64_t i = 1; i <= kFrames; ++i) {
-            PlatformClock::drive(i * kFrame);
+            vorn::PlatformClock::drive(i * kFrame);
             image = filter->outputImage();
         }
         if (!image) return std::fprintf(stderr, "%s gives no image\n", name.c_str()), false;
@@ -139,8 +139,8 @@ bool writePPM(const Picture& picture, const char* path) {
 }
 
 int makeSheet(const char* picturePath, const char* sheetPath) {
-    const Data file = dataWithContentsOfFile(picturePath);
-    const std::optional<CGImage> decoded = file ? decodePNG(file) : std::nullopt;
+    const vorn::Data file = vorn::dataWithContentsOfFile(picturePath);
+    const std::optional<vorn::CGImage> decoded = file ? vorn::decodePNG(file) : std::nullopt;
     if (!decoded) return std::fprintf(stderr, "%s is no PNG picture\n", picturePath), 1;
     Picture source(decoded->width, decoded->height);
     source.pixels = decoded->pixels;
@@ -148,7 +148,7 @@ int makeSheet(const char* picturePath, const char* sheetPath) {
                                                    source.height, source.bytesPerRow(), kFormat);
 
     VornEffectsRegistrar::registerAllFilters();
-    const std::vector<std::string> names = CIFilter::filterNames(kVornFilterCategory);
+    const std::vector<std::string> names = CIFilter::filterNames(vorn::kVornFilterCategory);
     const uint32_t columns = static_cast<uint32_t>(std::ceil(std::sqrt(double(names.size()))));
     if (columns == 0) return std::fprintf(stderr, "there are no filters\n"), 1;
     const uint32_t rows = (static_cast<uint32_t>(names.size()) + columns - 1) / columns;
@@ -156,8 +156,8 @@ int makeSheet(const char* picturePath, const char* sheetPath) {
     Picture sheet(columns * cellWidth + kGap, rows * cellHeight + kGap);
 
     const CGContextRef drawing =
-        BitmapContext::create(sheet.pixels.data(), sheet.width, sheet.height, sheet.bytesPerRow(),
-                              kFormat, CGColorSpace::SRGB);
+        vorn::BitmapContext::create(sheet.pixels.data(), sheet.width, sheet.height,
+                                    sheet.bytesPerRow(), kFormat, CGColorSpace::SRGB);
     if (!drawing) return std::fprintf(stderr, "the sheet would be too large\n"), 1;
     drawing->setFillColor(0.13, 0.13, 0.14, 1);
     drawing->fillRect(sheet.extent());
@@ -165,7 +165,7 @@ int makeSheet(const char* picturePath, const char* sheetPath) {
     for (uint32_t i = 0; i < names.size(); ++i) {
         const double left = kGap + i % columns * cellWidth;
         const double bottom = sheet.height - (i / columns + 1) * double(cellHeight);
-        drawing->drawText({left, bottom + 9}, names[i], systemFontName(), 16);
+        drawing->drawText({left, bottom + 9}, names[i], vorn::systemFontName(), 16);
     }
     drawing->flush();
 

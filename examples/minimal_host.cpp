@@ -22,7 +22,7 @@ int main(int count, char** arguments) {
         CIImage::imageWithBitmap(source.data(), width, height, bytesPerRow, kCIFormatRGBA8);
     solarize->setDefaults();
     solarize->setValueForKey(ramp, "inputImage");
-    solarize->setValueForKey(Number(1.0), "inputIntensity");
+    solarize->setValueForKey(vorn::Number(1.0), "inputIntensity");
 
     CIContext context; // keeps its threads and memory: make one and keep it for all frames
     if (!context.render(solarize->outputImage(), result.data(), bytesPerRow, {0, 0, width, height},

@@ -224,10 +224,10 @@ int main() {
     const CIFilterRef solarize = CIFilter::filterWithName("VESolarize");
     if (!solarize) return std::fprintf(stderr, "there is no filter VESolarize\n"), 1;
     solarize->setDefaults();
-    solarize->setValueForKey(Number(1.0), "inputIntensity");
+    solarize->setValueForKey(vorn::Number(1.0), "inputIntensity");
 
-    VulkanContext context(VulkanDevice{host.instance, host.physical, host.device, 0, host.queue,
-                                       vkGetInstanceProcAddr});
+    vorn::VulkanContext context(vorn::VulkanDevice{host.instance, host.physical, host.device, 0,
+                                                   host.queue, vkGetInstanceProcAddr});
     if (!context.problem().empty())
         return std::fprintf(stderr, "%s\n", context.problem().c_str()), 77;
 
@@ -243,8 +243,9 @@ int main() {
         });
         // The effect waits for that, on the device, and moves the timeline on when it is done.
         const auto pictureOf = [&](const Picture& picture) {
-            return VulkanPicture{picture.image,           VK_FORMAT_R8G8B8A8_UNORM, width, height,
-                                 VK_IMAGE_LAYOUT_GENERAL, {host.timeline, host.now}};
+            return vorn::VulkanPicture{
+                picture.image, VK_FORMAT_R8G8B8A8_UNORM, width,
+                height,        VK_IMAGE_LAYOUT_GENERAL,  {host.timeline, host.now}};
         };
         solarize->setValueForKey(context.image(pictureOf(source)), "inputImage");
         if (!context.render(solarize->outputImage(), pictureOf(result),

@@ -9,11 +9,12 @@
 #include <cmath>
 #include <thread>
 
+using namespace vorn;
 using namespace vorn::imaging;
 using cpu::IntRect;
 using cpu::Target;
 
-ThreadDevice& vorn::imaging::deviceOfThread() {
+ThreadDevice& imaging::deviceOfThread() {
     static thread_local ThreadDevice device;
     return device;
 }

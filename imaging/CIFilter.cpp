@@ -54,7 +54,7 @@ std::vector<std::pair<std::string, AttributeValue>> rangeEntries(const ScalarRan
 
 } // namespace
 
-const char* inputKindName(InputKind kind) {
+const char* vorn::inputKindName(InputKind kind) {
     switch (kind) {
     case InputKind::Image:
         return "image";
@@ -80,24 +80,24 @@ const AttributeValue* InputAttributes::find(std::string_view name) const {
     return nullptr;
 }
 
-InputAttributes scalar(std::string key, std::string displayName, ScalarRange range) {
+InputAttributes vorn::scalar(std::string key, std::string displayName, ScalarRange range) {
     InputAttributes attributes{std::move(key), rangeEntries(range)};
     attributes.entries.emplace_back(kCIAttributeDisplayName, std::move(displayName));
     attributes.entries.emplace_back(kCIAttributeType, kCIAttributeTypeDistance);
     return attributes;
 }
 
-InputAttributes constant(std::string key, ScalarRange range) {
+InputAttributes vorn::constant(std::string key, ScalarRange range) {
     InputAttributes attributes{std::move(key), rangeEntries(range)};
     attributes.entries.emplace_back(kCIAttributeType, kCIAttributeTypeDistance);
     return attributes;
 }
 
-InputAttributes mixer(double standard) {
+InputAttributes vorn::mixer(double standard) {
     return scalar("inputMixer", "mixer", {.standard = standard});
 }
 
-InputAttributes position(std::string key, std::string displayName, CIVector standard) {
+InputAttributes vorn::position(std::string key, std::string displayName, CIVector standard) {
     return {std::move(key),
             {{kCIAttributeDefault, standard},
              {kCIAttributeDisplayName, std::move(displayName)},

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+using namespace vorn;
 using namespace vorn::imaging;
 
 struct CIImageAccumulator::State {

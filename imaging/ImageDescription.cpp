@@ -128,6 +128,6 @@ private:
 
 } // namespace
 
-std::shared_ptr<ImageDescription> describeImage(const CIImage& image, CGRect probe) {
+std::shared_ptr<ImageDescription> vorn::describeImage(const CIImage& image, CGRect probe) {
     return Describer(probe).describe(image);
 }

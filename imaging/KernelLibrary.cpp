@@ -140,13 +140,15 @@ std::shared_ptr<const KernelFunction> frameworkKernel(std::string_view name,
 
 } // namespace vorn::imaging
 
+using namespace vorn;
+
 namespace {
 
 /// Shared by the three kinds of kernel; `wanted` null: any kind.
-std::shared_ptr<const vorn::imaging::KernelFunction>
-makeFunction(std::string_view name, const Data& data, KernelError* error,
-             const vorn::kernelc::FunctionKind* wanted, const char* wantedName) {
-    using namespace vorn;
+std::shared_ptr<const imaging::KernelFunction> makeFunction(std::string_view name, const Data& data,
+                                                            KernelError* error,
+                                                            const kernelc::FunctionKind* wanted,
+                                                            const char* wantedName) {
     std::string problem;
     if (const auto module = imaging::KernelModule::fromData(data, problem)) {
         const auto& functions = module->library().functions;
@@ -172,12 +174,12 @@ CIKernel CIKernel::kernelWithFunctionName(std::string_view name, const Data& lib
 }
 CIColorKernel CIColorKernel::kernelWithFunctionName(std::string_view name, const Data& library,
                                                     KernelError* error) {
-    constexpr auto kind = vorn::kernelc::FunctionKind::Color;
+    constexpr auto kind = kernelc::FunctionKind::Color;
     return CIColorKernel(makeFunction(name, library, error, &kind, "colour"));
 }
 CIWarpKernel CIWarpKernel::kernelWithFunctionName(std::string_view name, const Data& library,
                                                   KernelError* error) {
-    constexpr auto kind = vorn::kernelc::FunctionKind::Warp;
+    constexpr auto kind = kernelc::FunctionKind::Warp;
     return CIWarpKernel(makeFunction(name, library, error, &kind, "warp"));
 }
 
@@ -191,9 +193,9 @@ std::string_view CIKernel::libraryName() const {
     return function_ ? std::string_view(function_->libraryName()) : std::string_view();
 }
 
-std::optional<std::string> kernelLibraryProblem(const Data& library) {
+std::optional<std::string> vorn::kernelLibraryProblem(const Data& library) {
     std::string problem;
-    const auto module = vorn::imaging::KernelModule::fromData(library, problem);
+    const auto module = imaging::KernelModule::fromData(library, problem);
     if (!module) return problem;
     const std::vector<std::string> levels = supportedInstructionSets();
     for (size_t i = 0; i < module->library().functions.size(); ++i)

@@ -5,9 +5,10 @@
 #include <algorithm>
 #include <cmath>
 
+namespace vorn {
 namespace {
 
-using namespace vorn::platform;
+using namespace platform;
 
 /// Straight colour components that Cairo turns into exactly the bytes nearest to the premultiplied
 /// colour. Cairo by itself cuts off the lower half of 16-bit values.
@@ -187,3 +188,5 @@ std::shared_ptr<BitmapContext> BitmapContext::create(void* bytes, uint32_t width
     return std::make_shared<CairoBitmapContext>(memory, width, height, bytesPerRow, format,
                                                 std::move(surface), drawsInPlace);
 }
+
+} // namespace vorn

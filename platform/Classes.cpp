@@ -11,6 +11,7 @@
 #include <shared_mutex>
 #include <stdexcept>
 
+namespace vorn {
 namespace {
 
 namespace fs = std::filesystem;
@@ -94,3 +95,5 @@ Data dataWithContentsOfFile(const std::string& path) {
         return nullptr;
     }
 }
+
+} // namespace vorn

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <ctime>
 
+namespace vorn {
 namespace {
 
 std::atomic<bool> driven{false};
@@ -35,3 +36,5 @@ void PlatformClock::release() {
 bool PlatformClock::isDriven() {
     return driven.load(std::memory_order_acquire);
 }
+
+} // namespace vorn

@@ -1,6 +1,7 @@
 // Text whose bytes are read as Mac Roman.
 #include "vorneffects/Platform.h"
 
+namespace vorn {
 namespace {
 
 /// Bytes 128 to 255, as Apple's ROMAN.TXT maps them (its version since Mac OS 8.5, with the euro
@@ -38,3 +39,5 @@ std::string stringFromMacRoman(std::string_view bytes) {
     }
     return text;
 }
+
+} // namespace vorn

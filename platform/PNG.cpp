@@ -3,9 +3,10 @@
 
 #include <algorithm>
 
+namespace vorn {
 namespace {
 
-using namespace vorn::platform;
+using namespace platform;
 
 struct Reader {
     const uint8_t* position;
@@ -75,3 +76,5 @@ std::optional<CGImage> decodePNG(const Data& data) {
                       CIFormat::RGBA8);
     return image;
 }
+
+} // namespace vorn

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <mutex>
 
+namespace vorn {
 namespace {
 
 constexpr size_t kAlignment = 64;
@@ -200,3 +201,5 @@ std::shared_ptr<Surface> Surface::create(const SurfaceProperties& properties) {
     bytes.release();
     return surface;
 }
+
+} // namespace vorn

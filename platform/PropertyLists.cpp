@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+namespace vorn {
 namespace {
 
 struct Free {
@@ -137,3 +138,5 @@ std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::st
         return std::nullopt;
     }
 }
+
+} // namespace vorn

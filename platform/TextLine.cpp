@@ -93,7 +93,7 @@ void TextLine::addToPath(cairo_t* context) const {
 
 } // namespace vorn::platform
 
-std::string systemFontName() {
+std::string vorn::systemFontName() {
     using namespace vorn::platform;
     const Owned<PangoContext> context = makeContext();
     const Owned<PangoFontDescription> wanted(pango_font_description_from_string("Sans"));

@@ -11,6 +11,8 @@
 #include <limits>
 #include <ostream>
 
+using namespace vorn;
+
 namespace {
 
 constexpr CGRect kExtent{10, -5, 4, 3};

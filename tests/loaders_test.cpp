@@ -8,6 +8,8 @@
 #include <functional>
 #include <ostream>
 
+using namespace vorn;
+
 namespace {
 
 const char kLibrary[] = "VE_GainClampFilterKernel",

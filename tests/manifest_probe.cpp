@@ -34,6 +34,10 @@ void printResult(const char* what, bool isThere) {
 
 const std::map<std::string, std::function<void(const Arguments&)>> kVerbs{
     {"register", [](const Arguments&) { VornEffectsRegistrar::registerAllFilters(); }},
+    {"problem",
+     [](const Arguments&) {
+         std::printf("problem:\n%s", VornEffectsRegistrar::registrationProblem().c_str());
+     }},
     {"names",
      [](const Arguments&) { printAll("catalogue", VornEffectsCatalog::allFilterNames()); }},
     {"registered",

@@ -8,6 +8,8 @@
 #include <regex>
 #include <set>
 
+using namespace vorn;
+
 namespace {
 
 namespace fs = std::filesystem;

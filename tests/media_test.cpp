@@ -20,6 +20,8 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/display.h>
+
+using namespace vorn;
 }
 
 namespace {

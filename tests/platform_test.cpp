@@ -12,6 +12,8 @@
 #include <set>
 #include <thread>
 
+using namespace vorn;
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <ostream>
 
+using namespace vorn;
+
 namespace {
 
 const char kBanner[] = "VornEffects: registerAllFilters";
@@ -43,11 +45,14 @@ class Manifest : public testing::TestWithParam<ManifestCase> {};
 TEST_P(Manifest, GivesTheFiltersItNames) {
     BundleCopy copy;
     copy.write("VornEffectsManifest.plist", GetParam().manifest);
-    Lines expected{kBanner};
-    expected.insert(expected.end(), GetParam().problems.begin(), GetParam().problems.end());
-    expected.insert(expected.end(),
-                    {"catalogue:" + GetParam().names, "registered:" + GetParam().names});
-    EXPECT_EQ(copy.probe({"register", "names", "registered"}), expected);
+    const Lines& problems = GetParam().problems;
+    Lines expected{"problem:", kBanner};
+    expected.insert(expected.end(), problems.begin(), problems.end());
+    expected.insert(expected.end(), {"catalogue:" + GetParam().names,
+                                     "registered:" + GetParam().names, kBanner, "problem:"});
+    expected.insert(expected.end(), problems.begin(), problems.end());
+    EXPECT_EQ(copy.probe({"problem", "register", "names", "registered", "register", "problem"}),
+              expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+using namespace vorn;
+
 /// Red, green, blue and alpha, in double precision.
 using Pixel = std::array<double, 4>;
 

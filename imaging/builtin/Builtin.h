@@ -80,4 +80,5 @@ InputAttributes withDefault(std::string key, std::string displayName, AttributeV
 
 } // namespace vorn::imaging
 
+using namespace vorn;
 using namespace vorn::imaging;

@@ -33,6 +33,6 @@ const std::vector<std::string>& referenceLevel() {
 
 } // namespace vorn::imaging::cpu
 
-std::vector<std::string> supportedInstructionSets() {
-    return vorn::imaging::cpu::supportedLevels();
+std::vector<std::string> vorn::supportedInstructionSets() {
+    return imaging::cpu::supportedLevels();
 }

@@ -698,8 +698,8 @@ void ImagePool::clear() {
 
 } // namespace vorn::imaging::vulkan
 
-std::vector<GPUDevice> gpuDevices(std::string* problem) {
-    using namespace vorn::imaging::vulkan;
+std::vector<vorn::GPUDevice> vorn::gpuDevices(std::string* problem) {
+    using namespace imaging::vulkan;
     if (problem) *problem = instance().problem;
     return describeAll();
 }

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <unistd.h>
 
+using namespace vorn;
 using namespace vorn::imaging;
 using namespace vorn::imaging::vulkan;
 using cpu::IntRect;

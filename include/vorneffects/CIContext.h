@@ -1,12 +1,20 @@
 // Rendering of lazy images.
 #pragma once
 
+#include "Language.h"
+
+#if VORN_HAS_LANGUAGE
+
 #include "CIImage.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
+
+class CIContext;
+
+namespace vorn {
 
 /// The devices that compute pictures. `Vulkan` is a GPU, or a software device that is made to look
 /// like one. `Auto` takes a GPU when there is one that can be used, never a software device, and
@@ -47,17 +55,15 @@ struct GPUDevice {
 };
 
 /// The Vulkan devices of this machine; `problem` gets why there are none.
-std::vector<GPUDevice> gpuDevices(std::string* problem = nullptr);
+VORN_EXPORT std::vector<GPUDevice> gpuDevices(std::string* problem = nullptr);
 
 /// How long the parts of a render took on a GPU, in seconds.
 struct RenderTimes {
     double upload = 0, kernels = 0, download = 0;
 };
 
-class CIContext;
-
 /// A render that has been started. Destroying it without waiting gives its pixels up.
-class RenderTask {
+class VORN_EXPORT RenderTask {
 public:
     RenderTask();
     RenderTask(RenderTask&& other) noexcept;
@@ -69,16 +75,18 @@ public:
     bool wait();
 
 private:
-    friend class CIContext;
+    friend class ::CIContext;
     struct State;
     std::unique_ptr<State> state_;
 };
 
+} // namespace vorn
+
 /// Renders images. Keeps its threads and memory between frames, so hosts keep their context. One
 /// thread at a time may render with a context; contexts do not share state.
-class CIContext {
+class VORN_EXPORT CIContext {
 public:
-    explicit CIContext(ContextOptions options = {});
+    explicit CIContext(vorn::ContextOptions options = {});
     ~CIContext();
     CIContext(const CIContext&) = delete;
     CIContext& operator=(const CIContext&) = delete;
@@ -92,18 +100,19 @@ public:
     /// Starts the same. The memory that is rendered into, and that of the sources, has to stay as
     /// it is until the task has been waited for or destroyed. On a GPU a few renders can be under
     /// way together; the CPU renders at once.
-    RenderTask startRender(const CIImage& image, void* bytes, size_t bytesPerRow, CGRect bounds,
-                           CIFormat format, CGColorSpace colorSpace = CGColorSpace::SRGB);
+    vorn::RenderTask startRender(const CIImage& image, void* bytes, size_t bytesPerRow,
+                                 CGRect bounds, CIFormat format,
+                                 CGColorSpace colorSpace = CGColorSpace::SRGB);
     /// Renders so that the lower-left corner of `bounds` falls on that of the surface or buffer;
     /// what lies outside of it is left out.
-    bool renderToIOSurface(const CIImage& image, Surface& surface, CGRect bounds,
+    bool renderToIOSurface(const CIImage& image, vorn::Surface& surface, CGRect bounds,
                            CGColorSpace colorSpace = CGColorSpace::SRGB);
-    bool renderToCVPixelBuffer(const CIImage& image, PixelBuffer& buffer, CGRect bounds,
+    bool renderToCVPixelBuffer(const CIImage& image, vorn::PixelBuffer& buffer, CGRect bounds,
                                CGColorSpace colorSpace = CGColorSpace::SRGB);
     /// The same for a filter that keeps a frame while it builds its image: with the device, threads
     /// and instruction set of the context that was made or rendered with last on this thread, so
     /// that the frame stays where the host's frames are. On the CPU before there was one.
-    static bool capture(const CIImage& image, Surface& surface, CGRect bounds,
+    static bool capture(const CIImage& image, vorn::Surface& surface, CGRect bounds,
                         CGColorSpace colorSpace = CGColorSpace::SRGB);
 
     const std::string& lastError() const;
@@ -112,11 +121,11 @@ public:
     const std::string& deviceProblem() const;
     /// The device that computes: CPU, Reference or Vulkan, and its name ("cpu", "reference", or
     /// that of the GPU).
-    DeviceKind device() const;
+    vorn::DeviceKind device() const;
     std::string deviceName() const;
     /// What the last render that was waited for took on a GPU; zeros on other devices.
-    RenderTimes renderTimes() const;
-    const ContextOptions& options() const;
+    vorn::RenderTimes renderTimes() const;
+    const vorn::ContextOptions& options() const;
     int threads() const;
     /// The instruction-set level in use ("reference" on that device).
     const char* instructionSet() const;
@@ -125,13 +134,19 @@ public:
     uint64_t pixelAllocations() const;
 
 private:
-    friend class RenderTask;
-    friend struct RenderTask::State;
+    friend class vorn::RenderTask;
+    friend struct vorn::RenderTask::State;
     friend class CIImageAccumulator;
     static CIContext& hostOfThread();
     struct State;
     std::shared_ptr<State> state_;
 };
 
+namespace vorn {
+
 /// The instruction-set levels that this processor can run, best first.
-std::vector<std::string> supportedInstructionSets();
+VORN_EXPORT std::vector<std::string> supportedInstructionSets();
+
+} // namespace vorn
+
+#endif // VORN_HAS_LANGUAGE

@@ -1,6 +1,10 @@
 // Filters: created by name, inputs set by key, one lazy output image.
 #pragma once
 
+#include "Language.h"
+
+#if VORN_HAS_LANGUAGE
+
 #include "CIImage.h"
 
 #include <cstdint>
@@ -12,13 +16,6 @@
 #include <utility>
 #include <variant>
 #include <vector>
-
-/// What an input can be set to; the first alternative is "unset".
-using InputValue = std::variant<std::monostate, CIImage, Number, CIVector, CIColor, Data,
-                                std::string, CGAffineTransform>;
-
-enum class InputKind : uint8_t { Image, Number, Vector, Color, Data, String, Transform };
-const char* inputKindName(InputKind kind); // "image", "number", ...
 
 // ---- Attributes -------------------------------------------------------------------------------
 
@@ -34,10 +31,19 @@ inline constexpr const char kCIAttributeTypePosition[] = "kCIAttributeTypePositi
 inline constexpr const char kCIAttributeFilterDisplayName[] = "kCIAttributeFilterDisplayName";
 inline constexpr const char kCIAttributeFilterCategories[] = "kCIAttributeFilterCategories";
 
+namespace vorn {
+
+/// What an input can be set to; the first alternative is "unset".
+using InputValue = std::variant<std::monostate, CIImage, Number, CIVector, CIColor, Data,
+                                std::string, CGAffineTransform>;
+
+enum class InputKind : uint8_t { Image, Number, Vector, Color, Data, String, Transform };
+VORN_EXPORT const char* inputKindName(InputKind kind); // "image", "number", ...
+
 using AttributeValue = std::variant<double, std::string, CIVector, CIColor>;
 
 /// The attributes of one input, in the order in which the filter builds them.
-struct InputAttributes {
+struct VORN_EXPORT InputAttributes {
     std::string key;
     std::vector<std::pair<std::string, AttributeValue>> entries;
 
@@ -50,18 +56,22 @@ struct ScalarRange {
     double min = 0, sliderMin = 0, sliderMax = 1, standard = 0, identity = 0;
 };
 /// The seven-key form of a scalar input.
-InputAttributes scalar(std::string key, std::string displayName, ScalarRange range);
+VORN_EXPORT InputAttributes scalar(std::string key, std::string displayName, ScalarRange range);
 /// The six-key form, without a display name: the host labels the input by its key.
-InputAttributes constant(std::string key, ScalarRange range);
+VORN_EXPORT InputAttributes constant(std::string key, ScalarRange range);
 /// "inputMixer", 0 to 1: 0 leaves the source as it is, 1 gives the full effect.
-InputAttributes mixer(double standard = 1);
+VORN_EXPORT InputAttributes mixer(double standard = 1);
 /// A position input with its default, in pixels.
-InputAttributes position(std::string key, std::string displayName, CIVector standard);
+VORN_EXPORT InputAttributes position(std::string key, std::string displayName, CIVector standard);
+
+} // namespace vorn
 
 // ---- Filters ----------------------------------------------------------------------------------
 
 class CIFilter;
 using CIFilterRef = std::shared_ptr<CIFilter>;
+
+namespace vorn {
 
 /// One input of a class: its key, its kind, and how to reach it in an instance.
 struct InputInfo {
@@ -80,12 +90,17 @@ struct FilterClassInfo {
     const std::vector<InputInfo>& (*inputs)();
 };
 
-/// Builds filters for registered names.
-class CIFilterConstructor {
+} // namespace vorn
+
+/// Builds filters for registered names. What it throws counts as no filter, with a line that says
+/// so.
+class VORN_EXPORT CIFilterConstructor {
 public:
     virtual ~CIFilterConstructor() = default;
     virtual CIFilterRef filterWithName(std::string_view name) = 0;
 };
+
+namespace vorn {
 
 /// The attributes of a registered filter as a whole, in order: a text, or a list of texts.
 using ClassAttributes =
@@ -96,8 +111,10 @@ struct RegisteredFilter {
     ClassAttributes classAttributes;
 };
 
+} // namespace vorn
+
 /// A filter instance. It belongs to one thread at a time.
-class CIFilter {
+class VORN_EXPORT CIFilter {
 public:
     virtual ~CIFilter() = default;
     CIFilter(const CIFilter&) = delete;
@@ -106,12 +123,12 @@ public:
     /// Makes a name creatable; a name registered before is replaced.
     static void registerFilterName(std::string name,
                                    std::shared_ptr<CIFilterConstructor> constructor,
-                                   ClassAttributes classAttributes);
+                                   vorn::ClassAttributes classAttributes);
     /// A new filter, or an empty handle for a name that nobody registered.
     static CIFilterRef filterWithName(std::string_view name);
     /// Every registered name, sorted; with a category, only the names of that category.
     static std::vector<std::string> filterNames(std::string_view category = {});
-    static const RegisteredFilter* registeredFilter(std::string_view name);
+    static const vorn::RegisteredFilter* registeredFilter(std::string_view name);
 
     /// The image that the filter makes of its inputs; empty when it makes none.
     virtual CIImage outputImage() = 0;
@@ -122,19 +139,20 @@ public:
     /// Drops what a filter keeps from frame to frame.
     virtual void clear();
 
-    virtual const FilterClassInfo& filterClass() const = 0;
+    virtual const vorn::FilterClassInfo& filterClass() const = 0;
 
     /// Sets an input. False when the class has no such input or the value is of another kind; a
     /// key that is advertised and that the class does not read is taken and ignored.
-    bool setValueForKey(const InputValue& value, std::string_view key);
+    bool setValueForKey(const vorn::InputValue& value, std::string_view key);
     /// The input's value; unset for an unknown key.
-    InputValue valueForKey(std::string_view key) const;
+    vorn::InputValue valueForKey(std::string_view key) const;
     /// Sets every advertised input to the default of its attributes.
     void setDefaults();
 
     /// Applies a kernel as `CIKernel::applyWithExtent` does.
     static CIImage apply(const CIKernel& kernel, CGRect extent,
-                         const RegionOfInterest& regionOfInterest, KernelArguments arguments) {
+                         const vorn::RegionOfInterest& regionOfInterest,
+                         vorn::KernelArguments arguments) {
         return kernel.applyWithExtent(extent, regionOfInterest, arguments);
     }
 
@@ -232,28 +250,36 @@ struct ClassRegistration {
     macro(c, x) __VA_OPT__(, VORN_NEXT_STEP VORN_PARENTHESES(macro, c, __VA_ARGS__))
 #define VORN_EACH(macro, c, ...) VORN_RESCAN(VORN_STEP(macro, c, __VA_ARGS__))
 #define VORN_INPUT(FilterClass, member)                                                            \
-    vorn::detail::inputInfo<FilterClass, &FilterClass::member>(#member)
+    ::vorn::detail::inputInfo<FilterClass, &FilterClass::member>(#member)
+
+/// The library exports its filter classes by the information on them. A host that has filters of
+/// its own decides for itself.
+#ifndef VORN_FILTER_EXPORT
+#define VORN_FILTER_EXPORT
+#endif
 
 /// Inside a filter class, after its inputs: names the class and its inputs, keys in this order.
 #define VORN_FILTER(FilterClass, ...)                                                              \
-    static const std::vector<InputInfo>& inputs() {                                                \
-        static const std::vector<InputInfo> table{                                                 \
+    static const std::vector<::vorn::InputInfo>& inputs() {                                        \
+        static const std::vector<::vorn::InputInfo> table{                                         \
             VORN_EACH(VORN_INPUT, FilterClass, __VA_ARGS__)};                                      \
         return table;                                                                              \
     }                                                                                              \
-    static const FilterClassInfo classInformation;                                                 \
+    VORN_FILTER_EXPORT static const ::vorn::FilterClassInfo classInformation;                      \
     static Class theClass() {                                                                      \
         return &classInformation.classInfo;                                                        \
     }                                                                                              \
-    const FilterClassInfo& filterClass() const override {                                          \
+    const ::vorn::FilterClassInfo& filterClass() const override {                                  \
         return classInformation;                                                                   \
     }
 
 /// After a filter class: makes the class known by its name.
 #define VORN_REGISTER(FilterClass)                                                                 \
-    constinit const FilterClassInfo FilterClass::classInformation{                                 \
+    constinit const ::vorn::FilterClassInfo FilterClass::classInformation{                         \
         {#FilterClass, &FilterClass::classInformation, &FilterClass::classInformation},            \
         [] { return CIFilterRef(std::make_shared<FilterClass>()); },                               \
-        &vorn::detail::attributesOf<FilterClass>,                                                  \
+        &::vorn::detail::attributesOf<FilterClass>,                                                \
         &FilterClass::inputs};                                                                     \
-    static const vorn::detail::ClassRegistration registered##FilterClass{FilterClass::theClass()};
+    static const ::vorn::detail::ClassRegistration registered##FilterClass{FilterClass::theClass()};
+
+#endif // VORN_HAS_LANGUAGE

@@ -2,6 +2,10 @@
 // made, and a `CIContext` renders it.
 #pragma once
 
+#include "Language.h"
+
+#if VORN_HAS_LANGUAGE
+
 #include "Geometry.h"
 #include "Platform.h"
 #include "Values.h"
@@ -21,6 +25,8 @@ struct KernelFunction;
 class KernelModule;
 } // namespace vorn::imaging
 
+namespace vorn {
+
 /// An entry of an image's properties dictionary.
 using PropertyValue = std::variant<bool, double, std::string>;
 using ImageProperties = std::map<std::string, PropertyValue, std::less<>>;
@@ -29,9 +35,11 @@ using ImageProperties = std::map<std::string, PropertyValue, std::less<>>;
 /// where a step of 8 bits may change what a kernel makes of them.
 enum class ReducedBits : uint8_t { OfSources, Floats };
 
+} // namespace vorn
+
 /// An immutable lazy image. Copies are cheap and share the same image object; `==` tells whether
 /// two handles hold the same object. An empty handle is no image at all.
-class CIImage {
+class VORN_EXPORT CIImage {
 public:
     CIImage() = default;
 
@@ -41,10 +49,10 @@ public:
     /// The region outside of which the image is transparent black; may be infinite or have any
     /// origin. The zero rectangle for an empty handle.
     CGRect extent() const;
-    const ImageProperties& properties() const;
+    const vorn::ImageProperties& properties() const;
     CGColorSpace colorSpace() const;
     /// The same image with another properties dictionary.
-    CIImage imageBySettingProperties(ImageProperties properties) const;
+    CIImage imageBySettingProperties(vorn::ImageProperties properties) const;
 
     /// An image of the caller's memory, which is not copied and must stay valid and unchanged until
     /// the last render of it: `width` by `height` premultiplied pixels, top row first, rows
@@ -83,7 +91,8 @@ public:
     /// The same image, whose kernel reads its reduced image (`reduced` in the kernel language) in
     /// means of so many pixels across and up, 64 at most. Descriptions do not show it. Of images
     /// whose kernel has no reduced image, the image itself.
-    CIImage imageWithReduction(int across, int up, ReducedBits bits = ReducedBits::OfSources) const;
+    CIImage imageWithReduction(int across, int up,
+                               vorn::ReducedBits bits = vorn::ReducedBits::OfSources) const;
     /// The same image, kept with 8 bits until another kernel reads it where its sources are pixels
     /// of 8 bits and so is the result, not in floats: enough, and up to twice as fast, where pixels
     /// only move, or where what becomes of them is rounded to 8 bits anyway. Descriptions do not
@@ -100,39 +109,46 @@ private:
     std::shared_ptr<const vorn::imaging::Node> node_;
 };
 
+namespace vorn {
+
 enum class SamplerFilter : uint8_t { Nearest, Linear };
-inline constexpr SamplerFilter kCISamplerFilterLinear = SamplerFilter::Linear,
-                               kCISamplerFilterNearest = SamplerFilter::Nearest;
 
 struct SamplerOptions {
     SamplerFilter filter = SamplerFilter::Linear;
     CGColorSpace colorSpace = CGColorSpace::None; ///< None: the context's working space
 };
 
+} // namespace vorn
+
+inline constexpr vorn::SamplerFilter kCISamplerFilterLinear = vorn::SamplerFilter::Linear,
+                                     kCISamplerFilterNearest = vorn::SamplerFilter::Nearest;
+
 /// How a kernel reads an image. A sampler of an empty image is itself empty.
-class CISampler {
+class VORN_EXPORT CISampler {
 public:
     CISampler() = default;
-    explicit CISampler(CIImage image, SamplerOptions options = {})
+    explicit CISampler(CIImage image, vorn::SamplerOptions options = {})
         : image_(std::move(image)), options_(options) {}
-    static CISampler samplerWithImage(CIImage image, SamplerOptions options = {}) {
+    static CISampler samplerWithImage(CIImage image, vorn::SamplerOptions options = {}) {
         return CISampler(std::move(image), options);
     }
 
     explicit operator bool() const { return static_cast<bool>(image_); }
     const CIImage& image() const { return image_; }
-    const SamplerOptions& options() const { return options_; }
+    const vorn::SamplerOptions& options() const { return options_; }
     /// The image's extent; the zero rectangle when there is none.
     CGRect extent() const { return image_.extent(); }
 
 private:
     CIImage image_;
-    SamplerOptions options_;
+    vorn::SamplerOptions options_;
 };
+
+namespace vorn {
 
 /// Which region of source number `index` (0 is the first sampler argument) a kernel needs for a
 /// destination rectangle. One of a closed set of rules.
-class RegionOfInterest {
+class VORN_EXPORT RegionOfInterest {
 public:
     enum class Kind : uint8_t { Identity, Whole, WholeByIndex, Grown, Transformed, Computed };
     using Callback = std::function<CGRect(int index, CGRect destination)>;
@@ -150,7 +166,7 @@ public:
     /// The box around the destination under a transform.
     static RegionOfInterest transformedBy(CGAffineTransform transform);
     /// Anything else. Called on the rendering thread, any number of times; must depend only on
-    /// its arguments and on what it captured.
+    /// its arguments and on what it captured. What it throws fails the render, whose error says so.
     static RegionOfInterest computed(Callback callback);
 
     CGRect rectFor(int index, CGRect destination) const;
@@ -167,7 +183,7 @@ private:
 
 /// One kernel argument. Unset numbers, vectors, colours and empty images and samplers are missing
 /// arguments: applying a kernel with one yields an empty image and a line on standard output.
-class KernelArgument {
+class VORN_EXPORT KernelArgument {
 public:
     KernelArgument(Number value) : value_(value) {}
     KernelArgument(double value) : value_(Number(value)) {}
@@ -205,10 +221,12 @@ struct KernelError {
 
 /// Checks a kernel library's bytes without running anything in them: nothing when the library is
 /// whole, else what is wrong with it (the same description that loading a kernel from it gives).
-std::optional<std::string> kernelLibraryProblem(const Data& library);
+VORN_EXPORT std::optional<std::string> kernelLibraryProblem(const Data& library);
+
+} // namespace vorn
 
 /// A function of a kernel library. An empty handle is no kernel; applying it yields no image.
-class CIKernel {
+class VORN_EXPORT CIKernel {
 public:
     CIKernel() = default;
     explicit CIKernel(std::shared_ptr<const vorn::imaging::KernelFunction> function)
@@ -217,21 +235,21 @@ public:
     /// Makes the kernel of that name from a kernel library's bytes. A colour-kernel function comes
     /// back as a colour kernel, any other one as a general kernel. Empty on failure, with `error`
     /// filled when one is given.
-    static CIKernel kernelWithFunctionName(std::string_view name, const Data& library,
-                                           KernelError* error);
+    static CIKernel kernelWithFunctionName(std::string_view name, const vorn::Data& library,
+                                           vorn::KernelError* error);
 
     explicit operator bool() const { return function_ != nullptr; }
-    KernelType type() const;
+    vorn::KernelType type() const;
     std::string_view name() const;
     std::string_view libraryName() const;
 
     /// The lazy image that this kernel makes over `extent`. The arguments must match the kernel's
     /// parameters in number and kind; a mismatch or a missing argument yields an empty image and
     /// one line on standard output that names it.
-    CIImage applyWithExtent(CGRect extent, const RegionOfInterest& regionOfInterest,
-                            KernelArguments arguments) const;
+    CIImage applyWithExtent(CGRect extent, const vorn::RegionOfInterest& regionOfInterest,
+                            vorn::KernelArguments arguments) const;
     /// For colour kernels: every source is read at the pixel that is written.
-    CIImage applyWithExtent(CGRect extent, KernelArguments arguments) const;
+    CIImage applyWithExtent(CGRect extent, vorn::KernelArguments arguments) const;
 
     const std::shared_ptr<const vorn::imaging::KernelFunction>& function() const {
         return function_;
@@ -241,25 +259,25 @@ protected:
     std::shared_ptr<const vorn::imaging::KernelFunction> function_;
 };
 
-class CIColorKernel : public CIKernel {
+class VORN_EXPORT CIColorKernel : public CIKernel {
 public:
     using CIKernel::CIKernel;
-    static CIColorKernel kernelWithFunctionName(std::string_view name, const Data& library,
-                                                KernelError* error);
+    static CIColorKernel kernelWithFunctionName(std::string_view name, const vorn::Data& library,
+                                                vorn::KernelError* error);
 };
 
-class CIWarpKernel : public CIKernel {
+class VORN_EXPORT CIWarpKernel : public CIKernel {
 public:
     using CIKernel::CIKernel;
-    static CIWarpKernel kernelWithFunctionName(std::string_view name, const Data& library,
-                                               KernelError* error);
+    static CIWarpKernel kernelWithFunctionName(std::string_view name, const vorn::Data& library,
+                                               vorn::KernelError* error);
     /// The image resampled at the coordinates that the kernel returns.
-    CIImage applyWithExtent(CGRect extent, const RegionOfInterest& regionOfInterest,
-                            const CIImage& image, KernelArguments arguments) const;
+    CIImage applyWithExtent(CGRect extent, const vorn::RegionOfInterest& regionOfInterest,
+                            const CIImage& image, vorn::KernelArguments arguments) const;
 };
 
 /// An image that is kept from frame to frame. It starts transparent.
-class CIImageAccumulator {
+class VORN_EXPORT CIImageAccumulator {
 public:
     /// Null when the extent is empty, infinite or too large to allocate.
     static std::shared_ptr<CIImageAccumulator> imageAccumulatorWithExtent(CGRect extent,
@@ -280,3 +298,5 @@ private:
     struct State;
     std::unique_ptr<State> state_;
 };
+
+#endif // VORN_HAS_LANGUAGE

@@ -2,6 +2,10 @@
 // the unit is the pixel, and pixel centres lie at halves.
 #pragma once
 
+#include "Language.h"
+
+#if VORN_HAS_LANGUAGE
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -121,3 +125,5 @@ struct CGAffineTransform {
         return {d * k, -b * k, -c * k, a * k, (c * ty - d * tx) * k, (b * tx - a * ty) * k};
     }
 };
+
+#endif // VORN_HAS_LANGUAGE

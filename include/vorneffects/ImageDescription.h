@@ -1,6 +1,10 @@
 // A lazy image as data: what it is made of, without rendering it.
 #pragma once
 
+#include "Language.h"
+
+#if VORN_HAS_LANGUAGE
+
 #include "CIImage.h"
 
 #include <memory>
@@ -8,6 +12,8 @@
 #include <utility>
 #include <variant>
 #include <vector>
+
+namespace vorn {
 
 struct ImageDescription;
 
@@ -63,4 +69,8 @@ struct ImageDescription {
 /// Describes an image and everything below it; null for an empty handle. Every kernel's
 /// region-of-interest rule is asked with `probe`. An image that is read in two places is described
 /// once and shared.
-std::shared_ptr<ImageDescription> describeImage(const CIImage& image, CGRect probe);
+VORN_EXPORT std::shared_ptr<ImageDescription> describeImage(const CIImage& image, CGRect probe);
+
+} // namespace vorn
+
+#endif // VORN_HAS_LANGUAGE

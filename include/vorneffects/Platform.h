@@ -2,6 +2,10 @@
 // property lists, pixel buffers and surfaces, and bitmap drawing with text.
 #pragma once
 
+#include "Language.h"
+
+#if VORN_HAS_LANGUAGE
+
 #include "Geometry.h"
 #include "Values.h"
 
@@ -14,12 +18,14 @@
 #include <variant>
 #include <vector>
 
+namespace vorn {
+
 // ---- Clock ------------------------------------------------------------------------------------
 
 /// The process's monotonic clock in nanoseconds. It runs on the system's clock until a host takes
 /// it over with `drive`; from then on it stands still between calls, so that everything that
 /// reads it runs on the host's media time. Safe from any thread.
-struct PlatformClock {
+struct VORN_EXPORT PlatformClock {
     /// Ticks of the clock (`mach_absolute_time`).
     static uint64_t ticks();
     /// Nanoseconds = ticks * numerator / denominator.
@@ -45,16 +51,21 @@ struct ClassInfo {
     const void* address;
     const FilterClassInfo* filter = nullptr;
 };
-using Class = const ClassInfo*;
+
+} // namespace vorn
+
+using Class = const vorn::ClassInfo*;
+
+namespace vorn {
 
 /// Makes a class known by name; a second class of the same name replaces the first.
-void registerClass(Class info);
+VORN_EXPORT void registerClass(Class info);
 /// The class of that name, or null.
-Class classFromString(std::string_view name);
+VORN_EXPORT Class classFromString(std::string_view name);
 
 /// The folder of resources that belongs to a binary: the folder "VornEffects" beside it, both in
 /// the build tree and when installed.
-class Bundle {
+class VORN_EXPORT Bundle {
 public:
     /// The bundle of the binary that a class lies in (null class: an empty bundle).
     static Bundle forClass(Class owner);
@@ -70,7 +81,7 @@ private:
 };
 
 /// The whole file, or null when it cannot be read.
-Data dataWithContentsOfFile(const std::string& path);
+VORN_EXPORT Data dataWithContentsOfFile(const std::string& path);
 
 // ---- Property lists ---------------------------------------------------------------------------
 
@@ -92,9 +103,12 @@ struct PropertyList {
 
 /// Reads a property-list file whose root is a dictionary; nothing when it cannot be read, is no
 /// property list, or has another root.
-std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path);
+VORN_EXPORT std::optional<PropertyListDictionary>
+dictionaryWithContentsOfFile(const std::string& path);
 
 // ---- Pixel buffers and surfaces ---------------------------------------------------------------
+
+} // namespace vorn
 
 /// Pixel formats of bitmaps, buffers and render targets. Names give the order of bytes in memory;
 /// the colour is premultiplied by the alpha. `RGBAh` has 16-bit and `RGBAf` 32-bit floats.
@@ -102,10 +116,13 @@ enum class CIFormat : uint8_t { RGBA8, BGRA8, ARGB8, RGBAh, RGBAf };
 inline constexpr CIFormat kCIFormatRGBA8 = CIFormat::RGBA8, kCIFormatBGRA8 = CIFormat::BGRA8,
                           kCIFormatARGB8 = CIFormat::ARGB8, kCIFormatRGBAh = CIFormat::RGBAh,
                           kCIFormatRGBAf = CIFormat::RGBAf;
+
+namespace vorn {
+
 constexpr size_t bytesPerPixel(CIFormat format) {
     return format == CIFormat::RGBAf ? 16 : format == CIFormat::RGBAh ? 8 : 4;
 }
-const char* formatName(CIFormat format); // "RGBA8", "BGRA8", "ARGB8", "RGBAh", "RGBAf"
+VORN_EXPORT const char* formatName(CIFormat format); // "RGBA8", "BGRA8", "ARGB8", "RGBAh", "RGBAf"
 
 /// Status codes of pixel-buffer and surface creation.
 inline constexpr int32_t kStatusSuccess = 0;
@@ -115,7 +132,7 @@ inline constexpr int32_t kStatusInvalidPixelFormat = -6680;
 inline constexpr int32_t kStatusLocked = -6672;
 
 /// Pixels that a device keeps in memory of its own.
-class DevicePixels {
+class VORN_EXPORT DevicePixels {
 public:
     virtual ~DevicePixels() = default;
     /// The pixels in the host's memory, fetched when that is first asked for; null when they cannot
@@ -126,7 +143,7 @@ public:
 /// Memory for pixels, top row first, owned and shared by reference counting. Rows start at
 /// multiples of 64 bytes unless a stride is asked for. The memory may be touched only between
 /// `lock` and `unlock` (locks nest and count; a read-only lock must be unlocked as such).
-class PixelMemory : public DevicePixels {
+class VORN_EXPORT PixelMemory : public DevicePixels {
 public:
     PixelMemory(const PixelMemory&) = delete;
     PixelMemory& operator=(const PixelMemory&) = delete;
@@ -173,7 +190,7 @@ private:
 };
 
 /// A pixel buffer (`CVPixelBuffer`), filled with zeros when made.
-class PixelBuffer final : public PixelMemory {
+class VORN_EXPORT PixelBuffer final : public PixelMemory {
 public:
     /// Null with a status when the size is zero or too large to allocate.
     static std::shared_ptr<PixelBuffer> create(uint32_t width, uint32_t height, CIFormat format,
@@ -182,7 +199,6 @@ public:
 private:
     using PixelMemory::PixelMemory;
 };
-using CVPixelBufferRef = std::shared_ptr<PixelBuffer>;
 
 /// Properties of a surface, as the effects state them.
 struct SurfaceProperties {
@@ -194,7 +210,7 @@ struct SurfaceProperties {
 };
 
 /// A surface (`IOSurface`) that rendering fills and images show, filled with zeros when made.
-class Surface final : public PixelMemory {
+class VORN_EXPORT Surface final : public PixelMemory {
 public:
     /// Null when a property makes no sense (zero size, stride below the row, unknown format, more
     /// memory than there is).
@@ -203,7 +219,6 @@ public:
 private:
     using PixelMemory::PixelMemory;
 };
-using IOSurfaceRef = std::shared_ptr<Surface>;
 
 // ---- Bitmap drawing ---------------------------------------------------------------------------
 
@@ -216,20 +231,20 @@ struct CGImage {
 };
 
 /// Decodes a PNG file's bytes; nothing when they are no PNG.
-std::optional<CGImage> decodePNG(const Data& data);
+VORN_EXPORT std::optional<CGImage> decodePNG(const Data& data);
 
 /// The text a C string's bytes give when they are read as Mac Roman, as UTF-8. Bytes 0 to 127 are
 /// ASCII; the upper half follows Apple's published table (ROMAN.TXT).
-std::string stringFromMacRoman(std::string_view bytes);
+VORN_EXPORT std::string stringFromMacRoman(std::string_view bytes);
 
 /// The name of the system's user-interface font.
-std::string systemFontName();
+VORN_EXPORT std::string systemFontName();
 
 /// A drawing context on caller-supplied memory (8 bits each, premultiplied, any of the three 8-bit
 /// formats). The origin is at the bottom left and y points up. Drawn with Cairo, text with Pango.
 /// A font that is missing is replaced by a similar one: a monospaced one for "Menlo" and "Monaco",
 /// a sans-serif one otherwise.
-class BitmapContext {
+class VORN_EXPORT BitmapContext {
 public:
     /// Null when the format is not an 8-bit one, the size is zero or above 32767, or the stride is
     /// below the row.
@@ -256,4 +271,11 @@ public:
     /// Writes what was drawn to the memory; nothing is certain to be there before.
     virtual void flush() = 0;
 };
-using CGContextRef = std::shared_ptr<BitmapContext>;
+
+} // namespace vorn
+
+using CVPixelBufferRef = std::shared_ptr<vorn::PixelBuffer>;
+using IOSurfaceRef = std::shared_ptr<vorn::Surface>;
+using CGContextRef = std::shared_ptr<vorn::BitmapContext>;
+
+#endif // VORN_HAS_LANGUAGE

@@ -2,6 +2,10 @@
 // unset state (`isSet()` is false), which is what an input is until a host sets it.
 #pragma once
 
+#include "Language.h"
+
+#if VORN_HAS_LANGUAGE
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -9,13 +13,15 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 /// A number that remembers how it was made. Reading it never fails:
 /// - `floatValue` rounds to the nearest single, a huge value becomes an infinity;
 /// - `intValue` truncates toward zero and saturates at the 32-bit range;
 /// - `unsignedIntValue` truncates toward zero and keeps the low 32 bits (so -1 reads as
 ///   4294967295); a value outside the 64-bit range reads as 0;
 /// - not-a-number reads as 0 in both integer forms; an unset number reads as 0 everywhere.
-class Number {
+class VORN_EXPORT Number {
 public:
     enum class Kind : uint8_t { Unset, Single, Double, Signed, Unsigned };
 
@@ -40,6 +46,11 @@ private:
     Kind kind_ = Kind::Unset;
     double value_ = 0;
 };
+
+/// Bytes, shared and immutable; an unset one is a null pointer.
+using Data = std::shared_ptr<const std::vector<uint8_t>>;
+
+} // namespace vorn
 
 /// Up to four components; an unset vector has none. Components past the count read as 0.
 class CIVector {
@@ -84,8 +95,7 @@ private:
     std::array<double, 4> values_{};
 };
 
-/// Bytes, shared and immutable; an unset one is a null pointer.
-using Data = std::shared_ptr<const std::vector<uint8_t>>;
-
 /// The colour spaces that the framework knows. `None` means: values are used as stored.
 enum class CGColorSpace : uint8_t { None, SRGB, LinearSRGB };
+
+#endif // VORN_HAS_LANGUAGE

@@ -2,6 +2,10 @@
 // the Vulkan headers; a host that includes nothing of this does not.
 #pragma once
 
+#include "Language.h"
+
+#if VORN_HAS_LANGUAGE
+
 #include "CIContext.h"
 
 #include <vulkan/vulkan_core.h>
@@ -9,6 +13,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+
+namespace vorn {
 
 /// A device that the host has opened. It needs Vulkan 1.2 with the features timelineSemaphore and
 /// shaderStorageImageWriteWithoutFormat switched on; sharing of memory also needs the extensions
@@ -58,7 +64,7 @@ struct SharedPicture {
 
 /// Renders on a device of the host's. One thread at a time; to be destroyed before the device, and
 /// after every image that was made with it.
-class VulkanContext {
+class VORN_EXPORT VulkanContext {
 public:
     explicit VulkanContext(const VulkanDevice& device,
                            CGColorSpace workingSpace = CGColorSpace::None);
@@ -99,3 +105,7 @@ private:
     struct State;
     std::unique_ptr<State> state_;
 };
+
+} // namespace vorn
+
+#endif // VORN_HAS_LANGUAGE
