@@ -1,5 +1,6 @@
 // Drawing on caller-supplied memory, with Cairo.
 #include "CairoPixels.h"
+#include "Guard.h"
 #include "TextLine.h"
 
 #include <algorithm>
@@ -173,7 +174,8 @@ std::shared_ptr<BitmapContext> BitmapContext::create(void* bytes, uint32_t width
                                                      size_t bytesPerRow, CIFormat format,
                                                      CGColorSpace) {
     if (!bytes || width == 0 || height == 0 || width > kLargestCairoSide ||
-        height > kLargestCairoSide || bytesPerPixel(format) != 4 || bytesPerRow < size_t{width} * 4)
+        height > kLargestCairoSide || !isKnown(format) || bytesPerPixel(format) != 4 ||
+        bytesPerRow < size_t{width} * 4 || !sizeOfRows(bytesPerRow, height))
         return nullptr;
     auto* const memory = static_cast<uint8_t*>(bytes);
     const bool drawsInPlace = format == kCairoFormat &&
@@ -185,8 +187,10 @@ std::shared_ptr<BitmapContext> BitmapContext::create(void* bytes, uint32_t width
                                      static_cast<int>(height), static_cast<int>(bytesPerRow)))
                                : makeCairoImage(width, height);
     if (!surface || cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) return nullptr;
-    return std::make_shared<CairoBitmapContext>(memory, width, height, bytesPerRow, format,
-                                                std::move(surface), drawsInPlace);
+    return orNothing([&]() -> std::shared_ptr<BitmapContext> {
+        return std::make_shared<CairoBitmapContext>(memory, width, height, bytesPerRow, format,
+                                                    std::move(surface), drawsInPlace);
+    });
 }
 
 } // namespace vorn

@@ -1,5 +1,6 @@
 // PNG pictures, decoded with Cairo.
 #include "CairoPixels.h"
+#include "Guard.h"
 
 #include <algorithm>
 
@@ -26,15 +27,16 @@ uint32_t bigEndian32(const uint8_t* bytes) {
     return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
 }
 
-/// Whether the bytes begin as a PNG does, with a size that Cairo can hold: a few bytes can claim
-/// any size, and the decoder would ask for the memory before it reads on.
+/// Whether the bytes begin as a PNG does, with a size that Cairo can hold and that is wanted: a few
+/// bytes can claim any size, and the decoder would ask for the memory before it reads on.
 bool isPNGOfPossibleSize(const std::vector<uint8_t>& bytes) {
     constexpr uint8_t kStart[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n',
                                   0,    0,   0,   13,  'I',  'H',  'D',  'R'};
     if (bytes.size() < 24 || !std::equal(std::begin(kStart), std::end(kStart), bytes.begin()))
         return false;
-    return bigEndian32(&bytes[16]) <= kLargestCairoSide &&
-           bigEndian32(&bytes[20]) <= kLargestCairoSide;
+    const uint32_t width = bigEndian32(&bytes[16]), height = bigEndian32(&bytes[20]);
+    return width <= kLargestCairoSide && height <= kLargestCairoSide &&
+           uint64_t{width} * height <= pixelLimit();
 }
 
 /// The same picture as premultiplied ARGB: opaque PNGs come without alpha, and newer versions of
@@ -53,9 +55,7 @@ CairoSurface withAlpha(CairoSurface image) {
     return converted;
 }
 
-} // namespace
-
-std::optional<CGImage> decodePNG(const Data& data) {
+std::optional<CGImage> decode(const Data& data) {
     if (!data || !isPNGOfPossibleSize(*data)) return std::nullopt;
     Reader reader{data->data(), data->size()};
     CairoSurface decoded(cairo_image_surface_create_from_png_stream(readBytes, &reader));
@@ -75,6 +75,12 @@ std::optional<CGImage> decodePNG(const Data& data) {
         copyFromCairo(source + row * stride, image.pixels.data() + row * rowBytes, image.width,
                       CIFormat::RGBA8);
     return image;
+}
+
+} // namespace
+
+std::optional<CGImage> decodePNG(const Data& data) {
+    return orNothing([&] { return decode(data); });
 }
 
 } // namespace vorn

@@ -1,8 +1,9 @@
 // Pixel buffers and surfaces: memory for pixels, and the locks on it.
-#include "vorneffects/Platform.h"
+#include "Guard.h"
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -38,8 +39,11 @@ struct FreeAligned {
 };
 using PixelBytes = std::unique_ptr<uint8_t, FreeAligned>;
 
+std::atomic<uint64_t> mostPixels = uint64_t{1} << 28;
+
 bool isSizeValid(uint32_t width, uint32_t height) {
-    return width > 0 && height > 0 && width <= kLargestSide && height <= kLargestSide;
+    return width > 0 && height > 0 && width <= kLargestSide && height <= kLargestSide &&
+           uint64_t{width} * height <= mostPixels;
 }
 
 size_t alignedRow(uint32_t width, CIFormat format) {
@@ -66,6 +70,13 @@ std::optional<CIFormat> formatFromCode(uint32_t code) {
 }
 
 } // namespace
+
+uint64_t pixelLimit() {
+    return mostPixels;
+}
+void setPixelLimit(uint64_t pixels) {
+    mostPixels = pixels;
+}
 
 const char* formatName(CIFormat format) {
     switch (format) {
@@ -102,9 +113,9 @@ PixelMemory::~PixelMemory() {
 /// With the mutex held.
 void PixelMemory::fetch() const {
     if (state_->isFetched) return;
+    const uint8_t* from = orNothing([&] { return state_->device->hostBytes(); });
+    if (!from) return; // what was here before is the best there is for now
     state_->isFetched = true;
-    const uint8_t* from = state_->device->hostBytes();
-    if (!from) return; // the device is gone; what was here before is the best there is
     const size_t row = size_t{width_} * bytesPerPixel(format_);
     for (uint32_t y = 0; y < height_; ++y, from += row)
         std::memcpy(bytes_ + y * bytesPerRow_, from, row);
@@ -169,17 +180,22 @@ std::shared_ptr<PixelBuffer> PixelBuffer::create(uint32_t width, uint32_t height
                                                  int32_t* status) {
     int32_t unwantedStatus;
     int32_t& result = status ? *status : unwantedStatus;
+    result = kStatusInvalidPixelFormat;
+    if (!isKnown(format)) return nullptr;
     result = kStatusInvalidSize;
     if (!isSizeValid(width, height)) return nullptr;
     const size_t bytesPerRow = alignedRow(width, format);
     result = kStatusAllocationFailed;
     PixelBytes bytes(allocateZeroed(bytesPerRow * height));
     if (!bytes) return nullptr;
-    std::unique_ptr<PixelBuffer> buffer(
-        new PixelBuffer(width, height, format, bytesPerRow, bytes.get()));
-    bytes.release();
-    result = kStatusSuccess;
-    return buffer;
+    return orNothing([&]() -> std::shared_ptr<PixelBuffer> {
+        std::unique_ptr<PixelBuffer> buffer(
+            new PixelBuffer(width, height, format, bytesPerRow, bytes.get()));
+        bytes.release();
+        std::shared_ptr<PixelBuffer> shared(std::move(buffer));
+        result = kStatusSuccess;
+        return shared;
+    });
 }
 
 std::shared_ptr<Surface> Surface::create(const SurfaceProperties& properties) {
@@ -196,10 +212,12 @@ std::shared_ptr<Surface> Surface::create(const SurfaceProperties& properties) {
     if (properties.allocSize != 0 && properties.allocSize < size) return nullptr;
     PixelBytes bytes(allocateZeroed(std::max(size, properties.allocSize)));
     if (!bytes) return nullptr;
-    std::unique_ptr<Surface> surface(
-        new Surface(properties.width, properties.height, *format, bytesPerRow, bytes.get()));
-    bytes.release();
-    return surface;
+    return orNothing([&]() -> std::shared_ptr<Surface> {
+        std::unique_ptr<Surface> surface(
+            new Surface(properties.width, properties.height, *format, bytesPerRow, bytes.get()));
+        bytes.release();
+        return surface;
+    });
 }
 
 } // namespace vorn

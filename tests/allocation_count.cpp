@@ -1,4 +1,5 @@
-// Counts allocations by standing before the C library's allocator, which `new` ends at as well.
+// Counts allocations, and lets them fail, by standing before the C library's allocator, which `new`
+// ends at as well.
 #include "allocation_count.h"
 
 #include <atomic>
@@ -20,6 +21,9 @@ namespace {
 
 thread_local uint64_t allocations = 0;
 std::atomic<uint64_t> allocationsOfAllThreads = 0;
+std::atomic<bool> isShort = false;
+std::atomic<int64_t> spared = 0;
+std::atomic<uint64_t> leastBytes = 0;
 
 } // namespace
 
@@ -33,6 +37,18 @@ bool countsAllocations() {
     return VORN_COUNTS;
 }
 
+MemoryShortage::MemoryShortage(int64_t first, uint64_t least) {
+    spared = first;
+    leastBytes = least;
+    isShort = true;
+}
+MemoryShortage::~MemoryShortage() {
+    isShort = false;
+}
+bool MemoryShortage::wasFelt() {
+    return spared < 0;
+}
+
 #if VORN_COUNTS
 extern "C" {
 
@@ -41,34 +57,30 @@ void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* memory, std::size_t size);
 void* __libc_memalign(std::size_t alignment, std::size_t size);
 
-static void count() {
+/// Counts a request; false when it is to fail.
+static bool count(std::size_t size) {
     ++allocations;
     allocationsOfAllThreads.fetch_add(1, std::memory_order_relaxed);
+    return !isShort || size < leastBytes || spared.fetch_sub(1) > 0;
 }
 
 void* malloc(std::size_t size) noexcept {
-    count();
-    return __libc_malloc(size);
+    return count(size) ? __libc_malloc(size) : nullptr;
 }
 void* calloc(std::size_t number, std::size_t size) noexcept {
-    count();
-    return __libc_calloc(number, size);
+    return count(number * size) ? __libc_calloc(number, size) : nullptr;
 }
 void* realloc(void* memory, std::size_t size) noexcept {
-    count();
-    return __libc_realloc(memory, size);
+    return count(size) ? __libc_realloc(memory, size) : nullptr;
 }
 void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept {
-    count();
-    return __libc_memalign(alignment, size);
+    return count(size) ? __libc_memalign(alignment, size) : nullptr;
 }
 void* memalign(std::size_t alignment, std::size_t size) noexcept {
-    count();
-    return __libc_memalign(alignment, size);
+    return count(size) ? __libc_memalign(alignment, size) : nullptr;
 }
 int posix_memalign(void** memory, std::size_t alignment, std::size_t size) noexcept {
-    count();
-    *memory = __libc_memalign(alignment, size);
+    *memory = count(size) ? __libc_memalign(alignment, size) : nullptr;
     return *memory ? 0 : ENOMEM;
 }
 }

@@ -131,6 +131,12 @@ inline constexpr int32_t kStatusInvalidSize = -6661;
 inline constexpr int32_t kStatusInvalidPixelFormat = -6680;
 inline constexpr int32_t kStatusLocked = -6672;
 
+/// The most pixels that a picture may have which the library makes memory for: surfaces, pixel
+/// buffers, accumulators, and files that are decoded. 2^28 until a host sets it. Safe from any
+/// thread.
+VORN_EXPORT uint64_t pixelLimit();
+VORN_EXPORT void setPixelLimit(uint64_t pixels);
+
 /// Pixels that a device keeps in memory of its own.
 class VORN_EXPORT DevicePixels {
 public:
@@ -192,7 +198,8 @@ private:
 /// A pixel buffer (`CVPixelBuffer`), filled with zeros when made.
 class VORN_EXPORT PixelBuffer final : public PixelMemory {
 public:
-    /// Null with a status when the size is zero or too large to allocate.
+    /// Null with a status when the size is zero, above `pixelLimit` or too large to allocate, or
+    /// the format is none.
     static std::shared_ptr<PixelBuffer> create(uint32_t width, uint32_t height, CIFormat format,
                                                int32_t* status = nullptr);
 
@@ -213,7 +220,7 @@ struct SurfaceProperties {
 class VORN_EXPORT Surface final : public PixelMemory {
 public:
     /// Null when a property makes no sense (zero size, stride below the row, unknown format, more
-    /// memory than there is).
+    /// pixels than `pixelLimit` or more memory than there is).
     static std::shared_ptr<Surface> create(const SurfaceProperties& properties);
 
 private:
@@ -230,7 +237,8 @@ struct CGImage {
     std::vector<uint8_t> pixels; ///< width * 4 bytes a row
 };
 
-/// Decodes a PNG file's bytes; nothing when they are no PNG.
+/// Decodes a PNG file's bytes; nothing when they are no PNG, one of more pixels than `pixelLimit`,
+/// or more than there is memory for.
 VORN_EXPORT std::optional<CGImage> decodePNG(const Data& data);
 
 /// The text a C string's bytes give when they are read as Mac Roman, as UTF-8. Bytes 0 to 127 are
@@ -247,7 +255,7 @@ VORN_EXPORT std::string systemFontName();
 class VORN_EXPORT BitmapContext {
 public:
     /// Null when the format is not an 8-bit one, the size is zero or above 32767, or the stride is
-    /// below the row.
+    /// below the row or beyond any memory.
     static std::shared_ptr<BitmapContext> create(void* bytes, uint32_t width, uint32_t height,
                                                  size_t bytesPerRow, CIFormat format,
                                                  CGColorSpace colorSpace);
