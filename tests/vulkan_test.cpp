@@ -456,16 +456,21 @@ TEST(VulkanSharing, MemoryThatIsSharedHoldsThePicture) {
             }
             isAnyShared = true;
             const CIImage image = other.imageOfShared(*shared, CGColorSpace::None);
-            close(shared->fd);
             ASSERT_TRUE(image) << other.lastError();
             EXPECT_TRUE(
                 isClose(render(*vulkanContext(), image, {0, 0, 37, 21}, format), source, {}))
                 << formatName(format);
             SharedPicture wrong = *shared;
+            wrong.height = 3;
+            wrong.bytesPerRow =
+                (SIZE_MAX / 3 / 16 + 1) * 16; // three of them come to next to nothing
+            EXPECT_FALSE(other.imageOfShared(wrong));
+            wrong = *shared;
             wrong.fd = -1;
             EXPECT_FALSE(other.imageOfShared(wrong));
             wrong.memorySize = 1;
             EXPECT_FALSE(other.imageOfShared(wrong));
+            close(shared->fd);
         }
     if (!isAnyShared) GTEST_SKIP() << "the driver shares no memory";
 }

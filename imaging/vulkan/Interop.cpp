@@ -3,6 +3,7 @@
 
 #include "imaging/ThreadDevice.h"
 #include "imaging/vulkan/Renderer.h"
+#include "platform/Guard.h"
 
 #include <cmath>
 #include <unistd.h>
@@ -284,13 +285,15 @@ CIImage VulkanContext::imageOfShared(const SharedPicture& picture, CGColorSpace 
     State& state = *state_;
     if (!state.isReady() || !state.hasSize(picture.width, picture.height)) return {};
     const size_t pixel = bytesPerPixel(picture.format);
-    if (!state.canShare(picture.kind) || picture.bytesPerRow < picture.width * pixel ||
-        picture.bytesPerRow % pixel != 0) {
+    const std::optional<size_t> size = vorn::sizeOfRows(picture.bytesPerRow, picture.height);
+    if (!vorn::isKnown(picture.format) || !vorn::isKnown(colorSpace) || !size ||
+        picture.bytesPerRow < picture.width * pixel || picture.bytesPerRow % pixel != 0 ||
+        picture.bytesPerRow / pixel > UINT32_MAX || !state.canShare(picture.kind)) {
         state.fail("shared memory of this kind, or with rows of this length, cannot be read");
         return {};
     }
     try {
-        SharedBuffer buffer(*state.device, picture.bytesPerRow * picture.height, picture.kind);
+        SharedBuffer buffer(*state.device, *size, picture.kind);
         buffer.import(picture);
         uint64_t created = 0;
         const auto image = state.device->images().acquire(vulkanFormat(picture.format),

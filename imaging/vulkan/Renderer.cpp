@@ -161,6 +161,19 @@ void Renderer::forget(uint64_t ticket) {
         if (frame.ticket == ticket) frame.target.bytes = nullptr;
 }
 
+void Renderer::trim() {
+    for (Frame& frame : frames_)
+        if (!frame.isUnderWay) frame.upload.reset(), frame.download.reset(), frame.calls.reset();
+    kept_.clear();
+    nothing_.reset();
+    plan_ = {};
+    try {
+        device_->images().clear();
+    } catch (const Failure&) {
+        // A lost device gives its memory back when it is closed.
+    }
+}
+
 std::shared_ptr<DeviceImage> Renderer::renderOnDevice(const CIImage& image, const IntRect& rect,
                                                       CIFormat format, CGColorSpace workingSpace,
                                                       CGColorSpace outputSpace) {

@@ -90,6 +90,9 @@ public:
     bool renderInto(const CIImage& image, const cpu::IntRect& rect, const HostTarget& target,
                     CIFormat format, CGColorSpace workingSpace, CGColorSpace outputSpace);
 
+    /// Gives back what no render under way needs, and the idle images of the device.
+    void trim() override;
+
     const std::shared_ptr<Device>& device() const { return device_; }
     /// How long the parts of the last finished render took on the device; zeros where that cannot
     /// be told.
