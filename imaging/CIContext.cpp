@@ -4,6 +4,7 @@
 #include "imaging/cpu/InstructionSets.h"
 #include "imaging/cpu/Renderer.h"
 #include "imaging/vulkan/Renderer.h"
+#include "platform/Guard.h"
 
 #include <algorithm>
 #include <cmath>
@@ -31,6 +32,11 @@ struct CIContext::State : std::enable_shared_from_this<State> {
         lastError = std::move(message);
         return false;
     }
+    /// What `work` gives; where it throws, the cause is the last error.
+    template <class Work>
+    bool guarded(const Work& work) noexcept {
+        return vorn::succeeds(lastError, work);
+    }
 
     void openGpu() {
         const bool isAuto = options.device == DeviceKind::Auto;
@@ -55,14 +61,19 @@ struct CIContext::State : std::enable_shared_from_this<State> {
 
     /// What can be told to be wrong without rendering.
     bool accepts(const CIImage& image, const void* bytes, size_t bytesPerRow, const IntRect& rect,
-                 CIFormat format) {
+                 CIFormat format, CGColorSpace colorSpace) {
         lastError.clear();
         if (!image) return fail("there is no image to render");
         if (!bytes) return fail("there is no memory to render into");
         if (!rect.isInReach()) return fail("the rectangle to render is infinite or too far away");
         if (rect.isEmpty()) return fail("the rectangle to render is empty");
+        if (!vorn::isKnown(format)) return fail("the format of the memory to render into is none");
         if (bytesPerRow < static_cast<size_t>(rect.width()) * bytesPerPixel(format))
             return fail("the rows of the memory to render into are too short");
+        if (!vorn::sizeOfRows(bytesPerRow, static_cast<size_t>(rect.height())))
+            return fail("the rows of the memory to render into are longer than any memory");
+        if (!vorn::isKnown(colorSpace) || !vorn::isKnown(options.workingSpace))
+            return fail("the colour space of the result or of the context is none");
         if (!deviceProblem.empty()) return fail(deviceProblem);
         return true;
     }
@@ -93,14 +104,20 @@ struct CIContext::State : std::enable_shared_from_this<State> {
                       CGColorSpace colorSpace) {
         deviceOfThread().gpu.reset();
         if (!host) return fail(deviceProblem);
-        return host->render(storedOr(image, rect, target), rect, target, options.workingSpace,
-                            colorSpace) ||
-               fail(host->problem());
+        try {
+            return host->render(storedOr(image, rect, target), rect, target, options.workingSpace,
+                                colorSpace) ||
+                   fail(host->problem());
+        } catch (...) {
+            vorn::describeException(lastError);
+            host->trim(); // what could not be held as a whole is not kept in parts
+            return false;
+        }
     }
 
     bool render(const CIImage& image, void* bytes, size_t bytesPerRow, const IntRect& rect,
                 CIFormat format, CGColorSpace colorSpace) {
-        if (!accepts(image, bytes, bytesPerRow, rect, format)) return false;
+        if (!accepts(image, bytes, bytesPerRow, rect, format, colorSpace)) return false;
         const Target target{bytes, bytesPerRow, format};
         if (vulkan::Renderer* const renderer = usableGpu()) {
             if (renderer->render(image, rect, target, options.workingSpace, colorSpace))
@@ -151,12 +168,12 @@ struct RenderTask::State {
     }
     bool wait() {
         const auto by = std::move(renderer);
-        if (!by || by->finish(ticket)) return isGood;
-        if (context->host)
-            isGood = context->renderOnHost(image, rect, target, colorSpace);
-        else
-            isGood = context->fail(by->problem());
-        return isGood;
+        if (!by) return isGood;
+        return isGood = context->guarded([&] {
+            if (by->finish(ticket)) return isGood;
+            if (!context->host) return context->fail(by->problem());
+            return context->renderOnHost(image, rect, target, colorSpace);
+        });
     }
 };
 
@@ -172,28 +189,26 @@ bool RenderTask::wait() {
 RenderTask CIContext::startRender(const CIImage& image, void* bytes, size_t bytesPerRow,
                                   CGRect bounds, CIFormat format, CGColorSpace colorSpace) {
     RenderTask task;
-    task.state_ = std::make_unique<RenderTask::State>();
-    RenderTask::State& state = *task.state_;
-    state.context = state_;
-    const IntRect rect = IntRect::around(bounds);
-    if (!state_->accepts(image, bytes, bytesPerRow, rect, format)) return task;
-    const Target target{bytes, bytesPerRow, format};
-    if (vulkan::Renderer* const renderer = state_->usableGpu()) {
-        state.ticket =
-            renderer->start(image, rect, target, state_->options.workingSpace, colorSpace);
-        if (state.ticket != 0) {
-            state.renderer = state_->gpu;
-            state.isGood = true;
-            state.image = image, state.rect = rect, state.target = target;
-            state.colorSpace = colorSpace;
-            return task;
+    state_->guarded([&] {
+        task.state_ = std::make_unique<RenderTask::State>();
+        RenderTask::State& state = *task.state_;
+        state.context = state_;
+        const IntRect rect = IntRect::around(bounds);
+        if (!state_->accepts(image, bytes, bytesPerRow, rect, format, colorSpace)) return false;
+        const Target target{bytes, bytesPerRow, format};
+        if (vulkan::Renderer* const renderer = state_->usableGpu()) {
+            state.ticket =
+                renderer->start(image, rect, target, state_->options.workingSpace, colorSpace);
+            if (state.ticket != 0) {
+                state.renderer = state_->gpu;
+                state.image = image, state.rect = rect, state.target = target;
+                state.colorSpace = colorSpace;
+                return state.isGood = true;
+            }
+            if (!state_->host) return state_->fail(renderer->problem());
         }
-        if (!state_->host) {
-            state_->fail(renderer->problem());
-            return task;
-        }
-    }
-    state.isGood = state_->renderOnHost(image, rect, target, colorSpace);
+        return state.isGood = state_->renderOnHost(image, rect, target, colorSpace);
+    });
     return task;
 }
 
@@ -225,21 +240,30 @@ CIContext::~CIContext() = default;
 
 bool CIContext::render(const CIImage& image, void* bytes, size_t bytesPerRow, CGRect bounds,
                        CIFormat format, CGColorSpace colorSpace) {
-    return state_->render(image, bytes, bytesPerRow, IntRect::around(bounds), format, colorSpace);
+    return state_->guarded([&] {
+        return state_->render(image, bytes, bytesPerRow, IntRect::around(bounds), format,
+                              colorSpace);
+    });
 }
 
 bool CIContext::renderToIOSurface(const CIImage& image, Surface& surface, CGRect bounds,
                                   CGColorSpace colorSpace) {
-    return state_->renderToMemory(image, surface, bounds, colorSpace);
+    return state_->guarded(
+        [&] { return state_->renderToMemory(image, surface, bounds, colorSpace); });
 }
 
 bool CIContext::renderToCVPixelBuffer(const CIImage& image, PixelBuffer& buffer, CGRect bounds,
                                       CGColorSpace colorSpace) {
-    return state_->renderToMemory(image, buffer, bounds, colorSpace);
+    return state_->guarded(
+        [&] { return state_->renderToMemory(image, buffer, bounds, colorSpace); });
 }
 
+namespace {
+/// What filters render with on this thread where the host's context is not known.
+thread_local std::unique_ptr<CIContext> own;
+} // namespace
+
 CIContext& CIContext::hostOfThread() {
-    static thread_local std::unique_ptr<CIContext> own;
     const ThreadDevice current = deviceOfThread(); // a copy: making a context changes it
     const DeviceKind kind =
         current.kind == DeviceKind::Reference ? DeviceKind::Reference : DeviceKind::CPU;
@@ -254,12 +278,21 @@ CIContext& CIContext::hostOfThread() {
 
 bool CIContext::capture(const CIImage& image, Surface& surface, CGRect bounds,
                         CGColorSpace colorSpace) {
-    CIContext& own = hostOfThread();
-    // Only for now: a GPU is given back with the host's context.
-    own.state_->gpu = deviceOfThread().gpu.lock();
-    const bool isGood = own.renderToIOSurface(image, surface, bounds, colorSpace);
-    own.state_->gpu.reset();
-    return isGood;
+    std::string unwanted;
+    return vorn::succeeds(unwanted, [&] {
+        CIContext& own = hostOfThread();
+        // Only for now: a GPU is given back with the host's context.
+        own.state_->gpu = deviceOfThread().gpu.lock();
+        const bool isGood = own.renderToIOSurface(image, surface, bounds, colorSpace);
+        own.state_->gpu.reset();
+        return isGood;
+    });
+}
+
+void CIContext::trim() {
+    if (state_->host) state_->host->trim();
+    if (state_->gpu) state_->gpu->trim();
+    if (own && own.get() != this) own->trim();
 }
 
 const std::string& CIContext::lastError() const {

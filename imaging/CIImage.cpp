@@ -2,6 +2,7 @@
 
 #include "imaging/KernelLibrary.h"
 #include "imaging/Node.h"
+#include "platform/Guard.h"
 #include "platform/Messages.h"
 
 #include <cstring>
@@ -19,6 +20,24 @@ std::shared_ptr<Node> makeNode(Node::Kind kind, CGRect extent) {
     node->kind = kind;
     node->extent = extent.isEmpty() ? CGRect{} : extent;
     return node;
+}
+
+void Node::destroy(Node* node) noexcept {
+    static thread_local Node* first = nullptr;
+    static thread_local bool isDestroying = false;
+    node->nextToDestroy = first;
+    first = node;
+    if (isDestroying) return; // whoever destroys what held the node comes to it
+    isDestroying = true;
+    while (first) {
+        Node* const next = first;
+        first = next->nextToDestroy;
+        // The node lies in the memory of its reference counts, which its own weak pointer keeps
+        // until here, and this one until the node is gone.
+        const std::weak_ptr<const Node> memory = next->weak_from_this();
+        next->~Node();
+    }
+    isDestroying = false;
 }
 
 CIImage withAnnotation(const CIImage& image, std::shared_ptr<const Annotation> annotation) {
@@ -59,7 +78,7 @@ bool putOnTop(Node& node, const CIImage& image) {
 
 CIImage imageOfMemory(const std::shared_ptr<PixelMemory>& memory, CGColorSpace colorSpace,
                       Node::Origin kind) {
-    if (!memory) return {};
+    if (!memory || !isKnown(colorSpace)) return {};
     return pixelsImage({nullptr, memory->width(), memory->height(), memory->bytesPerRow(),
                         memory->format(), nullptr, memory},
                        {}, colorSpace, kind);
@@ -121,8 +140,8 @@ CIImage CIImage::imageWithBitmap(const void* bytes, uint32_t width, uint32_t hei
                                  size_t bytesPerRow, CIFormat format, CGColorSpace colorSpace,
                                  std::shared_ptr<const void> owner, CGPoint origin) {
     if (!bytes || width == 0 || height == 0 || width > INT32_MAX / 4 || height > INT32_MAX / 4 ||
-        bytesPerRow < width * bytesPerPixel(format) || !std::isfinite(origin.x) ||
-        !std::isfinite(origin.y))
+        !isKnown(format) || !isKnown(colorSpace) || bytesPerRow < width * bytesPerPixel(format) ||
+        !sizeOfRows(bytesPerRow, height) || !std::isfinite(origin.x) || !std::isfinite(origin.y))
         return {};
     return pixelsImage(
         {static_cast<const uint8_t*>(bytes), width, height, bytesPerRow, format, std::move(owner)},
@@ -165,8 +184,8 @@ CIImage CIImage::imageByClampingToExtent() const {
     const auto kernel = frameworkKernel("CI_clamp");
     if (!kernel) return {};
     const CISampler sampler(*this, {SamplerFilter::Nearest});
-    return CIImage(makeKernelNode(kernel, CGRect::infinite(), RegionOfInterest::whole(sampler), {},
-                                  {sampler}));
+    return CIImage(makeKernelNode(kernel, CGRect::infinite(),
+                                  RegionOfInterest::clampedTo(sampler.extent()), {}, {sampler}));
 }
 
 CIImage CIImage::imageByApplyingTransform(CGAffineTransform transform) const {
@@ -251,6 +270,21 @@ CIImage CIImage::imageByInsertingIntermediate() const {
 
 // ---- Regions of interest ----------------------------------------------------------------------
 
+namespace {
+
+/// What a clamped read reaches of `extent`: at least a pixel of it, that of the nearest border.
+CGRect clamped(const CGRect& destination, const CGRect& extent) {
+    if (destination.isEmpty() || extent.isEmpty()) return {};
+    const double right = extent.maxX(), top = extent.maxY();
+    const double x0 = std::clamp(destination.x, extent.x, std::max(extent.x, right - 1));
+    const double y0 = std::clamp(destination.y, extent.y, std::max(extent.y, top - 1));
+    const double x1 = std::clamp(destination.maxX(), std::min(extent.x + 1, right), right);
+    const double y1 = std::clamp(destination.maxY(), std::min(extent.y + 1, top), top);
+    return {x0, y0, x1 - x0, y1 - y0};
+}
+
+} // namespace
+
 RegionOfInterest RegionOfInterest::whole(CGRect extent) {
     return wholeByIndex(extent, extent);
 }
@@ -273,6 +307,12 @@ RegionOfInterest RegionOfInterest::transformedBy(CGAffineTransform transform) {
     rule.transform_ = transform;
     return rule;
 }
+RegionOfInterest RegionOfInterest::clampedTo(CGRect extent) {
+    RegionOfInterest rule;
+    rule.kind_ = Kind::Clamped;
+    rule.first_ = extent;
+    return rule;
+}
 RegionOfInterest RegionOfInterest::computed(Callback callback) {
     RegionOfInterest rule;
     rule.kind_ = callback ? Kind::Computed : Kind::Identity;
@@ -288,6 +328,8 @@ CGRect RegionOfInterest::rectFor(int index, CGRect destination) const {
         return destination.grownBy(margin_);
     case Kind::Transformed:
         return transform_.boundsOf(destination);
+    case Kind::Clamped:
+        return clamped(destination, first_);
     case Kind::Computed:
         return callback_(index, destination);
     case Kind::Identity:

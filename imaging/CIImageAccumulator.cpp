@@ -2,6 +2,7 @@
 #include "imaging/ThreadDevice.h"
 #include "imaging/cpu/Plan.h"
 #include "imaging/vulkan/Renderer.h"
+#include "platform/Guard.h"
 #include "platform/Messages.h"
 #include "vorneffects/CIContext.h"
 
@@ -53,19 +54,22 @@ CIImageAccumulator::~CIImageAccumulator() = default;
 
 std::shared_ptr<CIImageAccumulator>
 CIImageAccumulator::imageAccumulatorWithExtent(CGRect extent, CIFormat format) {
-    if (extent.isEmpty() || !extent.isFinite()) return nullptr;
-    const std::shared_ptr<CIImageAccumulator> accumulator(new CIImageAccumulator);
-    State& state = *accumulator->state_;
-    state.extent = extent;
-    state.format = format;
-    state.rect = cpu::IntRect::around(extent);
-    if (!state.rect.isInReach() || state.rect.area() <= 0 || state.rect.area() > (int64_t(1) << 32))
+    const cpu::IntRect rect = cpu::IntRect::around(extent);
+    if (extent.isEmpty() || !extent.isFinite() || !rect.isInReach() || !vorn::isKnown(format) ||
+        static_cast<uint64_t>(rect.area()) > vorn::pixelLimit())
         return nullptr;
-    state.bytesPerRow = static_cast<size_t>(state.rect.width()) * bytesPerPixel(format);
-    const State::Memory memory = state.freePicture();
-    if (!memory) return nullptr;
-    state.show(memory);
-    return accumulator;
+    return vorn::orNothing([&]() -> std::shared_ptr<CIImageAccumulator> {
+        const std::shared_ptr<CIImageAccumulator> accumulator(new CIImageAccumulator);
+        State& state = *accumulator->state_;
+        state.extent = extent;
+        state.format = format;
+        state.rect = rect;
+        state.bytesPerRow = static_cast<size_t>(rect.width()) * bytesPerPixel(format);
+        const State::Memory memory = state.freePicture();
+        if (!memory) return nullptr;
+        state.show(memory);
+        return accumulator;
+    });
 }
 
 CGRect CIImageAccumulator::extent() const {
@@ -79,32 +83,45 @@ CIImage CIImageAccumulator::image() const {
 }
 
 void CIImageAccumulator::setImage(const CIImage& image) {
+    std::string problem;
+    if (!vorn::succeeds(problem, [&] { return store(image, problem); }))
+        vorn::report(vorn::Severity::Warning, "### CIImageAccumulator: %s", problem.c_str());
+}
+
+bool CIImageAccumulator::store(const CIImage& image, std::string& problem) {
     const cpu::IntRect& rect = state_->rect;
     // Where this thread renders on a GPU, the picture is made there and stays there.
     if (const auto gpu = deviceOfThread().gpu.lock(); gpu && image)
         if (auto pixels = gpu->renderOnDevice(image, rect, state_->format, CGColorSpace::None,
                                               CGColorSpace::None)) {
             state_->show(nullptr, std::move(pixels));
-            return;
+            return true;
         }
     CIContext& context = CIContext::hostOfThread();
     const State::Memory memory = state_->freePicture();
+    if (!memory) throw std::bad_alloc();
     const CGRect bounds{double(rect.x0), double(rect.y0), double(rect.width()),
                         double(rect.height())};
-    if (memory && context.render(image, memory.get(), state_->bytesPerRow, bounds, state_->format,
-                                 CGColorSpace::None)) {
-        state_->show(memory);
-        if (bytesPerPixel(state_->format) == 4)
-            deviceOfThread().stored = {image.sharedNode(), state_->image.sharedNode(), rect};
-    } else {
-        vorn::report(vorn::Severity::Warning, "### CIImageAccumulator: %s",
-                     memory ? context.lastError().c_str() : "out of memory");
+    if (!context.render(image, memory.get(), state_->bytesPerRow, bounds, state_->format,
+                        CGColorSpace::None)) {
+        problem = context.lastError();
+        return false;
     }
+    state_->show(memory);
+    if (bytesPerPixel(state_->format) == 4)
+        deviceOfThread().stored = {image.sharedNode(), state_->image.sharedNode(), rect};
+    return true;
 }
 
 void CIImageAccumulator::clear() {
-    const State::Memory memory = state_->freePicture();
-    if (!memory) return;
-    std::memset(memory.get(), 0, state_->size());
-    state_->show(memory);
+    std::string problem;
+    const bool isClear = vorn::succeeds(problem, [this] {
+        const State::Memory memory = state_->freePicture();
+        if (!memory) throw std::bad_alloc();
+        std::memset(memory.get(), 0, state_->size());
+        state_->show(memory);
+        return true;
+    });
+    if (!isClear)
+        vorn::report(vorn::Severity::Warning, "### CIImageAccumulator: %s", problem.c_str());
 }

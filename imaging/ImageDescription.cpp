@@ -10,25 +10,60 @@ using namespace vorn::imaging;
 
 namespace {
 
+/// A description that is destroyed as nodes are: one after the other.
+struct Held : ImageDescription {
+    Held* nextToDestroy = nullptr;
+
+    static void destroy(Held* held) noexcept {
+        static thread_local Held* first = nullptr;
+        static thread_local bool isDestroying = false;
+        held->nextToDestroy = first;
+        first = held;
+        if (isDestroying) return;
+        isDestroying = true;
+        while (first) {
+            Held* const next = first;
+            first = next->nextToDestroy;
+            delete next;
+        }
+        isDestroying = false;
+    }
+};
+
+std::shared_ptr<ImageDescription> makeDescription() {
+    return std::shared_ptr<Held>(new Held, &Held::destroy);
+}
+
 class Describer {
 public:
     explicit Describer(CGRect probe) : probe_(probe) {}
 
-    std::shared_ptr<ImageDescription> describe(const CIImage& image) {
-        if (!image) return nullptr;
-        std::shared_ptr<ImageDescription>& known = known_[image.node()];
-        if (known) return known;
-        auto description = std::make_shared<ImageDescription>();
-        known = description;
-        description->object = image;
-        description->extent = image.extent();
-        description->colorSpace = image.colorSpace();
-        fill(*description, *image.node());
-        return description;
+    std::shared_ptr<ImageDescription> describeAll(const CIImage& image) {
+        const std::shared_ptr<ImageDescription> top = describe(image);
+        // One after the other, not by recursion: a graph may be deep.
+        while (!unfilled_.empty()) {
+            ImageDescription& next = *unfilled_.back();
+            unfilled_.pop_back();
+            fill(next, *next.object.node());
+        }
+        return top;
     }
 
 private:
     using Kind = ImageDescription::Kind;
+
+    /// The description of an image, which is filled later.
+    std::shared_ptr<ImageDescription> describe(const CIImage& image) {
+        if (!image) return nullptr;
+        std::shared_ptr<ImageDescription>& known = known_[image.node()];
+        if (known) return known;
+        known = makeDescription();
+        known->object = image;
+        known->extent = image.extent();
+        known->colorSpace = image.colorSpace();
+        unfilled_.push_back(known.get());
+        return known;
+    }
 
     void fill(ImageDescription& out, const Node& node) {
         if (node.annotation && node.annotation->builtinName) {
@@ -123,11 +158,12 @@ private:
     BuiltinInput input(const CIImage& image) { return describe(image); }
 
     CGRect probe_;
+    std::vector<ImageDescription*> unfilled_;
     std::unordered_map<const Node*, std::shared_ptr<ImageDescription>> known_;
 };
 
 } // namespace
 
 std::shared_ptr<ImageDescription> vorn::describeImage(const CIImage& image, CGRect probe) {
-    return Describer(probe).describe(image);
+    return Describer(probe).describeAll(image);
 }

@@ -31,6 +31,8 @@ struct PoolAllocator {
     void deallocate(T* at, size_t count) {
         nodePool()->deallocate(at, count * sizeof(T), alignof(T));
     }
+    template <class U>
+    void destroy(U* at);
     bool operator==(const PoolAllocator&) const = default;
 };
 template <class T>
@@ -94,13 +96,27 @@ struct Node : std::enable_shared_from_this<Node> {
     enum class Bits : uint8_t { Usual, OfSources, Floats };
     Bits bits = Bits::Usual;
 
-    /// Images on top of each other, this one included. Limited, since planning, computing and
-    /// freeing go down from image to image on the stack.
+    /// Images on top of each other, this one included. Limited, since each of them may take memory
+    /// of every worker while a tile is computed.
     int depth = 1;
     static constexpr int kDeepest = 512;
 
     std::shared_ptr<const Annotation> annotation; ///< null when there is nothing to tell
+
+    /// Destroys a node that nobody holds any longer, and then what that lets go of: one node after
+    /// the other, so that a graph is no deeper on the stack than a single image. Allocates nothing.
+    static void destroy(Node* node) noexcept;
+    Node* nextToDestroy = nullptr;
 };
+
+template <class T>
+template <class U>
+void PoolAllocator<T>::destroy(U* at) {
+    if constexpr (std::is_same_v<U, Node>)
+        Node::destroy(at);
+    else
+        at->~U();
+}
 
 /// An object, for instance a node or an annotation, in pool memory.
 template <class T, class... Arguments>

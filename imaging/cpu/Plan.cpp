@@ -52,30 +52,58 @@ bool Plan::build(const CIImage& image, const IntRect& rect, const PlanSettings& 
     edges_.clear();
     conversions_.clear();
     problem_.clear();
+    if (!addSteps(image)) return false;
     root_ = resolve(image, settings.outputSpace);
     if (!problem_.empty()) return false;
     propagateNeeds(rect);
     return true;
 }
 
+bool Plan::standsForAnother(const Node& node) const {
+    return node.kind == Node::Kind::Crop || node.kind == Node::Kind::Intermediate ||
+           (node.kind == Node::Kind::Kernel && node.children[0] && settings_.trustsPromises);
+}
+
+int Plan::stepOf(const Node* node) const {
+    for (size_t i = 0; i < steps_.size(); ++i)
+        if (steps_[i].node == node) return static_cast<int>(i);
+    return -1;
+}
+
+bool Plan::addSteps(const CIImage& image) {
+    const auto putOn = [this](const Node* node) {
+        while (standsForAnother(*node)) node = node->children[0].node();
+        if (stepOf(node) < 0) pending_.push_back({node});
+    };
+    // Not by recursion: a graph may be deep, and the stack of a host's thread small.
+    pending_.clear();
+    putOn(image.node());
+    while (!pending_.empty()) {
+        Pending& top = pending_.back();
+        const auto& samplers = top.node->samplers;
+        if (top.nextSource < samplers.size()) {
+            putOn(samplers[top.nextSource++].image().node());
+            continue;
+        }
+        addStep(top.node);
+        if (!problem_.empty()) return false;
+        pending_.pop_back();
+    }
+    return true;
+}
+
 Edge Plan::resolve(const CIImage& image, CGColorSpace wanted) {
     Edge edge;
     edge.extent = image.extent();
-    CIImage base = image;
+    const Node* base = image.node();
     bool keep = false;
-    const auto standsForAnother = [this](const Node& node) {
-        return node.kind == Node::Kind::Crop || node.kind == Node::Kind::Intermediate ||
-               (node.kind == Node::Kind::Kernel && node.children[0] && settings_.trustsPromises);
-    };
-    while (standsForAnother(*base.node())) {
-        if (base.node()->kind == Node::Kind::Intermediate)
+    for (; standsForAnother(*base); base = base->children[0].node()) {
+        if (base->kind == Node::Kind::Intermediate)
             keep = true;
         else
-            edge.clip = edge.clip.intersection(IntRect::around(base.extent()));
-        base = CIImage(base.node()->children[0]);
+            edge.clip = edge.clip.intersection(IntRect::around(base->extent));
     }
-    edge.step = stepFor(base);
-    if (!problem_.empty()) return edge;
+    edge.step = stepOf(base);
     if (keep && !steps_[static_cast<size_t>(edge.step)].isMemory)
         steps_[static_cast<size_t>(edge.step)].materialised = true;
     if (settings_.workingSpace != CGColorSpace::None) {
@@ -83,7 +111,7 @@ Edge Plan::resolve(const CIImage& image, CGColorSpace wanted) {
         const auto spaceOf = [this](CGColorSpace space) {
             return space == CGColorSpace::None ? settings_.workingSpace : space;
         };
-        const CGColorSpace has = spaceOf(base.colorSpace()), wants = spaceOf(wanted);
+        const CGColorSpace has = spaceOf(base->colorSpace), wants = spaceOf(wanted);
         if (has != wants)
             edge.step = conversionOf(edge.step, wants == CGColorSpace::SRGB ? "CI_sRGBFromLinear"
                                                                             : "CI_linearFromSRGB");
@@ -114,10 +142,7 @@ int Plan::conversionOf(int step, const char* kernel) {
     return index;
 }
 
-int Plan::stepFor(const CIImage& image) {
-    const Node* node = image.node();
-    for (size_t i = 0; i < steps_.size(); ++i)
-        if (steps_[i].node == node) return static_cast<int>(i);
+void Plan::addStep(const Node* node) {
     Step step;
     step.node = node;
     step.extent = IntRect::around(node->extent);
@@ -146,7 +171,7 @@ int Plan::stepFor(const CIImage& image) {
                        0,
                        {}};
         steps_.push_back(step);
-        return static_cast<int>(steps_.size()) - 1;
+        return;
     }
     const KernelFunction& function = *node->function;
     step.function = &function;
@@ -155,19 +180,19 @@ int Plan::stepFor(const CIImage& image) {
     if (settings_.levels) step.code = function.module->entry(function.index, *settings_.levels);
     if (settings_.levels && !step.code.generic) {
         fail("kernel '" + function.declaration().name + "' has no code for this processor");
-        return -1;
+        return;
     }
     if (node->samplers.size() > kMostSources) {
         fail("kernel '" + function.declaration().name + "' reads more than " +
              std::to_string(kMostSources) + " images");
-        return -1;
+        return;
     }
     step.arguments = node->flattened.data();
     const bool warps = function.declaration().kind == kernelc::FunctionKind::Warp;
     std::array<Edge, kMostSources> edges;
     for (size_t i = 0; i < node->samplers.size(); ++i) {
         edges[i] = resolve(node->samplers[i].image(), node->samplers[i].options().colorSpace);
-        if (!problem_.empty()) return -1;
+        if (!problem_.empty()) return;
         edges[i].nearest = node->samplers[i].options().filter == SamplerFilter::Nearest;
     }
     size_t source = 0;
@@ -181,7 +206,6 @@ int Plan::stepFor(const CIImage& image) {
     step.edgeCount = static_cast<int>(node->samplers.size());
     edges_.insert(edges_.end(), edges.begin(), edges.begin() + step.edgeCount);
     steps_.push_back(step);
-    return static_cast<int>(steps_.size()) - 1;
 }
 
 IntRect Plan::readBy(const RegionOfInterest& rule, int index, const CGRect& destination,

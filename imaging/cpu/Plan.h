@@ -88,8 +88,15 @@ public:
     const Edge& root() const { return root_; }
 
 private:
+    /// Makes steps of all that an image is computed from.
+    bool addSteps(const CIImage& image);
+    /// The same of one node, whose sources have theirs.
+    void addStep(const Node* node);
+    /// The number of a node's step; -1 when it has none yet.
+    int stepOf(const Node* node) const;
+    /// Whether a node is planned as the image below it.
+    bool standsForAnother(const Node& node) const;
     Edge resolve(const CIImage& image, CGColorSpace wanted);
-    int stepFor(const CIImage& image);
     int conversionOf(int step, const char* kernel);
     void propagateNeeds(const IntRect& rect);
     /// What a kernel that reads elsewhere than at its own pixel may read of a source. Rules that
@@ -110,6 +117,11 @@ private:
         const char* kernel;
     };
     std::vector<Conversion> conversions_;
+    struct Pending {
+        const Node* node;
+        size_t nextSource = 0;
+    };
+    std::vector<Pending> pending_;
     Edge root_;
     std::string problem_;
 };

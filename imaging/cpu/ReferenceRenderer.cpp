@@ -24,17 +24,15 @@ public:
             problem_ = "the framework's copy kernel is missing";
             return false;
         }
-        try {
-            images_.clear();
-            for (Step& step : plan.steps()) compute(plan, step);
-            const Whole result = gather(plan, plan.root(), rect);
-            call(copy_, rect, &result.view, nullptr, targetView(target));
-        } catch (const std::bad_alloc&) {
-            problem_ = "out of memory";
-        }
         images_.clear();
-        return problem_.empty();
+        for (Step& step : plan.steps()) compute(plan, step);
+        const Whole result = gather(plan, plan.root(), rect);
+        call(copy_, rect, &result.view, nullptr, targetView(target));
+        images_.clear();
+        return true;
     }
+
+    void trim() override { images_.clear(); }
 
 private:
     /// An image as a whole, in floats.

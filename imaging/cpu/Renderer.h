@@ -23,9 +23,12 @@ class Renderer {
 public:
     virtual ~Renderer() = default;
 
-    /// Fills `rect` of an image into the target. False with `problem` set.
+    /// Fills `rect` of an image into the target. False with `problem` set; throws where memory runs
+    /// out or a region of interest does.
     virtual bool render(const CIImage& image, const IntRect& rect, const Target& target,
                         CGColorSpace workingSpace, CGColorSpace outputSpace) = 0;
+    /// Gives back what is kept for the next render.
+    virtual void trim() {}
     const std::string& problem() const { return problem_; }
     uint64_t pixelAllocations() const { return pixelAllocations_; }
 

@@ -12,9 +12,21 @@ namespace {
 
 using namespace kernelabi;
 
+using PixelBytes = std::unique_ptr<uint8_t, decltype(&std::free)>;
+
+/// Pixel memory at a multiple of 64 bytes; the size is rounded up to one as well.
+PixelBytes allocatePixels(size_t& size) {
+    constexpr size_t kMost = size_t(1) << 40;
+    if (size > kMost) throw std::bad_alloc();
+    size = (std::max<size_t>(size, 1) + 63) / 64 * 64;
+    PixelBytes bytes(static_cast<uint8_t*>(std::aligned_alloc(64, size)), &std::free);
+    if (!bytes) throw std::bad_alloc();
+    return bytes;
+}
+
 /// Pixel memory that is kept from render to render.
 struct Buffer {
-    std::unique_ptr<uint8_t, decltype(&std::free)> bytes{nullptr, &std::free};
+    PixelBytes bytes{nullptr, &std::free};
     size_t size = 0;
     bool inUse = false;
 };
@@ -26,11 +38,10 @@ public:
         size = (size + 63) / 64 * 64;
         while (block_ < blocks_.size() && used_ + size > blocks_[block_].size) ++block_, used_ = 0;
         if (block_ == blocks_.size()) {
-            const size_t blockSize = std::max(size, size_t(1) << 20);
-            blocks_.push_back(
-                {Memory(static_cast<uint8_t*>(std::aligned_alloc(64, blockSize)), &std::free),
-                 blockSize});
-            if (!blocks_.back().bytes) throw std::bad_alloc();
+            Buffer block;
+            block.size = std::max(size, size_t(1) << 20);
+            block.bytes = allocatePixels(block.size);
+            blocks_.push_back(std::move(block));
             ++allocations;
             used_ = 0;
         }
@@ -41,6 +52,8 @@ public:
     void reset() {
         block_ = 0, used_ = 0;
         known.clear();
+        pending.clear();
+        views.clear();
     }
 
     /// What this tile has computed already: a source that two kernels read is computed once.
@@ -50,15 +63,21 @@ public:
         SourceView view;
     };
     std::vector<Known> known;
+
+    /// A step whose sources are being made ready. These are kept here and not on the thread's
+    /// stack, since there may be as many on top of each other as a graph is deep.
+    struct Pending {
+        const Edge* edge;
+        IntRect rect, inside;    ///< what is to be filled, and the part that the step has pixels of
+        TargetView target, part; ///< of these
+        int nextSource = 0;
+    };
+    std::vector<Pending> pending;
+    std::vector<SourceView> views; ///< of the sources of all pending steps, the first one's first
     uint64_t allocations = 0;
 
 private:
-    using Memory = std::unique_ptr<uint8_t, decltype(&std::free)>;
-    struct Block {
-        Memory bytes;
-        size_t size;
-    };
-    std::vector<Block> blocks_;
+    std::vector<Buffer> blocks_;
     size_t block_ = 0, used_ = 0;
 };
 
@@ -87,6 +106,7 @@ public:
 
     bool render(const CIImage& image, const IntRect& rect, const Target& target,
                 CGColorSpace workingSpace, CGColorSpace outputSpace) override {
+        for (Buffer& buffer : buffers_) buffer.inUse = false;
         problem_.clear();
         if (!plan_.build(image, rect, {&levels_, workingSpace, outputSpace})) {
             problem_ = plan_.problem();
@@ -103,13 +123,15 @@ public:
         // A wide target is computed in 32-bit floats throughout.
         intermediate_ = target.format == CIFormat::RGBAf ? kFloat : kHalf;
         isTargetInBytes_ = bytesPerPixel(target.format) == 4;
-        try {
-            run(rect, target);
-        } catch (const std::bad_alloc&) {
-            problem_ = "out of memory";
-        }
-        for (Buffer& buffer : buffers_) buffer.inUse = false;
-        return problem_.empty();
+        run(rect, target);
+        return true;
+    }
+
+    void trim() override {
+        std::vector<Buffer>().swap(buffers_);
+        for (Scratch& scratch : scratch_) scratch = Scratch();
+        scratchAllocations_ = 0;
+        plan_ = {};
     }
 
 private:
@@ -195,13 +217,11 @@ private:
             for (Buffer& buffer : buffers_)
                 if (!buffer.inUse) best = &buffer;
             if (!best) best = &buffers_.emplace_back();
-            if (size > (uint64_t(1) << 40)) throw std::bad_alloc();
-            const size_t rounded = (static_cast<size_t>(size) + 63) / 64 * 64;
             best->bytes.reset();
-            best->bytes.reset(
-                static_cast<uint8_t*>(std::aligned_alloc(64, std::max<size_t>(64, rounded))));
-            best->size = best->bytes ? rounded : 0;
-            if (!best->bytes) throw std::bad_alloc();
+            best->size = 0;
+            size_t rounded = size;
+            best->bytes = allocatePixels(rounded);
+            best->size = rounded;
             ++pixelAllocations_;
         }
         best->inUse = true;
@@ -214,8 +234,9 @@ private:
         const Step& step = plan_.steps()[static_cast<size_t>(edge.step)];
         IntRect part = rect;
         if (!step.isMemory && step.extent.intersection(edge.clip).contains(rect)) {
-            if (step.period[0] > 0) part.x1 = std::min(part.x1, part.x0 + step.period[0]);
-            if (step.period[1] > 0) part.y0 = std::max(part.y0, part.y1 - step.period[1]);
+            const int across = step.period[0], up = step.period[1];
+            if (across > 0 && across < rect.width()) part.x1 = part.x0 + across;
+            if (up > 0 && up < rect.height()) part.y0 = part.y1 - up;
         }
         computeTiles(edge, part, target);
         if (part == rect) return;
@@ -223,9 +244,10 @@ private:
         const size_t known = static_cast<size_t>(part.width()) * pixel;
         const size_t whole = static_cast<size_t>(rect.width()) * pixel;
         constexpr int kRows = 32;
-        spread((rect.height() + kRows - 1) / kRows, [&](int block, Scratch&) {
-            const int last = std::min((block + 1) * kRows, rect.height());
-            for (int row = block * kRows; row < last; ++row) {
+        spread((rect.height() + kRows - 1) / kRows, [&](int64_t block, Scratch&) {
+            const int first = static_cast<int>(block) * kRows;
+            const int last = std::min(first + kRows, rect.height());
+            for (int row = first; row < last; ++row) {
                 uint8_t* const to = target.bytes + row * target.rowBytes;
                 const uint8_t* const from = target.bytes + row % part.height() * target.rowBytes;
                 if (from != to) std::memcpy(to, from, known);
@@ -248,13 +270,13 @@ private:
         const int tileWidth = std::min(rect.width(), usesScratch ? 2048 : 8192);
         const int tileHeight =
             static_cast<int>(std::clamp<int64_t>(tileArea / tileWidth, 1, rect.height()));
-        const int columns = (rect.width() + tileWidth - 1) / tileWidth;
-        const int rows = (rect.height() + tileHeight - 1) / tileHeight;
-        const auto tile = [&](int index, Scratch& scratch) {
+        const int64_t columns = (rect.width() + tileWidth - 1) / tileWidth;
+        const int64_t rows = (rect.height() + tileHeight - 1) / tileHeight;
+        const auto tile = [&](int64_t index, Scratch& scratch) {
             IntRect part;
-            part.x0 = rect.x0 + index % columns * tileWidth;
+            part.x0 = rect.x0 + static_cast<int>(index % columns) * tileWidth;
             part.x1 = std::min(part.x0 + tileWidth, rect.x1);
-            part.y1 = rect.y1 - index / columns * tileHeight;
+            part.y1 = rect.y1 - static_cast<int>(index / columns) * tileHeight;
             part.y0 = std::max(part.y1 - tileHeight, rect.y0);
             scratch.reset();
             evaluate(edge, part, partOf(target, rect, part), scratch);
@@ -268,51 +290,82 @@ private:
 
     /// Calls `task(index, scratch of its thread)` for every index below a count.
     template <class Task>
-    void spread(int count, const Task& task) {
+    void spread(int64_t count, const Task& task) {
         if (threads_ == 1 || count == 1) {
-            for (int i = 0; i < count; ++i) task(i, scratch_[0]);
+            for (int64_t i = 0; i < count; ++i) task(i, scratch_[0]);
             return;
         }
         static char place; // known before anything of the caller is read
-        const auto ordered = [&](int i) {
+        const auto ordered = [&](int64_t i) {
             orderAfter(&place);
             task(i, scratch_[static_cast<size_t>(
                         oneapi::tbb::this_task_arena::current_thread_index())]);
             orderBefore(&place);
         };
         orderBefore(&place);
-        arena_.execute([&] { oneapi::tbb::parallel_for(0, count, ordered); });
+        arena_.execute([&] { oneapi::tbb::parallel_for(int64_t(0), count, ordered); });
         orderAfter(&place);
     }
 
     /// Fills `rect` of a target with what an edge reads there.
     void evaluate(const Edge& edge, const IntRect& rect, const TargetView& target,
                   Scratch& scratch) {
-        const Step& step = plan_.steps()[static_cast<size_t>(edge.step)];
+        std::vector<Scratch::Pending>& pending = scratch.pending;
+        if (!begin(edge, rect, target, scratch)) return;
+        while (true) {
+            Scratch::Pending& top = pending.back();
+            const Step& step = stepOf(*top.edge);
+            if (top.nextSource < step.edgeCount) {
+                const Edge& source = plan_.edgesOf(step)[top.nextSource];
+                if (addReadySource(source, top.inside, scratch)) {
+                    ++top.nextSource;
+                } else if (const TargetView place = placeFor(source, top.inside, scratch);
+                           !begin(source, top.inside, place, scratch)) {
+                    ++top.nextSource;
+                    addComputedSource(source, top.inside, place, scratch);
+                }
+                continue;
+            }
+            const size_t firstView = scratch.views.size() - static_cast<size_t>(step.edgeCount);
+            call(step.code, top.inside, scratch.views.data() + firstView, step.edgeCount,
+                 step.arguments, top.part);
+            scratch.views.resize(firstView);
+            if (pending.size() == 1) return pending.clear();
+            const Scratch::Pending done = top;
+            pending.pop_back();
+            ++pending.back().nextSource;
+            addComputedSource(*done.edge, done.rect, done.target, scratch);
+        }
+    }
+
+    /// Fills `rect` of a target with what is there without a kernel: transparent pixels and memory.
+    /// True when a kernel has to do the rest, which is pending then.
+    bool begin(const Edge& edge, const IntRect& rect, const TargetView& target, Scratch& scratch) {
+        const Step& step = stepOf(edge);
         const IntRect inside = rect.intersection(edge.clip).intersection(
             step.isMemory ? step.memoryRect : step.extent);
         if (inside != rect) clearPixels(target, rect.width(), rect.height());
-        if (inside.isEmpty()) return;
+        if (inside.isEmpty()) return false;
         const TargetView part = partOf(target, rect, inside);
-        if (step.isMemory) {
-            const SourceView source = viewOf(step, edge);
-            if (areTheSameBytes(source, part)) {
-                const uint8_t* from = source.bytes +
-                                      (source.y0 + source.height - inside.y1) * source.rowBytes +
-                                      (inside.x0 - source.x0) * 4;
-                for (int row = 0; row < inside.height(); ++row)
-                    std::memcpy(part.bytes + row * part.rowBytes, from + row * source.rowBytes,
-                                static_cast<size_t>(inside.width()) * 4);
-                return;
-            }
-            call(copy_, inside, &source, 1, nullptr, part);
-            return;
+        if (!step.isMemory) {
+            scratch.pending.push_back({&edge, rect, inside, target, part});
+            return true;
         }
-        SourceView sources[kMostSources];
-        for (int e = 0; e < step.edgeCount; ++e)
-            sources[e] = sourceFor(plan_.edgesOf(step)[e], inside, scratch);
-        call(step.code, inside, sources, step.edgeCount, step.arguments, part);
+        const SourceView source = viewOf(step, edge);
+        if (!areTheSameBytes(source, part)) {
+            call(copy_, inside, &source, 1, nullptr, part);
+            return false;
+        }
+        const uint8_t* from = source.bytes +
+                              (source.y0 + source.height - inside.y1) * source.rowBytes +
+                              (inside.x0 - source.x0) * 4;
+        for (int row = 0; row < inside.height(); ++row)
+            std::memcpy(part.bytes + row * part.rowBytes, from + row * source.rowBytes,
+                        static_cast<size_t>(inside.width()) * 4);
+        return false;
     }
+
+    const Step& stepOf(const Edge& edge) { return plan_.steps()[static_cast<size_t>(edge.step)]; }
 
     static bool areTheSameBytes(const SourceView& source, const TargetView& target) {
         const ChannelOrder a = source.order, b = target.order;
@@ -320,18 +373,28 @@ private:
                a.b == b.b && a.a == b.a;
     }
 
-    SourceView sourceFor(const Edge& edge, const IntRect& rect, Scratch& scratch) {
-        const Step& step = plan_.steps()[static_cast<size_t>(edge.step)];
+    /// Adds the view of a source whose pixels are there; false where they are yet to be computed.
+    bool addReadySource(const Edge& edge, const IntRect& rect, Scratch& scratch) {
+        const Step& step = stepOf(edge);
         // What is read elsewhere is memory by now, or empty because nothing of it is needed.
         if (!edge.ownPixelOnly ||
-            (step.isMemory && step.memoryRect.intersection(edge.clip).contains(rect)))
-            return viewOf(step, edge);
+            (step.isMemory && step.memoryRect.intersection(edge.clip).contains(rect))) {
+            scratch.views.push_back(viewOf(step, edge));
+            return true;
+        }
         for (const Scratch::Known& known : scratch.known)
             if (known.step == edge.step && known.clip == edge.clip && known.rect == rect) {
                 SourceView view = known.view;
                 std::copy_n(viewOf(step, edge).extent, 4, view.extent);
-                return view;
+                scratch.views.push_back(view);
+                return true;
             }
+        return false;
+    }
+
+    /// Scratch memory for what an edge reads over `rect`.
+    TargetView placeFor(const Edge& edge, const IntRect& rect, Scratch& scratch) {
+        const Step& step = stepOf(edge);
         const int64_t rowBytes = (int64_t(rect.width()) * 4 + 63) / 64 * 64;
         // Planes a multiple of 4096 bytes apart would all fall on the same lines of the cache.
         const int64_t planeBytes = rowBytes * rect.height() + 5 * 64;
@@ -340,18 +403,24 @@ private:
             // In the order of the source, so that pixels that only move are copied.
             const Edge& from = plan_.edgesOf(step)[0];
             target.layout = kPacked8;
-            target.order = plan_.steps()[static_cast<size_t>(from.step)].memory.order;
+            target.order = stepOf(from).memory.order;
         }
         target.bytes =
             scratch.allocate(static_cast<size_t>(planeBytes) * (target.layout == kPacked8 ? 1 : 4));
-        evaluate(edge, rect, target, scratch);
-        SourceView view = viewOf(step, edge);
-        view.bytes = target.bytes, view.rowBytes = rowBytes, view.planeBytes = planeBytes;
-        view.layout = target.layout, view.order = target.order;
+        return target;
+    }
+
+    /// Adds the view of a source that has been computed into such memory.
+    void addComputedSource(const Edge& edge, const IntRect& rect, const TargetView& place,
+                           Scratch& scratch) {
+        SourceView view = viewOf(stepOf(edge), edge);
+        view.bytes = place.bytes, view.rowBytes = place.rowBytes;
+        view.planeBytes = place.planeBytes;
+        view.layout = place.layout, view.order = place.order;
         view.x0 = rect.x0, view.y0 = rect.y0;
         view.width = rect.width(), view.height = rect.height();
         scratch.known.push_back({edge.step, edge.clip, rect, view});
-        return view;
+        scratch.views.push_back(view);
     }
 
     static void call(const KernelModule::Entry& code, const IntRect& rect,

@@ -94,7 +94,8 @@ public:
     /// Renders the part of an image inside `bounds` (rounded outward to whole pixels) into the
     /// caller's memory, top row first. The colour space is that of the result (None: as worked on).
     /// False, with `lastError` set, for an empty image, an empty or infinite rectangle, a stride
-    /// below the row, or memory that runs out.
+    /// below the row or beyond any memory, an unknown format or colour space, memory that runs out,
+    /// or a region of interest that throws.
     bool render(const CIImage& image, void* bytes, size_t bytesPerRow, CGRect bounds,
                 CIFormat format, CGColorSpace colorSpace = CGColorSpace::SRGB);
     /// Starts the same. The memory that is rendered into, and that of the sources, has to stay as
@@ -114,6 +115,11 @@ public:
     /// that the frame stays where the host's frames are. On the CPU before there was one.
     static bool capture(const CIImage& image, vorn::Surface& surface, CGRect bounds,
                         CGColorSpace colorSpace = CGColorSpace::SRGB);
+
+    /// Gives back the memory that is kept for the next frames, the context's own and what its
+    /// device has idle; a render makes it again. For hosts that pause. To be called on the thread
+    /// that renders with the context; renders under way go on.
+    void trim();
 
     const std::string& lastError() const;
     /// Why the device that was asked for is not there; empty when it is. Renders fail with the

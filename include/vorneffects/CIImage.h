@@ -58,7 +58,8 @@ public:
     /// the last render of it: `width` by `height` premultiplied pixels, top row first, rows
     /// `bytesPerRow` apart. `owner` (optional) is held as long as the image lives. `origin` is the
     /// lower-left corner of the extent, in whole pixels. Empty when the size is zero, the stride is
-    /// below the row or the origin is not finite.
+    /// below the row or beyond any memory, the origin is not finite, or format or colour space are
+    /// unknown.
     static CIImage imageWithBitmap(const void* bytes, uint32_t width, uint32_t height,
                                    size_t bytesPerRow, CIFormat format,
                                    CGColorSpace colorSpace = CGColorSpace::SRGB,
@@ -150,7 +151,15 @@ namespace vorn {
 /// destination rectangle. One of a closed set of rules.
 class VORN_EXPORT RegionOfInterest {
 public:
-    enum class Kind : uint8_t { Identity, Whole, WholeByIndex, Grown, Transformed, Computed };
+    enum class Kind : uint8_t {
+        Identity,
+        Whole,
+        WholeByIndex,
+        Grown,
+        Transformed,
+        Clamped,
+        Computed
+    };
     using Callback = std::function<CGRect(int index, CGRect destination)>;
 
     /// The destination rectangle itself.
@@ -165,6 +174,9 @@ public:
     static RegionOfInterest grownBy(double margin);
     /// The box around the destination under a transform.
     static RegionOfInterest transformedBy(CGAffineTransform transform);
+    /// The destination moved into an extent, of which a kernel reads no pixel farther away than the
+    /// border: for a destination outside, the pixels of the border that are nearest to it.
+    static RegionOfInterest clampedTo(CGRect extent);
     /// Anything else. Called on the rendering thread, any number of times; must depend only on
     /// its arguments and on what it captured. What it throws fails the render, whose error says so.
     static RegionOfInterest computed(Callback callback);
@@ -279,7 +291,8 @@ public:
 /// An image that is kept from frame to frame. It starts transparent.
 class VORN_EXPORT CIImageAccumulator {
 public:
-    /// Null when the extent is empty, infinite or too large to allocate.
+    /// Null when the extent is empty, infinite, above `pixelLimit` or too large to allocate, or the
+    /// format is none.
     static std::shared_ptr<CIImageAccumulator> imageAccumulatorWithExtent(CGRect extent,
                                                                           CIFormat format);
     ~CIImageAccumulator();
@@ -295,6 +308,7 @@ public:
 
 private:
     CIImageAccumulator();
+    bool store(const CIImage& image, std::string& problem);
     struct State;
     std::unique_ptr<State> state_;
 };
