@@ -35,7 +35,7 @@ struct CIContext::State : std::enable_shared_from_this<State> {
     /// What `work` gives; where it throws, the cause is the last error.
     template <class Work>
     bool guarded(const Work& work) noexcept {
-        return vorn::succeeds(lastError, work);
+        return succeeds(lastError, work);
     }
 
     void openGpu() {
@@ -59,6 +59,10 @@ struct CIContext::State : std::enable_shared_from_this<State> {
         current.gpu = gpu;
     }
 
+    bool areSpacesKnown(CGColorSpace ofResult) const {
+        return isKnown(ofResult) && isKnown(options.workingSpace);
+    }
+
     /// What can be told to be wrong without rendering.
     bool accepts(const CIImage& image, const void* bytes, size_t bytesPerRow, const IntRect& rect,
                  CIFormat format, CGColorSpace colorSpace) {
@@ -67,12 +71,12 @@ struct CIContext::State : std::enable_shared_from_this<State> {
         if (!bytes) return fail("there is no memory to render into");
         if (!rect.isInReach()) return fail("the rectangle to render is infinite or too far away");
         if (rect.isEmpty()) return fail("the rectangle to render is empty");
-        if (!vorn::isKnown(format)) return fail("the format of the memory to render into is none");
+        if (!isKnown(format)) return fail("the format of the memory to render into is none");
         if (bytesPerRow < static_cast<size_t>(rect.width()) * bytesPerPixel(format))
             return fail("the rows of the memory to render into are too short");
-        if (!vorn::sizeOfRows(bytesPerRow, static_cast<size_t>(rect.height())))
+        if (!sizeOfRows(bytesPerRow, static_cast<size_t>(rect.height())))
             return fail("the rows of the memory to render into are longer than any memory");
-        if (!vorn::isKnown(colorSpace) || !vorn::isKnown(options.workingSpace))
+        if (!areSpacesKnown(colorSpace))
             return fail("the colour space of the result or of the context is none");
         if (!deviceProblem.empty()) return fail(deviceProblem);
         return true;
@@ -109,7 +113,7 @@ struct CIContext::State : std::enable_shared_from_this<State> {
                                 colorSpace) ||
                    fail(host->problem());
         } catch (...) {
-            vorn::describeException(lastError);
+            describeException(lastError);
             host->trim(); // what could not be held as a whole is not kept in parts
             return false;
         }
@@ -136,7 +140,8 @@ struct CIContext::State : std::enable_shared_from_this<State> {
         const bool isWhole = rect.width() == static_cast<int>(memory.width()) &&
                              rect.height() == static_cast<int>(memory.height());
         // A picture that fills all of the memory stays on the GPU until somebody looks at it here.
-        if (vulkan::Renderer* const renderer = isWhole && image ? usableGpu() : nullptr)
+        if (vulkan::Renderer* const renderer =
+                isWhole && image && areSpacesKnown(colorSpace) ? usableGpu() : nullptr)
             if (auto pixels = renderer->renderOnDevice(image, rect, memory.format(),
                                                        options.workingSpace, colorSpace)) {
                 lastError.clear();
@@ -260,10 +265,11 @@ bool CIContext::renderToCVPixelBuffer(const CIImage& image, PixelBuffer& buffer,
 
 namespace {
 /// What filters render with on this thread where the host's context is not known.
-thread_local std::unique_ptr<CIContext> own;
+thread_local std::unique_ptr<CIContext> hostOfThisThread;
 } // namespace
 
 CIContext& CIContext::hostOfThread() {
+    std::unique_ptr<CIContext>& own = hostOfThisThread;
     const ThreadDevice current = deviceOfThread(); // a copy: making a context changes it
     const DeviceKind kind =
         current.kind == DeviceKind::Reference ? DeviceKind::Reference : DeviceKind::CPU;
@@ -279,7 +285,7 @@ CIContext& CIContext::hostOfThread() {
 bool CIContext::capture(const CIImage& image, Surface& surface, CGRect bounds,
                         CGColorSpace colorSpace) {
     std::string unwanted;
-    return vorn::succeeds(unwanted, [&] {
+    return succeeds(unwanted, [&] {
         CIContext& own = hostOfThread();
         // Only for now: a GPU is given back with the host's context.
         own.state_->gpu = deviceOfThread().gpu.lock();
@@ -292,7 +298,7 @@ bool CIContext::capture(const CIImage& image, Surface& surface, CGRect bounds,
 void CIContext::trim() {
     if (state_->host) state_->host->trim();
     if (state_->gpu) state_->gpu->trim();
-    if (own && own.get() != this) own->trim();
+    if (hostOfThisThread && hostOfThisThread.get() != this) hostOfThisThread->trim();
 }
 
 const std::string& CIContext::lastError() const {

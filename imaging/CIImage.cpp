@@ -373,6 +373,7 @@ bool flatten(const KernelArgument& argument, kernelc::ParameterType type, Node& 
     const auto& value = argument.value();
     if (kernelc::isImage(type)) {
         const auto* sampler = std::get_if<CISampler>(&value);
+        if (sampler && !isKnown(sampler->options().colorSpace)) return false;
         if (sampler) node.samplers.push_back(*sampler ? *sampler : CISampler(imageOfNothing()));
         return sampler != nullptr;
     }

@@ -55,10 +55,10 @@ CIImageAccumulator::~CIImageAccumulator() = default;
 std::shared_ptr<CIImageAccumulator>
 CIImageAccumulator::imageAccumulatorWithExtent(CGRect extent, CIFormat format) {
     const cpu::IntRect rect = cpu::IntRect::around(extent);
-    if (extent.isEmpty() || !extent.isFinite() || !rect.isInReach() || !vorn::isKnown(format) ||
-        static_cast<uint64_t>(rect.area()) > vorn::pixelLimit())
+    if (extent.isEmpty() || !extent.isFinite() || !rect.isInReach() || !isKnown(format) ||
+        static_cast<uint64_t>(rect.area()) > pixelLimit())
         return nullptr;
-    return vorn::orNothing([&]() -> std::shared_ptr<CIImageAccumulator> {
+    return orNothing([&]() -> std::shared_ptr<CIImageAccumulator> {
         const std::shared_ptr<CIImageAccumulator> accumulator(new CIImageAccumulator);
         State& state = *accumulator->state_;
         state.extent = extent;
@@ -84,7 +84,7 @@ CIImage CIImageAccumulator::image() const {
 
 void CIImageAccumulator::setImage(const CIImage& image) {
     std::string problem;
-    if (!vorn::succeeds(problem, [&] { return store(image, problem); }))
+    if (!succeeds(problem, [&] { return store(image, problem); }))
         vorn::report(vorn::Severity::Warning, "### CIImageAccumulator: %s", problem.c_str());
 }
 
@@ -115,7 +115,7 @@ bool CIImageAccumulator::store(const CIImage& image, std::string& problem) {
 
 void CIImageAccumulator::clear() {
     std::string problem;
-    const bool isClear = vorn::succeeds(problem, [this] {
+    const bool isClear = succeeds(problem, [this] {
         const State::Memory memory = state_->freePicture();
         if (!memory) throw std::bad_alloc();
         std::memset(memory.get(), 0, state_->size());

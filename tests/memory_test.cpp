@@ -232,9 +232,15 @@ TEST(Sizes, StridesFormatsAndSpacesThatThereAreNotAreRefused) {
                 context->startRender(color, bytes.data(), stride, {0, 0, 4, 3}, format).wait());
             EXPECT_FALSE(
                 context->render(color, bytes.data(), 16, {0, 0, 4, 3}, CIFormat::RGBA8, kNoSpace));
+            const IOSurfaceRef surface = Surface::create({.width = 4, .height = 3});
+            EXPECT_FALSE(context->renderToIOSurface(color, *surface, {0, 0, 4, 3}, kNoSpace));
         }
     }
     EXPECT_EQ(bytes, std::vector<uint8_t>(bytes.size()));
+    const CISampler sampler(bitmap(16, CIFormat::RGBA8, CGColorSpace::SRGB),
+                            {.colorSpace = kNoSpace});
+    EXPECT_FALSE(pictureKernel("mirror").applyWithExtent(kFrame, RegionOfInterest::whole(sampler),
+                                                         {sampler}));
     int32_t status = 0;
     EXPECT_FALSE(PixelBuffer::create(4, 3, kNoFormat, &status));
     EXPECT_EQ(status, kStatusInvalidPixelFormat);

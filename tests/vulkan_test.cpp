@@ -492,6 +492,9 @@ TEST(VulkanSharing, WrongHandlesAreALine) {
         EXPECT_FALSE(context.render(color, picture, {}));
         EXPECT_NE(context.lastError(), "");
     }
+    EXPECT_FALSE(context.renderShared(color, {0, 0, 8, 8}, static_cast<CIFormat>(5),
+                                      SharedMemoryKind::OpaqueFd));
+    EXPECT_NE(context.lastError().find("format"), std::string::npos);
 }
 
 /// The example is a live host: its device, its images, its semaphore.

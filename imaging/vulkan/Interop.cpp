@@ -204,8 +204,9 @@ CIImage VulkanContext::image(const VulkanPicture& picture, CGPoint origin,
     State& state = *state_;
     if (!state.isReady() || !state.hasSize(picture.width, picture.height)) return {};
     const std::optional<CIFormat> format = formatOf(picture.format);
-    if (!format || !picture.image || !std::isfinite(origin.x) || !std::isfinite(origin.y)) {
-        state.fail("an image of the host has an unknown format, no handle, or no place");
+    if (!format || !isKnown(colorSpace) || !picture.image || !std::isfinite(origin.x) ||
+        !std::isfinite(origin.y)) {
+        state.fail("an image of the host has an unknown format or space, no handle, or no place");
         return {};
     }
     auto wrapped =
@@ -231,6 +232,7 @@ bool VulkanContext::render(const CIImage& image, const VulkanPicture& target,
         {std::floor(corner.x), std::floor(corner.y), double(target.width), double(target.height)});
     if (!rect.isInReach() || rect.width() != static_cast<int>(target.width))
         return state.fail("the rectangle to render is infinite or too far away");
+    if (!isKnown(colorSpace)) return state.fail("the colour space of the result is none");
     const HostTarget host{
         state.device->images().wrap(target.image, target.format, target.width, target.height),
         {target.layout, {target.readyAt.semaphore, target.readyAt.value}},
@@ -247,6 +249,10 @@ std::optional<SharedPicture> VulkanContext::renderShared(const CIImage& image, C
     const IntRect rect = IntRect::around(bounds);
     if (!image || rect.isEmpty() || !rect.isInReach()) {
         state.fail("there is no image to render, or its rectangle is empty or infinite");
+        return {};
+    }
+    if (!isKnown(format) || !isKnown(colorSpace)) {
+        state.fail("the format or the colour space of the result is none");
         return {};
     }
     if (!state.canShare(kind)) {
@@ -285,8 +291,8 @@ CIImage VulkanContext::imageOfShared(const SharedPicture& picture, CGColorSpace 
     State& state = *state_;
     if (!state.isReady() || !state.hasSize(picture.width, picture.height)) return {};
     const size_t pixel = bytesPerPixel(picture.format);
-    const std::optional<size_t> size = vorn::sizeOfRows(picture.bytesPerRow, picture.height);
-    if (!vorn::isKnown(picture.format) || !vorn::isKnown(colorSpace) || !size ||
+    const std::optional<size_t> size = sizeOfRows(picture.bytesPerRow, picture.height);
+    if (!isKnown(picture.format) || !isKnown(colorSpace) || !size ||
         picture.bytesPerRow < picture.width * pixel || picture.bytesPerRow % pixel != 0 ||
         picture.bytesPerRow / pixel > UINT32_MAX || !state.canShare(picture.kind)) {
         state.fail("shared memory of this kind, or with rows of this length, cannot be read");
