@@ -65,6 +65,20 @@ Json valueAt(const Json& json, const std::string& pointer) {
     return json.contains(place) ? json.at(place) : Json("absent");
 }
 
+// ---- Loading ----------------------------------------------------------------------------------
+
+TEST(Program, LoadsNothingFromTheCurrentFolder) {
+    const std::filesystem::path folder =
+        std::filesystem::temp_directory_path() / ("vorn-loading-" + std::to_string(getpid()));
+    std::filesystem::create_directory(folder);
+    // Every program of C++ needs these.
+    for (const char* name : {"libstdc++.so.6", "libm.so.6", "libc.so.6"})
+        std::ofstream(folder / name) << "no library";
+    const std::string command = "cd '" + folder.string() + "' && '" VORN_CLI_PATH "' --version >&2";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    std::filesystem::remove_all(folder);
+}
+
 // ---- Usage ------------------------------------------------------------------------------------
 
 struct ComplaintCase {
