@@ -5,6 +5,7 @@
 #include "imagejson.h"
 #include "measure.h"
 #include "output.h"
+#include "talk.h"
 #include "testcard/testcard.h"
 #include "values.h"
 
@@ -437,7 +438,7 @@ ExitCode bench(const BenchOptions& options) {
                     }
                 }
             } catch (const CommandError& error) {
-                fmt::print(stderr, "vorn: {}: {}\n", entry.name, error.what());
+                say("{}: {}", entry.name, error.what());
                 code = ExitCode::Failed;
             }
         }

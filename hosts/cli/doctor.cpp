@@ -4,6 +4,7 @@
 #include "fonts.h"
 #include "json.h"
 #include "output.h"
+#include "talk.h"
 
 #include <algorithm>
 #include <cmath>
@@ -26,7 +27,7 @@ public:
     void add(const std::string& key, Json value, const std::string& label,
              const std::string& text) {
         json_[key] = std::move(value);
-        rows_.push_back({label, text});
+        rows_.push_back({label, printable(text)});
     }
     void addProblem(const std::string& problem) { problems_.push_back(problem); }
 
@@ -37,7 +38,8 @@ public:
         } else {
             printTable(rows_);
             printResult("\n");
-            for (const std::string& problem : problems_) printResult("broken: {}\n", problem);
+            for (const std::string& problem : problems_)
+                printResult("broken: {}\n", printable(problem));
             if (problems_.empty()) printResult("Nothing is broken.\n");
         }
         return problems_.empty() ? ExitCode::Done : ExitCode::Failed;

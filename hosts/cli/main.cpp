@@ -2,12 +2,16 @@
 #include "commands.h"
 #include "output.h"
 #include "suggest.h"
+#include "talk.h"
 
 #include "vorneffects/VornEffects.h"
 
 #include <algorithm>
 #include <exception>
 #include <sstream>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
@@ -54,6 +58,17 @@ void addHelpCommand(CLI::App& app, Action& action) {
     });
 }
 
+/// A program may be started without standard streams. The next file that it opens would take the
+/// place of one, and messages would be written into it. What takes it instead can be neither read
+/// nor filled with results, so that nothing is lost unnoticed.
+void occupyStandardDescriptors() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(descriptor, F_GETFD) >= 0) continue;
+        const char* device = descriptor == STDOUT_FILENO ? "/dev/full" : "/dev/null";
+        if (open(device, O_WRONLY) != descriptor) _exit(static_cast<int>(ExitCode::Failed));
+    }
+}
+
 ExitCode run(int argc, char** argv) {
     CLI::App app("Real-time video effects on the command line.", "vorn");
     app.get_formatter()->column_width(38);
@@ -73,7 +88,7 @@ ExitCode run(int argc, char** argv) {
     app.require_subcommand(0, 1); // the names of commands are plain words behind the first one
 
     if (argc < 2) {
-        fmt::print(stderr, "{}", helpFor(app, "vorn"));
+        talk(helpFor(app, "vorn"));
         return ExitCode::Usage;
     }
     if (argv[1][0] != '-') findCommand(app, argv[1]);
@@ -83,7 +98,7 @@ ExitCode run(int argc, char** argv) {
         std::ostringstream answer, complaint;
         const int code = app.exit(request, answer, complaint);
         printResult("{}", answer.str());
-        fmt::print(stderr, "{}", complaint.str());
+        talk(printable(complaint.str(), true));
         return code == 0 ? ExitCode::Done : ExitCode::Usage;
     }
     if (!action) throw CommandError(ExitCode::Usage, "no command is given; try `vorn help`");
@@ -96,20 +111,21 @@ ExitCode run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     using namespace vorn::cli;
+    occupyStandardDescriptors();
     ExitCode code = ExitCode::Failed;
     try {
         separateResultsFromTalk();
         code = run(argc, argv);
     } catch (const CommandError& error) {
-        fmt::print(stderr, "vorn: {}\n", error.what());
+        say("{}", error.what());
         code = error.code();
     } catch (const std::bad_alloc&) {
-        fmt::print(stderr, "vorn: out of memory\n");
+        say("out of memory");
     } catch (const std::exception& error) {
-        fmt::print(stderr, "vorn: {}\n", error.what());
+        say("{}", error.what());
     }
     if (!finishResults()) {
-        fmt::print(stderr, "vorn: standard output cannot be written\n");
+        say("standard output cannot be written");
         if (code == ExitCode::Done) code = ExitCode::OutputNotWritable;
     }
     return static_cast<int>(code);

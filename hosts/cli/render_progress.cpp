@@ -1,10 +1,10 @@
 #include "render_progress.h"
 
+#include "talk.h"
+
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
-#include <fmt/format.h>
 #include <unistd.h>
 
 namespace vorn::cli {
@@ -47,16 +47,13 @@ void Progress::update(std::int64_t frames) {
     if (now - lastShown_ < (isTerminal_ ? milliseconds(100) : milliseconds(5000))) return;
     lastShown_ = now;
     isShown_ = isTerminal_;
-    fmt::print(stderr, "{}{}{}", isTerminal_ ? "\r" : "vorn: ", text(frames),
-               isTerminal_ ? "\033[K" : "\n");
-    std::fflush(stderr);
+    talk((isTerminal_ ? "\r" : "vorn: ") + text(frames) + (isTerminal_ ? "\033[K" : "\n"));
 }
 
 void Progress::clear() {
     if (!isShown_) return;
     isShown_ = false;
-    fmt::print(stderr, "\r\033[K");
-    std::fflush(stderr);
+    talk("\r\033[K");
 }
 
 } // namespace vorn::cli
