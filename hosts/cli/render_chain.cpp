@@ -181,9 +181,9 @@ CIImage Chain::apply(const CIImage& source, const std::vector<CIImage>& secondIm
         const std::vector<std::string> lines = printed.take();
         if (!image) failWithoutImage(stage, lines);
         note(stage, lines);
-        if (isFirstFrame_) noteErrorImage(stage, image);
+        noteErrorImage(stage, image);
     }
-    isFirstFrame_ = false;
+    ++frames_;
     return image;
 }
 
@@ -203,9 +203,19 @@ void Chain::note(const Stage& stage, const std::vector<std::string>& lines) {
 void Chain::noteErrorImage(const Stage& stage, const CIImage& image) {
     const auto description = describeImage(image, image.extent());
     if (description && description->kind == ImageDescription::Kind::ErrorImage) {
-        note(stage, {fmt::format("shows an error picture instead of the film: {} ({})",
-                                 description->message, description->label)});
+        const std::string error = fmt::format("{} ({})", description->label, description->message);
+        note(stage, {"shows an error picture instead of the film: " + error});
+        ++errorPictures_[fmt::format("{} {}", stage.link->entry.name, error)];
     }
+}
+
+std::vector<std::string> Chain::errorPictures() const {
+    std::vector<std::string> lines;
+    for (const auto& [error, count] : errorPictures_) {
+        lines.push_back(fmt::format("{} of {} frame{} {} the error picture of {}", count, frames_,
+                                    frames_ == 1 ? "" : "s", count == 1 ? "is" : "are", error));
+    }
+    return lines;
 }
 
 void Chain::failWithoutImage(const Stage& stage, const std::vector<std::string>& lines) const {

@@ -5,6 +5,7 @@
 #include "render_animation.h"
 
 #include <cstdint>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -61,6 +62,9 @@ public:
     /// What the filters had to say since the last call, each line once in a chain's life.
     std::vector<std::string> takeMessages();
 
+    /// How many frames showed an error picture in place of a filter's work, a line for each kind.
+    std::vector<std::string> errorPictures() const;
+
 private:
     struct Stage {
         const ChainLink* link;
@@ -75,7 +79,8 @@ private:
     std::vector<Stage> stages_;
     std::set<std::string> said_;
     std::vector<std::string> messages_;
-    bool isFirstFrame_ = true;
+    std::map<std::string, std::int64_t> errorPictures_; ///< frames by filter and error
+    std::int64_t frames_ = 0;
 };
 
 } // namespace vorn::cli
