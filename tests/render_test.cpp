@@ -13,8 +13,11 @@
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <ostream>
 #include <string>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -72,9 +75,45 @@ public:
     }
 
     void signal(int number) const { ::kill(pid_, number); }
+    int results() const { return results_; }
 
-    Outcome wait() {
+    /// Waits until it uses no more of the processor, so that it waits itself.
+    void waitUntilItIsIdle() const {
+        using namespace std::chrono_literals;
+        const std::string path = "/proc/" + std::to_string(pid_) + "/stat";
+        const auto processorTicks = [&] {
+            const std::string text = fileContents(path);
+            std::istringstream fields(text.substr(text.rfind(')') + 1));
+            std::string skipped;
+            for (int i = 3; i < 14; ++i) fields >> skipped;
+            long user = 0, system = 0;
+            fields >> user >> system;
+            return user + system;
+        };
+        for (long last = -1, now = processorTicks(); now != last; now = processorTicks()) {
+            last = now;
+            std::this_thread::sleep_for(100ms);
+        }
+    }
+
+    /// Waits until signals ask for an end instead of ending the program.
+    void waitUntilItHandlesSignals() const {
+        using namespace std::chrono_literals;
+        const std::string status = "/proc/" + std::to_string(pid_) + "/status";
+        const auto handlesLast = [&] {
+            const std::string text = fileContents(status);
+            const std::size_t place = text.find("SigCgt:\t");
+            return place != std::string::npos &&
+                   std::stoull(text.substr(place + 8, 17), nullptr, 16) >> (SIGURG - 1) & 1;
+        };
+        while (!handlesLast()) std::this_thread::sleep_for(5ms);
+    }
+
+    /// The results stay unread until the program has ended unless `readsResults`.
+    Outcome wait(bool readsResults = true) {
         Outcome outcome;
+        int status = 0;
+        if (!readsResults) ::waitpid(pid_, &status, 0);
         char block[1 << 16];
         while (results_ >= 0) {
             const ssize_t count = ::read(results_, block, sizeof block);
@@ -83,8 +122,7 @@ public:
             else
                 outcome.results.append(block, std::size_t(count));
         }
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
+        if (readsResults) ::waitpid(pid_, &status, 0);
         pid_ = -1;
         if (WIFEXITED(status)) outcome.code = WEXITSTATUS(status);
         outcome.talk = fileContents(talkPath_);
@@ -461,14 +499,18 @@ TEST_F(RenderTest, MakesAFilmOfAPicture) {
 
 // ---- Endings ----------------------------------------------------------------------------------
 
-TEST_F(RenderTest, LeavesAPlayableFileWhenInterrupted) {
+class Interruption : public RenderTest, public testing::WithParamInterface<int> {};
+
+INSTANTIATE_TEST_SUITE_P(Signals, Interruption, testing::Values(SIGINT, SIGTERM, SIGHUP));
+
+TEST_P(Interruption, LeavesAPlayableFile) {
     using namespace std::chrono_literals;
     Process process({"render", "test:320x240", path("long.mp4"), "--frames", "1000000", "--filter",
                      "VEGobo", "--json"});
     for (int i = 0; i < 1000 && filesInFolder().empty(); ++i) std::this_thread::sleep_for(10ms);
     std::this_thread::sleep_for(100ms);
     EXPECT_FALSE(fs::exists(path("long.mp4"))) << "the name is taken before the film is whole";
-    process.signal(SIGINT);
+    process.signal(GetParam());
     const Outcome run = process.wait();
     EXPECT_EQ(run.code, 130);
     EXPECT_NE(run.talk.find("interrupted; " + path("long.mp4")), std::string::npos) << run.talk;
@@ -478,6 +520,85 @@ TEST_F(RenderTest, LeavesAPlayableFileWhenInterrupted) {
     EXPECT_GT(film.frames.size(), 0U);
     EXPECT_EQ(film.frames.size(), json["frames"].get<std::size_t>());
     EXPECT_EQ(filesInFolder(), std::vector<std::string>{"long.mp4"});
+}
+
+TEST_P(Interruption, LeavesNoUnfinishedFileTheSecondTime) {
+    Process process({"render", "test:640x480", path("long.mp4"), "--frames", "1000000"});
+    while (filesInFolder().empty()) std::this_thread::yield();
+    process.signal(SIGINT);
+    process.signal(GetParam() == SIGINT ? SIGTERM : GetParam());
+    process.wait();
+    // The film may have been ended in between.
+    for (const std::string& name : filesInFolder()) EXPECT_EQ(name, "long.mp4");
+}
+
+// Nobody writes to the inputs and nobody reads from the outputs, so that only the signal can end
+// these.
+TEST_P(Interruption, EndsAWaitForAPipe) {
+    using namespace std::chrono_literals;
+    for (const char* name : {"in", "unopened", "out.mkv", "out.rgba", "unread.png"})
+        ASSERT_EQ(::mkfifo(path(name).c_str(), 0600), 0);
+    std::ofstream(path("list.ffconcat")) << "ffconcat version 1.0\nfile in\n";
+    const int writer = ::open(path("in").c_str(), O_RDWR), keepsOpen = O_RDONLY | O_NONBLOCK;
+    const int film = ::open(path("out.mkv").c_str(), keepsOpen);
+    const int raw = ::open(path("out.rgba").c_str(), keepsOpen);
+    const std::string card = "test:640x480", dissolve = "VEXFDissolve:fadeStatus=1";
+    struct {
+        Arguments arguments;
+        int full; ///< a pipe that is full when the wait begins; 0: standard output, -1: none
+        std::string said;
+    } const cases[] = {
+        {{path("in"), path("out.mp4")}, -1, "before the first frame"},
+        {{path("unopened"), path("out.mp4")}, -1, "before the first frame"},
+        {{path("list.ffconcat"), path("out.mp4"), "--allow-playlists"}, -1, "the first frame"},
+        {{card, path("out.mp4"), "--filter", dissolve, "--image", "targetImage=" + path("in")},
+         -1,
+         "before the first frame"},
+        {{card, path("unread.png")}, -1, "interrupted before"},
+        {{card, path("out.mkv"), "--codec", "ffv1"}, film, "while nobody read"},
+        {{card, path("out.rgba")}, raw, "while nobody read"},
+        {{card, "-"}, 0, "while nobody read standard output"},
+    };
+    for (const auto& [arguments, full, said] : cases) {
+        Arguments words = arguments;
+        words.insert(words.begin(), "render");
+        Process process(words);
+        process.waitUntilItHandlesSignals();
+        constexpr int pipeBytes = 65536;
+        const int pipe = full == 0 ? process.results() : full;
+        for (int count = 0; pipe >= 0 && count < pipeBytes / 2; ::ioctl(pipe, FIONREAD, &count))
+            std::this_thread::sleep_for(5ms);
+        process.waitUntilItIsIdle();
+        process.signal(GetParam());
+        const Outcome run = process.wait(false);
+        EXPECT_EQ(run.code, 130) << run.talk;
+        EXPECT_NE(run.talk.find(said), std::string::npos) << run.talk;
+        EXPECT_FALSE(fs::exists(path("out.mp4")));
+    }
+    for (const int descriptor : {writer, film, raw}) ::close(descriptor);
+}
+
+TEST_F(RenderTest, WritesNoMessageIntoAFilmThatTookAStandardDescriptor) {
+    const auto withoutDescriptors = [](const std::string& arguments) {
+        const std::string command =
+            "'" VORN_CLI_PATH "' render test:64x48@10,0.5s " + arguments + " <&- >&- 2>&-";
+        return WEXITSTATUS(std::system(command.c_str()));
+    };
+    EXPECT_EQ(withoutDescriptors("'" + path("film.rgba") + "'"), 0);
+    EXPECT_EQ(fs::file_size(path("film.rgba")), 5u * 64 * 48 * 4);
+    EXPECT_EQ(withoutDescriptors("-"), 4);
+    EXPECT_EQ(withoutDescriptors("'" + path("film.unheardof") + "'"), 4);
+}
+
+TEST_F(RenderTest, CountsTheFramesThatAreErrorPictures) {
+    // From 0.2 s on the picture is too large for the second filter.
+    const Outcome run = render({"test:64x48@10,0.5s", path("film.mkv"), "--quiet", "--filter",
+                                "CILanczosScaleTransform", "--filter", "VETiles", "--animate",
+                                "1.inputScale=0:1,0.15:1,0.15:120"});
+    EXPECT_EQ(run.code, 0);
+    EXPECT_NE(run.talk.find("3 of 5 frames are the error picture of VETiles FX 127"),
+              std::string::npos)
+        << run.talk;
 }
 
 TEST_F(RenderTest, EndsWith4WhenNobodyTakesTheResult) {
@@ -496,6 +617,20 @@ TEST_F(RenderTest, NeverDestroysWhatItReadsOrMustNotReplace) {
     EXPECT_EQ(render({film, film}).code, 2);
     EXPECT_EQ(render({film, link}).code, 2);
     EXPECT_EQ(render({film, path("./film.mp4")}).code, 2);
+    file("test:64x48@10,0.2s", "shot%d.png");
+    const std::string shot = fileContents(path("shot2.png"));
+    fs::create_directory_symlink(".", path("here"));
+    EXPECT_EQ(render({path("shot%d.png"), path("shot2.png")}).code, 2);
+    EXPECT_EQ(render({path("shot%d.png"), path("here/shot%d.png")}).code, 2);
+    EXPECT_EQ(render({film, path("shot%d.png"), "--filter", "VEXFDissolve", "--image",
+                      "targetImage=" + path("shot2.png")})
+                  .code,
+              4);
+    EXPECT_TRUE(fileContents(path("shot2.png")) == shot);
+    for (const char* name : {"here", "shot1.png", "shot2.png"}) fs::remove(path(name));
+    const std::string fromItself =
+        "'" VORN_CLI_PATH "' render - '" + film + "' <'" + film + "' 2>/dev/null";
+    EXPECT_EQ(WEXITSTATUS(std::system(fromItself.c_str())), 2);
     EXPECT_EQ(render({"test:64x48", film, "--no-overwrite"}).code, 4);
     EXPECT_EQ(render({"test:64x48", film, "--filter", "VESolarize:intensity=none"}).code, 1);
     EXPECT_TRUE(fileContents(film) == before);
@@ -583,6 +718,10 @@ INSTANTIATE_TEST_SUITE_P(
         Complaint{{"test:99999x48", "/nonexistent/out.mp4"}, 2, "at most 16384"},
         Complaint{{"/nonexistent/in.mp4", "/nonexistent/out.mp4"}, 3, "no such file"},
         Complaint{{VORN_CLI_PATH, "/nonexistent/out.mp4"}, 3, "cannot read"},
+        Complaint{{"/no/\x1b[31m\n\x7f\xc2\x9b\xff.mp4", "out.mp4"},
+                  3,
+                  "cannot read /no/\\x1b[31m\\n\\x7f\\xc2\\x9b\\xff.mp4: no"},
+        Complaint{with({"\x1b[31m"}), 2, "\\x1b[31m"},
         Complaint{with({}), 4, "no folder /nonexistent"},
         Complaint{{"test:64x48", "out.unheardof"}, 4, "unknown extension"},
         Complaint{{"test:64x48", "out.mp4", "--codec", "x26"}, 4, "did you mean"}));

@@ -4,10 +4,12 @@
 #include "commands.h"
 #include "gallery_settings.h"
 #include "imagejson.h"
+#include "media/output_file.h"
 #include "media/writer.h"
 #include "output.h"
 #include "render_interrupt.h"
 #include "render_progress.h"
+#include "talk.h"
 #include "testcard/testcard.h"
 
 #include "vorneffects/CIContext.h"
@@ -16,7 +18,6 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <set>
 
@@ -120,11 +121,18 @@ media::Frame frameOf(const Pixels& pixels) {
     return frame;
 }
 
+void stopIfAsked() {
+    if (InterruptWatch::isRequested())
+        throw CommandError(ExitCode::Interrupted, "interrupted; there is no page yet");
+}
+
 void write(const std::string& path, const Film& film) {
+    stopIfAsked();
     media::WriterOptions options;
     options.size = kSize;
     options.frameRate = {kFramesPerSecond, 1};
     options.threads = 1; // their number shows in the bytes of some encoders
+    options.access.stop = &InterruptWatch::request();
     media::Writer writer(path, options);
     for (size_t i = 0; i < film.size(); ++i) {
         media::Frame frame = frameOf(film[i]);
@@ -435,14 +443,12 @@ std::string makeFolders(const std::string& folder) {
 }
 
 void writePage(const std::string& path, const std::string& html) {
-    std::ofstream file(path, std::ios::binary);
-    file << html;
-    file.close();
-    if (!file) throw CommandError(ExitCode::OutputNotWritable, "cannot write " + path);
+    media::OutputFile file(path, true, {});
+    file.write(reinterpret_cast<const uint8_t*>(html.data()), html.size());
+    file.commit();
 }
 
 GalleryPage makePictures(const GalleryOptions& options) {
-    const InterruptWatch watch;
     const std::vector<FilterEntry> entries = chosenFilters(options.filters);
     const std::string folder = makeFolders(options.folder);
     Progress progress(static_cast<int64_t>(entries.size()), options.isQuiet, "filters");
@@ -454,28 +460,29 @@ GalleryPage makePictures(const GalleryOptions& options) {
     write(folder + "/" + page.source.file, {studio.sourcePixels[kStillFrame]});
     write(folder + "/" + page.target.file, {studio.targetPixels});
     for (const FilterEntry& entry : entries) {
-        if (InterruptWatch::isRequested())
-            throw CommandError(ExitCode::Interrupted, "interrupted; there is no page yet");
         page.filters.push_back(Portrait(studio, entry, folder).made());
         progress.update(static_cast<int64_t>(page.filters.size()));
     }
     progress.clear();
-    for (const std::string& message : studio.messages) fmt::print(stderr, "vorn: {}\n", message);
+    for (const std::string& message : studio.messages) say("{}", message);
     return page;
 }
 
 ExitCode gallery(const GalleryOptions& options) {
     registerFilters();
+    const InterruptWatch watch;
     try {
         const GalleryPage page = makePictures(options);
         const std::string path = options.folder + "/index.html";
         writePage(path, galleryHtml(page));
         if (!options.isQuiet) {
-            fmt::print(stderr, "vorn: {}: {} {}\n", path, page.filters.size(),
-                       page.filters.size() == 1 ? "filter" : "filters");
+            say("{}: {} {}", path, page.filters.size(),
+                page.filters.size() == 1 ? "filter" : "filters");
         }
     } catch (const media::WriteError& error) {
         throw CommandError(ExitCode::OutputNotWritable, error.what());
+    } catch (const media::Interrupted&) {
+        stopIfAsked();
     }
     return ExitCode::Done;
 }

@@ -2,8 +2,10 @@
 #include "commands.h"
 #include "json.h"
 #include "output.h"
+#include "render_interrupt.h"
 #include "render_options.h"
 #include "render_pipeline.h"
+#include "talk.h"
 
 #include <exception>
 
@@ -54,22 +56,24 @@ std::string countText(std::int64_t frames) {
 void printSummary(const RenderOptions& options, const RenderOutcome& outcome) {
     const std::string name =
         options.writesToStandardOutput() ? std::string("standard output") : options.output;
-    if (outcome.isInterrupted && outcome.frames == 0) {
-        fmt::print(stderr, "vorn: interrupted before the first frame; nothing is written\n");
+    if (outcome.isCutOff) {
+        say("interrupted while nobody read {}, after {} and a part of the next", name,
+            countText(outcome.frames));
+    } else if (outcome.isInterrupted && outcome.frames == 0) {
+        say("interrupted before the first frame; nothing is written");
     } else if (outcome.isInterrupted) {
-        fmt::print(stderr, "vorn: interrupted; {} is whole up to there, {}\n", name,
-                   countText(outcome.frames));
+        say("interrupted; {} is whole up to there, {}", name, countText(outcome.frames));
     } else if (!options.isQuiet) {
-        fmt::print(stderr,
-                   "vorn: {}: {} of {}x{}, {:.3f} s, rendered in {:.1f} s ({:.1f} frames/s)\n",
-                   name, countText(outcome.frames), outcome.size.width, outcome.size.height,
-                   outcome.mediaSeconds, outcome.elapsedSeconds, outcome.framesPerSecond());
+        say("{}: {} of {}x{}, {:.3f} s, rendered in {:.1f} s ({:.1f} frames/s)", name,
+            countText(outcome.frames), outcome.size.width, outcome.size.height,
+            outcome.mediaSeconds, outcome.elapsedSeconds, outcome.framesPerSecond());
     }
 }
 
 ExitCode render(const RenderArguments& arguments) {
     registerFilters();
     const RenderOptions options = readRenderOptions(arguments);
+    const InterruptWatch watch;
     const RenderOutcome outcome = renderWithExitCodes(options);
     printSummary(options, outcome);
     if (options.json) printJson(options, outcome);

@@ -2,11 +2,16 @@
 
 #include "commands.h"
 #include "device.h"
+#include "media/sequence.h"
+#include "render_interrupt.h"
 #include "render_text.h"
 #include "values.h"
 
 #include <filesystem>
 #include <limits>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -36,7 +41,8 @@ constexpr const char helpText[] =
     "Filters run on the time of the film, so that a render gives the same pictures each time.\n"
     "Each frame keeps its time, size, colour tags and rotation; sound is copied. What a filter\n"
     "draws outside of the frame is cut off. OUT appears under its name when it is whole, and\n"
-    "replaces what was there. Ctrl-C ends it early as a playable file, a second one at once.\n"
+    "replaces what was there. Ctrl-C, SIGTERM and SIGHUP end it early as a playable file, a\n"
+    "second one at once.\n"
     "A film into one picture gives its first frame (see --range). A filter that gives no\n"
     "image ends the render with 1; the frames before it are kept.\n\n"
     "Examples:\n"
@@ -66,6 +72,9 @@ SourceRequest readSource(const RenderArguments& arguments) {
     SourceRequest source;
     source.name = arguments.input;
     source.threads = arguments.threads;
+    source.access = {.allowsPlaylists = arguments.allowsPlaylists,
+                     .inputs = std::make_shared<media::InputFiles>(),
+                     .stop = &InterruptWatch::request()};
     if (!arguments.size.empty()) {
         source.size = mediaSize(parseSize(arguments.size, "--size"), arguments.size);
     }
@@ -84,16 +93,50 @@ SourceRequest readSource(const RenderArguments& arguments) {
     return source;
 }
 
-/// The file that is written must not be one of those that are read.
-void refuseOverwriting(const std::string& output, const std::string& input) {
-    namespace fs = std::filesystem;
+/// Makes the files known that an input is made of, as far as its name tells.
+void addInput(const std::string& name, media::InputFiles& inputs) {
     std::error_code error;
-    const bool isSame = output != "-" && (fs::path(output).lexically_normal() ==
-                                              fs::path(input).lexically_normal() ||
-                                          fs::equivalent(output, input, error));
+    const auto pattern = media::parseSequencePattern(name);
+    if (name == "-") {
+        inputs.add(STDIN_FILENO);
+    } else if (pattern && !std::filesystem::exists(name, error)) {
+        for (const int number : pattern->existingNumbers()) inputs.add(pattern->path(number));
+    } else {
+        inputs.add(name);
+    }
+}
+
+/// The number that the first of numbered pictures gets.
+int firstNumberOf(const std::string& input) {
+    std::error_code error;
+    const auto pattern = media::parseSequencePattern(input);
+    if (!pattern || std::filesystem::exists(input, error)) return 1;
+    const std::vector<int> numbers = pattern->existingNumbers();
+    return numbers.empty() ? 1 : numbers.front();
+}
+
+/// The file that is written must not be one of those that are read.
+void refuseOverwriting(const RenderOptions& options) {
+    namespace fs = std::filesystem;
+    if (options.writesToStandardOutput()) return;
+    std::vector<std::string> inputs = options.chain.imageNames();
+    inputs.push_back(options.source.name);
+    media::InputFiles read;
+    bool isSame = false;
+    for (const std::string& input : inputs) {
+        addInput(input, read);
+        isSame = isSame ||
+                 fs::path(options.output).lexically_normal() == fs::path(input).lexically_normal();
+    }
+    std::string first = options.output;
+    if (const auto pattern = media::parseSequencePattern(first)) {
+        first = pattern->path(firstNumberOf(options.source.name));
+    }
+    struct stat file = {};
+    isSame = isSame || (stat(first.c_str(), &file) == 0 && read.contains(file));
     if (!isSame) return;
     throw CommandError(ExitCode::Usage,
-                       fmt::format("{} is read: choose another name for the output", output));
+                       fmt::format("{} is read: choose another name for the output", first));
 }
 
 } // namespace
@@ -120,10 +163,7 @@ RenderOptions readRenderOptions(const RenderArguments& arguments) {
         throw CommandError(ExitCode::Usage,
                            "--json and the output \"-\" both want standard output");
     }
-    refuseOverwriting(options.output, options.source.name);
-    for (const std::string& name : options.chain.imageNames()) {
-        refuseOverwriting(options.output, name);
-    }
+    refuseOverwriting(options);
     return options;
 }
 
@@ -183,6 +223,8 @@ void addRenderOptions(CLI::App& command, RenderArguments& arguments) {
             "linear: linear light");
     command.add_flag("--no-overwrite", arguments.keepsExisting,
                      "Refuse to replace an existing OUT");
+    command.add_flag("--allow-playlists", arguments.allowsPlaylists,
+                     "Read the files that a playlist names");
     command.add_flag("--quiet", arguments.isQuiet, "No progress, only warnings and errors");
     command.add_flag("--json", arguments.json, "One JSON object with the outcome");
     command.footer(std::string(helpText) + kExitCodesHelp);

@@ -29,7 +29,8 @@ struct RenderArguments {
     std::optional<double> crf;
     std::string device = "auto", workingSpace = "none";
     int threads = 0;
-    bool keepsAlpha = false, keepsExisting = false, isQuiet = false, json = false;
+    bool keepsAlpha = false, keepsExisting = false, allowsPlaylists = false, isQuiet = false,
+         json = false;
 };
 
 /// Adds the options and the help text.

@@ -7,6 +7,7 @@
 #include "render_pixels.h"
 #include "render_progress.h"
 #include "render_queue.h"
+#include "talk.h"
 
 #include <atomic>
 #include <deque>
@@ -28,12 +29,16 @@ struct DecodedFrame {
     std::vector<CIImage> secondImages;
 };
 
-/// Joins when it goes.
+/// A thread that signals can interrupt. Joins when it goes.
 class Worker {
 public:
     Worker() = default;
     template <class Work>
-    explicit Worker(Work work) : thread_(std::move(work)) {}
+    explicit Worker(Work work)
+        : thread_([work] {
+              const InterruptWatch::Thread watched;
+              work();
+          }) {}
     ~Worker() { join(); }
     Worker(Worker&&) = default;
     Worker& operator=(Worker&&) = default;
@@ -53,7 +58,7 @@ public:
         requireDevice(context_);
         for (const std::string& name : options.chain.imageNames()) {
             secondImages_.emplace_back(name, source_.size, source_.rate, source_.range.startSeconds,
-                                       options.source.threads);
+                                       options.source.threads, options.source.access);
         }
     }
 
@@ -64,8 +69,7 @@ public:
         progress_.clear();
         if (failure) {
             if (outcome_.frames > 0 && isFinished_) {
-                fmt::print(stderr, "vorn: {} holds the {} frames before it failed\n",
-                           options_.output, outcome_.frames);
+                say("{} holds the {} frames before it failed", options_.output, outcome_.frames);
             }
             std::rethrow_exception(failure);
         }
@@ -100,6 +104,9 @@ private:
                 if (!decoded_.push(std::move(decoded))) return;
             }
             isCutShort_ = count == most || isInterrupted_;
+            decoded_.finish();
+        } catch (const media::Interrupted&) {
+            isInterrupted_ = isCutShort_ = true;
             decoded_.finish();
         } catch (...) {
             decoded_.finish(std::current_exception());
@@ -214,6 +221,7 @@ private:
         wanted.preset = options_.preset;
         wanted.range = source_.range;
         wanted.overwrite = !options_.keepsExisting;
+        wanted.access = options_.source.access;
         // Descriptor 1 is lent to standard error.
         const std::string path = options_.writesToStandardOutput()
                                      ? fmt::format("pipe:{}", fileno(results()))
@@ -242,9 +250,13 @@ private:
         }
         rendered_.finish();
         encoder_.join();
-        if (encodingFailure_) return encodingFailure_;
-        outcome_.isInterrupted = isInterrupted_;
+        if (encodingFailure_) failure = encodingFailure_;
+        const bool endsWaiting = isInterruption(failure);
+        outcome_.isCutOff = endsWaiting && writer_;
+        outcome_.isInterrupted = isInterrupted_ || endsWaiting;
         outcome_.size = source_.size;
+        if (endsWaiting) return nullptr;
+        if (encodingFailure_) return failure;
         if (outcome_.frames == 0) {
             return failure || isInterrupted_ ? failure : std::make_exception_ptr(noFrames());
         }
@@ -253,10 +265,22 @@ private:
             writer_->finish(failure || isCutShort_ ? media::Ending::Interrupted
                                                    : media::Ending::Complete);
             isFinished_ = true;
+        } catch (const media::Interrupted&) {
+            outcome_.isInterrupted = outcome_.isCutOff = true;
         } catch (...) {
             if (!failure) failure = std::current_exception();
         }
         return failure;
+    }
+
+    static bool isInterruption(const std::exception_ptr& failure) {
+        try {
+            if (failure) std::rethrow_exception(failure);
+        } catch (const media::Interrupted&) {
+            return true;
+        } catch (...) {
+        }
+        return false;
     }
 
     CommandError noFrames() const {
@@ -272,11 +296,14 @@ private:
 
     void warn(const std::string& line) {
         progress_.clear();
-        fmt::print(stderr, "vorn: {}\n", line);
+        say("{}", line);
         outcome_.warnings.push_back(line);
     }
 
     void collectWarnings() {
+        if (chain_) {
+            for (const std::string& line : chain_->errorPictures()) warn(line);
+        }
         for (const std::string& line : source_.frames->warnings()) warn(line);
         for (const SecondImage& image : secondImages_) {
             for (const std::string& line : image.warnings()) warn(line);
@@ -314,8 +341,13 @@ private:
 } // namespace
 
 RenderOutcome runRender(const RenderOptions& options) {
-    const InterruptWatch watch;
-    return Pipeline(options).run();
+    try {
+        return Pipeline(options).run();
+    } catch (const media::Interrupted&) { // while the inputs were opened
+        RenderOutcome outcome;
+        outcome.isInterrupted = true;
+        return outcome;
+    }
 }
 
 } // namespace vorn::cli

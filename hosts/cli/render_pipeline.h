@@ -17,6 +17,7 @@ struct RenderOutcome {
     media::Size size;
     std::string encoder; ///< empty for headerless pixels
     bool isInterrupted = false;
+    bool isCutOff = false; ///< interrupted within a frame, which nobody took
     std::vector<std::string> warnings;
 
     double framesPerSecond() const {
@@ -26,7 +27,7 @@ struct RenderOutcome {
 
 /// Carries out a render. Warnings and progress go to standard error as they come. Throws
 /// media::ReadError, media::WriteError and `CommandError`; the frames that were done before an
-/// error are kept, unless writing them is what failed.
+/// error are kept, unless writing them is what failed. Needs an `InterruptWatch`.
 RenderOutcome runRender(const RenderOptions& options);
 
 } // namespace vorn::cli

@@ -266,6 +266,7 @@ OpenedSource openSource(const SourceRequest& request) {
     options.outputSize = request.size;
     options.range = request.range;
     options.threads = request.threads;
+    options.access = request.access;
     options.sequenceRate = request.rate.value_or(request.usualRate);
     media::Reader reader(request.name, options);
 
@@ -297,10 +298,11 @@ OpenedSource openSource(const SourceRequest& request) {
 }
 
 SecondImage::SecondImage(const std::string& name, media::Size mainSize, media::Rational mainRate,
-                         double firstSeconds, int threads) {
+                         double firstSeconds, int threads, const media::FileAccess& access) {
     SourceRequest request;
     request.name = name;
     request.threads = threads;
+    request.access = access;
     request.usualRate = mainRate;
     request.frames = std::numeric_limits<std::int64_t>::max();
     // Some frames before the first one that is needed, for the one that is shown by then may be

@@ -29,7 +29,7 @@ struct SourceFrame {
 class FrameSource {
 public:
     virtual ~FrameSource() = default;
-    /// False at the end. Throws media::ReadError.
+    /// False at the end. Throws media::ReadError and media::Interrupted.
     virtual bool read(SourceFrame& frame) = 0;
     /// What went wrong so far without being fatal, one line each.
     virtual std::vector<std::string> warnings() const { return {}; }
@@ -46,6 +46,7 @@ struct SourceRequest {
     /// How many frames are wanted at most, which makes a still picture that long.
     std::optional<std::int64_t> frames;
     int threads = 0;
+    media::FileAccess access;
 };
 
 struct OpenedSource {
@@ -61,7 +62,8 @@ struct OpenedSource {
     std::optional<std::int64_t> expectedFrames;
 };
 
-/// Throws media::ReadError and, for a test card that cannot be made, `CommandError`.
+/// Throws media::ReadError, media::Interrupted and, for a test card that cannot be made,
+/// `CommandError`.
 OpenedSource openSource(const SourceRequest& request);
 
 /// A second image, which stands still or runs in step with the main one.
@@ -70,7 +72,7 @@ public:
     /// A test card without a size takes that of the main image. `firstSeconds` is when the main
     /// image begins.
     SecondImage(const std::string& name, media::Size mainSize, media::Rational mainRate,
-                double firstSeconds, int threads);
+                double firstSeconds, int threads, const media::FileAccess& access);
 
     /// The image that is shown at that time; the first one before it, the last one after it. Times
     /// must not decrease.

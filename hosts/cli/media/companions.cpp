@@ -33,19 +33,24 @@ const char* kindName(AVMediaType type) {
 
 } // namespace
 
-Companions::Companions(const MediaInfo& source, const TimeRange& range, AVFormatContext& output,
-                       Warnings& warnings)
-    : output_(output), warnings_(warnings), startTime_(source.startTime),
-      startTimeBase_(toAv(source.startTimeBase)), endSeconds_(range.endSeconds) {
+Companions::Companions(const WriterOptions& options, AVFormatContext& output, Warnings& warnings)
+    : output_(output), warnings_(warnings), startTime_(options.source->startTime),
+      startTimeBase_(toAv(options.source->startTimeBase)), endSeconds_(options.range.endSeconds) {
+    const MediaInfo& source = *options.source;
     if (source.kind != MediaKind::Video || source.path.empty()) return;
-    if (source.path == "-") {
+    if (source.isReadOnce) {
         if (!source.companions.empty())
-            warnings_.add("sound cannot be carried over from standard input");
+            warnings_.add("sound cannot be carried over from " +
+                          (source.path == "-" ? "standard input" : source.path + ", a pipe"));
         return;
     }
-    AvOptions options;
+    // A film that is ended early still gets its sound, unless that has to be waited for.
+    FileAccess access = options.access;
+    access.patienceSeconds = kPatienceSeconds;
+    if (!access.allowsPlaylists) access.stop = nullptr;
+    AvOptions inputOptions;
     try {
-        input_ = openInput(source.path, nullptr, options);
+        input_ = openInput(source.path, nullptr, inputOptions, access);
         const int result = avformat_find_stream_info(input_.get(), nullptr);
         if (result < 0) throw ReadError(reasonFor(result));
     } catch (const ReadError& error) {
@@ -55,7 +60,7 @@ Companions::Companions(const MediaInfo& source, const TimeRange& range, AVFormat
         return;
     }
     addStreams(source);
-    addChapters(range);
+    addChapters(options.range);
     copyMetadata(&output_.metadata, input_->metadata);
 }
 

@@ -1,8 +1,8 @@
 // Sound, subtitles, chapters and metadata, carried from one file to another untouched. Internal.
 #pragma once
 
-#include "info.h"
 #include "libav.h"
+#include "writer.h"
 
 namespace vorn::media {
 
@@ -10,10 +10,10 @@ namespace vorn::media {
 /// output that someone else writes the pictures to.
 class Companions {
 public:
-    /// Adds streams, chapters and metadata to `output`, whose header is not written yet. What the
-    /// container cannot hold is left out with a warning. `range` limits the chapters and the sound.
-    Companions(const MediaInfo& source, const TimeRange& range, AVFormatContext& output,
-               Warnings& warnings);
+    /// Adds streams, chapters and metadata of the source of `options` to `output`, whose header is
+    /// not written yet. What the container cannot hold is left out with a warning. The range of
+    /// `options` limits the chapters and the sound.
+    Companions(const WriterOptions& options, AVFormatContext& output, Warnings& warnings);
 
     int streamCount() const { return int(streams_.size()); }
 

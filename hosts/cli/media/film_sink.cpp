@@ -1,7 +1,7 @@
 #include "companions.h"
 #include "encoder.h"
+#include "output_file.h"
 #include "sinks.h"
-#include "temporary_file.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,13 +12,62 @@ namespace vorn::media {
 
 namespace {
 
-struct FreeOutput {
-    void operator()(AVFormatContext* context) const {
-        if (context->pb) avio_closep(&context->pb);
-        avformat_free_context(context);
+using AvOutput = std::unique_ptr<AVFormatContext, FreeByValue<avformat_free_context>>;
+
+/// A file as FFmpeg writes it. What goes wrong is kept for rethrow(), for nothing may be thrown
+/// through FFmpeg.
+class OutputStream {
+public:
+    explicit OutputStream(OutputFile& file) : file_(file) {
+        constexpr int bufferBytes = 32768;
+        auto* buffer = static_cast<std::uint8_t*>(av_malloc(bufferBytes));
+        if (buffer)
+            context_ = avio_alloc_context(buffer, bufferBytes, 1, this, nullptr, write,
+                                          file.isSeekable() ? seek : nullptr);
+        if (context_) return;
+        av_free(buffer);
+        throw std::bad_alloc();
     }
+    ~OutputStream() {
+        av_freep(&context_->buffer);
+        avio_context_free(&context_);
+    }
+    OutputStream(const OutputStream&) = delete;
+    OutputStream& operator=(const OutputStream&) = delete;
+
+    AVIOContext* context() { return context_; }
+    void rethrow() const {
+        if (failure_) std::rethrow_exception(failure_);
+    }
+
+private:
+    static int write(void* opaque, std::uint8_t* bytes, int count) {
+        auto& stream = *static_cast<OutputStream*>(opaque);
+        try {
+            stream.rethrow();
+            stream.file_.write(bytes, std::size_t(count));
+            return count;
+        } catch (...) {
+            stream.failure_ = std::current_exception();
+            return AVERROR(EIO);
+        }
+    }
+
+    static std::int64_t seek(void* opaque, std::int64_t offset, int whence) {
+        OutputFile& file = static_cast<OutputStream*>(opaque)->file_;
+        const std::int64_t place =
+            whence & AVSEEK_SIZE ? file.size() : file.seek(offset, whence & ~AVSEEK_FORCE);
+        return place < 0 ? AVERROR(EIO) : place;
+    }
+
+    OutputFile& file_;
+    AVIOContext* context_ = nullptr;
+    std::exception_ptr failure_;
 };
-using AvOutput = std::unique_ptr<AVFormatContext, FreeOutput>;
+
+int openNothing(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) {
+    return AVERROR(EACCES);
+}
 
 bool isNamed(const AVOutputFormat& container, std::initializer_list<const char*> names) {
     return std::any_of(names.begin(), names.end(),
@@ -78,21 +127,23 @@ class FilmSink final : public Sink {
 public:
     FilmSink(const std::string& path, const Target& target, const WriterOptions& options,
              Warnings& warnings)
-        : warnings_(warnings), file_(path, options.overwrite), clock_(chooseClock(target, options)),
-          startsAtFirstFrame_(options.range.startSeconds > 0), frameRate_(frameRateOf(options)) {
+        : warnings_(warnings), file_(path, options.overwrite, options.access), bytes_(file_),
+          clock_(chooseClock(target, options)), startsAtFirstFrame_(options.range.startSeconds > 0),
+          frameRate_(frameRateOf(options)) {
         const MediaInfo* source = options.source;
         AVFormatContext* context = nullptr;
         const int result =
             avformat_alloc_output_context2(&context, const_cast<AVOutputFormat*>(target.container),
-                                           nullptr, fileAddress(file_.path()).c_str());
-        if (result < 0) throw std::runtime_error(reasonFor(result));
+                                           nullptr, fileAddress(path).c_str());
+        check(result);
         output_.reset(context);
+        output_->io_open = openNothing;
         output_->flags |= AVFMT_FLAG_BITEXACT;
 
         openEncoder(target, options);
         addPictureStream(source);
         if (source && options.copyCompanions)
-            companions_ = std::make_unique<Companions>(*source, options.range, *output_, warnings_);
+            companions_ = std::make_unique<Companions>(options, *output_, warnings_);
         writeHeader();
     }
 
@@ -129,20 +180,13 @@ public:
         encoder_->sendEnd();
         store();
         writeLast();
-        if (companions_) {
-            if (ending == Ending::Interrupted)
-                companions_->copyUntil(end_, clock_.timeBase);
-            else
-                companions_->copyRest();
-        }
-        int result = av_write_trailer(output_.get());
-        if (result >= 0 && output_->pb) {
-            avio_flush(output_->pb);
-            result = output_->pb->error;
-        }
-        const int closed = avio_closep(&output_->pb);
-        if (result >= 0) result = closed;
-        if (result < 0) throw std::runtime_error(reasonFor(result));
+        if (ending == Ending::Interrupted)
+            copyCompanions([&] { companions_->copyUntil(end_, clock_.timeBase); });
+        else
+            copyCompanions([&] { companions_->copyRest(); });
+        check(av_write_trailer(output_.get()));
+        avio_flush(output_->pb);
+        check(output_->pb->error);
         file_.commit();
     }
 
@@ -164,6 +208,23 @@ private:
         std::int64_t pts;
         std::int64_t duration;
     };
+
+    /// What went wrong with the file says more than FFmpeg's number for it.
+    void check(int result) const {
+        bytes_.rethrow();
+        if (result < 0) throw std::runtime_error(reasonFor(result));
+    }
+
+    template <typename Copy>
+    void copyCompanions(Copy copy) {
+        if (!companions_) return;
+        try {
+            copy();
+        } catch (const std::runtime_error&) {
+            bytes_.rethrow();
+            throw;
+        }
+    }
 
     void openEncoder(const Target& target, const WriterOptions& options) {
         EncoderRequest request;
@@ -214,16 +275,16 @@ private:
     }
 
     void writeHeader() {
-        int result = avio_open(&output_->pb, fileAddress(file_.path()).c_str(), AVIO_FLAG_WRITE);
-        if (result < 0) throw std::runtime_error(reasonFor(result));
+        output_->pb = bytes_.context();
         AvOptions options;
         if (isNamed(*output_->oformat, {"apng"})) options.set("plays", "0");
         // Edit lists count in the film's own ticks; the usual milliseconds would move the sound.
         if (holdsDisplayMatrix(*output_->oformat)) options.set("movie_timescale", "90000");
-        result = avformat_write_header(output_.get(), options.address());
+        const int result = avformat_write_header(output_.get(), options.address());
+        bytes_.rethrow();
         if (result < 0 && companions_ && companions_->streamCount() > 0)
             throw RefusedCompanions(reasonFor(result));
-        if (result < 0) throw std::runtime_error(reasonFor(result));
+        check(result);
     }
 
     void noteRounding(std::int64_t pts, std::int64_t start, AVRational unit) {
@@ -262,9 +323,9 @@ private:
         const std::int64_t dts = held_->dts;
         av_packet_rescale_ts(held_.get(), clock_.timeBase, stream_->time_base);
         // Sound goes along with the pictures, so that an interrupted file is whole.
-        if (companions_ && dts != AV_NOPTS_VALUE) companions_->copyUntil(dts, clock_.timeBase);
-        const int result = av_interleaved_write_frame(output_.get(), held_.get());
-        if (result < 0) throw std::runtime_error(reasonFor(result));
+        if (dts != AV_NOPTS_VALUE)
+            copyCompanions([&] { companions_->copyUntil(dts, clock_.timeBase); });
+        check(av_interleaved_write_frame(output_.get(), held_.get()));
     }
 
     void writeLast() {
@@ -279,7 +340,8 @@ private:
     }
 
     Warnings& warnings_;
-    TemporaryFile file_;
+    OutputFile file_;
+    OutputStream bytes_;
     Clock clock_;
     bool startsAtFirstFrame_;
     AVRational frameRate_;

@@ -49,7 +49,8 @@ struct StreamSideData {
 };
 
 struct MediaInfo {
-    std::string path; ///< as it was opened; "-" is standard input
+    std::string path;        ///< as it was opened; "-" is standard input
+    bool isReadOnce = false; ///< a pipe, which cannot be opened again
     MediaKind kind = MediaKind::Video;
     std::string container;   ///< FFmpeg's short name, such as "mov,mp4,m4a,3gp,3g2,mj2"
     std::string codec;       ///< such as "h264"

@@ -70,15 +70,6 @@ std::string fileAddress(const std::string& path) {
     return path == "-" ? "pipe:0" : "file:" + path;
 }
 
-AvInput openInput(const std::string& path, const AVInputFormat* format, AvOptions& options) {
-    options.set("protocol_whitelist", "file,pipe,crypto,data");
-    AVFormatContext* context = nullptr;
-    const int result =
-        avformat_open_input(&context, fileAddress(path).c_str(), format, options.address());
-    if (result < 0) throw ReadError("cannot read " + path + ": " + reasonFor(result));
-    return AvInput(context);
-}
-
 std::pair<std::int64_t, AVRational> earliestStart(const AVFormatContext& input) {
     std::pair<std::int64_t, AVRational> earliest{AV_NOPTS_VALUE, {1, 1}};
     for (unsigned i = 0; i < input.nb_streams; ++i) {

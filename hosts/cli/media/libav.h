@@ -1,6 +1,7 @@
 // FFmpeg's objects as owning pointers, its messages caught, and small conversions. Internal.
 #pragma once
 
+#include "access.h"
 #include "types.h"
 
 #include <memory>
@@ -35,7 +36,10 @@ struct FreeByValue {
 using AvFrame = std::unique_ptr<AVFrame, FreeByAddress<av_frame_free>>;
 using AvPacket = std::unique_ptr<AVPacket, FreeByAddress<av_packet_free>>;
 using AvCodecContext = std::unique_ptr<AVCodecContext, FreeByAddress<avcodec_free_context>>;
-using AvInput = std::unique_ptr<AVFormatContext, FreeByAddress<avformat_close_input>>;
+struct CloseInput {
+    void operator()(AVFormatContext* context) const;
+};
+using AvInput = std::unique_ptr<AVFormatContext, CloseInput>;
 using AvScaler = std::unique_ptr<SwsContext, FreeByValue<sws_freeContext>>;
 
 AvFrame makeFrame();
@@ -89,8 +93,14 @@ inline Rational fromAv(AVRational value) {
     return {value.num, value.den};
 }
 
-/// Opens an input for reading from local files only. Throws ReadError.
-AvInput openInput(const std::string& path, const AVInputFormat* format, AvOptions& options);
+/// Opens an input for reading: a local file, "-" for standard input or, for numbered pictures,
+/// their address. Other files that it names are read only where `access` allows playlists. Throws
+/// ReadError and Interrupted.
+AvInput openInput(const std::string& path, const AVInputFormat* format, AvOptions& options,
+                  const FileAccess& access);
+
+/// A pipe cannot be opened a second time.
+bool isReadOnce(const AVFormatContext& input);
 
 /// Time of the earliest sound or picture stream, or zero if that is negative (sound that starts
 /// early to prime its decoder): the value and its unit.

@@ -1,26 +1,10 @@
 #include "encoder.h"
+#include "output_file.h"
 #include "sinks.h"
-#include "temporary_file.h"
-
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 
 namespace vorn::media {
 
 namespace {
-
-void writeFile(const std::string& path, const std::uint8_t* bytes, std::size_t count) {
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    if (!file) throw std::runtime_error(std::strerror(errno));
-    bool isWritten = std::fwrite(bytes, 1, count, file) == count;
-    int fault = errno;
-    if (std::fclose(file) != 0) {
-        if (isWritten) fault = errno;
-        isWritten = false;
-    }
-    if (!isWritten) throw std::runtime_error(std::strerror(fault));
-}
 
 EncoderRequest pictureRequest(const Target& target, const WriterOptions& options) {
     EncoderRequest request;
@@ -36,13 +20,12 @@ public:
     PictureSink(const std::string& path, const Target& target, const WriterOptions& options,
                 Warnings& warnings)
         : encoder_(pictureRequest(target, options), warnings), pattern_(target.pattern),
-          overwrite_(options.overwrite) {
+          overwrite_(options.overwrite), access_(options.access) {
         const MediaInfo* source = options.source;
         const bool isFromSequence = source && source->kind == MediaKind::Sequence;
         number_ = options.sequenceFirstNumber.value_or(isFromSequence ? source->firstNumber : 1);
         // Creating the first file now shows whether the folder can be written to.
-        file_ =
-            std::make_unique<TemporaryFile>(pattern_ ? pattern_->path(number_) : path, overwrite_);
+        begin(pattern_ ? pattern_->path(number_) : path);
     }
 
     void write(const Frame& frame) override {
@@ -71,11 +54,12 @@ public:
     }
 
 private:
+    void begin(const std::string& path) { file_.emplace(path, overwrite_, access_); }
+
     void store() {
         while (encoder_.receive(*packet_)) {
-            if (!file_)
-                file_ = std::make_unique<TemporaryFile>(pattern_->path(number_), overwrite_);
-            writeFile(file_->path(), packet_->data, std::size_t(packet_->size));
+            if (!file_) begin(pattern_->path(number_));
+            file_->write(packet_->data, std::size_t(packet_->size));
             file_->commit();
             file_.reset();
             ++number_;
@@ -86,9 +70,10 @@ private:
     Encoder encoder_;
     std::optional<SequencePattern> pattern_;
     bool overwrite_;
+    FileAccess access_;
     int number_ = 1;
     std::int64_t framesSent_ = 0;
-    std::unique_ptr<TemporaryFile> file_;
+    std::optional<OutputFile> file_;
     AvPacket packet_ = makePacket();
 };
 

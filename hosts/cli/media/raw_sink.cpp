@@ -1,11 +1,8 @@
+#include "output_file.h"
 #include "pixels.h"
 #include "sinks.h"
-#include "temporary_file.h"
 
-#include <cerrno>
 #include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace vorn::media {
 
@@ -17,21 +14,10 @@ public:
     RawSink(const std::string& path, const Target& target, const WriterOptions& options)
         : size_(options.size),
           format_(options.bitsPerComponent > 8 ? PixelFormat::Rgba16 : PixelFormat::Rgba8) {
-        if (target.descriptor >= 0) {
-            descriptor_ = target.descriptor;
-            const int mode = ::fcntl(descriptor_, F_GETFL);
-            if (mode < 0) throw std::runtime_error(std::strerror(errno));
-            if ((mode & O_ACCMODE) == O_RDONLY)
-                throw std::runtime_error("the descriptor is open for reading only");
-            return;
-        }
-        file_ = std::make_unique<TemporaryFile>(path, options.overwrite);
-        descriptor_ = ::open(file_->path().c_str(), O_WRONLY | O_CLOEXEC);
-        if (descriptor_ < 0) throw std::runtime_error(std::strerror(errno));
-    }
-
-    ~RawSink() override {
-        if (file_ && descriptor_ >= 0) ::close(descriptor_);
+        if (target.descriptor >= 0)
+            file_.emplace(target.descriptor, options.access);
+        else
+            file_.emplace(path, options.overwrite, options.access);
     }
 
     void write(const Frame& frame) override {
@@ -50,16 +36,10 @@ public:
         packed_.resize(row * std::size_t(stage->height()));
         for (int y = 0; y < stage->height(); ++y)
             std::memcpy(packed_.data() + row * std::size_t(y), stage->row(y), row);
-        writeAll();
+        file_->write(packed_.data(), packed_.size());
     }
 
-    void finish(Ending) override {
-        if (!file_) return;
-        const int result = ::close(descriptor_);
-        descriptor_ = -1;
-        if (result != 0) throw std::runtime_error(std::strerror(errno));
-        file_->commit();
-    }
+    void finish(Ending) override { file_->commit(); }
 
     OutputInfo describe() const override {
         OutputInfo info;
@@ -71,20 +51,9 @@ public:
     }
 
 private:
-    void writeAll() {
-        for (std::size_t done = 0; done < packed_.size();) {
-            const ssize_t count =
-                ::write(descriptor_, packed_.data() + done, packed_.size() - done);
-            if (count < 0 && errno == EINTR) continue;
-            if (count < 0) throw std::runtime_error(std::strerror(errno));
-            done += std::size_t(count);
-        }
-    }
-
     Size size_;
     PixelFormat format_;
-    std::unique_ptr<TemporaryFile> file_;
-    int descriptor_ = -1;
+    std::optional<OutputFile> file_;
     Frame alphaStage_, depthStage_;
     std::vector<std::uint8_t> packed_;
 };

@@ -86,6 +86,7 @@ struct Reader::State {
     }
 
     [[noreturn]] void fail(const std::string& reason) const {
+        if (options.access.isStopped()) throw Interrupted();
         throw ReadError("cannot read " + path + ": " + reason);
     }
 
@@ -124,7 +125,7 @@ struct Reader::State {
         }
 
         try {
-            input = openInput(address, demuxer, openOptions);
+            input = openInput(address, demuxer, openOptions, options.access);
         } catch (const ReadError& error) {
             if (address == path) throw;
             fail(error.what());
@@ -148,6 +149,9 @@ struct Reader::State {
         if (last + 1 != numbers.end())
             warnings.add("the sequence " + path + " has a gap after " + pattern.fileName(*last) +
                          ": it ends there");
+        if (options.access.inputs)
+            for (auto each = start; each <= last; ++each)
+                options.access.inputs->add(pattern.path(*each));
         info.kind = MediaKind::Sequence;
         info.firstNumber = first;
         info.frameCount = last - start + 1;
@@ -204,6 +208,7 @@ struct Reader::State {
         const auto sequenceCount = info.frameCount;
         info = describe(*input, *stream, *next);
         info.path = path;
+        info.isReadOnce = isReadOnce(*input);
         info.kind = kind;
         info.firstNumber = firstNumber;
         if (kind == MediaKind::Sequence) info.frameCount = sequenceCount;
@@ -245,10 +250,12 @@ struct Reader::State {
     void feed() {
         int result = 0;
         do {
+            if (options.access.isStopped()) throw Interrupted();
             av_packet_unref(packet.get());
             result = av_read_frame(input.get(), packet.get());
         } while (result >= 0 && packet->stream_index != stream->index);
         if (result < 0) {
+            if (options.access.isStopped()) throw Interrupted();
             if (result != AVERROR_EOF) warnDamaged("reading ended early: " + reasonFor(result));
             isDraining = true;
             avcodec_send_packet(decoder.get(), nullptr);

@@ -1,6 +1,7 @@
 // Reading of films, pictures, image sequences and raw pipes.
 #pragma once
 
+#include "access.h"
 #include "frame.h"
 #include "info.h"
 
@@ -26,12 +27,15 @@ struct ReaderOptions {
     std::optional<int> sequenceFirstNumber;
     /// Set to read headerless pixels.
     std::optional<RawVideo> raw;
+    FileAccess access;
 };
 
 /// Reads the frames of one file in presentation order, upright, as RGBA.
 ///
 /// `path` is a film or picture, a printf pattern of numbered pictures ("frames/%04d.png"), or "-"
-/// for standard input. Only local files are opened.
+/// for standard input. No file is opened but these, whatever names they hold, unless playlists are
+/// allowed; then local files are. Every function throws Interrupted instead of waiting when a stop
+/// was asked for.
 ///
 /// YCbCr is converted with the matrix and range of the stream. Without a tag the matrix is BT.709
 /// for pictures wider than 1279 or higher than 576 and BT.601 below, the range is limited, and

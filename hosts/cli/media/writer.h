@@ -1,6 +1,7 @@
 // Writing of films, pictures, image sequences and raw pipes.
 #pragma once
 
+#include "access.h"
 #include "frame.h"
 #include "info.h"
 
@@ -38,8 +39,10 @@ struct WriterOptions {
     /// The range given to the reader. Sound is cut to it and times are shifted to start at zero.
     TimeRange range;
     int threads = 0; ///< for conversion and encoding, 0: one per core
-    /// Replace an existing file. Otherwise it is an error.
+    /// Replace an existing file. Otherwise it is an error, also when the file comes to be while
+    /// this one is written.
     bool overwrite = true;
+    FileAccess access;
     /// First number of an image sequence; nothing: the source's, or 1.
     std::optional<int> sequenceFirstNumber;
 };
@@ -85,10 +88,12 @@ enum class Ending : std::uint8_t {
 /// WebM hold milliseconds, GIF hundredths of a second, AVI and MPEG-PS multiples of the frame rate;
 /// no frame is dropped or repeated.
 ///
-/// A file is written under a temporary name in the same folder and takes its name in finish(); a
-/// target that is not a regular file (a device, a named pipe) is written directly. The pictures of
-/// a sequence take their names one by one, each when it is whole, and stay after abort(). The same
-/// frames with the same options and thread count give the same bytes.
+/// A file is written under a temporary name in the same folder, goes to the disk and takes its name
+/// in finish(), with the permissions of the file that it replaces; none that is read is replaced. A
+/// target that is not a regular file (a device, a named pipe) is written directly. When a stop was
+/// asked for, a pipe that nobody empties is given up after half a second: Interrupted. The pictures
+/// of a sequence take their names one by one, each when it is whole, and stay after abort(). The
+/// same frames with the same options and thread count give the same bytes.
 class Writer {
 public:
     /// Checks everything, opens the encoder and begins the file. Throws WriteError.
