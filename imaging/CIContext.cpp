@@ -27,6 +27,11 @@ struct CIContext::State : std::enable_shared_from_this<State> {
     std::unique_ptr<cpu::Renderer> host; ///< null where only a GPU will do
     std::shared_ptr<vulkan::Renderer> gpu;
     std::string deviceProblem, lastError;
+    /// How many renders the CPU does before a GPU that failed is tried again: so many that one that
+    /// fails each time, for which a driver may need seconds, costs little.
+    static constexpr uint32_t kShortestPause = 8, kLongestPause = 4096;
+    uint32_t pause = kShortestPause, pauseLeft = 0, sinceFailure = 0;
+    bool mayGpuCome = false; ///< one that can be used now or later has been seen
 
     bool fail(std::string message) {
         lastError = std::move(message);
@@ -40,12 +45,30 @@ struct CIContext::State : std::enable_shared_from_this<State> {
 
     void openGpu() {
         const bool isAuto = options.device == DeviceKind::Auto;
-        gpu.reset();
-        if (const auto device = vulkan::Device::open(options.deviceName, !isAuto, deviceProblem)) {
-            gpu = std::make_shared<vulkan::Renderer>(device);
-            gpu->keepsUploads = options.keepsUploads;
+        try {
+            if (const auto device =
+                    vulkan::Device::open(options.deviceName, !isAuto, deviceProblem, &mayGpuCome)) {
+                gpu = std::make_shared<vulkan::Renderer>(device);
+                gpu->keepsUploads = options.keepsUploads;
+            }
+        } catch (...) {
+            vulkan::takeProblem(deviceProblem);
         }
+        if (!gpu) pauseGpu();
         if (isAuto) deviceProblem.clear();
+    }
+
+    void pauseGpu() {
+        pauseLeft = pause;
+        pause = std::min(2 * pause, kLongestPause);
+        sinceFailure = 0;
+    }
+    /// Whether to try to open a GPU for the render at hand.
+    bool isTimeForGpu() {
+        if (gpu) return false;
+        if (!host) return true;
+        if (options.device != DeviceKind::Auto || !mayGpuCome) return false;
+        return pauseLeft == 0 || --pauseLeft == 0;
     }
 
     /// From now on this thread's filters render with the same.
@@ -78,16 +101,18 @@ struct CIContext::State : std::enable_shared_from_this<State> {
             return fail("the rows of the memory to render into are longer than any memory");
         if (!areSpacesKnown(colorSpace))
             return fail("the colour space of the result or of the context is none");
-        if (!deviceProblem.empty()) return fail(deviceProblem);
         return true;
     }
 
-    /// The GPU, opened again where it was lost; null where the CPU is to render.
+    /// The GPU, opened again where it was lost or could not be opened; null where the CPU is to
+    /// render.
     vulkan::Renderer* usableGpu() {
         if (gpu && gpu->device()->isLost()) {
             gpu.reset();
-            if (!host) openGpu();
+            pauseGpu();
         }
+        if (isTimeForGpu()) openGpu();
+        if (gpu && ++sinceFailure >= pause) pause = kShortestPause;
         makeCurrent();
         return gpu.get();
     }

@@ -17,7 +17,7 @@ namespace vorn::imaging::vulkan {
     f(EnumerateInstanceVersion) f(EnumerateInstanceLayerProperties) f(CreateInstance)
 
 #define VORN_INSTANCE_FUNCTIONS(f) \
-    f(EnumeratePhysicalDevices) f(GetPhysicalDeviceProperties2) f(GetPhysicalDeviceFeatures2) \
+    f(DestroyInstance) f(EnumeratePhysicalDevices) f(GetPhysicalDeviceProperties2) f(GetPhysicalDeviceFeatures2) \
     f(GetPhysicalDeviceMemoryProperties) f(GetPhysicalDeviceQueueFamilyProperties) \
     f(GetPhysicalDeviceExternalBufferProperties) f(EnumerateDeviceExtensionProperties) \
     f(CreateDevice) f(GetDeviceProcAddr)
@@ -68,17 +68,15 @@ struct Failure : std::runtime_error {
     VkResult result;
 };
 
+/// Makes a line of the exception that is being handled. Throws nothing.
+void takeProblem(std::string& problem) noexcept;
+
 /// A structure of the API with its type set and all else zero.
 template <class T>
 T typed(VkStructureType type) {
     T t{};
     t.sType = type;
     return t;
-}
-
-/// Throws a Failure unless a call went well.
-inline void check(VkResult result, const char* doing) {
-    if (result < 0) throw Failure(std::string(doing) + ": " + nameOf(result), result);
 }
 
 } // namespace vorn::imaging::vulkan

@@ -1,12 +1,16 @@
 #include "imaging/vulkan/Device.h"
 
+#include "imaging/vulkan/PipelineCache.h"
 #include "imaging/vulkan/Pipelines.h"
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <thread>
 
 namespace vorn::imaging::vulkan {
 namespace {
@@ -24,13 +28,16 @@ Messages& messages() {
 
 VKAPI_ATTR VkBool32 VKAPI_CALL note(VkDebugUtilsMessageSeverityFlagBitsEXT,
                                     VkDebugUtilsMessageTypeFlagsEXT,
-                                    const VkDebugUtilsMessengerCallbackDataEXT* data, void*) {
+                                    const VkDebugUtilsMessengerCallbackDataEXT* data,
+                                    void*) noexcept try {
     const std::lock_guard lock(messages().mutex);
     constexpr size_t most = 100;
     if (messages().lines.size() == most) return VK_FALSE;
     std::fprintf(stderr, "vulkan: %s\n", data->pMessage);
     messages().lines.emplace_back(data->pMessage);
     return VK_FALSE;
+} catch (...) {
+    return VK_FALSE; // no exception may go through the driver
 }
 
 bool hasLayer(const Functions& functions, const char* wanted) {
@@ -103,19 +110,38 @@ struct Instance {
             VkDebugUtilsMessengerEXT unused;
             functions.CreateDebugUtilsMessengerEXT(handle, &messenger, nullptr, &unused);
         }
+        const VkResult found = findDevices();
+        if (!devices.empty()) return;
+        problem = found < 0 ? "Vulkan cannot be started: " + nameOf(found)
+                            : "there is no Vulkan device on this machine";
+        functions.DestroyInstance(handle, nullptr);
+    }
+    Instance(const Instance&) = delete;
+    Instance& operator=(const Instance&) = delete;
+
+private:
+    VkResult findDevices() {
         uint32_t count = 0;
-        functions.EnumeratePhysicalDevices(handle, &count, nullptr);
+        VkResult result = functions.EnumeratePhysicalDevices(handle, &count, nullptr);
+        if (result < 0) return result;
         devices.resize(count);
-        functions.EnumeratePhysicalDevices(handle, &count, devices.data());
-        devices.resize(count);
-        if (devices.empty()) problem = "there is no Vulkan device on this machine";
+        result = functions.EnumeratePhysicalDevices(handle, &count, devices.data());
+        devices.resize(result < 0 ? 0 : count);
+        return result;
     }
 };
 
-/// Never destroyed: contexts may outlive every other static object.
-Instance& instance() {
-    static auto* one = new Instance;
-    return *one;
+/// The same each time once it has no problem: where memory or descriptors have run out for a
+/// moment, even a loader or a driver that is there seems to be missing.
+std::shared_ptr<Instance> instance() {
+    // Never destroyed: contexts may outlive every other static object.
+    static auto* mutex = new std::mutex;
+    static auto* kept = new std::shared_ptr<Instance>;
+    const std::lock_guard lock(*mutex);
+    if (*kept) return *kept;
+    auto made = std::make_shared<Instance>();
+    if (made->problem.empty()) *kept = made;
+    return made;
 }
 
 // ---- What devices there are ---------------------------------------------------------------------
@@ -220,10 +246,10 @@ int rank(const GPUDevice& device) {
     return static_cast<int>(std::find(std::begin(order), std::end(order), device.kind) - order);
 }
 
-std::vector<GPUDevice> describeAll() {
+std::vector<GPUDevice> describeAll(const Instance& instance) {
     std::vector<GPUDevice> all;
-    for (size_t i = 0; i < instance().devices.size(); ++i)
-        all.push_back(describe(instance().functions, instance().devices[i], static_cast<int>(i)));
+    for (size_t i = 0; i < instance.devices.size(); ++i)
+        all.push_back(describe(instance.functions, instance.devices[i], static_cast<int>(i)));
     return all;
 }
 
@@ -266,6 +292,10 @@ int channelOrder(CIFormat format) {
 
 } // namespace
 
+Functions& instanceFunctions() {
+    return instance()->functions;
+}
+
 std::vector<std::string> validationMessages() {
     const std::lock_guard lock(messages().mutex);
     return messages().lines;
@@ -274,29 +304,34 @@ std::vector<std::string> validationMessages() {
 // ---- Device -------------------------------------------------------------------------------------
 
 std::shared_ptr<Device> Device::open(const std::string& name, bool softwareToo,
-                                     std::string& problem) {
-    static std::mutex mutex;
+                                     std::string& problem, bool* mayCome) noexcept try {
+    bool unwanted;
+    bool& mayComeSoon = mayCome ? *mayCome : unwanted;
+    static auto* mutex = new std::mutex;
     static auto* opened = new std::vector<std::weak_ptr<Device>>;
-    const std::lock_guard lock(mutex);
-    problem = instance().problem;
+    const std::lock_guard lock(*mutex);
+    const std::shared_ptr<const Instance> instance = vulkan::instance();
+    problem = instance->problem;
+    mayComeSoon = !problem.empty();
     if (!problem.empty()) return nullptr;
-    static const auto* all = new std::vector<GPUDevice>(describeAll());
-    const int number = choose(*all, name, softwareToo, problem);
+    const std::vector<GPUDevice> all = describeAll(*instance);
+    const int number = choose(all, name, softwareToo, problem);
     if (number < 0) return nullptr;
-    opened->resize(instance().devices.size());
+    mayComeSoon = true;
+    opened->resize(instance->devices.size());
     std::weak_ptr<Device>& known = (*opened)[static_cast<size_t>(number)];
     if (auto device = known.lock(); device && !device->isLost()) return device;
 
     const std::shared_ptr<Device> device(new Device);
-    device->functions = instance().functions;
-    device->physical_ = instance().devices[static_cast<size_t>(number)];
+    device->functions = instance->functions;
+    device->physical_ = instance->devices[static_cast<size_t>(number)];
     const Functions& functions = device->functions;
     const auto families = familiesOf(functions, device->physical_);
     device->queueFamily_ = static_cast<uint32_t>(computeFamily(families));
     const auto offered = extensionsOf(functions, device->physical_);
     std::vector<const char*> extensions;
     device->sharesFds_ = has(offered, VK_KHR_EXTERNAL_MEMORY_FD_EXTENSION_NAME);
-    device->sharesDmaBufs_ = (*all)[static_cast<size_t>(number)].sharesDmaBufs;
+    device->sharesDmaBufs_ = all[static_cast<size_t>(number)].sharesDmaBufs;
     if (device->sharesFds_) extensions.push_back(VK_KHR_EXTERNAL_MEMORY_FD_EXTENSION_NAME);
     if (device->sharesDmaBufs_) extensions.push_back(VK_EXT_EXTERNAL_MEMORY_DMA_BUF_EXTENSION_NAME);
 
@@ -318,25 +353,26 @@ std::shared_ptr<Device> Device::open(const std::string& name, bool softwareToo,
     info.pQueueCreateInfos = &queue;
     info.enabledExtensionCount = static_cast<uint32_t>(extensions.size());
     info.ppEnabledExtensionNames = extensions.data();
-    const VkResult result =
-        functions.CreateDevice(device->physical_, &info, nullptr, &device->device_);
+    VkDevice made = VK_NULL_HANDLE;
+    const VkResult result = functions.CreateDevice(device->physical_, &info, nullptr, &made);
     if (result < 0) {
-        problem = (*all)[static_cast<size_t>(number)].name + " cannot be opened: " + nameOf(result);
+        problem = all[static_cast<size_t>(number)].name + " cannot be opened: " + nameOf(result);
         return nullptr;
     }
-    try {
-        device->finishOpening();
-    } catch (const Failure& failure) {
-        problem = failure.what();
-        return nullptr;
-    }
+    device->device_ = made;
+    device->finishOpening();
     known = device;
     return device;
+} catch (...) {
+    if (mayCome) *mayCome = true;
+    takeProblem(problem);
+    return nullptr;
 }
 
 std::shared_ptr<Device> Device::adopt(VkInstance instanceHandle, VkPhysicalDevice physical,
                                       VkDevice handle, uint32_t queueFamily, VkQueue queue,
-                                      PFN_vkGetInstanceProcAddr loader, std::string& problem) {
+                                      PFN_vkGetInstanceProcAddr loader,
+                                      std::string& problem) noexcept try {
     const std::shared_ptr<Device> device(new Device);
     device->owned_ = false;
     device->functions.GetInstanceProcAddr = loader;
@@ -352,20 +388,23 @@ std::shared_ptr<Device> Device::adopt(VkInstance instanceHandle, VkPhysicalDevic
         problem = description.name + ": " + description.problem;
         return nullptr;
     }
+    if (queueFamily >= description.queueFamilies.size() ||
+        !description.queueFamilies[queueFamily].compute) {
+        problem = "the queue of the host's Vulkan device does not compute";
+        return nullptr;
+    }
     device->physical_ = physical;
     device->device_ = handle;
     device->queueFamily_ = queueFamily;
     device->queue_ = queue;
-    try {
-        device->finishOpening();
-    } catch (const Failure& failure) {
-        problem = failure.what();
-        return nullptr;
-    }
+    device->finishOpening();
     // Whether the host has switched the extensions on shows in their functions.
     device->sharesFds_ = device->functions.GetMemoryFdKHR != nullptr;
     device->sharesDmaBufs_ = device->sharesFds_ && description.sharesDmaBufs;
     return device;
+} catch (...) {
+    takeProblem(problem);
+    return nullptr;
 }
 
 void Device::finishOpening() {
@@ -375,14 +414,17 @@ void Device::finishOpening() {
     functions.GetPhysicalDeviceProperties2(physical_, &properties);
     properties_ = properties.properties;
     functions.GetPhysicalDeviceMemoryProperties(physical_, &memory_);
-    if (familiesOf(functions, physical_)[queueFamily_].timestampValidBits > 0)
-        nanosecondsPerTick_ = double(properties_.limits.timestampPeriod);
+    const uint32_t bits = familiesOf(functions, physical_)[queueFamily_].timestampValidBits;
+    if (bits > 0) nanosecondsPerTick_ = double(properties_.limits.timestampPeriod);
+    ticks_ = bits >= 64 ? UINT64_MAX : (uint64_t{1} << bits) - 1;
     if (!queue_) functions.GetDeviceQueue(device_, queueFamily_, 0, &queue_);
     auto type = typed<VkSemaphoreTypeCreateInfo>(VK_STRUCTURE_TYPE_SEMAPHORE_TYPE_CREATE_INFO);
     type.semaphoreType = VK_SEMAPHORE_TYPE_TIMELINE;
     auto info = typed<VkSemaphoreCreateInfo>(VK_STRUCTURE_TYPE_SEMAPHORE_CREATE_INFO);
     info.pNext = &type;
-    check(functions.CreateSemaphore(device_, &info, nullptr, &timeline_), "making a semaphore");
+    VkSemaphore made = VK_NULL_HANDLE;
+    check(functions.CreateSemaphore(device_, &info, nullptr, &made), "making a semaphore");
+    timeline_ = made;
     images_ = std::make_shared<ImagePool>(*this);
     pipelines_ = std::make_unique<Pipelines>(*this);
 }
@@ -393,11 +435,12 @@ Device::~Device() {
         // On a device of the host's there may be other work that need not be waited for.
         try {
             wait(lastTicket_);
-        } catch (const Failure&) {
+        } catch (...) {
+            // A lost device has nothing under way.
         }
     }
     pipelines_.reset();
-    if (images_) images_->clear();
+    if (images_) images_->clearAll();
     if (timeline_) functions.DestroySemaphore(device_, timeline_, nullptr);
     if (owned_) functions.DestroyDevice(device_, nullptr);
 }
@@ -407,9 +450,13 @@ uint32_t Device::largestSide() const {
     return std::min(properties_.limits.maxImageDimension2D, 32768u);
 }
 
+double Device::secondsBetween(uint64_t first, uint64_t second) const {
+    return static_cast<double>((second - first) & ticks_) * nanosecondsPerTick_ * 1e-9;
+}
+
 void Device::check(VkResult result, const char* doing) {
     if (result == VK_ERROR_DEVICE_LOST) lost_ = true;
-    vulkan::check(result, doing);
+    if (result < 0) throw Failure(std::string(doing) + ": " + nameOf(result), result);
 }
 
 uint32_t Device::memoryType(uint32_t allowed, VkMemoryPropertyFlags wanted,
@@ -507,13 +554,27 @@ void Device::wait(uint64_t ticket) {
     info.semaphoreCount = 1;
     info.pSemaphores = &timeline_;
     info.pValues = &ticket;
-    check(functions.WaitSemaphores(device_, &info, UINT64_MAX), "waiting for the device");
+    VkResult result = VK_TIMEOUT;
+    // What is under way must not be touched before it is done, and memory may be there again soon.
+    for (int attempts = 100; result != VK_SUCCESS && attempts > 0;) {
+        result = functions.WaitSemaphores(device_, &info, UINT64_MAX);
+        if (result == VK_TIMEOUT) continue;
+        if (result != VK_ERROR_OUT_OF_HOST_MEMORY && result != VK_ERROR_OUT_OF_DEVICE_MEMORY) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        --attempts;
+    }
+    // A driver may say that all is well with work on a device that it has lost. Where it says
+    // anything else, nobody knows what the device is doing.
+    if (result != VK_SUCCESS) lost_ = true;
+    check(lost_ ? VK_ERROR_DEVICE_LOST : VK_SUCCESS, "waiting for the device");
 }
 
-uint64_t Device::finishedTicket() {
+uint64_t Device::finishedTicket() noexcept {
     uint64_t value = 0;
-    check(functions.GetSemaphoreCounterValue(device_, timeline_, &value), "asking the device");
-    return value;
+    const VkResult result = functions.GetSemaphoreCounterValue(device_, timeline_, &value);
+    if (result == VK_SUCCESS) return value;
+    if (result == VK_ERROR_DEVICE_LOST) lost_ = true;
+    return lost_ ? UINT64_MAX : 0;
 }
 
 // ---- Buffers ------------------------------------------------------------------------------------
@@ -525,7 +586,7 @@ Buffer::Buffer(Device& device, VkDeviceSize size, Use use) : device_(device), si
                  : use == Use::Download ? VK_BUFFER_USAGE_TRANSFER_DST_BIT
                                         : VK_BUFFER_USAGE_UNIFORM_BUFFER_BIT;
     const Functions& f = device.functions;
-    check(f.CreateBuffer(device.handle(), &info, nullptr, &buffer_), "making a buffer");
+    device.check(f.CreateBuffer(device.handle(), &info, nullptr, &buffer_), "making a buffer");
     try {
         VkMemoryRequirements needs;
         f.GetBufferMemoryRequirements(device.handle(), buffer_, &needs);
@@ -536,10 +597,10 @@ Buffer::Buffer(Device& device, VkDeviceSize size, Use use) : device_(device), si
                                                        : VK_MEMORY_PROPERTY_HOST_COHERENT_BIT,
                                   has);
         coherent_ = (has & VK_MEMORY_PROPERTY_HOST_COHERENT_BIT) != 0;
-        check(f.BindBufferMemory(device.handle(), buffer_, memory_, 0), "making a buffer");
+        device.check(f.BindBufferMemory(device.handle(), buffer_, memory_, 0), "making a buffer");
         void* bytes = nullptr;
-        check(f.MapMemory(device.handle(), memory_, 0, VK_WHOLE_SIZE, 0, &bytes),
-              "making a buffer");
+        device.check(f.MapMemory(device.handle(), memory_, 0, VK_WHOLE_SIZE, 0, &bytes),
+                     "making a buffer");
         bytes_ = static_cast<uint8_t*>(bytes);
     } catch (...) {
         f.DestroyBuffer(device.handle(), buffer_, nullptr);
@@ -557,15 +618,16 @@ void Buffer::flush() {
     if (coherent_) return;
     const VkMappedMemoryRange range{VK_STRUCTURE_TYPE_MAPPED_MEMORY_RANGE, nullptr, memory_, 0,
                                     VK_WHOLE_SIZE};
-    check(device_.functions.FlushMappedMemoryRanges(device_.handle(), 1, &range), "uploading");
+    device_.check(device_.functions.FlushMappedMemoryRanges(device_.handle(), 1, &range),
+                  "uploading");
 }
 
 void Buffer::invalidate() {
     if (coherent_) return;
     const VkMappedMemoryRange range{VK_STRUCTURE_TYPE_MAPPED_MEMORY_RANGE, nullptr, memory_, 0,
                                     VK_WHOLE_SIZE};
-    check(device_.functions.InvalidateMappedMemoryRanges(device_.handle(), 1, &range),
-          "downloading");
+    device_.check(device_.functions.InvalidateMappedMemoryRanges(device_.handle(), 1, &range),
+                  "downloading");
 }
 
 // ---- Images -------------------------------------------------------------------------------------
@@ -581,13 +643,13 @@ Image::Image(Device& device, VkFormat format, uint32_t width, uint32_t height)
     info.usage = VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_STORAGE_BIT |
                  VK_IMAGE_USAGE_TRANSFER_SRC_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT;
     const Functions& f = device.functions;
-    check(f.CreateImage(device.handle(), &info, nullptr, &image_), "making an image");
+    device.check(f.CreateImage(device.handle(), &info, nullptr, &image_), "making an image");
     try {
         VkMemoryRequirements needs;
         f.GetImageMemoryRequirements(device.handle(), image_, &needs);
         VkMemoryPropertyFlags has = 0;
         memory_ = device.allocate(needs, 0, VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT, has);
-        check(f.BindImageMemory(device.handle(), image_, memory_, 0), "making an image");
+        device.check(f.BindImageMemory(device.handle(), image_, memory_, 0), "making an image");
     } catch (...) {
         f.DestroyImage(device.handle(), image_, nullptr);
         f.FreeMemory(device.handle(), memory_, nullptr);
@@ -625,9 +687,10 @@ VkImageView Image::view(int order) {
     info.format = format_;
     info.components = mappings[order];
     info.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
-    check(device_.functions.CreateImageView(device_.handle(), &info, nullptr, &known),
-          "making an image");
-    return known;
+    VkImageView made = VK_NULL_HANDLE;
+    device_.check(device_.functions.CreateImageView(device_.handle(), &info, nullptr, &made),
+                  "making an image");
+    return known = made;
 }
 
 std::shared_ptr<Image> ImagePool::acquire(VkFormat format, uint32_t width, uint32_t height,
@@ -635,6 +698,7 @@ std::shared_ptr<Image> ImagePool::acquire(VkFormat format, uint32_t width, uint3
     std::unique_ptr<Image> image;
     {
         const std::lock_guard lock(mutex_);
+        makeRoom();
         size_t best = idle_.size();
         const auto area = [](const Image& i) { return uint64_t(i.width()) * i.height(); };
         for (size_t i = 0; i < idle_.size(); ++i) {
@@ -654,52 +718,78 @@ std::shared_ptr<Image> ImagePool::acquire(VkFormat format, uint32_t width, uint3
             freeIdle(last > framesKept ? last - framesKept : 0);
         }
     }
-    if (!image) {
-        image = std::make_unique<Image>(device_, format, width, height);
-        ++created;
+    try {
+        if (!image) {
+            image = std::make_unique<Image>(device_, format, width, height);
+            ++created;
+        }
+    } catch (...) {
+        const std::lock_guard lock(mutex_);
+        --out_;
+        throw;
     }
     return {image.release(), [pool = shared_from_this()](Image* done) { pool->giveBack(done); }};
 }
 
 std::shared_ptr<Image> ImagePool::wrap(VkImage image, VkFormat format, uint32_t width,
                                        uint32_t height) {
-    return {new Image(device_, image, format, width, height),
-            [pool = shared_from_this()](Image* done) { pool->giveBack(done); }};
+    auto wrapped = std::make_unique<Image>(device_, image, format, width, height);
+    {
+        const std::lock_guard lock(mutex_);
+        makeRoom();
+    }
+    return {wrapped.release(), [pool = shared_from_this()](Image* done) { pool->giveBack(done); }};
 }
 
-void ImagePool::giveBack(Image* image) {
+/// So that an image finds room when it comes back, where nothing may fail.
+void ImagePool::makeRoom() {
+    idle_.reserve(idle_.size() + out_ + 1);
+    wrapped_.reserve(wrapped_.size() + out_ + 1);
+    ++out_;
+}
+
+void ImagePool::giveBack(Image* image) noexcept {
     const std::lock_guard lock(mutex_);
+    --out_;
     (image->isOwned() ? idle_ : wrapped_).emplace_back(image);
     if (!image->isOwned()) freeWrapped();
 }
 
-void ImagePool::freeWrapped() {
-    uint64_t finished = UINT64_MAX;
-    try {
-        if (!device_.isLost()) finished = device_.finishedTicket();
-    } catch (const Failure&) {
-        // A lost device uses nothing any longer.
-    }
+void ImagePool::freeWrapped() noexcept {
+    const uint64_t finished = device_.finishedTicket();
     std::erase_if(wrapped_, [&](const auto& image) { return image->lastTicket <= finished; });
 }
 
-void ImagePool::freeIdle(uint64_t keepFrom) {
-    const uint64_t finished = device_.isLost() ? UINT64_MAX : device_.finishedTicket();
+void ImagePool::freeIdle(uint64_t keepFrom) noexcept {
+    const uint64_t finished = device_.finishedTicket();
     std::erase_if(idle_, [&](const std::unique_ptr<Image>& image) {
         return image->lastTicket < keepFrom && image->lastTicket <= finished;
     });
 }
 
-void ImagePool::clear() {
+void ImagePool::clear() noexcept {
     const std::lock_guard lock(mutex_);
     freeWrapped();
     freeIdle(UINT64_MAX);
+}
+
+void ImagePool::clearAll() noexcept {
+    const std::lock_guard lock(mutex_);
+    idle_.clear();
+    wrapped_.clear();
 }
 
 } // namespace vorn::imaging::vulkan
 
 std::vector<vorn::GPUDevice> vorn::gpuDevices(std::string* problem) {
     using namespace imaging::vulkan;
-    if (problem) *problem = instance().problem;
-    return describeAll();
+    std::string unwanted;
+    try {
+        const auto instance = imaging::vulkan::instance();
+        if (problem) *problem = instance->problem;
+        return describeAll(*instance);
+    } catch (...) {
+        takeProblem(problem ? *problem : unwanted);
+        return {};
+    }
 }

@@ -86,23 +86,27 @@ public:
     explicit ImagePool(Device& device) : device_(device) {}
 
     /// An image of at least this size. It comes back when the pointer goes, from any thread.
-    /// `created` is raised when memory had to be allocated.
+    /// `created` is raised when memory had to be allocated. Throws a Failure.
     std::shared_ptr<Image> acquire(VkFormat format, uint32_t width, uint32_t height,
                                    uint64_t& created);
     /// Wraps an image of somebody else's; what is made of it is freed when the device is done with
     /// it.
     std::shared_ptr<Image> wrap(VkImage image, VkFormat format, uint32_t width, uint32_t height);
     /// Frees every image that is not in use.
-    void clear();
+    void clear() noexcept;
+    /// Frees every image that has come back, whatever the device is doing: it is about to go.
+    void clearAll() noexcept;
 
 private:
-    void giveBack(Image* image);
-    void freeIdle(uint64_t keepFrom);
-    void freeWrapped();
+    void makeRoom();
+    void giveBack(Image* image) noexcept;
+    void freeIdle(uint64_t keepFrom) noexcept;
+    void freeWrapped() noexcept;
 
     Device& device_;
     std::mutex mutex_;
-    std::vector<std::unique_ptr<Image>> idle_, wrapped_;
+    std::vector<std::unique_ptr<Image>> idle_, wrapped_; ///< with room for all that are out
+    size_t out_ = 0;                                     ///< images that somebody uses
 };
 
 /// A value of a timeline semaphore.
@@ -115,20 +119,24 @@ struct SemaphoreValue {
 class Device {
 public:
     /// Opens the device of that name or number; an empty one takes the best. The same device is
-    /// opened once and shared. Null with `problem` set when there is none to be had.
+    /// opened once and shared. Null with `problem` set when there is none to be had; `mayCome` says
+    /// whether that may be over soon, as when memory ran out. Throws nothing.
     static std::shared_ptr<Device> open(const std::string& name, bool softwareToo,
-                                        std::string& problem);
+                                        std::string& problem, bool* mayCome = nullptr) noexcept;
     /// Takes over a device that a host has opened. It must outlive the result.
     static std::shared_ptr<Device> adopt(VkInstance instance, VkPhysicalDevice physical,
                                          VkDevice device, uint32_t queueFamily, VkQueue queue,
-                                         PFN_vkGetInstanceProcAddr loader, std::string& problem);
+                                         PFN_vkGetInstanceProcAddr loader,
+                                         std::string& problem) noexcept;
     ~Device();
 
     VkDevice handle() const { return device_; }
     VkPhysicalDevice physical() const { return physical_; }
     uint32_t queueFamily() const { return queueFamily_; }
     const VkPhysicalDeviceProperties& properties() const { return properties_; }
-    double nanosecondsPerTick() const { return nanosecondsPerTick_; }
+    /// How long it is between two time stamps; 0 where the device has none.
+    double secondsBetween(uint64_t first, uint64_t second) const;
+    bool hasTimeStamps() const { return nanosecondsPerTick_ > 0; }
     uint32_t largestSide() const;
     bool sharesFds() const { return sharesFds_; }
     bool sharesDmaBufs() const { return sharesDmaBufs_; }
@@ -146,10 +154,15 @@ public:
                     const SemaphoreValue& signal = {});
     /// Records commands, submits them and waits until they are done.
     void runOnce(const std::function<void(VkCommandBuffer)>& record);
+    /// Returns when that submission is done, and throws a Failure when its results cannot be had.
     void wait(uint64_t ticket);
     uint64_t lastTicket() const { return lastTicket_; }
-    uint64_t finishedTicket();
+    /// The last submission that is known to be done; the largest number once the device is lost
+    /// and does not tell.
+    uint64_t finishedTicket() noexcept;
     bool isLost() const { return lost_; }
+    /// Throws a Failure unless a call went well, and notes it when the device is lost.
+    void check(VkResult result, const char* doing);
 
     ImagePool& images() { return *images_; }
     Pipelines& pipelines() { return *pipelines_; }
@@ -160,7 +173,6 @@ public:
 private:
     Device() = default;
     void finishOpening();
-    void check(VkResult result, const char* doing);
 
     VkPhysicalDevice physical_ = VK_NULL_HANDLE;
     VkDevice device_ = VK_NULL_HANDLE;
@@ -170,6 +182,7 @@ private:
     VkPhysicalDeviceProperties properties_{};
     VkPhysicalDeviceMemoryProperties memory_{};
     double nanosecondsPerTick_ = 0;
+    uint64_t ticks_ = 0; ///< the bits of a time stamp that count
     VkSemaphore timeline_ = VK_NULL_HANDLE;
     std::mutex queueMutex_;
     std::atomic<uint64_t> lastTicket_ = 0;
@@ -177,6 +190,9 @@ private:
     std::shared_ptr<ImagePool> images_;
     std::unique_ptr<Pipelines> pipelines_;
 };
+
+/// The functions that devices are found and opened with; tests put failing ones in their place.
+Functions& instanceFunctions();
 
 /// What the Khronos validation layers have said since the start, when they are on.
 std::vector<std::string> validationMessages();

@@ -6,6 +6,7 @@
 #include "platform/Guard.h"
 
 #include <cmath>
+#include <new>
 #include <unistd.h>
 
 using namespace vorn;
@@ -45,8 +46,8 @@ public:
         info.pNext = &external;
         info.size = size;
         info.usage = VK_BUFFER_USAGE_TRANSFER_SRC_BIT | VK_BUFFER_USAGE_TRANSFER_DST_BIT;
-        check(device.functions.CreateBuffer(device.handle(), &info, nullptr, &handle),
-              "making shared memory");
+        device.check(device.functions.CreateBuffer(device.handle(), &info, nullptr, &handle),
+                     "making shared memory");
     }
     ~SharedBuffer() {
         device_.functions.DestroyBuffer(device_.handle(), handle, nullptr);
@@ -70,7 +71,8 @@ public:
         wanted.memory = memory;
         wanted.handleType = handleType(kind);
         int fd = -1;
-        check(device_.functions.GetMemoryFdKHR(device_.handle(), &wanted, &fd), "sharing memory");
+        device_.check(device_.functions.GetMemoryFdKHR(device_.handle(), &wanted, &fd),
+                      "sharing memory");
         return fd;
     }
 
@@ -83,9 +85,9 @@ public:
         if (picture.kind == SharedMemoryKind::DmaBuf) {
             auto properties =
                 typed<VkMemoryFdPropertiesKHR>(VK_STRUCTURE_TYPE_MEMORY_FD_PROPERTIES_KHR);
-            check(device_.functions.GetMemoryFdPropertiesKHR(
-                      device_.handle(), handleType(picture.kind), picture.fd, &properties),
-                  "taking shared memory");
+            device_.check(device_.functions.GetMemoryFdPropertiesKHR(
+                              device_.handle(), handleType(picture.kind), picture.fd, &properties),
+                          "taking shared memory");
             needs.memoryTypeBits &= properties.memoryTypeBits;
         }
         auto info = typed<VkImportMemoryFdInfoKHR>(VK_STRUCTURE_TYPE_IMPORT_MEMORY_FD_INFO_KHR);
@@ -107,11 +109,13 @@ public:
 
 private:
     void bind() {
-        check(device_.functions.BindBufferMemory(device_.handle(), handle, memory, 0),
-              "sharing memory");
+        device_.check(device_.functions.BindBufferMemory(device_.handle(), handle, memory, 0),
+                      "sharing memory");
     }
     Device& device_;
 };
+
+const std::string kNoMemory = "out of memory";
 
 } // namespace
 
@@ -119,23 +123,34 @@ struct VulkanContext::State {
     std::shared_ptr<Device> device;
     std::shared_ptr<Renderer> renderer;
     CGColorSpace workingSpace = CGColorSpace::None;
+    std::optional<std::string> name; ///< of a device that is not the host's
     std::string problem, lastError;
 
+    void open() noexcept {
+        renderer.reset();
+        device.reset();
+        problem.clear();
+        take(Device::open(*name, true, problem));
+    }
     bool fail(std::string line) {
         lastError = std::move(line);
         return false;
     }
     bool isReady() {
         lastError.clear();
+        if (name && (!device || device->isLost())) open();
         if (!device) return fail(problem);
         ThreadDevice& current = deviceOfThread();
         current.kind = DeviceKind::Vulkan;
         current.gpu = renderer;
         return true;
     }
-    void take(std::shared_ptr<Device> opened) {
+    void take(std::shared_ptr<Device> opened) noexcept try {
+        if (!opened) return;
+        renderer = std::make_shared<Renderer>(opened);
         device = std::move(opened);
-        if (device) renderer = std::make_shared<Renderer>(device);
+    } catch (...) {
+        takeProblem(problem);
     }
     bool hasSize(uint32_t width, uint32_t height) {
         if (width > 0 && height > 0 && width <= device->largestSide() &&
@@ -175,32 +190,40 @@ struct VulkanContext::State {
 };
 
 VulkanContext::VulkanContext(const VulkanDevice& host, CGColorSpace workingSpace)
-    : state_(std::make_unique<State>()) {
+    : state_(new (std::nothrow) State) {
+    if (!state_) return;
     state_->workingSpace = workingSpace;
     state_->take(Device::adopt(host.instance, host.physicalDevice, host.device, host.queueFamily,
                                host.queue, host.getInstanceProcAddr, state_->problem));
 }
 
 VulkanContext::VulkanContext(const std::string& deviceName, CGColorSpace workingSpace)
-    : state_(std::make_unique<State>()) {
+    : state_(new (std::nothrow) State) {
+    if (!state_) return;
     state_->workingSpace = workingSpace;
-    state_->take(Device::open(deviceName, true, state_->problem));
+    try {
+        state_->name = deviceName;
+        state_->open();
+    } catch (...) {
+        takeProblem(state_->problem);
+    }
 }
 
 VulkanContext::~VulkanContext() = default;
 
 const std::string& VulkanContext::problem() const {
-    return state_->problem;
+    return state_ ? state_->problem : kNoMemory;
 }
 const std::string& VulkanContext::lastError() const {
-    return state_->lastError;
+    return state_ ? state_->lastError : kNoMemory;
 }
 bool VulkanContext::canShare(SharedMemoryKind kind) const {
-    return state_->canShare(kind);
+    return state_ && state_->canShare(kind);
 }
 
 CIImage VulkanContext::image(const VulkanPicture& picture, CGPoint origin,
-                             CGColorSpace colorSpace) {
+                             CGColorSpace colorSpace) try {
+    if (!state_) return {};
     State& state = *state_;
     if (!state.isReady() || !state.hasSize(picture.width, picture.height)) return {};
     const std::optional<CIFormat> format = formatOf(picture.format);
@@ -216,10 +239,15 @@ CIImage VulkanContext::image(const VulkanPicture& picture, CGPoint origin,
             state.device, std::move(wrapped), *format, picture.width, picture.height,
             Handover{picture.layout, {picture.readyAt.semaphore, picture.readyAt.value}}),
         picture.width, picture.height, *format, origin, colorSpace);
+} catch (...) {
+    takeProblem(state_->lastError);
+    return {};
 }
 
 bool VulkanContext::render(const CIImage& image, const VulkanPicture& target,
-                           const VulkanTimeline& done, CGPoint corner, CGColorSpace colorSpace) {
+                           const VulkanTimeline& done, CGPoint corner,
+                           CGColorSpace colorSpace) try {
+    if (!state_) return {};
     State& state = *state_;
     if (!state.isReady() || !state.hasSize(target.width, target.height)) return false;
     const std::optional<CIFormat> format = formatOf(target.format);
@@ -239,11 +267,15 @@ bool VulkanContext::render(const CIImage& image, const VulkanPicture& target,
         {done.semaphore, done.value}};
     return state.renderer->renderInto(image, rect, host, *format, state.workingSpace, colorSpace) ||
            state.fail(state.renderer->problem());
+} catch (...) {
+    takeProblem(state_->lastError);
+    return {};
 }
 
 std::optional<SharedPicture> VulkanContext::renderShared(const CIImage& image, CGRect bounds,
                                                          CIFormat format, SharedMemoryKind kind,
-                                                         CGColorSpace colorSpace) {
+                                                         CGColorSpace colorSpace) try {
+    if (!state_) return {};
     State& state = *state_;
     if (!state.isReady()) return {};
     const IntRect rect = IntRect::around(bounds);
@@ -280,14 +312,17 @@ std::optional<SharedPicture> VulkanContext::renderShared(const CIImage& image, C
                      rect.width(), rect.height());
         });
         return shared;
-    } catch (const Failure& failure) {
+    } catch (...) {
         if (shared.fd >= 0) close(shared.fd);
-        state.fail(failure.what());
-        return {};
+        throw;
     }
+} catch (...) {
+    takeProblem(state_->lastError);
+    return {};
 }
 
-CIImage VulkanContext::imageOfShared(const SharedPicture& picture, CGColorSpace colorSpace) {
+CIImage VulkanContext::imageOfShared(const SharedPicture& picture, CGColorSpace colorSpace) try {
+    if (!state_) return {};
     State& state = *state_;
     if (!state.isReady() || !state.hasSize(picture.width, picture.height)) return {};
     const size_t pixel = bytesPerPixel(picture.format);
@@ -298,23 +333,21 @@ CIImage VulkanContext::imageOfShared(const SharedPicture& picture, CGColorSpace 
         state.fail("shared memory of this kind, or with rows of this length, cannot be read");
         return {};
     }
-    try {
-        SharedBuffer buffer(*state.device, *size, picture.kind);
-        buffer.import(picture);
-        uint64_t created = 0;
-        const auto image = state.device->images().acquire(vulkanFormat(picture.format),
-                                                          picture.width, picture.height, created);
-        state.device->runOnce([&](VkCommandBuffer commands) {
-            upload(state.device->functions, commands, *image, buffer.handle, 0,
-                   static_cast<int>(picture.width), static_cast<int>(picture.height),
-                   static_cast<uint32_t>(picture.bytesPerRow / pixel));
-        });
-        image->isNew = false;
-        return state.imageOf(std::make_shared<DeviceImage>(state.device, image, picture.format,
-                                                           picture.width, picture.height),
-                             picture.width, picture.height, picture.format, {}, colorSpace);
-    } catch (const Failure& failure) {
-        state.fail(failure.what());
-        return {};
-    }
+    SharedBuffer buffer(*state.device, *size, picture.kind);
+    buffer.import(picture);
+    uint64_t created = 0;
+    const auto image = state.device->images().acquire(vulkanFormat(picture.format), picture.width,
+                                                      picture.height, created);
+    state.device->runOnce([&](VkCommandBuffer commands) {
+        upload(state.device->functions, commands, *image, buffer.handle, 0,
+               static_cast<int>(picture.width), static_cast<int>(picture.height),
+               static_cast<uint32_t>(picture.bytesPerRow / pixel));
+    });
+    image->isNew = false;
+    return state.imageOf(std::make_shared<DeviceImage>(state.device, image, picture.format,
+                                                       picture.width, picture.height),
+                         picture.width, picture.height, picture.format, {}, colorSpace);
+} catch (...) {
+    takeProblem(state_->lastError);
+    return {};
 }

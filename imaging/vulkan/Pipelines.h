@@ -29,11 +29,12 @@ public:
     explicit Pipelines(Device& device);
     ~Pipelines();
 
-    /// The pipeline of a kernel, made when it is first asked for.
+    /// The pipeline of a kernel, made when it is first asked for. Throws a Failure; the next call
+    /// tries again.
     const Pipeline& pipelineFor(const KernelFunction& function, Store store);
     /// Writes the cache file when there is something new in it. Nothing that goes wrong with that
     /// counts.
-    void save();
+    void save() noexcept;
 
 private:
     struct Layout {
@@ -51,14 +52,5 @@ private:
     std::string file_;
     bool isNew_ = false;
 };
-
-/// The file that pipelines of a device are kept in, under the user's cache folder; empty when there
-/// is no such folder.
-std::string pipelineCacheFile(const VkPhysicalDeviceProperties& properties);
-
-/// What of a cache file's bytes belongs to this device and is whole; otherwise nothing.
-std::string usableCache(const std::string& file, const VkPhysicalDeviceProperties& properties);
-/// The bytes of a cache file.
-std::string wrappedCache(const std::string& data, const VkPhysicalDeviceProperties& properties);
 
 } // namespace vorn::imaging::vulkan

@@ -1,5 +1,7 @@
 #include "imaging/vulkan/Renderer.h"
 
+#include "platform/Messages.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -122,7 +124,7 @@ Renderer::~Renderer() {
     for (Frame& frame : frames_) {
         try {
             device_->wait(frame.ticket);
-        } catch (const Failure&) {
+        } catch (...) {
             // A lost device has nothing under way.
         }
         f.DestroyCommandPool(device_->handle(), frame.commandPool, nullptr);
@@ -135,101 +137,111 @@ Renderer::~Renderer() {
 // ---- Frames -------------------------------------------------------------------------------------
 
 bool Renderer::render(const CIImage& image, const IntRect& rect, const Target& target,
-                      CGColorSpace workingSpace, CGColorSpace outputSpace) {
+                      CGColorSpace workingSpace, CGColorSpace outputSpace) noexcept {
     const uint64_t ticket = start(image, rect, target, workingSpace, outputSpace);
     return ticket != 0 && finish(ticket);
 }
 
 uint64_t Renderer::start(const CIImage& image, const IntRect& rect, const Target& target,
-                         CGColorSpace workingSpace, CGColorSpace outputSpace) {
+                         CGColorSpace workingSpace, CGColorSpace outputSpace) noexcept {
     if (!begin(image, rect, target.format, workingSpace, outputSpace)) return 0;
     return compute(rect, target, {.format = target.format});
 }
 
-bool Renderer::finish(uint64_t ticket) {
-    for (Frame& frame : frames_) {
-        if (frame.ticket != ticket) continue;
-        finishFrame(frame);
-        problem_ = frame.problem;
-        return problem_.empty();
+bool Renderer::finish(uint64_t ticket) noexcept {
+    for (Frame& frame : frames_)
+        if (frame.ticket == ticket) finishFrame(frame);
+    problem_ = "";
+    for (auto outcome = outcomes_.begin(); outcome != outcomes_.end(); ++outcome) {
+        if (outcome->ticket != ticket) continue;
+        const bool isGood = outcome->isGood;
+        problem_.swap(outcome->problem);
+        outcomes_.erase(outcome);
+        return isGood;
     }
-    return true; // its frame has been finished and used again
+    return false;
 }
 
-void Renderer::forget(uint64_t ticket) {
+void Renderer::forget(uint64_t ticket) noexcept {
     for (Frame& frame : frames_)
         if (frame.ticket == ticket) frame.target.bytes = nullptr;
-}
-
-void Renderer::trim() {
-    for (Frame& frame : frames_)
-        if (!frame.isUnderWay) frame.upload.reset(), frame.download.reset(), frame.calls.reset();
-    kept_.clear();
-    nothing_.reset();
-    plan_ = {};
-    try {
-        device_->images().clear();
-    } catch (const Failure&) {
-        // A lost device gives its memory back when it is closed.
-    }
+    std::erase_if(outcomes_, [&](const Outcome& outcome) { return outcome.ticket == ticket; });
 }
 
 std::shared_ptr<DeviceImage> Renderer::renderOnDevice(const CIImage& image, const IntRect& rect,
                                                       CIFormat format, CGColorSpace workingSpace,
-                                                      CGColorSpace outputSpace) {
+                                                      CGColorSpace outputSpace) noexcept {
     if (!begin(image, rect, format, workingSpace, outputSpace)) return nullptr;
     std::shared_ptr<Image> result;
     if (compute(rect, {}, {.format = format, .result = &result}) == 0) return nullptr;
-    return std::make_shared<DeviceImage>(device_, std::move(result), format,
-                                         static_cast<uint32_t>(rect.width()),
-                                         static_cast<uint32_t>(rect.height()));
+    try {
+        return std::make_shared<DeviceImage>(device_, std::move(result), format,
+                                             static_cast<uint32_t>(rect.width()),
+                                             static_cast<uint32_t>(rect.height()));
+    } catch (...) {
+        takeProblem(problem_);
+        return nullptr;
+    }
 }
 
 bool Renderer::renderInto(const CIImage& image, const IntRect& rect, const HostTarget& target,
-                          CIFormat format, CGColorSpace workingSpace, CGColorSpace outputSpace) {
+                          CIFormat format, CGColorSpace workingSpace,
+                          CGColorSpace outputSpace) noexcept {
     if (!begin(image, rect, format, workingSpace, outputSpace)) return false;
     return compute(rect, {}, {.format = format, .host = &target}) != 0;
 }
 
+void Renderer::trim() noexcept {
+    kept_.clear();
+    nothing_.reset();
+    for (Frame& frame : frames_) {
+        if (frame.isUnderWay) continue;
+        frame.upload.reset();
+        frame.download.reset();
+        frame.calls.reset();
+    }
+    plan_ = {};
+    device_->images().clear();
+}
+
 bool Renderer::begin(const CIImage& image, const IntRect& rect, CIFormat format,
-                     CGColorSpace workingSpace, CGColorSpace outputSpace) {
+                     CGColorSpace workingSpace, CGColorSpace outputSpace) noexcept try {
     problem_.clear();
     // A wide target is computed in 32-bit floats throughout.
     intermediate_ = vulkanFormat(format == CIFormat::RGBAf ? format : CIFormat::RGBAh);
     isTargetInBytes_ = bytesPerPixel(format) == 4;
-    if (device_->isLost()) {
-        problem_ = "the Vulkan device was lost";
-        return false;
-    }
-    if (!plan_.build(image, rect, {nullptr, workingSpace, outputSpace})) {
-        problem_ = plan_.problem();
-        return false;
-    }
+    if (device_->isLost()) throw Failure("the Vulkan device was lost");
+    if (!plan_.build(image, rect, {nullptr, workingSpace, outputSpace}))
+        throw Failure(plan_.problem());
     if (!copy_) copy_ = frameworkKernel("CI_copy");
-    if (!copy_) problem_ = "the framework's copy kernel is missing";
-    return problem_.empty();
+    if (!copy_) throw Failure("the framework's copy kernel is missing");
+    return true;
+} catch (...) {
+    takeProblem(problem_);
+    return false;
 }
 
 uint64_t Renderer::compute(const IntRect& rect, const Target& target,
-                           const Destination& destination) {
+                           const Destination& destination) noexcept {
     uint64_t ticket = 0;
     try {
         Frame& frame = frames_[next_];
-        finishFrame(frame); // its caller will find it done
+        finishFrame(frame); // its caller will find out how it went
+        if (device_->isLost()) throw Failure("the Vulkan device was lost");
         prepare(frame);
         frame.target = target;
         frame.width = rect.width();
         frame.height = rect.height();
         record(frame, rect, destination);
+        outcomes_.reserve(outcomes_.size() + 1); // nothing may fail once it is submitted
         ticket = device_->submit(frame.commands, waitFor_,
                                  destination.host ? destination.host->done : SemaphoreValue{});
         frame.ticket = ticket;
         frame.isUnderWay = true;
+        if (target.bytes) outcomes_.push_back({ticket});
         next_ = (next_ + 1) % kFrames;
-    } catch (const Failure& failure) {
-        problem_ = failure.what();
-    } catch (const std::bad_alloc&) {
-        problem_ = "out of memory";
+    } catch (...) {
+        takeProblem(problem_);
     }
     for (const Used& used : used_) {
         if (ticket != 0)
@@ -247,83 +259,99 @@ uint64_t Renderer::compute(const IntRect& rect, const Target& target,
     return ticket;
 }
 
-void Renderer::finishFrame(Frame& frame) {
+void Renderer::finishFrame(Frame& frame) noexcept {
     if (!frame.isUnderWay) return;
     frame.isUnderWay = false;
-    const Functions& f = device_->functions;
+    const auto outcome = std::find_if(outcomes_.begin(), outcomes_.end(), [&](const Outcome& one) {
+        return one.ticket == frame.ticket;
+    });
     try {
-        device_->wait(frame.ticket);
-        if (frame.queries) {
-            uint64_t ticks[kStamps] = {};
-            if (f.GetQueryPoolResults(device_->handle(), frame.queries, 0, kStamps, sizeof ticks,
-                                      ticks, sizeof ticks[0], VK_QUERY_RESULT_64_BIT) >= 0) {
-                const double tick = device_->nanosecondsPerTick() * 1e-9;
-                times_ = {double(ticks[1] - ticks[0]) * tick, double(ticks[2] - ticks[1]) * tick,
-                          double(ticks[3] - ticks[2]) * tick};
-            }
-        }
-        if (!frame.target.bytes) return;
-        frame.download->invalidate();
-        const size_t row = static_cast<size_t>(frame.width) * bytesPerPixel(frame.target.format);
-        auto* to = static_cast<uint8_t*>(frame.target.bytes);
-        const uint8_t* from = frame.download->bytes();
-        if (row == frame.target.bytesPerRow) {
-            std::memcpy(to, from, row * static_cast<size_t>(frame.height));
-            return;
-        }
-        for (int y = 0; y < frame.height; ++y, to += frame.target.bytesPerRow, from += row)
-            std::memcpy(to, from, row);
-    } catch (const Failure& failure) {
-        frame.problem = failure.what();
+        fetch(frame);
+        if (outcome != outcomes_.end()) outcome->isGood = true;
+    } catch (...) {
+        if (outcome != outcomes_.end()) takeProblem(outcome->problem);
     }
+}
+
+/// Waits until a frame is done and brings its pixels to its target.
+void Renderer::fetch(Frame& frame) {
+    const Functions& f = device_->functions;
+    times_ = {};
+    device_->wait(frame.ticket);
+    uint64_t at[kStamps] = {};
+    if (frame.queries &&
+        f.GetQueryPoolResults(device_->handle(), frame.queries, 0, kStamps, sizeof at, at,
+                              sizeof at[0], VK_QUERY_RESULT_64_BIT) == VK_SUCCESS)
+        times_ = {device_->secondsBetween(at[0], at[1]), device_->secondsBetween(at[1], at[2]),
+                  device_->secondsBetween(at[2], at[3])};
+    if (!frame.target.bytes) return;
+    frame.download->invalidate();
+    const size_t row = static_cast<size_t>(frame.width) * bytesPerPixel(frame.target.format);
+    auto* to = static_cast<uint8_t*>(frame.target.bytes);
+    const uint8_t* from = frame.download->bytes();
+    if (row == frame.target.bytesPerRow) {
+        std::memcpy(to, from, row * static_cast<size_t>(frame.height));
+        return;
+    }
+    for (int y = 0; y < frame.height; ++y, to += frame.target.bytesPerRow, from += row)
+        std::memcpy(to, from, row);
 }
 
 void Renderer::prepare(Frame& frame) {
     const Functions& f = device_->functions;
     const VkDevice device = device_->handle();
-    frame.problem.clear();
     frame.ticket = 0;
+    // Each on its own, so that what could not be made is made the next time.
     if (!frame.commandPool) {
         auto pool = typed<VkCommandPoolCreateInfo>(VK_STRUCTURE_TYPE_COMMAND_POOL_CREATE_INFO);
         pool.queueFamilyIndex = device_->queueFamily();
-        check(f.CreateCommandPool(device, &pool, nullptr, &frame.commandPool),
-              "making a command pool");
+        VkCommandPool made = VK_NULL_HANDLE;
+        device_->check(f.CreateCommandPool(device, &pool, nullptr, &made), "making a command pool");
+        frame.commandPool = made;
+    }
+    if (!frame.commands) {
         auto info =
             typed<VkCommandBufferAllocateInfo>(VK_STRUCTURE_TYPE_COMMAND_BUFFER_ALLOCATE_INFO);
         info.commandPool = frame.commandPool;
         info.commandBufferCount = 1;
-        check(f.AllocateCommandBuffers(device, &info, &frame.commands), "making a command buffer");
-        if (device_->nanosecondsPerTick() > 0) {
-            auto queries = typed<VkQueryPoolCreateInfo>(VK_STRUCTURE_TYPE_QUERY_POOL_CREATE_INFO);
-            queries.queryType = VK_QUERY_TYPE_TIMESTAMP;
-            queries.queryCount = kStamps;
-            check(f.CreateQueryPool(device, &queries, nullptr, &frame.queries),
-                  "making a query pool");
-        }
+        VkCommandBuffer made = VK_NULL_HANDLE;
+        device_->check(f.AllocateCommandBuffers(device, &info, &made), "making a command buffer");
+        frame.commands = made;
+    }
+    if (!frame.queries && device_->hasTimeStamps()) {
+        auto queries = typed<VkQueryPoolCreateInfo>(VK_STRUCTURE_TYPE_QUERY_POOL_CREATE_INFO);
+        queries.queryType = VK_QUERY_TYPE_TIMESTAMP;
+        queries.queryCount = kStamps;
+        VkQueryPool made = VK_NULL_HANDLE;
+        device_->check(f.CreateQueryPool(device, &queries, nullptr, &made), "making a query pool");
+        frame.queries = made;
     }
     // One set for each kernel, and one for a copy into the target.
     const auto sets = static_cast<uint32_t>(plan_.steps().size()) + 1;
     if (frame.sets < sets) {
         f.DestroyDescriptorPool(device, frame.descriptorPool, nullptr);
         frame.descriptorPool = VK_NULL_HANDLE;
-        frame.sets = std::max(sets, 64u);
+        frame.sets = 0;
+        const uint32_t room = std::max(sets, 64u);
         const VkDescriptorPoolSize sizes[] = {
-            {VK_DESCRIPTOR_TYPE_STORAGE_IMAGE, frame.sets},
-            {VK_DESCRIPTOR_TYPE_SAMPLED_IMAGE, frame.sets * cpu::kMostSources},
-            {VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER, frame.sets}};
+            {VK_DESCRIPTOR_TYPE_STORAGE_IMAGE, room},
+            {VK_DESCRIPTOR_TYPE_SAMPLED_IMAGE, room * cpu::kMostSources},
+            {VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER, room}};
         auto info =
             typed<VkDescriptorPoolCreateInfo>(VK_STRUCTURE_TYPE_DESCRIPTOR_POOL_CREATE_INFO);
-        info.maxSets = frame.sets;
+        info.maxSets = room;
         info.poolSizeCount = static_cast<uint32_t>(std::size(sizes));
         info.pPoolSizes = sizes;
-        const VkResult result =
-            f.CreateDescriptorPool(device, &info, nullptr, &frame.descriptorPool);
-        if (result < 0) frame.sets = 0;
-        check(result, "making a descriptor pool");
+        VkDescriptorPool made = VK_NULL_HANDLE;
+        device_->check(f.CreateDescriptorPool(device, &info, nullptr, &made),
+                       "making a descriptor pool");
+        frame.descriptorPool = made;
+        frame.sets = room;
     } else {
-        check(f.ResetDescriptorPool(device, frame.descriptorPool, 0), "emptying a descriptor pool");
+        device_->check(f.ResetDescriptorPool(device, frame.descriptorPool, 0),
+                       "emptying a descriptor pool");
     }
-    check(f.ResetCommandPool(device, frame.commandPool, 0), "emptying a command pool");
+    device_->check(f.ResetCommandPool(device, frame.commandPool, 0), "emptying a command pool");
 }
 
 // ---- Images of a render -------------------------------------------------------------------------
@@ -506,7 +534,7 @@ void Renderer::record(Frame& frame, const IntRect& rect, const Destination& dest
     const Functions& f = device_->functions;
     auto begin = typed<VkCommandBufferBeginInfo>(VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO);
     begin.flags = VK_COMMAND_BUFFER_USAGE_ONE_TIME_SUBMIT_BIT;
-    check(f.BeginCommandBuffer(frame.commands, &begin), "recording");
+    device_->check(f.BeginCommandBuffer(frame.commands, &begin), "recording");
     if (frame.queries) f.CmdResetQueryPool(frame.commands, frame.queries, 0, kStamps);
     // Images that earlier renders worked with are used again.
     barrier(frame);
@@ -541,7 +569,7 @@ void Renderer::record(Frame& frame, const IntRect& rect, const Destination& dest
     }
     handBack(frame);
     stamp(frame, 3);
-    check(f.EndCommandBuffer(frame.commands), "recording");
+    device_->check(f.EndCommandBuffer(frame.commands), "recording");
 }
 
 VkFormat Renderer::formatKeptOf(const Step& step) {
@@ -608,7 +636,8 @@ void Renderer::runKernel(Frame& frame, const KernelFunction& function, const flo
     setInfo.descriptorSetCount = 1;
     setInfo.pSetLayouts = &pipeline.sets;
     VkDescriptorSet set = VK_NULL_HANDLE;
-    check(f.AllocateDescriptorSets(device_->handle(), &setInfo, &set), "making a descriptor set");
+    device_->check(f.AllocateDescriptorSets(device_->handle(), &setInfo, &set),
+                   "making a descriptor set");
 
     // What the shader is told: see kernelc. Larger than the largest there can be.
     uint8_t call[kernelc::kRegionBytes + cpu::kMostSources * sizeof(CallSource) + 4096];
@@ -689,20 +718,28 @@ void Renderer::runKernel(Frame& frame, const KernelFunction& function, const flo
 
 // ---- Pixels that stay on the device -------------------------------------------------------------
 
-const uint8_t* DeviceImage::hostBytes() {
+const uint8_t* DeviceImage::hostBytes() noexcept {
     const std::lock_guard lock(mutex_);
     if (!bytes_.empty()) return bytes_.data();
     if (handover_) return nullptr;
+    const size_t size = size_t{width_} * height_ * bytesPerPixel(format_);
     try {
-        const size_t size = size_t{width_} * height_ * bytesPerPixel(format_);
-        Buffer buffer(*device_, size, Buffer::Use::Download);
-        device_->runOnce([&](VkCommandBuffer commands) {
-            download(device_->functions, commands, *image_, buffer.handle(),
-                     static_cast<int>(width_), static_cast<int>(height_));
-        });
-        buffer.invalidate();
-        bytes_.assign(buffer.bytes(), buffer.bytes() + size);
-    } catch (const Failure&) {
+        try {
+            if (device_->isLost()) throw Failure("the Vulkan device was lost");
+            Buffer buffer(*device_, size, Buffer::Use::Download);
+            device_->runOnce([&](VkCommandBuffer commands) {
+                download(device_->functions, commands, *image_, buffer.handle(),
+                         static_cast<int>(width_), static_cast<int>(height_));
+            });
+            buffer.invalidate();
+            bytes_.assign(buffer.bytes(), buffer.bytes() + size);
+        } catch (const Failure&) {
+            if (!device_->isLost()) return nullptr;
+            bytes_.assign(size, 0);
+            report(Severity::Warning, "### a picture of %u by %u pixels was lost with its device",
+                   width_, height_);
+        }
+    } catch (...) {
         return nullptr;
     }
     return bytes_.data();

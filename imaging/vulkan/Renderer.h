@@ -47,8 +47,9 @@ public:
         handover_ = handover;
     }
 
-    /// Null for images of the host's.
-    const uint8_t* hostBytes() override;
+    /// Null for images of the host's, and as long as there is no memory to fetch them into. What
+    /// was lost with its device is transparent, so that a picture that feeds back begins anew.
+    const uint8_t* hostBytes() noexcept override;
 
     const std::shared_ptr<Device>& device() const { return device_; }
     const std::shared_ptr<Image>& image() const { return image_; }
@@ -65,33 +66,35 @@ private:
     std::vector<uint8_t> bytes_; ///< in the host's memory, once somebody asked for it
 };
 
+/// What it does throws nothing: `problem` is set instead.
 class Renderer final : public cpu::Renderer {
 public:
     explicit Renderer(std::shared_ptr<Device> device);
     ~Renderer() override;
 
     bool render(const CIImage& image, const cpu::IntRect& rect, const cpu::Target& target,
-                CGColorSpace workingSpace, CGColorSpace outputSpace) override;
+                CGColorSpace workingSpace, CGColorSpace outputSpace) noexcept override;
 
     /// Starts a render; its pixels are in the target once `finish` has returned. 0 with `problem`
     /// set when it cannot be started. The sources' memory has been read when this returns.
     uint64_t start(const CIImage& image, const cpu::IntRect& rect, const cpu::Target& target,
-                   CGColorSpace workingSpace, CGColorSpace outputSpace);
-    /// Waits for a render and fills its target. False with `problem` set.
-    bool finish(uint64_t ticket);
+                   CGColorSpace workingSpace, CGColorSpace outputSpace) noexcept;
+    /// Waits for a render and fills its target. False with `problem` set. Of each render that was
+    /// started, either this or `forget` is called, once.
+    bool finish(uint64_t ticket) noexcept;
     /// The target of a render is there no longer.
-    void forget(uint64_t ticket);
+    void forget(uint64_t ticket) noexcept;
 
     /// Renders into device memory that lives as long as the result; null with `problem` set.
     std::shared_ptr<DeviceImage> renderOnDevice(const CIImage& image, const cpu::IntRect& rect,
                                                 CIFormat format, CGColorSpace workingSpace,
-                                                CGColorSpace outputSpace);
+                                                CGColorSpace outputSpace) noexcept;
     /// Renders into an image of the host's.
     bool renderInto(const CIImage& image, const cpu::IntRect& rect, const HostTarget& target,
-                    CIFormat format, CGColorSpace workingSpace, CGColorSpace outputSpace);
+                    CIFormat format, CGColorSpace workingSpace, CGColorSpace outputSpace) noexcept;
 
     /// Gives back what no render under way needs, and the idle images of the device.
-    void trim() override;
+    void trim() noexcept;
 
     const std::shared_ptr<Device>& device() const { return device_; }
     /// How long the parts of the last finished render took on the device; zeros where that cannot
@@ -114,7 +117,12 @@ private:
         bool isUnderWay = false;
         cpu::Target target; ///< no bytes when nothing is downloaded, or nobody wants it any more
         int width = 0, height = 0;
-        std::string problem;
+    };
+    /// A render whose caller has not asked yet how it went; its frame may have been used again.
+    struct Outcome {
+        uint64_t ticket = 0;
+        bool isGood = false; ///< the pixels are in the target
+        std::string problem = {};
     };
     /// An image that the render at hand uses. The numbers are those of the last group of commands,
     /// between two barriers, that wrote it, and that read or wrote it.
@@ -149,12 +157,13 @@ private:
         std::shared_ptr<Image>* result = nullptr; ///< gets that image, which is else downloaded
     };
 
-    void finishFrame(Frame& frame);
+    void finishFrame(Frame& frame) noexcept;
+    void fetch(Frame& frame);
     void prepare(Frame& frame);
     bool begin(const CIImage& image, const cpu::IntRect& rect, CIFormat format,
-               CGColorSpace workingSpace, CGColorSpace outputSpace);
+               CGColorSpace workingSpace, CGColorSpace outputSpace) noexcept;
     uint64_t compute(const cpu::IntRect& rect, const cpu::Target& target,
-                     const Destination& destination);
+                     const Destination& destination) noexcept;
     void findSources(Frame& frame);
     void copySources(Frame& frame);
     void record(Frame& frame, const cpu::IntRect& rect, const Destination& destination);
@@ -182,6 +191,7 @@ private:
     std::vector<KeptUpload> kept_;
     std::array<Frame, kFrames> frames_;
     size_t next_ = 0;
+    std::vector<Outcome> outcomes_;
     std::shared_ptr<const KernelFunction> copy_;
     std::shared_ptr<Image> nothing_; ///< stands for sources without pixels
     struct TakenOver {

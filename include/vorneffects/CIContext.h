@@ -17,9 +17,9 @@ class CIContext;
 namespace vorn {
 
 /// The devices that compute pictures. `Vulkan` is a GPU, or a software device that is made to look
-/// like one. `Auto` takes a GPU when there is one that can be used, never a software device, and
-/// else, or where the GPU fails, the CPU. `Reference` runs the same kernels one pixel at a time
-/// over whole images: slow, simple, and the measure for the others.
+/// like one. `Auto` takes a GPU where one can be used, a software device only by name, and else the
+/// CPU, also where the GPU fails and for some renders after it was lost. `Reference` runs the same
+/// kernels one pixel at a time over whole images: slow, simple, and the measure for the others.
 enum class DeviceKind : uint8_t { Auto, CPU, Reference, Vulkan };
 
 struct ContextOptions {
@@ -122,8 +122,8 @@ public:
     void trim();
 
     const std::string& lastError() const;
-    /// Why the device that was asked for is not there; empty when it is. Renders fail with the
-    /// same.
+    /// Why the device that was asked for is not there; empty when it is. Renders try again to open
+    /// it, and fail with the same.
     const std::string& deviceProblem() const;
     /// The device that computes: CPU, Reference or Vulkan, and its name ("cpu", "reference", or
     /// that of the GPU).

@@ -75,7 +75,9 @@ public:
     VulkanContext(const VulkanContext&) = delete;
     VulkanContext& operator=(const VulkanContext&) = delete;
 
-    /// Why the device cannot be used; empty when it can. Everything below fails with the same then.
+    /// Why the device cannot be used; empty when it can. Everything below fails with the same then,
+    /// and so does all work on a device of the host's that is lost. A device that the library opens
+    /// is opened again by the next call, and images on one that was lost are transparent.
     const std::string& problem() const;
     const std::string& lastError() const;
 
