@@ -77,6 +77,9 @@ struct Host {
         check(vkCreateSemaphore(device, &semaphoreInfo, nullptr, &timeline), "vkCreateSemaphore");
     }
     ~Host() {
+        // A value of the timeline says that the pixels are there, not that the driver has put the
+        // commands away that it came from.
+        vkDeviceWaitIdle(device);
         vkDestroySemaphore(device, timeline, nullptr);
         vkDestroyCommandPool(device, pool, nullptr);
         vkDestroyDevice(device, nullptr);
