@@ -51,6 +51,12 @@ const CIKernel& kernelForMode(const CIKernel (&kernels)[count], const Number& mo
 
 // ---- Tiles -------------------------------------------------------------------------------------
 
+/// Whether a picture begins and ends with whole pixels: only then are the copies of its border's
+/// pixels pixels as well, and no blends of two.
+inline bool liesOnPixels(CGRect extent) {
+    return extent == extent.integral();
+}
+
 /// The pixels after which a frame of that length repeats that is divided into tiles; 0 where they
 /// are not whole pixels.
 inline int periodOfTiles(double length, const Number& divisions) {

@@ -99,8 +99,8 @@ CIImage averaged(const CISampler& source, int across, int up, ReducedBits bits) 
     if (!function) return source.image();
     const CGRect blocks{(extent.x - pixels.x) / across, (extent.y - pixels.y) / up,
                         extent.width / across, extent.height / up};
-    const auto reads =
-        RegionOfInterest::transformedBy({double(across), 0, 0, double(up), pixels.x, pixels.y});
+    const CGAffineTransform toPixels{double(across), 0, 0, double(up), pixels.x, pixels.y};
+    const auto reads = RegionOfInterest::transformedBy(toPixels).exact();
     const auto node = makeKernelNode(
         function, blocks, reads, {},
         {source, across, up, CIVector(pixels.x, pixels.y), CIVector(pixels.width, pixels.height)});
@@ -185,7 +185,8 @@ CIImage CIImage::imageByClampingToExtent() const {
     if (!kernel) return {};
     const CISampler sampler(*this, {SamplerFilter::Nearest});
     return CIImage(makeKernelNode(kernel, CGRect::infinite(),
-                                  RegionOfInterest::clampedTo(sampler.extent()), {}, {sampler}));
+                                  RegionOfInterest::clampedTo(sampler.extent()).exact(), {},
+                                  {sampler}));
 }
 
 CIImage CIImage::imageByApplyingTransform(CGAffineTransform transform) const {
@@ -199,7 +200,8 @@ CIImage CIImage::imageByApplyingTransform(CGAffineTransform transform) const {
     const auto kernel = frameworkKernel("CI_affine");
     if (!kernel) return {};
     auto node = makeKernelNode(
-        kernel, transform.boundsOf(node_->extent), RegionOfInterest::transformedBy(inverse), *this,
+        kernel, transform.boundsOf(node_->extent), RegionOfInterest::transformedBy(inverse).exact(),
+        *this,
         {CIVector(inverse.a, inverse.b, inverse.c, inverse.d), CIVector(inverse.tx, inverse.ty)});
     if (!node) return {};
     node->kind = Node::Kind::Transform;

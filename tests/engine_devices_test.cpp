@@ -28,13 +28,6 @@ CGPoint centerOf(CGRect rect) {
     return {rect.x + rect.width / 2, rect.y + rect.height / 2};
 }
 
-CGRect rectNear(CGRect rect, Random& random) {
-    const int reach = 9;
-    return {rect.x + random.whole(-reach, reach), rect.y + random.whole(-reach, reach),
-            double(random.whole(1, static_cast<int>(rect.width) + reach)),
-            double(random.whole(1, static_cast<int>(rect.height) + reach))};
-}
-
 std::function<CIImage(const Sources&, CGRect, Random&)>
 filterRecipe(std::string name,
              std::vector<std::pair<std::string, std::pair<double, double>>> ranges,
@@ -251,39 +244,6 @@ const Recipe kRecipes[] = {
      }},
 };
 
-/// A rectangle of a shape that has tripped up image code before.
-CGRect randomTarget(Random& random) {
-    const std::pair<int, int> shapes[] = {{1, 1},
-                                          {1, random.whole(2, 70)},
-                                          {random.whole(2, 70), 1},
-                                          {random.whole(2, 40), random.whole(2, 40)},
-                                          {random.whole(15, 18), random.whole(2, 9)},
-                                          {random.whole(60, 200), random.whole(60, 100)},
-                                          {random.whole(500, 1300), random.whole(1, 12)}};
-    const auto [width, height] = shapes[random.whole(0, 6)];
-    const int far = random.chance(0.5) ? 10 : 3000;
-    return {double(random.whole(-far, far)), double(random.whole(-far, far)), double(width),
-            double(height)};
-}
-
-/// The rectangle cut into a few at random.
-void split(CGRect rect, int depth, Random& random, std::vector<CGRect>& parts) {
-    const bool upright = random.chance(0.5);
-    const int size = static_cast<int>(upright ? rect.height : rect.width);
-    if (depth == 0 || size < 2) {
-        parts.push_back(rect);
-        return;
-    }
-    const double first = random.whole(1, size - 1);
-    CGRect a = rect, b = rect;
-    if (upright)
-        a.height = first, b.y += first, b.height -= first;
-    else
-        a.width = first, b.x += first, b.width -= first;
-    split(a, depth - 1, random, parts);
-    split(b, depth - 1, random, parts);
-}
-
 Tolerance toleranceOf(const Recipe& recipe, CIFormat format) {
     // Single precision rounds each of a few dozen operations; the levels may fuse multiplications
     // with additions, and coordinates of a few thousand leave 2^-12 of a pixel.
@@ -293,7 +253,8 @@ Tolerance toleranceOf(const Recipe& recipe, CIFormat format) {
     return {(recipe.readsElsewhere ? 2 : 1) / 255.0, recipe.hardEdges};
 }
 
-/// Images on the target or near it, of any format; `bitmaps` holds their pixels.
+/// Images on the target or near it, of any format, in memory or computed; `bitmaps` holds their
+/// pixels.
 Sources randomSources(size_t count, const CGRect& target, Random& random,
                       std::vector<Bitmap>& bitmaps) {
     Sources sources;
@@ -302,7 +263,7 @@ Sources randomSources(size_t count, const CGRect& target, Random& random,
         bitmaps.push_back(randomBitmap(random, static_cast<int>(rect.width),
                                        static_cast<int>(rect.height), random.format(),
                                        random.chance(0.3)));
-        sources.push_back(bitmaps.back().image({rect.x, rect.y}));
+        sources.push_back(randomImageOf(bitmaps.back(), {rect.x, rect.y}, random));
     }
     return sources;
 }
@@ -319,9 +280,6 @@ protected:
         const Sources sources = randomSources(recipe.sources, target, random, bitmaps);
         const CIImage image = recipe.make(sources, target, random);
         ASSERT_TRUE(image);
-        std::vector<CGRect> parts;
-        split(target, 3, random, parts);
-
         const Bitmap expected = render(referenceContext(), image, target, format, padding);
         std::string level;
         Bitmap sameLevel(1, 1);
@@ -339,14 +297,8 @@ protected:
             }
             level = context->instructionSet(), sameLevel = actual;
 
-            Bitmap again(actual.width(), actual.height(), format, padding);
-            for (const CGRect& part : parts)
-                ASSERT_TRUE(
-                    context->render(image,
-                                    again.at(static_cast<int>(part.x - target.x),
-                                             static_cast<int>(part.y - target.y + part.height - 1)),
-                                    again.bytesPerRow(), part, format, CGColorSpace::None));
-            ASSERT_TRUE(isClose(again, actual, {})) << "rendered in " << parts.size() << " parts";
+            const Bitmap again = renderInParts(*context, image, target, 3, random, format, padding);
+            ASSERT_TRUE(isClose(again, actual, {})) << "rendered in parts";
             ASSERT_TRUE(again == actual);
         }
         for (const Bitmap& bitmap : bitmaps) ASSERT_TRUE(bitmap.isGuardIntact());
@@ -374,16 +326,8 @@ TEST_P(DevicesAgree, OnVulkan) {
             << testing::PrintToString(target.width) << " by "
             << testing::PrintToString(target.height) << " at " << testing::PrintToString(target.x)
             << ", " << testing::PrintToString(target.y);
-        std::vector<CGRect> parts;
-        split(target, 2, random, parts);
-        Bitmap again(actual.width(), actual.height(), format, 12);
-        for (const CGRect& part : parts)
-            ASSERT_TRUE(vulkanContext()->render(
-                image,
-                again.at(static_cast<int>(part.x - target.x),
-                         static_cast<int>(part.y - target.y + part.height - 1)),
-                again.bytesPerRow(), part, format, CGColorSpace::None));
-        ASSERT_TRUE(again == actual) << "rendered in " << parts.size() << " parts";
+        ASSERT_TRUE(renderInParts(*vulkanContext(), image, target, 2, random, format, 12) == actual)
+            << "rendered in parts";
     }
 }
 

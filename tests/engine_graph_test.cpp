@@ -92,26 +92,36 @@ TEST(Plans, NeedOnlyTheRegionThatIsAskedFor) {
     const CIImage source = bitmap.image({kBounds.x, kBounds.y});
     struct Case {
         RegionOfInterest rule;
-        CGRect needed; // of the lazy source, which the plan grows by a pixel for linear reads
+        CGRect needed; // of the lazy source; an exact rule is grown by a pixel for linear reads
+        bool isEndless = false;
     };
     const CGRect asked{10, 10, 8, 4};
+    const auto sparse = RegionOfInterest::computed([](int, CGRect d) {
+        return CGRect{d.x - 0.5, d.y, d.width, 1};
+    });
     const Case cases[] = {
-        {RegionOfInterest::grownBy(2), {7, 7, 14, 10}},
-        {RegionOfInterest::whole(CGRect{0, 12, 3, 3}), {-1, 11, 5, 5}},
-        {RegionOfInterest::whole(source), kBounds},
-        {RegionOfInterest::identity(), kBounds}, // does not hold for a kernel that reads elsewhere
-        {RegionOfInterest::computed([](int, CGRect d) {
-             return CGRect{d.x - 0.5, d.y, d.width, 1};
-         }),
-         {8, 9, 11, 3}},
-        {RegionOfInterest::whole(CGRect::infinite()), kBounds},
-        // Measured for an image that lies elsewhere.
-        {RegionOfInterest::whole(CGRect{500, 500, 3, 3}), kBounds},
-        {RegionOfInterest::grownBy(-2), kBounds}, // nor does this one
-        {RegionOfInterest::whole(CGRect{std::nan(""), 0, 3, std::nan("")}), {}},
+        {RegionOfInterest::grownBy(2).exact(), {7, 7, 14, 10}},
+        {RegionOfInterest::whole(CGRect{0, 12, 3, 3}).exact(), {-1, 11, 5, 5}},
+        {sparse.exact(), {8, 9, 11, 3}},
+        {RegionOfInterest::whole(CGRect::infinite()).exact(), kBounds},
+        {RegionOfInterest::identity().exact(), {9, 9, 10, 6}},
+        {RegionOfInterest::whole(CGRect{std::nan(""), 0, 3, std::nan("")}).exact(), {}},
+        // What a filter only states is for descriptions.
+        {RegionOfInterest::grownBy(2), kBounds},
+        {RegionOfInterest::whole(CGRect{0, 12, 3, 3}), kBounds},
+        {sparse, kBounds},
+        {RegionOfInterest::identity(), kBounds},
+        // Of a picture without end it is believed, if it can hold.
+        {RegionOfInterest::grownBy(2), {7, 7, 14, 10}, true},
+        {RegionOfInterest::grownBy(-2), CGRect::infinite(), true},
+        {RegionOfInterest::identity(), CGRect::infinite(), true},
     };
     for (const Case& test : cases) {
-        const CIImage image = box(square(source), test.rule);
+        const CIImage color = CIImage::imageWithColor(CIColor(0.5, 0.5, 0.5));
+        const CIImage image =
+            test.isEndless
+                ? pictureKernel("box").applyWithExtent(kBounds, test.rule, {square(color), 1})
+                : box(square(source), test.rule);
         const std::vector<std::string> levels = supportedInstructionSets();
         vorn::imaging::cpu::Plan plan;
         ASSERT_TRUE(plan.build(image, vorn::imaging::cpu::IntRect::around(asked),
@@ -130,7 +140,7 @@ TEST(Graphs, AnIdentityRuleThatDoesNotHoldLeavesNoSeams) {
     const CIImage image =
         box(square(bitmap.image({kBounds.x, kBounds.y})), RegionOfInterest::identity());
     const CIImage sound =
-        box(square(bitmap.image({kBounds.x, kBounds.y})), RegionOfInterest::grownBy(1));
+        box(square(bitmap.image({kBounds.x, kBounds.y})), RegionOfInterest::grownBy(1).exact());
     for (CIContext* context : everyContext()) {
         const Bitmap whole = render(*context, sound, kBounds);
         EXPECT_TRUE(isClose(render(*context, image, kBounds), whole, {})) << nameOf(*context);

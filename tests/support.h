@@ -196,6 +196,46 @@ inline Bitmap randomBitmap(Random& random, int width, int height, CIFormat forma
     return bitmap;
 }
 
+/// A rectangle of a shape that has tripped up image code before.
+inline CGRect randomTarget(Random& random) {
+    const std::pair<int, int> shapes[] = {{1, 1},
+                                          {1, random.whole(2, 70)},
+                                          {random.whole(2, 70), 1},
+                                          {random.whole(2, 40), random.whole(2, 40)},
+                                          {random.whole(15, 18), random.whole(2, 9)},
+                                          {random.whole(60, 200), random.whole(60, 100)},
+                                          {random.whole(500, 1300), random.whole(1, 12)}};
+    const auto [width, height] = shapes[random.whole(0, 6)];
+    const int far = random.chance(0.5) ? 10 : 3000;
+    return {double(random.whole(-far, far)), double(random.whole(-far, far)), double(width),
+            double(height)};
+}
+
+inline CGRect rectNear(CGRect rect, Random& random) {
+    const int reach = 9;
+    return {rect.x + random.whole(-reach, reach), rect.y + random.whole(-reach, reach),
+            double(random.whole(1, static_cast<int>(rect.width) + reach)),
+            double(random.whole(1, static_cast<int>(rect.height) + reach))};
+}
+
+/// The rectangle cut into a few at random.
+inline void split(CGRect rect, int depth, Random& random, std::vector<CGRect>& parts) {
+    const bool upright = random.chance(0.5);
+    const int size = static_cast<int>(upright ? rect.height : rect.width);
+    if (depth == 0 || size < 2) {
+        parts.push_back(rect);
+        return;
+    }
+    const double first = random.whole(1, size - 1);
+    CGRect a = rect, b = rect;
+    if (upright)
+        a.height = first, b.y += first, b.height -= first;
+    else
+        a.width = first, b.x += first, b.width -= first;
+    split(a, depth - 1, random, parts);
+    split(b, depth - 1, random, parts);
+}
+
 // ---- Comparison ---------------------------------------------------------------------------------
 
 /// `largest`: the largest difference of a channel, as a share of values above 1. `share` of the
@@ -297,6 +337,21 @@ inline Bitmap render(CIContext& context, const CIImage& image, CGRect bounds,
     return bitmap;
 }
 
+/// Renders the same in parts, cut at random.
+inline Bitmap renderInParts(CIContext& context, const CIImage& image, CGRect bounds, int depth,
+                            Random& random, CIFormat format = CIFormat::RGBA8, size_t padding = 0) {
+    std::vector<CGRect> parts;
+    split(bounds, depth, random, parts);
+    Bitmap bitmap(static_cast<int>(bounds.width), static_cast<int>(bounds.height), format, padding);
+    for (const CGRect& part : parts)
+        EXPECT_TRUE(context.render(image,
+                                   bitmap.at(static_cast<int>(part.x - bounds.x),
+                                             static_cast<int>(part.y - bounds.y + part.height - 1)),
+                                   bitmap.bytesPerRow(), part, format, CGColorSpace::None))
+            << context.lastError();
+    return bitmap;
+}
+
 // ---- Kernels and filters ------------------------------------------------------------------------
 
 /// A kernel of a library that only the tests have.
@@ -314,6 +369,23 @@ inline CIKernel pictureKernel(const std::string& name) {
 }
 inline CIWarpKernel warpKernel(const std::string& name) {
     return CIWarpKernel(pictureKernel(name).function());
+}
+
+/// The same picture, computed. It keeps its bits, so that what is steep in a kernel on top of it
+/// does not enlarge what is lost.
+inline CIImage computedAs(const CIImage& image) {
+    return pictureKernel("scaleAndShift")
+        .applyWithExtent(image.extent(), {image, CIVector(1, 1, 1, 1), CIVector(0, 0, 0, 0)})
+        .imageInBitsOfSources();
+}
+
+/// An image of a bitmap as hosts and other filters hand it over: pixels in memory or computed, and
+/// with its corner on a whole pixel or anywhere.
+inline CIImage randomImageOf(const Bitmap& bitmap, CGPoint origin, Random& random) {
+    if (random.chance(0.25)) origin.x += random.whole(1, 3) / 4.0;
+    if (random.chance(0.25)) origin.y += random.whole(1, 3) / 4.0;
+    const CIImage image = bitmap.image(origin);
+    return random.chance(0.5) ? computedAs(image) : image;
 }
 
 using Settings = std::vector<std::pair<std::string, InputValue>>;

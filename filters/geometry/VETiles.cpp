@@ -20,8 +20,11 @@ public:
                 .applyWithExtent(source.extent(), RegionOfInterest::whole(source),
                                  {KernelArgument::orNothing(source), inputMixer, inputDivisions})
                 .imageWithReduction(smaller, smaller);
-        if (inputDivisions.floatValue() <= 1) return tiles.imageKnownToEqual(inputImage);
-        if (inputMixer.floatValue() != 1) return tiles;
+        const float mix = inputMixer.floatValue();
+        if (!liesOnPixels(source.extent())) return tiles;
+        if (inputDivisions.floatValue() <= 1 && mix >= 0 && mix <= 1)
+            return tiles.imageKnownToEqual(inputImage);
+        if (mix != 1) return tiles;
         return tiles.imageWithPeriod(periodOfTiles(source.extent().width, inputDivisions),
                                      periodOfTiles(source.extent().height, inputDivisions));
     }

@@ -23,10 +23,13 @@ public:
                                   inputYdiv, inputXoffset, inputYoffset})
                 .imageWithReduction(smaller(inputXdiv, inputXoffset),
                                     smaller(inputYdiv, inputYoffset));
-        if (std::max({inputXdiv.floatValue(), inputYdiv.floatValue(), inputXoffset.floatValue(),
+        const float mix = inputMixer.floatValue();
+        if (!liesOnPixels(source.extent())) return tiles;
+        if (mix >= 0 && mix <= 1 &&
+            std::max({inputXdiv.floatValue(), inputYdiv.floatValue(), inputXoffset.floatValue(),
                       inputYoffset.floatValue()}) <= 1)
             return tiles.imageKnownToEqual(inputImage);
-        if (inputMixer.floatValue() != 1) return tiles;
+        if (mix != 1) return tiles;
         return tiles.imageWithPeriod(periodOfTiles(source.extent().width, inputXdiv),
                                      periodOfTiles(source.extent().height, inputYdiv));
     }

@@ -55,7 +55,7 @@ CIImage reduced(const CIImage& image, Axis axis, int factor) {
                              axis.scaled(image.extent(), 1.0 / factor, 1),
                              RegionOfInterest::computed([axis, factor](int, CGRect destination) {
                                  return axis.scaled(destination, factor, factor - 1);
-                             }),
+                             }).exact(),
                              {image, axis.x(), axis.y()}));
 }
 
@@ -64,7 +64,7 @@ std::shared_ptr<Node> enlarged(const CIImage& image, Axis axis, int factor, CGRe
         "CIBlurKernel", "CI_enlarge", extent,
         RegionOfInterest::computed([axis, factor](int, CGRect destination) {
             return axis.scaled(destination, 1.0 / factor, 1);
-        }),
+        }).exact(),
         {CISampler(image, {.filter = SamplerFilter::Nearest}), axis.vector(), 1.0 / factor});
 }
 
@@ -85,8 +85,9 @@ std::shared_ptr<Node> convolved(const CIImage& image, Axis axis, double sigma) {
     }
     return applyFrameworkKernel(
         "CIBlurKernel", "CI_gaussian", axis.grown(image.extent(), reach),
-        RegionOfInterest::computed(
-            [axis, reach](int, CGRect destination) { return axis.grown(destination, reach); }),
+        RegionOfInterest::computed([axis, reach](int, CGRect destination) {
+            return axis.grown(destination, reach);
+        }).exact(),
         {image, axis.x(), axis.y(), reach, 1 / sum, first / sum, quotient, factor});
 }
 

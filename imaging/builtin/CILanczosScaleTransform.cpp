@@ -34,7 +34,7 @@ std::shared_ptr<Node> scaled(const CIImage& image, bool alongX, double scale) {
                       destination.height * inverse + 2 * margin};
     };
     return applyFrameworkKernel("CIResampleKernel", "CI_lanczos", result,
-                                RegionOfInterest::computed(roi),
+                                RegionOfInterest::computed(roi).exact(),
                                 {CISampler(image, {.filter = SamplerFilter::Nearest}),
                                  alongX ? CIVector(1, 0) : CIVector(0, 1), 1 / scale, narrowing,
                                  support, taps, std::floor(low), std::ceil(high)});

@@ -210,24 +210,18 @@ void Plan::addStep(const Node* node) {
 
 IntRect Plan::readBy(const RegionOfInterest& rule, int index, const CGRect& destination,
                      const IntRect& source) {
-    const IntRect asked = IntRect::around(rule.rectFor(index, destination).grownBy(1));
-    switch (rule.kind()) {
-    case RegionOfInterest::Kind::Identity:
-        return source;
-    case RegionOfInterest::Kind::Grown:
-        return rule.margin() < 0 ? source : asked;
-    case RegionOfInterest::Kind::Whole: {
-        const IntRect named = IntRect::around(rule.rectFor(index, destination));
-        return named == named.intersection(source) ? asked : source;
+    if (!rule.isExact()) {
+        constexpr int64_t kMostPixels = int64_t(1) << 28; // that are computed as a whole
+        const bool cannotHold = rule.kind() == RegionOfInterest::Kind::Identity ||
+                                (rule.kind() == RegionOfInterest::Kind::Grown && rule.margin() < 0);
+        if (cannotHold || source.area() < kMostPixels) return source;
     }
-    default:
-        return asked;
-    }
+    return IntRect::around(rule.rectFor(index, destination).grownBy(1));
 }
 
 IntRect Plan::readReduced(const Step& step, const Edge& edge, const CGRect& destination) const {
     const Edge& first = edges_[static_cast<size_t>(step.firstEdge)];
-    const IntRect& whole = steps_[static_cast<size_t>(first.step)].extent;
+    const IntRect whole = steps_[static_cast<size_t>(first.step)].extent.intersection(first.clip);
     const IntRect read = readBy(step.node->regionOfInterest, 0, destination, whole);
     const CGRect from = first.extent, to = edge.extent;
     if (from.isEmpty() || !from.isFinite() || !read.isInReach())
@@ -251,15 +245,15 @@ void Plan::propagateNeeds(const IntRect& rect) {
         for (int e = 0; e < step.edgeCount; ++e) {
             const Edge& edge = edges_[static_cast<size_t>(step.firstEdge + e)];
             Step& source = steps_[static_cast<size_t>(edge.step)];
+            const IntRect visible = source.extent.intersection(edge.clip);
             IntRect wanted = step.needed;
             if (!edge.ownPixelOnly) {
                 wanted = edge.reduced
                              ? readReduced(step, edge, destination)
-                             : readBy(step.node->regionOfInterest, e, destination, source.extent);
+                             : readBy(step.node->regionOfInterest, e, destination, visible);
                 if (!source.isMemory) source.materialised = true;
             }
-            source.needed =
-                source.needed.unionWith(wanted.intersection(edge.clip).intersection(source.extent));
+            source.needed = source.needed.unionWith(wanted.intersection(visible));
         }
     }
 }

@@ -99,10 +99,10 @@ private:
     Edge resolve(const CIImage& image, CGColorSpace wanted);
     int conversionOf(int step, const char* kernel);
     void propagateNeeds(const IntRect& rect);
-    /// What a kernel that reads elsewhere than at its own pixel may read of a source. Rules that
-    /// cannot hold for such a kernel stand for the whole source: identity, a destination that
-    /// shrinks, and a fixed rectangle that reaches outside of the source, as one does that was
-    /// measured from (0, 0) when the source lies elsewhere.
+    /// What a kernel that reads elsewhere than at its own pixel may read of a source: what its rule
+    /// gives where that is exact, else all of it. Where all of it is more than memory holds, as of
+    /// a picture without end, the rule is believed if it can hold for such a kernel, as identity
+    /// and a destination that shrinks cannot.
     static IntRect readBy(const RegionOfInterest& rule, int index, const CGRect& destination,
                           const IntRect& source);
     /// The same of a reduced image, from what the kernel may read of the image itself.

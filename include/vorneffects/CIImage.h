@@ -147,8 +147,10 @@ private:
 
 namespace vorn {
 
-/// Which region of source number `index` (0 is the first sampler argument) a kernel needs for a
-/// destination rectangle. One of a closed set of rules.
+/// Which region of source number `index` (0 is the first sampler argument) a kernel is said to need
+/// for a destination rectangle. One of a closed set of rules. Descriptions show it. Devices go by
+/// what the kernel reads: the own pixel where it reads nothing else, otherwise all of the source,
+/// unless the rule is `exact`, or the source has no end or more than 2^28 pixels.
 class VORN_EXPORT RegionOfInterest {
 public:
     enum class Kind : uint8_t {
@@ -181,12 +183,23 @@ public:
     /// its arguments and on what it captured. What it throws fails the render, whose error says so.
     static RegionOfInterest computed(Callback callback);
 
+    /// The same rule with a promise: for any destination the kernel reads nothing but what the rule
+    /// gives and the pixels next to that, so that no more of a source need be computed. A promise
+    /// that does not hold cuts the picture.
+    RegionOfInterest exact() const {
+        RegionOfInterest rule = *this;
+        rule.isExact_ = true;
+        return rule;
+    }
+
     CGRect rectFor(int index, CGRect destination) const;
     Kind kind() const { return kind_; }
+    bool isExact() const { return isExact_; }
     double margin() const { return margin_; }
 
 private:
     Kind kind_ = Kind::Identity;
+    bool isExact_ = false;
     double margin_ = 0;
     CGRect first_, others_;
     CGAffineTransform transform_;
