@@ -180,7 +180,8 @@ public:
     /// border: for a destination outside, the pixels of the border that are nearest to it.
     static RegionOfInterest clampedTo(CGRect extent);
     /// Anything else. Called on the rendering thread, any number of times; must depend only on
-    /// its arguments and on what it captured. What it throws fails the render, whose error says so.
+    /// its arguments and on what it captured. What it throws fails a render that asks it, whose
+    /// error says so.
     static RegionOfInterest computed(Callback callback);
 
     /// The same rule with a promise: for any destination the kernel reads nothing but what the rule
