@@ -29,7 +29,8 @@ void loadKernel(CIWarpKernel& slot, std::string_view libraryName, std::string_vi
 }
 
 /// Fills class-wide slots, one per mode, in the order of `functionNames`. Slot 0 alone tells
-/// whether the class is loaded: gaps behind it stay until it is empty too.
+/// whether the class is loaded: gaps behind it stay until it is empty too. It is stored last, so
+/// that whoever finds it filled finds the others.
 template <class Filter, size_t count>
 void loadKernels(CIKernel (&slots)[count], std::string_view libraryName,
                  const std::string_view (&functionNames)[count]) {

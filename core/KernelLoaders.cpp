@@ -1,8 +1,11 @@
 // Kernels by name. Nothing is kept here: a library is read once per kernel, when the first filter
-// of its class is made.
+// of its class is made. Threads that make the first ones at once read it each, and keep the same
+// kernel.
 #include "vorneffects/VornEffects.h"
 
 #include "platform/Messages.h"
+
+#include <vector>
 
 using namespace vorn;
 
@@ -63,6 +66,7 @@ bool VornEffectsLoadKernelArray(Class owner, std::string_view libraryName,
     if (!owner || libraryName.empty() || count < 1 || !slots || !functionNames) return false;
 
     bool isComplete = true;
+    std::vector<CIKernel> kernels(static_cast<size_t>(count));
     for (int index = 0; index < count; ++index) {
         if (slots[index]) continue;
         const std::string_view functionName = functionNames[index];
@@ -72,12 +76,16 @@ bool VornEffectsLoadKernelArray(Class owner, std::string_view libraryName,
             isComplete = false;
             continue;
         }
-        slots[index] = VornEffectsLoadKernel(owner, libraryName, functionName);
-        if (!slots[index]) {
+        CIKernel& kernel = kernels[static_cast<size_t>(index)];
+        kernel = VornEffectsLoadKernel(owner, libraryName, functionName);
+        if (!kernel) {
             report(Severity::Error, "ERROR: failed to load kernel '%s' at index %d for class '%s'",
                    std::string(functionName).c_str(), index, owner->name);
             isComplete = false;
         }
     }
+    // Filters look at the first slot to see whether all are filled, on other threads too.
+    for (int index = count - 1; index >= 0; --index)
+        if (const CIKernel& kernel = kernels[static_cast<size_t>(index)]) slots[index] = kernel;
     return isComplete;
 }

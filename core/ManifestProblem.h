@@ -6,6 +6,6 @@
 namespace vorn::core {
 
 /// One line for each fault, each ended by a line break; empty until the manifest has been read.
-const std::string& manifestProblem();
+std::string manifestProblem();
 
 } // namespace vorn::core

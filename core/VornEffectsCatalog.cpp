@@ -5,8 +5,10 @@
 #include "core/ManifestProblem.h"
 #include "platform/Messages.h"
 
+#include <atomic>
 #include <functional>
 #include <map>
+#include <mutex>
 
 using namespace vorn;
 
@@ -16,22 +18,15 @@ namespace {
 constinit const ClassInfo catalogClass{"VornEffectsCatalog", &catalogClass};
 const detail::ClassRegistration registeredCatalog{&catalogClass};
 
-using ClassByName = std::map<std::string, Class, std::less<>>;
+struct Catalog {
+    std::map<std::string, Class, std::less<>> classByName;
+    std::vector<std::string> problems; ///< of the manifest
+};
 
-/// Null until the manifest was asked for. It is asked for once: a manifest that is missing then
-/// leaves the catalogue empty. Never freed, since filters may be made until the process ends.
-ClassByName* classByName = nullptr;
-
-/// Never freed either.
-std::string& problem() {
-    static auto* const lines = new std::string;
-    return *lines;
-}
-
-void complain(const std::string& line) {
-    report(Severity::Error, "%s", line.c_str());
-    problem() += line + '\n';
-}
+/// Null until the manifest was read, which is done once: a manifest that is missing then leaves the
+/// catalogue empty. Never changed or freed afterwards, since filters may be made on any thread
+/// until the process ends.
+std::atomic<const Catalog*> loaded = nullptr;
 
 const std::string* stringForKey(const PropertyList& entry, std::string_view key) {
     const PropertyListDictionary* dictionary = entry.dictionary();
@@ -40,61 +35,74 @@ const std::string* stringForKey(const PropertyList& entry, std::string_view key)
     return found == dictionary->end() ? nullptr : found->second.string();
 }
 
-std::optional<PropertyListDictionary> readManifest() {
+Catalog catalogOfManifest() {
+    Catalog catalog;
     const auto path =
         Bundle::forClass(&catalogClass).pathForResource("VornEffectsManifest", "plist");
-    if (!path) return std::nullopt;
-    return dictionaryWithContentsOfFile(*path);
-}
-
-const ClassByName& loadedCatalog() {
-    VornEffectsCatalog::registerBuiltInMappings();
-    return *classByName;
-}
-
-} // namespace
-
-const std::string& vorn::core::manifestProblem() {
-    return problem();
-}
-
-void VornEffectsCatalog::registerBuiltInMappings() {
-    if (classByName) return;
-    classByName = new ClassByName;
-
-    const auto manifest = readManifest();
+    std::optional<PropertyListDictionary> manifest;
+    if (path) manifest = dictionaryWithContentsOfFile(*path);
     if (!manifest) {
-        complain("VornEffects Manifest: Could not find/open manifest dict!");
-        return;
+        catalog.problems = {"VornEffects Manifest: Could not find/open manifest dict!"};
+        return catalog;
     }
     const auto found = manifest->find("Entries");
     const PropertyListArray* entries = found == manifest->end() ? nullptr : found->second.array();
     if (!entries) {
-        complain("VornEffects Manifest: Could not open manifest array!");
-        return;
+        catalog.problems = {"VornEffects Manifest: Could not open manifest array!"};
+        return catalog;
     }
     for (const PropertyList& entry : *entries) {
         const std::string* filterName = stringForKey(entry, "FilterName");
         const std::string* className = stringForKey(entry, "ClassName");
         const Class filterClass = className ? classFromString(*className) : nullptr;
-        if (filterName && filterClass) {
-            classByName->insert_or_assign(*filterName, filterClass);
-            continue;
-        }
-        complain("VornEffects Manifest: class not found for " +
-                 (filterName ? *filterName : "(null)") + " -> " +
-                 (className ? *className : "(null)"));
+        if (filterName && filterClass)
+            catalog.classByName.insert_or_assign(*filterName, filterClass);
+        else
+            catalog.problems.push_back("VornEffects Manifest: class not found for " +
+                                       (filterName ? *filterName : "(null)") + " -> " +
+                                       (className ? *className : "(null)"));
     }
+    return catalog;
+}
+
+const Catalog& loadedCatalog() {
+    VornEffectsCatalog::registerBuiltInMappings();
+    return *loaded.load(std::memory_order_acquire);
+}
+
+} // namespace
+
+std::string vorn::core::manifestProblem() {
+    const Catalog* const catalog = loaded.load(std::memory_order_acquire);
+    std::string lines;
+    if (catalog)
+        for (const std::string& problem : catalog->problems) lines += problem + '\n';
+    return lines;
+}
+
+void VornEffectsCatalog::registerBuiltInMappings() {
+    if (loaded.load(std::memory_order_acquire)) return;
+    const Catalog* catalog = nullptr;
+    {
+        static std::mutex mutex;
+        const std::lock_guard lock(mutex);
+        if (loaded.load(std::memory_order_relaxed)) return;
+        catalog = new Catalog(catalogOfManifest());
+        loaded.store(catalog, std::memory_order_release);
+    }
+    // Whoever receives the lines may ask for filters already.
+    for (const std::string& problem : catalog->problems)
+        report(Severity::Error, "%s", problem.c_str());
 }
 
 Class VornEffectsCatalog::filterClassForName(std::string_view name) {
-    const ClassByName& catalog = loadedCatalog();
-    const auto found = catalog.find(name);
-    return found == catalog.end() ? nullptr : found->second;
+    const auto& classByName = loadedCatalog().classByName;
+    const auto found = classByName.find(name);
+    return found == classByName.end() ? nullptr : found->second;
 }
 
 std::vector<std::string> VornEffectsCatalog::allFilterNames() {
     std::vector<std::string> names;
-    for (const auto& [name, filterClass] : loadedCatalog()) names.push_back(name);
+    for (const auto& [name, filterClass] : loadedCatalog().classByName) names.push_back(name);
     return names;
 }

@@ -3,15 +3,19 @@
 #include "core/ManifestProblem.h"
 #include "platform/Messages.h"
 
+#include <mutex>
+
 using namespace vorn;
 
 void VornEffectsRegistrar::registerAllFilters() {
-    static bool isRegistered = false;
-
     report(Severity::Notice, "VornEffects: registerAllFilters");
-    if (isRegistered) return;
-
     VornEffectsCatalog::registerBuiltInMappings();
+
+    // A second thread finds every name registered when this returns.
+    static std::mutex mutex;
+    static bool isRegistered = false;
+    const std::lock_guard lock(mutex);
+    if (isRegistered) return;
     const auto constructor = std::make_shared<VornEffectsFilterConstructor>();
     for (const std::string& name : VornEffectsCatalog::allFilterNames()) {
         // Hosts read the categories as one text here, not as a list.

@@ -409,9 +409,9 @@ bool flatten(const KernelArgument& argument, kernelc::ParameterType type, Node& 
 
 } // namespace
 
-std::shared_ptr<Node> makeKernelNode(const std::shared_ptr<const KernelFunction>& function,
-                                     CGRect extent, const RegionOfInterest& regionOfInterest,
-                                     const CIImage& image, KernelArguments arguments) {
+std::shared_ptr<Node> makeKernelNode(const KernelFunction* function, CGRect extent,
+                                     const RegionOfInterest& regionOfInterest, const CIImage& image,
+                                     KernelArguments arguments) {
     const kernelc::Function& declaration = function->declaration();
     const auto& parameters = declaration.parameters;
     const size_t given = kernelc::givenCount(declaration);
@@ -457,22 +457,24 @@ std::shared_ptr<Node> makeKernelNode(const std::shared_ptr<const KernelFunction>
 
 CIImage CIKernel::applyWithExtent(CGRect extent, const RegionOfInterest& regionOfInterest,
                                   KernelArguments arguments) const {
-    if (!function_) return {};
-    if (type() == KernelType::Warp) {
+    const KernelFunction* const function = this->function();
+    if (!function) return {};
+    if (function->declaration().kind == kernelc::FunctionKind::Warp) {
         vorn::report(vorn::Severity::Warning,
                      "### CIKernel '%s' is a warp kernel and needs an image to warp",
-                     function_->declaration().name.c_str());
+                     function->declaration().name.c_str());
         return {};
     }
-    return CIImage(makeKernelNode(function_, extent, regionOfInterest, {}, arguments));
+    return CIImage(makeKernelNode(function, extent, regionOfInterest, {}, arguments));
 }
 
 CIImage CIKernel::applyWithExtent(CGRect extent, KernelArguments arguments) const {
-    if (function_ && type() != KernelType::Color &&
-        kernelc::sourceCount(function_->declaration()) > 0) {
+    const KernelFunction* const function = this->function();
+    if (function && function->declaration().kind != kernelc::FunctionKind::Color &&
+        kernelc::sourceCount(function->declaration()) > 0) {
         vorn::report(vorn::Severity::Warning,
                      "### CIKernel '%s' is no colour kernel and needs a region of interest",
-                     function_->declaration().name.c_str());
+                     function->declaration().name.c_str());
         return {};
     }
     return applyWithExtent(extent, RegionOfInterest::identity(), arguments);
@@ -480,6 +482,7 @@ CIImage CIKernel::applyWithExtent(CGRect extent, KernelArguments arguments) cons
 
 CIImage CIWarpKernel::applyWithExtent(CGRect extent, const RegionOfInterest& regionOfInterest,
                                       const CIImage& image, KernelArguments arguments) const {
-    if (!function_) return {};
-    return CIImage(makeKernelNode(function_, extent, regionOfInterest, image, arguments));
+    const KernelFunction* const function = this->function();
+    if (!function) return {};
+    return CIImage(makeKernelNode(function, extent, regionOfInterest, image, arguments));
 }

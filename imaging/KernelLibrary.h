@@ -5,7 +5,6 @@
 #include "imaging/kernelc/library_format.h"
 #include "vorneffects/CIImage.h"
 
-#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -13,49 +12,64 @@
 
 namespace vorn::imaging {
 
+class KernelModule;
+
+/// The code of a function at one instruction-set level; both null: there is none.
+struct KernelEntry {
+    kernelabi::KernelFunction packed = nullptr, generic = nullptr;
+};
+
+/// A function of a module, which it belongs to. Both stay until the process ends.
+struct KernelFunction {
+    const KernelModule* module = nullptr;
+    size_t index = 0;
+
+    const kernelc::Function& declaration() const;
+    const std::string& libraryName() const;
+    /// The code of the first of `levels` that the library has; none, with `problem` saying why,
+    /// when it has none of them or it cannot be brought into the process, which is tried again the
+    /// next time.
+    KernelEntry entry(const std::vector<std::string>& levels, std::string& problem) const;
+};
+
 /// A library's bytes, read and checked. Code is brought into the process when it is first called
-/// for, one instruction-set level at a time, and stays there.
+/// for, one instruction-set level at a time, and stays there. Safe from any thread.
 class KernelModule {
 public:
     /// The module of a library's bytes; the same bytes give the same module. Null, with `problem`
     /// saying why, when the bytes are no sound kernel library for this processor.
-    static std::shared_ptr<const KernelModule> fromData(const Data& data, std::string& problem);
-    ~KernelModule();
+    static const KernelModule* fromData(const Data& data, std::string& problem);
 
     const kernelc::Library& library() const { return library_; }
-
-    struct Entry {
-        kernelabi::KernelFunction packed = nullptr, generic = nullptr;
-    };
-    /// The code of function number `index`: the first of `levels` that the library has; both null
-    /// when it has none of them.
-    Entry entry(size_t index, const std::vector<std::string>& levels) const;
+    /// The function of that name, or null.
+    const KernelFunction* function(std::string_view name) const;
 
 private:
+    friend KernelFunction;
     struct Loaded {
-        void* handle = nullptr;
-        bool tried = false;
-        std::vector<Entry> entries; ///< by function index
+        std::vector<KernelEntry> entries; ///< by function index; empty until the code is here
+        std::string problem;              ///< that the last line told of
     };
     explicit KernelModule(kernelc::Library library);
-    const Loaded& load(size_t codeIndex) const;
+    KernelEntry entry(size_t codeIndex, size_t functionIndex, std::string& problem) const;
 
     kernelc::Library library_;
+    std::vector<KernelFunction> functions_;
     mutable std::mutex mutex_;
     mutable std::vector<Loaded> loaded_; ///< by code index
 };
 
-struct KernelFunction {
-    std::shared_ptr<const KernelModule> module;
-    size_t index = 0;
+inline const kernelc::Function& KernelFunction::declaration() const {
+    return module->library().functions[index];
+}
+inline const std::string& KernelFunction::libraryName() const {
+    return module->library().name;
+}
 
-    const kernelc::Function& declaration() const { return module->library().functions[index]; }
-    const std::string& libraryName() const { return module->library().name; }
-};
-
-/// A kernel of one of the framework's own libraries, made once; null when the library is missing or
-/// damaged (with one line on standard output). No two of these libraries share a kernel's name.
-std::shared_ptr<const KernelFunction>
-frameworkKernel(std::string_view name, std::string_view library = "CIFrameworkKernel");
+/// A kernel of one of the framework's own libraries, made once; null, with a line, when the library
+/// is missing or damaged. It is tried again the next time, and a line follows where the reason is
+/// another one. No two of these libraries share a kernel's name.
+const KernelFunction* frameworkKernel(std::string_view name,
+                                      std::string_view library = "CIFrameworkKernel");
 
 } // namespace vorn::imaging

@@ -78,7 +78,7 @@ struct Node : std::enable_shared_from_this<Node> {
     CGRect extent;
 
     PixelSource pixels;
-    std::shared_ptr<const KernelFunction> function;
+    const KernelFunction* function = nullptr;
     PoolVector<KernelArgument> arguments; ///< as given, samplers included, in order
     PoolVector<CISampler> samplers;       ///< by sampler index; a warp kernel's image is number 0
     PoolVector<float> flattened;          ///< the other arguments as kernels get them
@@ -134,8 +134,8 @@ CIImage markAsErrorImage(const CIImage& image, std::string label, std::string me
 
 /// A node that applies a kernel, arguments checked and flattened; null, with a line on standard
 /// output, when they do not fit. `image` is a warp kernel's image and empty for the others.
-std::shared_ptr<Node> makeKernelNode(const std::shared_ptr<const KernelFunction>& function,
-                                     CGRect extent, const RegionOfInterest& regionOfInterest,
-                                     const CIImage& image, KernelArguments arguments);
+std::shared_ptr<Node> makeKernelNode(const KernelFunction* function, CGRect extent,
+                                     const RegionOfInterest& regionOfInterest, const CIImage& image,
+                                     KernelArguments arguments);
 
 } // namespace vorn::imaging

@@ -58,13 +58,26 @@ public:
         std::ofstream(folder() / fileName, std::ios::binary) << bytes;
     }
 
+    enum class Loaded { ByPath, ByRelativePath };
+
     /// Runs the probe program on this copy; what it printed. A probe that fails gives an exception.
-    Lines probe(const Lines& steps) const {
+    Lines probe(const Lines& steps, Loaded loaded = Loaded::ByPath) const {
         // Preloading wins over whatever search path the probe was linked with. The address
         // sanitizer wants to come first, and works when it does not.
-        std::string command =
-            "ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" + quoted(library_.string()) + " " +
-            quoted(VORN_PROBE_PATH);
+        const bool isRelative = loaded == Loaded::ByRelativePath;
+        return run("cd " + quoted(root_.string()) +
+                       " && ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" +
+                       quoted(isRelative ? "./" + library_.filename().string() : library_.string()),
+                   steps);
+    }
+    /// The same with the real library and its bundle.
+    static Lines probeOriginal(const Lines& steps) { return run("true;", steps); }
+
+    std::filesystem::path root() const { return root_; }
+
+private:
+    static Lines run(const std::string& before, const Lines& steps) {
+        std::string command = before + " " + quoted(VORN_PROBE_PATH);
         for (const std::string& step : steps) command += " " + quoted(step);
         FILE* pipe = popen(command.c_str(), "r");
         if (!pipe) throw std::runtime_error("cannot run the probe");
@@ -78,7 +91,6 @@ public:
         return linesOf(printed);
     }
 
-private:
     static std::string quoted(const std::string& text) {
         std::string result = "'";
         for (const char c : text) result += c == '\'' ? std::string("'\\''") : std::string(1, c);

@@ -1,6 +1,7 @@
 // The kernel compiler, run as the build runs it: what it says of mistakes, and what it makes of a
 // source.
 #include "bundle_copy.h"
+#include "imaging/kernelc/library_check.h"
 #include "imaging/kernelc/library_format.h"
 #include "support.h"
 
@@ -187,6 +188,92 @@ TEST(KernelCompiler, WritesALibraryThatTheEngineRuns) {
                             return Pixel{0.5, 0.5, 0.75, 1};
                         },
                         {1e-7}));
+}
+
+// ---- Libraries that were read ------------------------------------------------------------------
+
+using vorn::kernelc::Function;
+using vorn::kernelc::FunctionKind;
+using vorn::kernelc::Parameter;
+using vorn::kernelc::ParameterType;
+
+Data libraryOf(const Function& function, const std::string& level, const std::string& object) {
+    const std::string bytes = vorn::kernelc::serialize(
+        {"Test", vorn::kernelc::thisProcessor(), {function}, {{level, 1, object}}});
+    return std::make_shared<std::vector<uint8_t>>(bytes.begin(), bytes.end());
+}
+
+TEST(KernelLibraries, WhoseDeclarationsMakeNoSenseAreRefused) {
+    const Parameter sampler{"a", ParameterType::Sampler, false},
+        pixel{"b", ParameterType::Pixel, true}, number{"c", ParameterType::Float, false},
+        reduced{"d", ParameterType::Reduced, false}, unknown{"e", ParameterType(9), false};
+    const struct {
+        Function function;
+        const char* problem; // null: it makes sense
+    } cases[] = {
+        {{"f", FunctionKind::General, {sampler, number, reduced}, {}}, nullptr},
+        {{"f", FunctionKind::Color, {pixel, number}, {}}, nullptr},
+        {{"f", FunctionKind::Warp, {number}, {}}, nullptr},
+        {{"f", FunctionKind(3), {sampler}, {}}, "is of an unknown kind"},
+        {{"f", FunctionKind::General, {sampler, unknown}, {}}, "of an unknown type, 'e'"},
+        {{"f", FunctionKind::General, {reduced}, {}}, "has a reduced image and no sampler"},
+        {{"f", FunctionKind::General, {sampler, reduced, number}, {}}, "behind a reduced image"},
+        {{"f", FunctionKind::General, {sampler, pixel}, {}}, "reads images in two ways"},
+        {{"f", FunctionKind::Color, {sampler}, {}}, "is a colour kernel and takes a sampler"},
+        {{"f", FunctionKind::Warp, {sampler}, {}}, "is a warp kernel and takes an image"},
+    };
+    for (const auto& c : cases) {
+        KernelError error;
+        const CIKernel kernel =
+            CIKernel::kernelWithFunctionName("f", libraryOf(c.function, "none", ""), &error);
+        const std::string problem = c.problem ? c.problem : "";
+        EXPECT_EQ(static_cast<bool>(kernel), !c.problem) << problem;
+        EXPECT_NE(error.localizedDescription.find(problem), std::string::npos)
+            << error.localizedDescription;
+    }
+}
+
+TEST(KernelLibraries, AreCheckedWithoutRunningAnythingInThem) {
+    const Compiler compiler;
+    const auto object = [&](const std::string& text) {
+        compiler.write("code.cpp", text);
+        const std::string command = std::string(VORN_COMPILER) + " -shared -fPIC -o " +
+                                    compiler.path("code.so").string() + " " +
+                                    compiler.path("code.cpp").string();
+        EXPECT_EQ(std::system(command.c_str()), 0);
+        return fileContents(compiler.path("code.so"));
+    };
+    const Function function{"f", FunctionKind::General, {}, {}};
+    const std::string level = supportedInstructionSets().front();
+    const auto problemOf = [&](const std::string& code) {
+        return kernelLibraryProblem(libraryOf(function, level, code)).value_or("");
+    };
+    const std::string whole = object(
+        "#include <cstdlib>\n"
+        "[[gnu::constructor]] static void run() { setenv(\"VORN_TEST_CODE_RAN\", \"1\", 1); }\n"
+        "extern \"C\" { const void* vorn_kernel_table[3]; }\n");
+    EXPECT_EQ(problemOf(whole), "");
+    EXPECT_EQ(std::getenv("VORN_TEST_CODE_RAN"), nullptr);
+
+    const std::string start = "cannot load the " + level + " code of kernel library 'Test': it";
+    for (size_t length = 0; length < whole.size(); length += 1 + length / 50)
+        EXPECT_EQ(problemOf(whole.substr(0, length)).substr(0, start.size()), start) << length;
+    // Whatever the bytes that say where things lie are: checked, and no crash.
+    for (size_t at = 0; at < whole.size(); ++at)
+        for (const char byte : {'\x00', '\x7F', '\xFF'})
+            if (at < 0x400 || at > whole.size() - 0x800) {
+                std::string damaged = whole;
+                damaged[at] = byte;
+                vorn::kernelc::codeProblem({level, 1, damaged});
+            }
+    EXPECT_EQ(problemOf(object("int nothing;\n")),
+              start + "s shared object has no table of kernels");
+    std::string foreign = whole;
+    foreign[18] = 8; // a MIPS machine
+    EXPECT_EQ(problemOf(foreign), start + " is no shared object for this processor");
+    EXPECT_EQ(kernelLibraryProblem(libraryOf(function, "another level", whole)),
+              "The kernel 'f' has no code for this processor.");
+    EXPECT_EQ(std::getenv("VORN_TEST_CODE_RAN"), nullptr);
 }
 
 TEST(KernelCompiler, TheTestLibrariesHaveCodeForEveryLevel) {

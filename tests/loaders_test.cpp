@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <functional>
 #include <ostream>
 
@@ -212,6 +214,61 @@ TEST(Loaders, AFilterWithoutItsLibraryIsMadeAndTriesAgain) {
                      "ERROR: missing ci.metallib resource 'VE_DummyFilterKernel' for class "
                      "'VEDummy'",
                      "a filter", "a filter", "a filter"}));
+}
+
+TEST(Loaders, ALibraryLoadedByARelativePathKeepsItsBundle) {
+    BundleCopy copy, planted;
+    copy.take("VE_DummyFilterKernel.ci.metallib");
+    planted.write("VE_DummyFilterKernel.ci.metallib", "native code of somebody else");
+    EXPECT_EQ(copy.probe({"change-folder:" + planted.root().string(),
+                          "kernel:VE_DummyFilterKernel:VE_Dummy_dummy"},
+                         BundleCopy::Loaded::ByRelativePath),
+              Lines{"a kernel"});
+}
+
+TEST(Loaders, DescriptorsThatRunOutAreNamedAndForgotten) {
+    BundleCopy copy;
+    for (const char* file : {"VornEffectsManifest.plist", "VE_DummyFilterKernel.ci.metallib",
+                             "CIFrameworkKernel.ci.metallib"})
+        copy.take(file);
+    const Lines printed = copy.probe({"make:VEDummy", "descriptors:none", "render", "render",
+                                      "color", "descriptors:all", "render", "color"});
+    ASSERT_EQ(printed.size(), 7u) << testing::PrintToString(printed);
+    EXPECT_NE(printed[0].find("code of kernel library 'VE_DummyFilterKernel'"), std::string::npos);
+    EXPECT_EQ("ERROR: " + printed[1], printed[0]) << "the render's own message";
+    EXPECT_EQ(printed[2], printed[1]) << "no second line for the same reason";
+    for (const size_t i : {0, 1, 3})
+        EXPECT_NE(printed[i].find(std::strerror(EMFILE)), std::string::npos) << printed[i];
+    EXPECT_EQ(printed[4], "no image");
+    EXPECT_EQ(printed[5], "rendered");
+    EXPECT_EQ(printed[6], "rendered");
+}
+
+TEST(Loaders, CodeIsLoadedWithoutProcAndWithoutFilesInMemory) {
+    BundleCopy copy;
+    for (const char* file : {"VornEffectsManifest.plist", "VE_DummyFilterKernel.ci.metallib",
+                             "CIFrameworkKernel.ci.metallib"})
+        copy.take(file);
+    const auto temporaryFolders = [] {
+        int count = 0;
+        for (const auto& file : std::filesystem::directory_iterator("/tmp"))
+            count += file.path().filename().string().starts_with("vorneffects-code-");
+        return count;
+    };
+    const int before = temporaryFolders();
+    bool isSkipped = true;
+    for (const char* lack : {"without-proc", "without-memory-files"}) {
+        Lines printed = copy.probe({lack, "make:VEDummy", "render"});
+        if (printed.front().starts_with("still with")) continue;
+        isSkipped = false;
+        EXPECT_EQ(printed, Lines{"rendered"}) << lack;
+    }
+    EXPECT_EQ(temporaryFolders(), before) << "nothing is left behind";
+    if (isSkipped) GTEST_SKIP() << "nothing can be taken away from a process here";
+}
+
+TEST(Loaders, EveryFilterCanBeMadeFirstOnManyThreads) {
+    EXPECT_EQ(BundleCopy::probeOriginal({"threads:8"}), Lines{"a catalogue"});
 }
 
 // ---- Arrays of kernels ------------------------------------------------------------------------

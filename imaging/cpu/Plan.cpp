@@ -122,13 +122,15 @@ Edge Plan::resolve(const CIImage& image, CGColorSpace wanted) {
 int Plan::conversionOf(int step, const char* kernel) {
     for (const Conversion& known : conversions_)
         if (known.from == step && known.kernel == kernel) return known.to;
-    const auto function = frameworkKernel(kernel);
+    const KernelFunction* const function = frameworkKernel(kernel);
     Step conversion;
-    conversion.function = function.get(); // kernels of the framework stay
-    if (function && settings_.levels)
-        conversion.code = function->module->entry(function->index, *settings_.levels);
-    if (!function || (settings_.levels && !conversion.code.generic))
-        fail("the framework's colour conversion kernels are missing");
+    conversion.function = function;
+    if (!function) fail("the framework's colour conversion kernels could not be loaded");
+    if (function && settings_.levels) {
+        std::string problem;
+        conversion.code = function->entry(*settings_.levels, problem);
+        if (!conversion.code.generic) fail(std::move(problem));
+    }
     conversion.extent = steps_[static_cast<size_t>(step)].extent;
     conversion.firstEdge = static_cast<int>(edges_.size());
     conversion.edgeCount = 1;
@@ -177,10 +179,10 @@ void Plan::addStep(const Node* node) {
     step.function = &function;
     std::copy_n(node->period, 2, step.period);
     step.bits = node->bits;
-    if (settings_.levels) step.code = function.module->entry(function.index, *settings_.levels);
-    if (settings_.levels && !step.code.generic) {
-        fail("kernel '" + function.declaration().name + "' has no code for this processor");
-        return;
+    if (settings_.levels) {
+        std::string problem;
+        step.code = function.entry(*settings_.levels, problem);
+        if (!step.code.generic) return fail(std::move(problem));
     }
     if (node->samplers.size() > kMostSources) {
         fail("kernel '" + function.declaration().name + "' reads more than " +

@@ -18,12 +18,10 @@ public:
             problem_ = plan.problem();
             return false;
         }
-        const auto copy = frameworkKernel("CI_copy");
-        copy_ = copy ? copy->module->entry(copy->index, referenceLevel()) : KernelModule::Entry{};
-        if (!copy_.generic) {
-            problem_ = "the framework's copy kernel is missing";
-            return false;
-        }
+        const KernelFunction* const copy = frameworkKernel("CI_copy");
+        copy_ = copy ? copy->entry(referenceLevel(), problem_) : KernelEntry{};
+        if (!copy) problem_ = "the framework's copy kernel could not be loaded";
+        if (!copy_.generic) return false;
         images_.clear();
         for (Step& step : plan.steps()) compute(plan, step);
         const Whole result = gather(plan, plan.root(), rect);
@@ -105,13 +103,13 @@ private:
                 {0, 1, 2, 3}};
     }
 
-    static void call(const KernelModule::Entry& code, const IntRect& rect,
-                     const SourceView* sources, const float* arguments, const TargetView& target) {
+    static void call(const KernelEntry& code, const IntRect& rect, const SourceView* sources,
+                     const float* arguments, const TargetView& target) {
         const KernelCall call{rect.x0, rect.y0, rect.x1, rect.y1, sources, arguments, target};
         code.generic(&call);
     }
 
-    KernelModule::Entry copy_;
+    KernelEntry copy_;
     std::vector<Whole> images_;
 };
 

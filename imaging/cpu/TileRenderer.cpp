@@ -113,12 +113,12 @@ public:
             return false;
         }
         if (!copy_.generic) {
-            if (const auto kernel = frameworkKernel("CI_copy"))
-                copy_ = kernel->module->entry(kernel->index, levels_);
-            if (!copy_.generic) {
-                problem_ = "the framework's copy kernel is missing";
-                return false;
-            }
+            const KernelFunction* const kernel = frameworkKernel("CI_copy");
+            if (kernel)
+                copy_ = kernel->entry(levels_, problem_);
+            else
+                problem_ = "the framework's copy kernel could not be loaded";
+            if (!copy_.generic) return false;
         }
         // A wide target is computed in 32-bit floats throughout.
         intermediate_ = target.format == CIFormat::RGBAf ? kFloat : kHalf;
@@ -423,9 +423,8 @@ private:
         scratch.views.push_back(view);
     }
 
-    static void call(const KernelModule::Entry& code, const IntRect& rect,
-                     const SourceView* sources, int count, const float* arguments,
-                     const TargetView& target) {
+    static void call(const KernelEntry& code, const IntRect& rect, const SourceView* sources,
+                     int count, const float* arguments, const TargetView& target) {
         bool packed = target.layout == kPacked8;
         for (int i = 0; i < count; ++i) packed &= sources[i].layout == kPacked8;
         const KernelCall call{rect.x0, rect.y0, rect.x1, rect.y1, sources, arguments, target};
@@ -437,7 +436,7 @@ private:
     std::vector<Scratch> scratch_;
     oneapi::tbb::task_arena arena_;
     Plan plan_;
-    KernelModule::Entry copy_;
+    KernelEntry copy_;
     int32_t intermediate_ = kHalf;
     bool isTargetInBytes_ = false;
     std::vector<Buffer> buffers_;

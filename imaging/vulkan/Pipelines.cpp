@@ -39,7 +39,7 @@ Pipelines::~Pipelines() {
 
 const Pipeline& Pipelines::pipelineFor(const KernelFunction& function, Store store) {
     const std::lock_guard lock(mutex_);
-    const auto key = std::tuple(function.module.get(), function.index, store);
+    const auto key = std::tuple(function.module, function.index, store);
     const auto found = pipelines_.find(key);
     if (found != pipelines_.end()) return found->second;
     const Pipeline made = make(function, store);

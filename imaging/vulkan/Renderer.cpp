@@ -214,7 +214,7 @@ bool Renderer::begin(const CIImage& image, const IntRect& rect, CIFormat format,
     if (!plan_.build(image, rect, {nullptr, workingSpace, outputSpace}))
         throw Failure(plan_.problem());
     if (!copy_) copy_ = frameworkKernel("CI_copy");
-    if (!copy_) throw Failure("the framework's copy kernel is missing");
+    if (!copy_) throw Failure("the framework's copy kernel could not be loaded");
     return true;
 } catch (...) {
     takeProblem(problem_);

@@ -192,7 +192,7 @@ private:
     std::array<Frame, kFrames> frames_;
     size_t next_ = 0;
     std::vector<Outcome> outcomes_;
-    std::shared_ptr<const KernelFunction> copy_;
+    const KernelFunction* copy_ = nullptr;
     std::shared_ptr<Image> nothing_; ///< stands for sources without pixels
     struct TakenOver {
         std::shared_ptr<Image> image;

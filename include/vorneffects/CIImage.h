@@ -10,6 +10,7 @@
 #include "Platform.h"
 #include "Values.h"
 
+#include <atomic>
 #include <functional>
 #include <initializer_list>
 #include <map>
@@ -251,12 +252,18 @@ VORN_EXPORT std::optional<std::string> kernelLibraryProblem(const Data& library)
 
 } // namespace vorn
 
-/// A function of a kernel library. An empty handle is no kernel; applying it yields no image.
+/// A function of a kernel library. An empty handle is no kernel; applying it yields no image. What
+/// a handle refers to stays until the process ends. A handle that a class keeps for all of its
+/// instances may be filled on one thread while others read it: they find a whole kernel or none.
 class VORN_EXPORT CIKernel {
 public:
-    CIKernel() = default;
-    explicit CIKernel(std::shared_ptr<const vorn::imaging::KernelFunction> function)
-        : function_(std::move(function)) {}
+    constexpr CIKernel() = default;
+    explicit CIKernel(const vorn::imaging::KernelFunction* function) : function_(function) {}
+    CIKernel(const CIKernel& other) : function_(other.function()) {}
+    CIKernel& operator=(const CIKernel& other) {
+        function_.store(other.function(), std::memory_order_release);
+        return *this;
+    }
 
     /// Makes the kernel of that name from a kernel library's bytes. A colour-kernel function comes
     /// back as a colour kernel, any other one as a general kernel. Empty on failure, with `error`
@@ -264,7 +271,7 @@ public:
     static CIKernel kernelWithFunctionName(std::string_view name, const vorn::Data& library,
                                            vorn::KernelError* error);
 
-    explicit operator bool() const { return function_ != nullptr; }
+    explicit operator bool() const { return function() != nullptr; }
     vorn::KernelType type() const;
     std::string_view name() const;
     std::string_view libraryName() const;
@@ -277,12 +284,12 @@ public:
     /// For colour kernels: every source is read at the pixel that is written.
     CIImage applyWithExtent(CGRect extent, vorn::KernelArguments arguments) const;
 
-    const std::shared_ptr<const vorn::imaging::KernelFunction>& function() const {
-        return function_;
+    const vorn::imaging::KernelFunction* function() const {
+        return function_.load(std::memory_order_acquire);
     }
 
-protected:
-    std::shared_ptr<const vorn::imaging::KernelFunction> function_;
+private:
+    std::atomic<const vorn::imaging::KernelFunction*> function_ = nullptr;
 };
 
 class VORN_EXPORT CIColorKernel : public CIKernel {

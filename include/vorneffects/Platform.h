@@ -67,7 +67,8 @@ VORN_EXPORT Class classFromString(std::string_view name);
 /// the build tree and when installed.
 class VORN_EXPORT Bundle {
 public:
-    /// The bundle of the binary that a class lies in (null class: an empty bundle).
+    /// The bundle of the binary that a class lies in (null class: an empty bundle). Where that is
+    /// was found when the binary registered its first class.
     static Bundle forClass(Class owner);
     explicit Bundle(std::string folder) : folder_(std::move(folder)) {}
 
@@ -80,7 +81,7 @@ private:
     std::string folder_;
 };
 
-/// The whole file, or null when it cannot be read.
+/// The whole file, or null when it cannot be read; `errno` tells why.
 VORN_EXPORT Data dataWithContentsOfFile(const std::string& path);
 
 // ---- Property lists ---------------------------------------------------------------------------

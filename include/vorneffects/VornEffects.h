@@ -24,7 +24,7 @@ inline constexpr const char kVornFilterCategory[] = "Vorn Custom Filters";
 } // namespace vorn
 
 struct VORN_EXPORT VornEffectsRegistrar {
-    /// Registers every filter of the manifest, once per process. To be called from one thread.
+    /// Registers every filter of the manifest, once per process.
     static void registerAllFilters();
     /// What went wrong with that, one line for each fault: the manifest is missing or no property
     /// list, an entry of it has no name or names no class of the library. Empty when nothing did,
