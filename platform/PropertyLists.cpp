@@ -1,11 +1,12 @@
 // Property lists, read with libplist.
+#include "platform/PropertyListLimits.h"
 #include "vorneffects/Platform.h"
 
+#include <locale.h>
 #include <plist/plist.h>
 
 #include <cstdlib>
-#include <limits>
-#include <stdexcept>
+#include <filesystem>
 #include <type_traits>
 #include <utility>
 
@@ -22,49 +23,38 @@ using OwnedNode = std::unique_ptr<std::remove_pointer_t<plist_t>, FreeNode>;
 using OwnedString = std::unique_ptr<char, Free>;
 using OwnedIterator = std::unique_ptr<void, Free>;
 
-/// How deeply arrays and dictionaries may be nested.
-constexpr int kMostLevels = 128;
-
-/// Whether libplist can take a list. It descends by recursion and would overflow the stack with a
-/// hundred thousand levels, which fit in less than a megabyte.
-bool isSafeToParse(std::string_view list) {
-    if (list.starts_with("bplist")) {
-        // A binary list cannot be deeper than its number of values, which its last 32 bytes give.
-        constexpr uint64_t kMostValues = 8192;
-        constexpr size_t kTrailerSize = 32, kCountOffset = 8;
-        if (list.size() < kTrailerSize) return false;
-        uint64_t count = 0;
-        for (const char byte : list.substr(list.size() - kTrailerSize + kCountOffset, 8))
-            count = count << 8 | static_cast<uint8_t>(byte);
-        return count <= kMostValues;
+/// While one is there, the thread reads numbers with a point, whatever the process's locale says.
+class PlainLocale {
+public:
+    PlainLocale() : before_(plain_ ? uselocale(plain_) : nullptr) {}
+    ~PlainLocale() {
+        if (!before_) return;
+        uselocale(before_);
+        freelocale(plain_);
     }
-    int level = 0;
-    for (size_t tag = list.find('<'); tag != list.npos; tag = list.find('<', tag + 1)) {
-        const std::string_view rest = list.substr(tag + 1);
-        if (rest.starts_with("/array>") || rest.starts_with("/dict>")) {
-            --level;
-        } else if (rest.starts_with("array>") || rest.starts_with("dict>")) {
-            if (++level > kMostLevels) return false;
-        }
-    }
-    return true;
-}
+    PlainLocale(const PlainLocale&) = delete;
+    PlainLocale& operator=(const PlainLocale&) = delete;
+    explicit operator bool() const { return before_ != nullptr; }
 
-/// The value of a node. Throws `std::length_error` when it is nested too deeply. Dates, unique
-/// identifiers and nulls have no place in `PropertyList`; they come back unset.
-PropertyList propertyListFromNode(plist_t node, int level);
+private:
+    locale_t plain_ = newlocale(LC_ALL_MASK, "C", nullptr), before_;
+};
 
-PropertyListArray arrayFromNode(plist_t node, int level) {
+/// The value of a node. Dates, unique identifiers and nulls have no place in `PropertyList`; they
+/// come back unset.
+PropertyList propertyListFromNode(plist_t node);
+
+PropertyListArray arrayFromNode(plist_t node) {
     PropertyListArray array;
     void* rawIterator = nullptr;
     plist_array_new_iter(node, &rawIterator);
     const OwnedIterator iterator(rawIterator);
     for (plist_t item = nullptr; plist_array_next_item(node, iterator.get(), &item), item;)
-        array.push_back(propertyListFromNode(item, level + 1));
+        array.push_back(propertyListFromNode(item));
     return array;
 }
 
-PropertyListDictionary dictionaryFromNode(plist_t node, int level) {
+PropertyListDictionary dictionaryFromNode(plist_t node) {
     PropertyListDictionary dictionary;
     void* rawIterator = nullptr;
     plist_dict_new_iter(node, &rawIterator);
@@ -75,12 +65,11 @@ PropertyListDictionary dictionaryFromNode(plist_t node, int level) {
         plist_dict_next_item(node, iterator.get(), &rawKey, &item);
         const OwnedString key(rawKey);
         if (!key || !item) return dictionary;
-        dictionary[key.get()] = propertyListFromNode(item, level + 1);
+        dictionary[key.get()] = propertyListFromNode(item);
     }
 }
 
-PropertyList propertyListFromNode(plist_t node, int level) {
-    if (level > kMostLevels) throw std::length_error("property list is nested too deeply");
+PropertyList propertyListFromNode(plist_t node) {
     switch (plist_get_node_type(node)) {
     case PLIST_BOOLEAN: {
         uint8_t value = 0;
@@ -113,9 +102,9 @@ PropertyList propertyListFromNode(plist_t node, int level) {
         return {Data(std::make_shared<std::vector<uint8_t>>(bytes, bytes + size))};
     }
     case PLIST_ARRAY:
-        return {arrayFromNode(node, level)};
+        return {arrayFromNode(node)};
     case PLIST_DICT:
-        return {dictionaryFromNode(node, level)};
+        return {dictionaryFromNode(node)};
     default:
         return {};
     }
@@ -124,19 +113,19 @@ PropertyList propertyListFromNode(plist_t node, int level) {
 } // namespace
 
 std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path) {
+    std::error_code error;
+    if (std::filesystem::file_size(path, error) > vorn::platform::kMostPropertyListBytes || error)
+        return std::nullopt;
     const Data data = dataWithContentsOfFile(path);
-    if (!data || data->size() > std::numeric_limits<uint32_t>::max()) return std::nullopt;
-    const auto* const bytes = reinterpret_cast<const char*>(data->data());
-    if (!isSafeToParse({bytes, data->size()})) return std::nullopt;
+    if (!data) return std::nullopt;
+    const std::string_view bytes(reinterpret_cast<const char*>(data->data()), data->size());
+    const PlainLocale locale;
+    if (!locale || !vorn::platform::isSafePropertyList(bytes)) return std::nullopt;
     plist_t rawRoot = nullptr;
-    plist_from_memory(bytes, static_cast<uint32_t>(data->size()), &rawRoot);
+    plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &rawRoot);
     const OwnedNode root(rawRoot);
     if (!root || plist_get_node_type(root.get()) != PLIST_DICT) return std::nullopt;
-    try {
-        return dictionaryFromNode(root.get(), 1);
-    } catch (const std::length_error&) {
-        return std::nullopt;
-    }
+    return dictionaryFromNode(root.get());
 }
 
 } // namespace vorn

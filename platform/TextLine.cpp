@@ -1,10 +1,14 @@
 #include "TextLine.h"
 
+#include "platform/Messages.h"
 #include "vorneffects/Platform.h"
 
+#include <fontconfig/fontconfig.h>
 #include <pango/pangocairo.h>
 
 #include <algorithm>
+#include <mutex>
+#include <utility>
 
 namespace vorn::platform {
 namespace {
@@ -43,6 +47,29 @@ Owned<PangoFontDescription> describeFont(std::string_view name) {
     return font;
 }
 
+bool hasFonts(FcConfig* config) {
+    for (const FcSetName set : {FcSetSystem, FcSetApplication})
+        if (const FcFontSet* fonts = FcConfigGetFonts(config, set); fonts && fonts->nfont > 0)
+            return true;
+    return false;
+}
+
+/// Whether there is any font, with a line where there is none. That may have been the state of a
+/// moment, in which files could not be opened: what was found then is looked for again.
+bool haveFonts() {
+    if (hasFonts(nullptr)) return true;
+    static std::mutex mutex;
+    static bool isReported = false;
+    {
+        const std::lock_guard lock(mutex);
+        if (!hasFonts(nullptr)) FcInitReinitialize();
+        const bool found = hasFonts(nullptr);
+        if (std::exchange(isReported, !found) || found) return found;
+    }
+    vorn::report(vorn::Severity::Error, "ERROR: there are no fonts: no text is drawn");
+    return false;
+}
+
 /// A context of the calling thread's own fonts.
 Owned<PangoContext> makeContext() {
     Owned<PangoContext> context(pango_font_map_create_context(pango_cairo_font_map_get_default()));
@@ -69,6 +96,7 @@ TextLine::TextLine(std::string_view utf8, std::string_view fontName, double pixe
     std::replace_if(
         text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
 
+    if (!haveFonts()) return;
     const Owned<PangoContext> context = makeContext();
     const Owned<PangoFontDescription> font = describeFont(fontName);
     pango_font_description_set_absolute_size(font.get(), pixelsPerEm * PANGO_SCALE);
@@ -95,6 +123,7 @@ void TextLine::addToPath(cairo_t* context) const {
 
 std::string vorn::systemFontName() {
     using namespace vorn::platform;
+    if (!haveFonts()) return "Sans";
     const Owned<PangoContext> context = makeContext();
     const Owned<PangoFontDescription> wanted(pango_font_description_from_string("Sans"));
     const Owned<PangoFont> font(pango_context_load_font(context.get(), wanted.get()));
