@@ -50,6 +50,24 @@ const CIKernel& kernelForMode(const CIKernel (&kernels)[count], const Number& mo
     return kernels[std::max(0, clampedMode(mode, static_cast<int>(count) - 1))];
 }
 
+// ---- Chance -----------------------------------------------------------------------------------
+
+/// Random numbers of one filter, drawn from its session: the same ones whenever the filters of a
+/// session are made in the same order, whoever else draws.
+class RandomNumbers {
+public:
+    RandomNumbers() : state_(vorn::Session::current()->random()) {}
+
+    /// Even over [0, 1).
+    double unit() {
+        state_ = state_ * 6364136223846793005 + 1442695040888963407; // Knuth, MMIX
+        return static_cast<double>(state_ >> 11) * 0x1p-53;
+    }
+
+private:
+    uint64_t state_;
+};
+
 // ---- Tiles -------------------------------------------------------------------------------------
 
 /// Whether a picture begins and ends with whole pixels: only then are the copies of its border's

@@ -12,5 +12,10 @@ CIFilterRef VornEffectsFilterConstructor::filterWithName(std::string_view name) 
                std::string(name).c_str());
         return nullptr;
     }
-    return filterClass->filter->create();
+    try {
+        return filterClass->filter->create();
+    } catch (...) {
+        vorn::reportCaught(filterClass->name);
+        return nullptr;
+    }
 }

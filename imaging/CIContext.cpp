@@ -1,6 +1,6 @@
 #include "vorneffects/CIContext.h"
 
-#include "imaging/ThreadDevice.h"
+#include "imaging/SessionState.h"
 #include "imaging/cpu/InstructionSets.h"
 #include "imaging/cpu/Renderer.h"
 #include "imaging/vulkan/Renderer.h"
@@ -15,17 +15,14 @@ using namespace vorn::imaging;
 using cpu::IntRect;
 using cpu::Target;
 
-ThreadDevice& imaging::deviceOfThread() {
-    static thread_local ThreadDevice device;
-    return device;
-}
-
 struct CIContext::State : std::enable_shared_from_this<State> {
+    std::shared_ptr<vorn::Session> session; ///< null: lent to whatever session is current
     ContextOptions options;
     int threads = 1;
     std::string instructionSet;
     std::unique_ptr<cpu::Renderer> host; ///< null where only a GPU will do
     std::shared_ptr<vulkan::Renderer> gpu;
+    std::shared_ptr<SharedGpu> shared; ///< the session's filters render on the same GPU
     std::string deviceProblem, lastError;
     /// How many renders the CPU does before a GPU that failed is tried again: so many that one that
     /// fails each time, for which a driver may need seconds, costs little.
@@ -48,8 +45,10 @@ struct CIContext::State : std::enable_shared_from_this<State> {
         try {
             if (const auto device =
                     vulkan::Device::open(options.deviceName, !isAuto, deviceProblem, &mayGpuCome)) {
-                gpu = std::make_shared<vulkan::Renderer>(device);
-                gpu->keepsUploads = options.keepsUploads;
+                auto renderer = std::make_shared<vulkan::Renderer>(device);
+                renderer->keepsUploads = options.keepsUploads;
+                shared = stateOf(*session).share(device);
+                gpu = std::move(renderer);
             }
         } catch (...) {
             vulkan::takeProblem(deviceProblem);
@@ -71,15 +70,9 @@ struct CIContext::State : std::enable_shared_from_this<State> {
         return pauseLeft == 0 || --pauseLeft == 0;
     }
 
-    /// From now on this thread's filters render with the same.
-    void makeCurrent() const {
-        ThreadDevice& current = deviceOfThread();
-        current.kind = gpu                                       ? DeviceKind::Vulkan
-                       : options.device == DeviceKind::Reference ? DeviceKind::Reference
-                                                                 : DeviceKind::CPU;
-        current.threads = threads;
-        current.instructionSet = options.instructionSet;
-        current.gpu = gpu;
+    /// For as long as a call takes.
+    vorn::Session::Scope inSession() const {
+        return vorn::Session::Scope(session ? session : vorn::Session::current());
     }
 
     bool areSpacesKnown(CGColorSpace ofResult) const {
@@ -109,29 +102,26 @@ struct CIContext::State : std::enable_shared_from_this<State> {
     vulkan::Renderer* usableGpu() {
         if (gpu && gpu->device()->isLost()) {
             gpu.reset();
+            shared.reset();
             pauseGpu();
         }
         if (isTimeForGpu()) openGpu();
         if (gpu && ++sinceFailure >= pause) pause = kShortestPause;
-        makeCurrent();
         return gpu.get();
     }
 
     /// The image, or the pixels that an accumulator has of it where they come to the same: both
     /// are rounded to 8 bits once.
     CIImage storedOr(const CIImage& image, const IntRect& rect, const Target& target) const {
-        const ThreadDevice::Stored& stored = deviceOfThread().stored;
         if (options.device == DeviceKind::Reference || bytesPerPixel(target.format) != 4 ||
-            options.workingSpace != CGColorSpace::None || !stored.rect.contains(rect) ||
-            stored.image.lock().get() != image.node())
+            options.workingSpace != CGColorSpace::None)
             return image;
-        const std::shared_ptr<const Node> pixels = stored.pixels.lock();
-        return pixels ? CIImage(pixels) : image;
+        const std::shared_ptr<const Node> pixels = image.node()->stored.get();
+        return pixels && IntRect::around(pixels->extent).contains(rect) ? CIImage(pixels) : image;
     }
 
     bool renderOnHost(const CIImage& image, const IntRect& rect, const Target& target,
                       CGColorSpace colorSpace) {
-        deviceOfThread().gpu.reset();
         if (!host) return fail(deviceProblem);
         try {
             return host->render(storedOr(image, rect, target), rect, target, options.workingSpace,
@@ -213,11 +203,14 @@ RenderTask& RenderTask::operator=(RenderTask&& other) noexcept = default;
 RenderTask::~RenderTask() = default;
 
 bool RenderTask::wait() {
-    return state_ && state_->wait();
+    if (!state_) return false;
+    const auto scope = state_->context->inSession();
+    return state_->wait();
 }
 
 RenderTask CIContext::startRender(const CIImage& image, void* bytes, size_t bytesPerRow,
                                   CGRect bounds, CIFormat format, CGColorSpace colorSpace) {
+    const auto scope = state_->inSession();
     RenderTask task;
     state_->guarded([&] {
         task.state_ = std::make_unique<RenderTask::State>();
@@ -244,16 +237,26 @@ RenderTask CIContext::startRender(const CIImage& image, void* bytes, size_t byte
 
 // ---- Context ------------------------------------------------------------------------------------
 
-CIContext::CIContext(ContextOptions options) : state_(std::make_shared<State>()) {
-    const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+CIContext::CIContext(ContextOptions options)
+    : CIContext(vorn::Session::current(), std::move(options)) {}
+
+CIContext::CIContext(std::shared_ptr<vorn::Session> session, ContextOptions options)
+    : state_(std::make_shared<State>()) {
     State& state = *state_;
+    state.session = session ? std::move(session) : vorn::Session::standard();
+    const auto scope = state.inSession();
+    const vorn::SessionOptions& ofSession = state.session->options();
+    if (options.device == DeviceKind::Auto) options.device = ofSession.device;
+    if (options.threads <= 0) options.threads = ofSession.threads;
+    if (options.instructionSet.empty()) options.instructionSet = ofSession.instructionSet;
+    if (options.deviceName.empty()) options.deviceName = ofSession.deviceName;
+    const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
     state.threads = std::clamp(options.threads > 0 ? options.threads : cores, 1, 1024);
     state.options = std::move(options);
     if (state.options.device == DeviceKind::Reference) {
         state.threads = 1;
         state.instructionSet = "reference";
         state.host = cpu::makeReferenceRenderer();
-        state.makeCurrent();
         return;
     }
     std::vector<std::string> levels = cpu::supportedLevels();
@@ -263,13 +266,13 @@ CIContext::CIContext(ContextOptions options) : state_(std::make_shared<State>())
     if (state.options.device != DeviceKind::Vulkan)
         state.host = cpu::makeTileRenderer(state.threads, std::move(levels));
     if (state.options.device != DeviceKind::CPU) state.openGpu();
-    state.makeCurrent();
 }
 
 CIContext::~CIContext() = default;
 
 bool CIContext::render(const CIImage& image, void* bytes, size_t bytesPerRow, CGRect bounds,
                        CIFormat format, CGColorSpace colorSpace) {
+    const auto scope = state_->inSession();
     return state_->guarded([&] {
         return state_->render(image, bytes, bytesPerRow, IntRect::around(bounds), format,
                               colorSpace);
@@ -278,52 +281,61 @@ bool CIContext::render(const CIImage& image, void* bytes, size_t bytesPerRow, CG
 
 bool CIContext::renderToIOSurface(const CIImage& image, Surface& surface, CGRect bounds,
                                   CGColorSpace colorSpace) {
+    const auto scope = state_->inSession();
     return state_->guarded(
         [&] { return state_->renderToMemory(image, surface, bounds, colorSpace); });
 }
 
 bool CIContext::renderToCVPixelBuffer(const CIImage& image, PixelBuffer& buffer, CGRect bounds,
                                       CGColorSpace colorSpace) {
+    const auto scope = state_->inSession();
     return state_->guarded(
         [&] { return state_->renderToMemory(image, buffer, bounds, colorSpace); });
-}
-
-namespace {
-/// What filters render with on this thread where the host's context is not known.
-thread_local std::unique_ptr<CIContext> hostOfThisThread;
-} // namespace
-
-CIContext& CIContext::hostOfThread() {
-    std::unique_ptr<CIContext>& own = hostOfThisThread;
-    const ThreadDevice current = deviceOfThread(); // a copy: making a context changes it
-    const DeviceKind kind =
-        current.kind == DeviceKind::Reference ? DeviceKind::Reference : DeviceKind::CPU;
-    if (!own || own->options().device != kind || own->options().threads != current.threads ||
-        own->options().instructionSet != current.instructionSet) {
-        own = std::make_unique<CIContext>(ContextOptions{
-            .device = kind, .threads = current.threads, .instructionSet = current.instructionSet});
-        deviceOfThread() = current;
-    }
-    return *own;
 }
 
 bool CIContext::capture(const CIImage& image, Surface& surface, CGRect bounds,
                         CGColorSpace colorSpace) {
     std::string unwanted;
     return succeeds(unwanted, [&] {
-        CIContext& own = hostOfThread();
-        // Only for now: a GPU is given back with the host's context.
-        own.state_->gpu = deviceOfThread().gpu.lock();
-        const bool isGood = own.renderToIOSurface(image, surface, bounds, colorSpace);
-        own.state_->gpu.reset();
-        return isGood;
+        const BorrowedContext context;
+        return context->renderToIOSurface(image, surface, bounds, colorSpace);
     });
 }
 
 void CIContext::trim() {
     if (state_->host) state_->host->trim();
     if (state_->gpu) state_->gpu->trim();
-    if (hostOfThisThread && hostOfThisThread.get() != this) hostOfThisThread->trim();
+    if (state_->session) stateOf(*state_->session).trim();
+}
+
+BorrowedContext::BorrowedContext() : session_(vorn::Session::current()) {
+    SessionState& state = stateOf(*session_);
+    {
+        const std::lock_guard lock(state.mutex);
+        if (!state.idle.empty()) {
+            context_ = std::move(state.idle.back());
+            state.idle.pop_back();
+        }
+    }
+    if (!context_) {
+        const DeviceKind kind =
+            state.options.device == DeviceKind::Reference ? DeviceKind::Reference : DeviceKind::CPU;
+        context_ = std::make_unique<CIContext>(session_, ContextOptions{.device = kind});
+        context_->state_->session.reset(); // which keeps the context
+    }
+    gpu_ = state.gpuForFilters();
+    if (gpu_) context_->state_->gpu = gpu_->borrow();
+}
+
+BorrowedContext::~BorrowedContext() {
+    if (gpu_ && gpu()) gpu_->giveBack(std::exchange(context_->state_->gpu, nullptr));
+    SessionState& state = stateOf(*session_);
+    const std::lock_guard lock(state.mutex);
+    state.idle.push_back(std::move(context_));
+}
+
+vulkan::Renderer* BorrowedContext::gpu() const {
+    return context_->state_->gpu.get();
 }
 
 const std::string& CIContext::lastError() const {

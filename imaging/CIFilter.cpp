@@ -1,19 +1,32 @@
 #include "vorneffects/CIFilter.h"
 
+#include "imaging/SessionState.h"
 #include "imaging/builtin/Builtin.h"
+#include "platform/Messages.h"
 
 #include <algorithm>
 #include <functional>
 #include <map>
+#include <mutex>
+#include <shared_mutex>
 
 namespace {
 
-using Registry = std::map<std::string, RegisteredFilter, std::less<>>;
+/// The framework's own filters are there from the first use on. Never destroyed: filters may be
+/// made until the process ends.
+struct Registry {
+    std::shared_mutex mutex;
+    std::map<std::string, std::shared_ptr<const RegisteredFilter>, std::less<>> filters;
+};
 
-/// The registry, which has the framework's own filters from its first use on.
 Registry& registry() {
-    static Registry filters = builtinFilters();
-    return filters;
+    static auto& registry = *[] {
+        auto* made = new Registry;
+        for (auto& [name, filter] : builtinFilters())
+            made->filters.emplace(name, std::make_shared<const RegisteredFilter>(filter));
+        return made;
+    }();
+    return registry;
 }
 
 /// The categories are registered either as one text or as a list of texts.
@@ -53,6 +66,17 @@ std::vector<std::pair<std::string, AttributeValue>> rangeEntries(const ScalarRan
 }
 
 } // namespace
+
+vorn::detail::InSession::InSession(const Session& session)
+    : outer_(Surroundings::makeCurrent(stateOf(session).surroundings)) {}
+
+vorn::detail::InSession::~InSession() {
+    Surroundings::makeCurrent(static_cast<Surroundings*>(outer_));
+}
+
+void vorn::detail::reportCaught(const CIFilter& filter) noexcept {
+    vorn::reportCaught(filter.filterClass().classInfo.name);
+}
 
 const char* vorn::inputKindName(InputKind kind) {
     switch (kind) {
@@ -104,30 +128,51 @@ InputAttributes vorn::position(std::string key, std::string displayName, CIVecto
              {kCIAttributeType, kCIAttributeTypePosition}}};
 }
 
+CIFilter::CIFilter() : session_(vorn::Session::current()) {}
+
+CIFilter::~CIFilter() = default;
+
 void CIFilter::registerFilterName(std::string name,
                                   std::shared_ptr<CIFilterConstructor> constructor,
                                   ClassAttributes classAttributes) {
-    registry().insert_or_assign(
-        std::move(name), RegisteredFilter{std::move(constructor), std::move(classAttributes)});
+    try {
+        std::shared_ptr<const RegisteredFilter> registered = std::make_shared<RegisteredFilter>(
+            RegisteredFilter{std::move(constructor), std::move(classAttributes)});
+        Registry& known = registry();
+        const std::unique_lock lock(known.mutex);
+        // What was there before goes after the lock does: its constructor is the host's.
+        std::swap(known.filters[name], registered);
+    } catch (...) {
+        vorn::reportCaught(name);
+    }
 }
 
 CIFilterRef CIFilter::filterWithName(std::string_view name) {
-    const RegisteredFilter* registered = registeredFilter(name);
-    return registered && registered->constructor ? registered->constructor->filterWithName(name)
-                                                 : nullptr;
+    try {
+        const auto registered = registeredFilter(name);
+        return registered && registered->constructor ? registered->constructor->filterWithName(name)
+                                                     : nullptr;
+    } catch (...) {
+        vorn::reportCaught(name);
+        return nullptr;
+    }
 }
 
 std::vector<std::string> CIFilter::filterNames(std::string_view category) {
+    Registry& known = registry();
+    const std::shared_lock lock(known.mutex);
     std::vector<std::string> names;
-    for (const auto& [name, registered] : registry())
-        if (category.empty() || hasCategory(registered.classAttributes, category))
+    for (const auto& [name, registered] : known.filters)
+        if (category.empty() || hasCategory(registered->classAttributes, category))
             names.push_back(name);
     return names;
 }
 
-const RegisteredFilter* CIFilter::registeredFilter(std::string_view name) {
-    const auto found = registry().find(name);
-    return found == registry().end() ? nullptr : &found->second;
+std::shared_ptr<const RegisteredFilter> CIFilter::registeredFilter(std::string_view name) {
+    Registry& known = registry();
+    const std::shared_lock lock(known.mutex);
+    const auto found = known.filters.find(name);
+    return found == known.filters.end() ? nullptr : found->second;
 }
 
 void CIFilter::setVornFrameTime(uint64_t) {}
@@ -135,8 +180,14 @@ void CIFilter::setVornFrameTime(uint64_t) {}
 void CIFilter::clear() {}
 
 bool CIFilter::setValueForKey(const InputValue& value, std::string_view key) {
-    if (const InputInfo* input = findInput(filterClass(), key)) return input->set(*this, value);
-    return isAdvertised(filterClass(), key);
+    const vorn::detail::InSession current(*session_);
+    try {
+        if (const InputInfo* input = findInput(filterClass(), key)) return input->set(*this, value);
+        return isAdvertised(filterClass(), key);
+    } catch (...) {
+        vorn::detail::reportCaught(*this);
+        return false;
+    }
 }
 
 InputValue CIFilter::valueForKey(std::string_view key) const {

@@ -6,6 +6,7 @@
 #include "platform/Messages.h"
 
 #include <cstring>
+#include <mutex>
 
 namespace vorn::imaging {
 
@@ -38,6 +39,22 @@ void Node::destroy(Node* node) noexcept {
         next->~Node();
     }
     isDestroying = false;
+}
+
+namespace {
+std::mutex storedMutex; // of all nodes: only those that an accumulator has stored come here
+}
+
+void StoredPixels::set(const std::shared_ptr<const Node>& pixels) const {
+    const std::lock_guard lock(storedMutex);
+    pixels_ = pixels;
+    isSet_.store(true, std::memory_order_release);
+}
+
+std::shared_ptr<const Node> StoredPixels::get() const {
+    if (!isSet_.load(std::memory_order_acquire)) return nullptr;
+    const std::lock_guard lock(storedMutex);
+    return pixels_.lock();
 }
 
 CIImage withAnnotation(const CIImage& image, std::shared_ptr<const Annotation> annotation) {

@@ -1,5 +1,5 @@
 #include "imaging/Node.h"
-#include "imaging/ThreadDevice.h"
+#include "imaging/SessionState.h"
 #include "imaging/cpu/Plan.h"
 #include "imaging/vulkan/Renderer.h"
 #include "platform/Guard.h"
@@ -90,26 +90,25 @@ void CIImageAccumulator::setImage(const CIImage& image) {
 
 bool CIImageAccumulator::store(const CIImage& image, std::string& problem) {
     const cpu::IntRect& rect = state_->rect;
-    // Where this thread renders on a GPU, the picture is made there and stays there.
-    if (const auto gpu = deviceOfThread().gpu.lock(); gpu && image)
+    const BorrowedContext context;
+    // Where the session's filters render on a GPU, the picture is made there and stays there.
+    if (vulkan::Renderer* const gpu = context.gpu(); gpu && image)
         if (auto pixels = gpu->renderOnDevice(image, rect, state_->format, CGColorSpace::None,
                                               CGColorSpace::None)) {
             state_->show(nullptr, std::move(pixels));
             return true;
         }
-    CIContext& context = CIContext::hostOfThread();
     const State::Memory memory = state_->freePicture();
     if (!memory) throw std::bad_alloc();
     const CGRect bounds{double(rect.x0), double(rect.y0), double(rect.width()),
                         double(rect.height())};
-    if (!context.render(image, memory.get(), state_->bytesPerRow, bounds, state_->format,
-                        CGColorSpace::None)) {
-        problem = context.lastError();
+    if (!context->render(image, memory.get(), state_->bytesPerRow, bounds, state_->format,
+                         CGColorSpace::None)) {
+        problem = context->lastError();
         return false;
     }
     state_->show(memory);
-    if (bytesPerPixel(state_->format) == 4)
-        deviceOfThread().stored = {image.sharedNode(), state_->image.sharedNode(), rect};
+    if (bytesPerPixel(state_->format) == 4) image.node()->stored.set(state_->image.sharedNode());
     return true;
 }
 

@@ -6,6 +6,7 @@
 #include "vorneffects/CIImage.h"
 #include "vorneffects/ImageDescription.h"
 
+#include <atomic>
 #include <memory>
 #include <memory_resource>
 #include <string>
@@ -60,6 +61,25 @@ struct Annotation {
     std::string errorLabel, errorMessage;
 };
 
+struct Node;
+
+/// What an accumulator has of an image that it has stored last: the same as 8-bit pixels. A
+/// feedback chain stores its result and hands it out: it is then computed once, not twice. Safe
+/// from any thread; copies of a node have nothing stored.
+class StoredPixels {
+public:
+    StoredPixels() = default;
+    StoredPixels(const StoredPixels&) {}
+    StoredPixels& operator=(const StoredPixels&) = delete;
+
+    void set(const std::shared_ptr<const Node>& pixels) const;
+    std::shared_ptr<const Node> get() const; ///< null: nothing, or it is gone
+
+private:
+    mutable std::atomic<bool> isSet_ = false;
+    mutable std::weak_ptr<const Node> pixels_;
+};
+
 struct Node : std::enable_shared_from_this<Node> {
     enum class Kind : uint8_t {
         Pixels,       ///< `pixels`, lower-left corner at the extent's origin
@@ -102,6 +122,8 @@ struct Node : std::enable_shared_from_this<Node> {
     static constexpr int kDeepest = 512;
 
     std::shared_ptr<const Annotation> annotation; ///< null when there is nothing to tell
+
+    StoredPixels stored;
 
     /// Destroys a node that nobody holds any longer, and then what that lets go of: one node after
     /// the other, so that a graph is no deeper on the stack than a single image. Allocates nothing.

@@ -1,23 +1,10 @@
-// The monotonic clock, which a host may take over.
-#include "vorneffects/Platform.h"
-
-#include <atomic>
-#include <ctime>
+// The monotonic clock of the session that is current on a thread.
+#include "platform/Surroundings.h"
 
 namespace vorn {
-namespace {
-
-std::atomic<bool> driven{false};
-std::atomic<uint64_t> drivenNanoseconds{0};
-
-} // namespace
 
 uint64_t PlatformClock::ticks() {
-    if (driven.load(std::memory_order_acquire))
-        return drivenNanoseconds.load(std::memory_order_relaxed);
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000u + static_cast<uint64_t>(now.tv_nsec);
+    return Surroundings::current().clock();
 }
 
 PlatformClock::Timebase PlatformClock::timebase() {
@@ -25,16 +12,15 @@ PlatformClock::Timebase PlatformClock::timebase() {
 }
 
 void PlatformClock::drive(uint64_t nanoseconds) {
-    drivenNanoseconds.store(nanoseconds, std::memory_order_relaxed);
-    driven.store(true, std::memory_order_release);
+    Surroundings::current().driveClock(nanoseconds);
 }
 
 void PlatformClock::release() {
-    driven.store(false, std::memory_order_release);
+    Surroundings::current().releaseClock();
 }
 
 bool PlatformClock::isDriven() {
-    return driven.load(std::memory_order_acquire);
+    return Surroundings::current().isClockDriven();
 }
 
 } // namespace vorn

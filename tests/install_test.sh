@@ -45,6 +45,10 @@ check_example() { # a program, and how it was built
     -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$tree" >"$folder/log" 2>&1 &&
     "$cmake" --build "$folder/examples" >>"$folder/log" 2>&1 || fail "$(cat "$folder/log")"
 check_example "$folder/examples/minimal_host" "CMake"
+output=$(LD_LIBRARY_PATH="$libraries" "$folder/examples/two_players" "$folder/left.ppm" "$folder/right.ppm") ||
+    fail "two players: $output"
+[[ $output == *"each shows what it shows alone" ]] || fail "two players: '$output'"
+cmp -s "$folder/left.ppm" "$folder/right.ppm" && fail "two players show one picture"
 "$folder/examples/contact_sheet" "$source/resources/FX_error_image.png" "$folder/sheet.ppm" >/dev/null ||
     fail "the contact sheet was not made"
 [ "$(head -c 2 "$folder/sheet.ppm")" = P6 ] || fail "the contact sheet is no picture"

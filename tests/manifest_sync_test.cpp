@@ -83,13 +83,17 @@ TEST(InStep, KernelsAreThoseThatFiltersLoad) {
     }
 }
 
-TEST(InStep, TheHostInTheReadmeIsTheExample) {
-    const std::string example = fileContents(kSources / "examples/minimal_host.cpp");
-    const std::vector<std::string> blocks =
-        matches(fileContents(kSources / "README.md"), "```cpp\n([^`]*)```");
-    EXPECT_EQ(blocks.size(), 1u);
-    for (const std::string& block : blocks)
-        EXPECT_NE(example.find(block), std::string::npos) << block;
+TEST(InStep, HostsInDocumentsAreTheExamples) {
+    const std::pair<const char*, const char*> pairs[] = {
+        {"README.md", "examples/minimal_host.cpp"}, {"docs/hosting.md", "examples/two_players.cpp"}};
+    for (const auto& [document, source] : pairs) {
+        const std::string example = fileContents(kSources / source);
+        const std::vector<std::string> blocks =
+            matches(fileContents(kSources / document), "```cpp\n([^`]*)```");
+        EXPECT_FALSE(blocks.empty()) << document;
+        for (const std::string& block : blocks)
+            EXPECT_NE(example.find(block), std::string::npos) << block;
+    }
 }
 
 // DEVELOPERS.md alone may point at papers that lie beside the checkout. Patterns are written so

@@ -144,7 +144,7 @@ TEST(Registry, EveryNameOfTheManifestIsRegisteredWithItsNameAndCategory) {
     EXPECT_EQ(CIFilter::filterNames("Vorn Custom Filters"), names);
 
     for (const std::string& name : names) {
-        const RegisteredFilter* registered = CIFilter::registeredFilter(name);
+        const auto registered = CIFilter::registeredFilter(name);
         ASSERT_NE(registered, nullptr) << name;
         EXPECT_EQ(registered->classAttributes,
                   (ClassAttributes{{"kCIAttributeFilterDisplayName", name},

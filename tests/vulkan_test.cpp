@@ -58,6 +58,9 @@ TEST(VulkanMemory, AnAccumulatorStaysOnTheDevice) {
     const Bitmap source = randomBitmap(random, 40, 30, CIFormat::RGBA8);
     CIContext cpu({.device = DeviceKind::CPU});
     const auto feedback = [&](CIContext& context, bool isGpu) {
+        const auto session =
+            vorn::Session::make({.device = isGpu ? DeviceKind::Vulkan : DeviceKind::CPU});
+        const vorn::Session::Scope scope(session);
         const auto accumulator =
             CIImageAccumulator::imageAccumulatorWithExtent(extent, CIFormat::BGRA8);
         for (int frame = 0; frame < 5; ++frame) {
@@ -82,12 +85,39 @@ TEST(VulkanMemory, AFrameThatAFilterKeepsStaysWhereTheHostRenders) {
     const CGRect bounds{0, 0, 30, 20};
     const Bitmap source = randomBitmap(random, 30, 20, CIFormat::RGBA8);
     CIContext cpu({.device = DeviceKind::CPU});
-    for (CIContext* context : {&cpu, vulkanContext(), &cpu}) {
-        render(*context, source.image(), bounds); // this thread's filters follow
-        const IOSurfaceRef surface = Surface::create({.width = 30, .height = 20});
-        ASSERT_TRUE(CIContext::capture(source.image(), *surface, bounds, CGColorSpace::None));
-        EXPECT_EQ(surface->onDevice() != nullptr, context == vulkanContext());
-        EXPECT_TRUE(isClose(render(cpu, CIImage::imageWithIOSurface(surface), bounds), source, {}));
+    // The session of frames that are captured, and the devices of contexts in it.
+    struct Case {
+        DeviceKind session;
+        std::vector<DeviceKind> contexts;
+        bool isOnGpu;
+    };
+    for (const auto& [kind, contexts, isOnGpu] :
+         {Case{DeviceKind::Auto, {}, false}, Case{DeviceKind::Auto, {DeviceKind::CPU}, false},
+          Case{DeviceKind::Auto, {DeviceKind::CPU, DeviceKind::Vulkan}, true},
+          Case{DeviceKind::CPU, {DeviceKind::Vulkan}, false},
+          Case{DeviceKind::Reference, {DeviceKind::Vulkan}, false},
+          Case{DeviceKind::Vulkan, {}, true}}) {
+        const auto session = vorn::Session::make({.device = kind});
+        const vorn::Session::Scope scope(session);
+        std::vector<std::unique_ptr<CIContext>> open;
+        for (const DeviceKind device : contexts)
+            open.push_back(std::make_unique<CIContext>(session, ContextOptions{.device = device}));
+        for (const bool isOpen : {true, false}) {
+            if (!isOpen) open.clear();                        // the GPU goes with its last context
+            render(*vulkanContext(), source.image(), bounds); // of another session
+            const IOSurfaceRef surface = Surface::create({.width = 30, .height = 20});
+            ASSERT_TRUE(CIContext::capture(source.image(), *surface, bounds, CGColorSpace::None));
+            const std::shared_ptr<DevicePixels> kept = surface->onDevice();
+            EXPECT_EQ(kept != nullptr, isOnGpu && (isOpen || kind == DeviceKind::Vulkan));
+            const CIImage image = CIImage::imageWithIOSurface(surface);
+            EXPECT_TRUE(isClose(render(cpu, image, bounds), source, {}));
+            const auto onDevice = std::dynamic_pointer_cast<vulkan::DeviceImage>(kept);
+            if (!onDevice) continue;
+            std::string problem;
+            EXPECT_EQ(onDevice->device(), vulkan::Device::open("", true, problem));
+            EXPECT_TRUE(isClose(render(*vulkanContext(), image, bounds), source, {}))
+                << "a context on another session's device fetches it";
+        }
     }
 }
 

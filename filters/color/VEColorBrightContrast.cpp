@@ -2,7 +2,7 @@
 // 255; 127 is no change. A gain above 1 also adds a boost that grows with its square.
 #include "core/FilterSupport.h"
 
-class VEColorBrightContrast final : public CIFilter {
+class VEColorBrightContrast : public CIFilter {
 public:
     VEColorBrightContrast() {
         loadKernel<VEColorBrightContrast>(kernel, "VE_ColorBrightContrastFilterKernel",

@@ -1,7 +1,7 @@
 // Dummy: the image as it is. The smallest filter there can be.
 #include "core/FilterSupport.h"
 
-class VEDummy final : public CIFilter {
+class VEDummy : public CIFilter {
 public:
     VEDummy() { loadKernel<VEDummy>(kernel, "VE_DummyFilterKernel", "VE_Dummy_dummy"); }
 

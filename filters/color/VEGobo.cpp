@@ -1,7 +1,7 @@
 // Gobo: reduces the image to black and white, as a mask before a lamp, with a weight per channel.
 #include "core/FilterSupport.h"
 
-class VEGobo final : public CIFilter {
+class VEGobo : public CIFilter {
 public:
     VEGobo() { loadKernel<VEGobo>(kernel, "VE_GoboFilterKernel", "VE_Gobo_blackAndWhite"); }
 

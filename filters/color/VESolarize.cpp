@@ -1,7 +1,7 @@
 // Solarize: folds the tones over at a level that falls as the intensity rises.
 #include "core/FilterSupport.h"
 
-class VESolarize final : public CIFilter {
+class VESolarize : public CIFilter {
 public:
     VESolarize() {
         loadKernel<VESolarize>(kernel, "VE_SolarizeFilterKernel", "VE_Solarize_solarize");

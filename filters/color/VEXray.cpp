@@ -1,7 +1,7 @@
 // X-ray: folds the tones over into a negative on blue-based film as the intensity rises.
 #include "core/FilterSupport.h"
 
-class VEXray final : public CIFilter {
+class VEXray : public CIFilter {
 public:
     VEXray() { loadKernel<VEXray>(kernel, "VE_XrayFilterKernel", "VE_Xray_xray"); }
 

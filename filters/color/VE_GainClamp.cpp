@@ -2,7 +2,7 @@
 // clamp per channel, or a clamp of all channels with gains of saturation and value.
 #include "core/FilterSupport.h"
 
-class VE_GainClamp final : public CIFilter {
+class VE_GainClamp : public CIFilter {
 public:
     VE_GainClamp() { loadKernels<VE_GainClamp>(kernels, "VE_GainClampFilterKernel", kFunctions); }
 

@@ -2,7 +2,7 @@
 // change.
 #include "core/FilterSupport.h"
 
-class VE_RGB_Contrast final : public CIFilter {
+class VE_RGB_Contrast : public CIFilter {
 public:
     VE_RGB_Contrast() {
         loadKernel<VE_RGB_Contrast>(kernel, "VE_RGB_ContrastFilterKernel",

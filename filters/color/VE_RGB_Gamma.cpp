@@ -2,7 +2,7 @@
 // change.
 #include "core/FilterSupport.h"
 
-class VE_RGB_Gamma final : public CIFilter {
+class VE_RGB_Gamma : public CIFilter {
 public:
     VE_RGB_Gamma() {
         loadKernel<VE_RGB_Gamma>(kernel, "VE_RGB_GammaFilterKernel", "VE_RGB_Gamma_rgbGamma");

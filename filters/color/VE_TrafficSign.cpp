@@ -2,7 +2,7 @@
 // scale is its number of steps.
 #include "core/FilterSupport.h"
 
-class VE_TrafficSign final : public CIFilter {
+class VE_TrafficSign : public CIFilter {
 public:
     VE_TrafficSign() {
         loadKernel<VE_TrafficSign>(kernel, "VE_TrafficSignFilterKernel",

@@ -1,7 +1,7 @@
 // Cloud generator: drifting clouds in the extent of the image, whose pixels are not read.
 #include "filters/shared/Motion.h"
 
-class VE_CloudGenerator final : public CIFilter {
+class VE_CloudGenerator : public CIFilter {
 public:
     VE_CloudGenerator() {
         loadKernels<VE_CloudGenerator>(kernels, "VE_CloudGeneratorFilterKernel", kFunctions);

@@ -1,7 +1,7 @@
 // Noise generator: moving noise of four kinds in the extent of the image, which is not read.
 #include "filters/shared/Motion.h"
 
-class VE_NoiseGenerator final : public CIFilter {
+class VE_NoiseGenerator : public CIFilter {
 public:
     VE_NoiseGenerator() {
         loadKernels<VE_NoiseGenerator>(kernels, "VE_NoiseGeneratorFilterKernel", kFunctions);

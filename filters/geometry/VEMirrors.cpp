@@ -2,7 +2,7 @@
 // large for a kernel to read anywhere are put together of crops and transforms.
 #include "core/FilterSupport.h"
 
-class VEMirrors final : public CIFilter {
+class VEMirrors : public CIFilter {
 public:
     VEMirrors() { loadKernels<VEMirrors>(kernels, "VE_MirrorsFilterKernel", kFunctions); }
 

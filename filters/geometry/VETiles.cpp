@@ -1,7 +1,7 @@
 // Tiles: repeats the image in an N-by-N grid.
 #include "core/FilterSupport.h"
 
-class VETiles final : public CIFilter {
+class VETiles : public CIFilter {
 public:
     VETiles() { loadKernel<VETiles>(kernel, "VE_TilesFilterKernel", "VE_Tiles_tiles1"); }
 

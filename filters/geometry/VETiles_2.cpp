@@ -1,7 +1,7 @@
 // Tiles 2: repeats the image in a grid, with a count and a spacing for each direction.
 #include "core/FilterSupport.h"
 
-class VETiles_2 final : public CIFilter {
+class VETiles_2 : public CIFilter {
 public:
     VETiles_2() { loadKernel<VETiles_2>(kernel, "VE_Tiles_2FilterKernel", "VE_Tiles_2_tiles2"); }
 

@@ -4,7 +4,7 @@
 
 #include <array>
 
-class VEWobble final : public CIFilter {
+class VEWobble : public CIFilter {
 public:
     VEWobble() { loadKernels<VEWobble>(kernels, "VE_WobbleFilterKernel", kFunctions); }
 

@@ -2,7 +2,7 @@
 // them.
 #include "core/FilterSupport.h"
 
-class VE_Repeats final : public CIFilter {
+class VE_Repeats : public CIFilter {
 public:
     VE_Repeats() { loadKernels<VE_Repeats>(kernels, "VE_RepeatsFilterKernel", kFunctions); }
 

@@ -1,7 +1,7 @@
 // Black alpha: turns black, white or a primary into transparency, or keeps one colour only.
 #include "core/FilterSupport.h"
 
-class VEBlackAlpha final : public CIFilter {
+class VEBlackAlpha : public CIFilter {
 public:
     VEBlackAlpha() { loadKernels<VEBlackAlpha>(kernels, "VE_BlackAlphaFilterKernel", kFunctions); }
 

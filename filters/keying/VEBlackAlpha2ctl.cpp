@@ -1,7 +1,7 @@
 // Black alpha with two controls: makes dark pixels transparent, or, in its second mode, black.
 #include "filters/keying/AmountAndSlope.h"
 
-class VEBlackAlpha2ctl final : public CIFilter {
+class VEBlackAlpha2ctl : public CIFilter {
 public:
     VEBlackAlpha2ctl() {
         loadKernels<VEBlackAlpha2ctl>(kernels, "VE_BlackAlpha2ctlFilterKernel", kFunctions);

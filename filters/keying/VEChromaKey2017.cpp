@@ -1,7 +1,7 @@
 // Chroma key: makes colours of the key's chroma transparent, whatever their brightness.
 #include "core/FilterSupport.h"
 
-class VEChromaKey2017 final : public CIFilter {
+class VEChromaKey2017 : public CIFilter {
 public:
     VEChromaKey2017() {
         loadKernel<VEChromaKey2017>(kernel, "VE_ChromaKey2017FilterKernel",

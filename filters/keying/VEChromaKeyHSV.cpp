@@ -1,7 +1,7 @@
 // Chroma key by hue, saturation and value: makes colours near the key transparent.
 #include "core/FilterSupport.h"
 
-class VEChromaKeyHSV final : public CIFilter {
+class VEChromaKeyHSV : public CIFilter {
 public:
     VEChromaKeyHSV() {
         loadKernel<VEChromaKeyHSV>(kernel, "VE_ChromaKeyHSVFilterKernel",

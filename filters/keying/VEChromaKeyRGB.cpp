@@ -1,7 +1,7 @@
 // Chroma key by red, green and blue: makes colours near the key transparent.
 #include "core/FilterSupport.h"
 
-class VEChromaKeyRGB final : public CIFilter {
+class VEChromaKeyRGB : public CIFilter {
 public:
     VEChromaKeyRGB() {
         loadKernel<VEChromaKeyRGB>(kernel, "VE_ChromaKeyRGBFilterKernel",

@@ -1,7 +1,7 @@
 // Chroma key by position: makes colours near that of a place in the picture transparent.
 #include "core/FilterSupport.h"
 
-class VEChromaKeyXY final : public CIFilter {
+class VEChromaKeyXY : public CIFilter {
 public:
     VEChromaKeyXY() {
         loadKernel<VEChromaKeyXY>(kernel, "VE_ChromaKeyXYFilterKernel",

@@ -1,7 +1,7 @@
 // Luma key: makes dark pixels transparent, or, in its second mode, bright ones.
 #include "filters/keying/AmountAndSlope.h"
 
-class VELumaKey final : public CIFilter {
+class VELumaKey : public CIFilter {
 public:
     VELumaKey() { loadKernels<VELumaKey>(kernels, "VE_LumaKeyFilterKernel", kFunctions); }
 

@@ -1,7 +1,7 @@
 // Crop circle: keeps a circle about the middle of the image, with a soft edge.
 #include "filters/shapes/SoftShape.h"
 
-class VECropCircle final : public CIFilter {
+class VECropCircle : public CIFilter {
 public:
     VECropCircle() {
         loadKernel<VECropCircle>(kernel, "VE_CropCircleFilterKernel", "VE_CropCircle_cropCircle");

@@ -2,7 +2,7 @@
 // lies outside of it, with a soft edge and, in two of the modes, an aspect of its own.
 #include "filters/shapes/SoftShape.h"
 
-class VECropCircleXYPosition final : public CIFilter {
+class VECropCircleXYPosition : public CIFilter {
 public:
     VECropCircleXYPosition() {
         loadKernels<VECropCircleXYPosition>(kernels, "VE_CropCircleXYPositionFilterKernel",

@@ -2,7 +2,7 @@
 // edge.
 #include "filters/shapes/SoftShape.h"
 
-class VECropOvalXYPosition final : public CIFilter {
+class VECropOvalXYPosition : public CIFilter {
 public:
     VECropOvalXYPosition() {
         loadKernels<VECropOvalXYPosition>(kernels, "VE_CropOvalXYPositionFilterKernel", kFunctions);

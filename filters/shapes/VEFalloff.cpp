@@ -1,7 +1,7 @@
 // Falloff: keeps a rectangle about the middle of the image, with a soft edge.
 #include "filters/shapes/SoftShape.h"
 
-class VEFalloff final : public CIFilter {
+class VEFalloff : public CIFilter {
 public:
     VEFalloff() { loadKernel<VEFalloff>(kernel, "VE_FalloffFilterKernel", "VE_Falloff_cropRect"); }
 

@@ -2,7 +2,7 @@
 // lies outside of it, with a soft edge and, in two of the modes, an aspect of its own.
 #include "filters/shapes/SoftShape.h"
 
-class VEFalloffXYPosition final : public CIFilter {
+class VEFalloffXYPosition : public CIFilter {
 public:
     VEFalloffXYPosition() {
         loadKernels<VEFalloffXYPosition>(kernels, "VE_FalloffXYPositionFilterKernel", kFunctions);

@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-class VE_ASCII_Art final : public CIFilter {
+class VE_ASCII_Art : public CIFilter {
 public:
     VE_ASCII_Art() { loadKernels<VE_ASCII_Art>(kernels, "VE_ASCII_ArtFilterKernel", kFunctions); }
 

@@ -2,7 +2,7 @@
 // blend is the result and, every so many frames, what the next trail is made of.
 #include "filters/temporal/FrameCapture.h"
 
-class VEDecay final : public CIFilter {
+class VEDecay : public CIFilter {
 public:
     VEDecay() {
         loadKernel<VEDecay>(multiplyKernel, "VE_DecayFilterKernel", "VE_Decay_multiply");

@@ -1,7 +1,7 @@
 // Edge detect 2: draws lines where neighbouring colours differ, on a captured copy of the frame.
 #include "filters/temporal/FrameCapture.h"
 
-class VEEdgeDetect2 final : public CIFilter {
+class VEEdgeDetect2 : public CIFilter {
 public:
     VEEdgeDetect2() {
         loadKernel<VEEdgeDetect2>(kernel, "VE_EdgeDetect2FilterKernel",

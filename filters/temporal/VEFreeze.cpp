@@ -1,7 +1,7 @@
 // Freeze: holds the frame that was live when the control went on.
 #include "filters/temporal/FrameCapture.h"
 
-class VEFreeze final : public CIFilter {
+class VEFreeze : public CIFilter {
 public:
     static Attributes customAttributes() {
         return {scalar("inputFreeze", "freeze", {.standard = 1})};

@@ -1,7 +1,7 @@
 // Strobe 2: darkens the image by one of nine waveforms that run on the clock.
 #include "filters/shared/Motion.h"
 
-class VE_Strobe_2 final : public CIFilter {
+class VE_Strobe_2 : public CIFilter {
 public:
     VE_Strobe_2() { loadKernels<VE_Strobe_2>(kernels, "VE_Strobe_2FilterKernel", kFunctions); }
 

@@ -2,7 +2,7 @@
 // darkened one.
 #include "core/FilterSupport.h"
 
-class VEXFBrightness final : public CIFilter {
+class VEXFBrightness : public CIFilter {
 public:
     VEXFBrightness() {
         loadKernels<VEXFBrightness>(kernels, "VEXFBrightnessFilterKernel", kFunctions);

@@ -1,7 +1,7 @@
 // Colour blend: fades the outgoing image into a colour and the incoming one out of it.
 #include "core/FilterSupport.h"
 
-class VEXFColorBlend final : public CIFilter {
+class VEXFColorBlend : public CIFilter {
 public:
     VEXFColorBlend() {
         loadKernel<VEXFColorBlend>(kernel, "VEXFColorBlendFilterKernel",

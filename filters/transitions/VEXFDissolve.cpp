@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-class VEXFDissolve final : public CIFilter {
+class VEXFDissolve : public CIFilter {
 public:
     VEXFDissolve() {
         loadKernel<VEXFDissolve>(kernel, "VEXFDissolveFilterKernel", "VEXFDissolve_dissolve");

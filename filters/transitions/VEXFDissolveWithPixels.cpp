@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-class VEXFDissolveWithPixels final : public CIFilter {
+class VEXFDissolveWithPixels : public CIFilter {
 public:
     VEXFDissolveWithPixels() {
         loadKernels<VEXFDissolveWithPixels>(kernels, "VEXFDissolveWithPixelsFilterKernel",

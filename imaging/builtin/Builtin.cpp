@@ -4,7 +4,7 @@
 namespace vorn::imaging {
 namespace {
 
-class BuiltinConstructor final : public CIFilterConstructor {
+class BuiltinConstructor : public CIFilterConstructor {
 public:
     explicit BuiltinConstructor(Class filterClass) : filterClass_(filterClass) {}
     CIFilterRef filterWithName(std::string_view) override { return filterClass_->filter->create(); }

@@ -2,7 +2,7 @@
 // Transforms of transforms are one resampling, and the identity is the image itself.
 #include "imaging/builtin/Builtin.h"
 
-class CIAffineTransform final : public CIFilter {
+class CIAffineTransform : public CIFilter {
 public:
     CIImage outputImage() override {
         if (!inputImage) return {};

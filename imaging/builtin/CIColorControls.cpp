@@ -4,7 +4,7 @@
 // Alpha is kept; values are not limited.
 #include "imaging/builtin/Builtin.h"
 
-class CIColorControls final : public CIFilter {
+class CIColorControls : public CIFilter {
 public:
     static Attributes customAttributes() {
         return {

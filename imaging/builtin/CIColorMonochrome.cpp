@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-class CIColorMonochrome final : public CIFilter {
+class CIColorMonochrome : public CIFilter {
 public:
     static Attributes customAttributes() {
         return {withDefault("inputColor", "color", CIColor(0.6, 0.45, 0.3)),

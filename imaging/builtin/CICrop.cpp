@@ -2,7 +2,7 @@
 // outward to whole pixels where it is rendered. No pass: a crop narrows what its readers read.
 #include "imaging/builtin/Builtin.h"
 
-class CICrop final : public CIFilter {
+class CICrop : public CIFilter {
 public:
     static Attributes customAttributes() {
         return {withDefault("inputRectangle", "rectangle", CIVector(0, 0, 300, 300))};

@@ -2,7 +2,7 @@
 // Compositing and Blending Level 1, section 10.1.4).
 #include "imaging/builtin/Blend.h"
 
-class CIDarkenBlendMode final : public CIFilter {
+class CIDarkenBlendMode : public CIFilter {
 public:
     CIImage outputImage() override {
         return blend(*this, "CI_darken", inputImage, inputBackgroundImage);

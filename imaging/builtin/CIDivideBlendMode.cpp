@@ -2,7 +2,7 @@
 // 0 stays 0 whatever divides it. The quotient is that of the GIMP manual's "divide" mode.
 #include "imaging/builtin/Blend.h"
 
-class CIDivideBlendMode final : public CIFilter {
+class CIDivideBlendMode : public CIFilter {
 public:
     CIImage outputImage() override {
         return blend(*this, "CI_divide", inputImage, inputBackgroundImage);

@@ -93,7 +93,7 @@ std::shared_ptr<Node> convolved(const CIImage& image, Axis axis, double sigma) {
 
 } // namespace
 
-class CIGaussianBlur final : public CIFilter {
+class CIGaussianBlur : public CIFilter {
 public:
     static Attributes customAttributes() {
         return {scalar("inputRadius", "radius", {.sliderMax = 100, .standard = 10})};

@@ -2,7 +2,7 @@
 // source-over (W3C Compositing and Blending Level 1, section 10.1.8).
 #include "imaging/builtin/Blend.h"
 
-class CIHardLightBlendMode final : public CIFilter {
+class CIHardLightBlendMode : public CIFilter {
 public:
     CIImage outputImage() override {
         return blend(*this, "CI_hardLight", inputImage, inputBackgroundImage);

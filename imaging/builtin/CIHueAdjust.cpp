@@ -2,7 +2,7 @@
 // derived in CIColorKernel.kernel.
 #include "imaging/builtin/Builtin.h"
 
-class CIHueAdjust final : public CIFilter {
+class CIHueAdjust : public CIFilter {
 public:
     static Attributes customAttributes() {
         constexpr double pi = 3.14159265358979323846;

@@ -42,7 +42,7 @@ std::shared_ptr<Node> scaled(const CIImage& image, bool alongX, double scale) {
 
 } // namespace
 
-class CILanczosScaleTransform final : public CIFilter {
+class CILanczosScaleTransform : public CIFilter {
 public:
     static Attributes customAttributes() {
         return {scalar("inputScale", "scale", {.sliderMax = 1.5, .standard = 1, .identity = 1}),

@@ -2,7 +2,7 @@
 // (the MAX equation of OpenGL 4.6, table 17.2).
 #include "imaging/builtin/Blend.h"
 
-class CIMaximumCompositing final : public CIFilter {
+class CIMaximumCompositing : public CIFilter {
 public:
     CIImage outputImage() override {
         return blend(*this, "CI_maximum", inputImage, inputBackgroundImage);

@@ -40,7 +40,7 @@ Matrix adjugate(const Matrix& m) {
 
 } // namespace
 
-class CIPerspectiveTransformWithExtent final : public CIFilter {
+class CIPerspectiveTransformWithExtent : public CIFilter {
 public:
     static Attributes customAttributes() {
         return {withDefault("inputExtent", "extent", CIVector(0, 0, 300, 300)),

@@ -2,7 +2,7 @@
 // source-over (PINLIGHT of OpenGL's extension NV_blend_equation_advanced).
 #include "imaging/builtin/Blend.h"
 
-class CIPinLightBlendMode final : public CIFilter {
+class CIPinLightBlendMode : public CIFilter {
 public:
     CIImage outputImage() override {
         return blend(*this, "CI_pinLight", inputImage, inputBackgroundImage);

@@ -3,7 +3,7 @@
 // section 3.4). With equal radii the edge is hard.
 #include "imaging/builtin/Builtin.h"
 
-class CIRadialGradient final : public CIFilter {
+class CIRadialGradient : public CIFilter {
 public:
     static Attributes customAttributes() {
         return {position("inputCenter", "center", CIVector(150, 150)),

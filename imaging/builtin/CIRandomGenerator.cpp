@@ -2,7 +2,7 @@
 // depend on its coordinates alone. They stand as they are: colour is not scaled by alpha.
 #include "imaging/builtin/Builtin.h"
 
-class CIRandomGenerator final : public CIFilter {
+class CIRandomGenerator : public CIFilter {
 public:
     CIImage outputImage() override {
         return outputOf(*this,

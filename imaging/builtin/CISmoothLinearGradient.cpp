@@ -4,7 +4,7 @@
 // 2, section 14.2.2).
 #include "imaging/builtin/Builtin.h"
 
-class CISmoothLinearGradient final : public CIFilter {
+class CISmoothLinearGradient : public CIFilter {
 public:
     static Attributes customAttributes() {
         return {position("inputPoint0", "point 0", CIVector(0, 0)),

@@ -3,7 +3,7 @@
 // (W3C Compositing and Blending Level 1, section 9.1.4). Without one of the two, the other.
 #include "imaging/builtin/Builtin.h"
 
-class CISourceOverCompositing final : public CIFilter {
+class CISourceOverCompositing : public CIFilter {
 public:
     CIImage outputImage() override {
         const CIImage image = inputImage.imageByCompositingOverImage(inputBackgroundImage);

@@ -75,7 +75,7 @@ Vector whitePoint(double temperature, double tint) {
 
 } // namespace
 
-class CITemperatureAndTint final : public CIFilter {
+class CITemperatureAndTint : public CIFilter {
 public:
     static Attributes customAttributes() {
         return {withDefault("inputNeutral", "neutral", CIVector(6500, 0)),

@@ -1,4 +1,5 @@
 #include "imaging/cpu/Renderer.h"
+#include "platform/Surroundings.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -296,8 +297,10 @@ private:
             return;
         }
         static char place; // known before anything of the caller is read
+        Surroundings& surroundings = Surroundings::current();
         const auto ordered = [&](int64_t i) {
             orderAfter(&place);
+            const CurrentSurroundings current(surroundings);
             task(i, scratch_[static_cast<size_t>(
                         oneapi::tbb::this_task_arena::current_thread_index())]);
             orderBefore(&place);

@@ -1,5 +1,6 @@
 #include "imaging/vulkan/Device.h"
 
+#include "imaging/SessionState.h"
 #include "imaging/vulkan/PipelineCache.h"
 #include "imaging/vulkan/Pipelines.h"
 
@@ -308,7 +309,7 @@ std::shared_ptr<Device> Device::open(const std::string& name, bool softwareToo,
     bool unwanted;
     bool& mayComeSoon = mayCome ? *mayCome : unwanted;
     static auto* mutex = new std::mutex;
-    static auto* opened = new std::vector<std::weak_ptr<Device>>;
+    auto& opened = stateOf(*Session::current()).openDevices;
     const std::lock_guard lock(*mutex);
     const std::shared_ptr<const Instance> instance = vulkan::instance();
     problem = instance->problem;
@@ -318,8 +319,8 @@ std::shared_ptr<Device> Device::open(const std::string& name, bool softwareToo,
     const int number = choose(all, name, softwareToo, problem);
     if (number < 0) return nullptr;
     mayComeSoon = true;
-    opened->resize(instance->devices.size());
-    std::weak_ptr<Device>& known = (*opened)[static_cast<size_t>(number)];
+    opened.resize(instance->devices.size());
+    std::weak_ptr<Device>& known = opened[static_cast<size_t>(number)];
     if (auto device = known.lock(); device && !device->isLost()) return device;
 
     const std::shared_ptr<Device> device(new Device);

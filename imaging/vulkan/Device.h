@@ -119,8 +119,8 @@ struct SemaphoreValue {
 class Device {
 public:
     /// Opens the device of that name or number; an empty one takes the best. The same device is
-    /// opened once and shared. Null with `problem` set when there is none to be had; `mayCome` says
-    /// whether that may be over soon, as when memory ran out. Throws nothing.
+    /// opened once in a session and shared there. Null with `problem` set when there is none to be
+    /// had; `mayCome` says whether that may be over soon, as when memory ran out. Throws nothing.
     static std::shared_ptr<Device> open(const std::string& name, bool softwareToo,
                                         std::string& problem, bool* mayCome = nullptr) noexcept;
     /// Takes over a device that a host has opened. It must outlive the result.

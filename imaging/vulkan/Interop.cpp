@@ -1,7 +1,7 @@
 // Devices, images and memory that are shared with a host.
 #include "vorneffects/VulkanInterop.h"
 
-#include "imaging/ThreadDevice.h"
+#include "imaging/SessionState.h"
 #include "imaging/vulkan/Renderer.h"
 #include "platform/Guard.h"
 
@@ -120,13 +120,16 @@ const std::string kNoMemory = "out of memory";
 } // namespace
 
 struct VulkanContext::State {
+    std::shared_ptr<vorn::Session> session = vorn::Session::current();
     std::shared_ptr<Device> device;
     std::shared_ptr<Renderer> renderer;
+    std::shared_ptr<SharedGpu> shared; ///< the session's filters render on the same device
     CGColorSpace workingSpace = CGColorSpace::None;
     std::optional<std::string> name; ///< of a device that is not the host's
     std::string problem, lastError;
 
     void open() noexcept {
+        shared.reset();
         renderer.reset();
         device.reset();
         problem.clear();
@@ -139,17 +142,16 @@ struct VulkanContext::State {
     bool isReady() {
         lastError.clear();
         if (name && (!device || device->isLost())) open();
-        if (!device) return fail(problem);
-        ThreadDevice& current = deviceOfThread();
-        current.kind = DeviceKind::Vulkan;
-        current.gpu = renderer;
-        return true;
+        return device ? true : fail(problem);
     }
     void take(std::shared_ptr<Device> opened) noexcept try {
         if (!opened) return;
         renderer = std::make_shared<Renderer>(opened);
         device = std::move(opened);
+        shared = stateOf(*session).share(device);
     } catch (...) {
+        renderer.reset();
+        device.reset();
         takeProblem(problem);
     }
     bool hasSize(uint32_t width, uint32_t height) {
@@ -225,6 +227,7 @@ CIImage VulkanContext::image(const VulkanPicture& picture, CGPoint origin,
                              CGColorSpace colorSpace) try {
     if (!state_) return {};
     State& state = *state_;
+    const vorn::Session::Scope scope(state.session);
     if (!state.isReady() || !state.hasSize(picture.width, picture.height)) return {};
     const std::optional<CIFormat> format = formatOf(picture.format);
     if (!format || !isKnown(colorSpace) || !picture.image || !std::isfinite(origin.x) ||
@@ -249,6 +252,7 @@ bool VulkanContext::render(const CIImage& image, const VulkanPicture& target,
                            CGColorSpace colorSpace) try {
     if (!state_) return {};
     State& state = *state_;
+    const vorn::Session::Scope scope(state.session);
     if (!state.isReady() || !state.hasSize(target.width, target.height)) return false;
     const std::optional<CIFormat> format = formatOf(target.format);
     if (!image) return state.fail("there is no image to render");
@@ -277,6 +281,7 @@ std::optional<SharedPicture> VulkanContext::renderShared(const CIImage& image, C
                                                          CGColorSpace colorSpace) try {
     if (!state_) return {};
     State& state = *state_;
+    const vorn::Session::Scope scope(state.session);
     if (!state.isReady()) return {};
     const IntRect rect = IntRect::around(bounds);
     if (!image || rect.isEmpty() || !rect.isInReach()) {
@@ -324,6 +329,7 @@ std::optional<SharedPicture> VulkanContext::renderShared(const CIImage& image, C
 CIImage VulkanContext::imageOfShared(const SharedPicture& picture, CGColorSpace colorSpace) try {
     if (!state_) return {};
     State& state = *state_;
+    const vorn::Session::Scope scope(state.session);
     if (!state.isReady() || !state.hasSize(picture.width, picture.height)) return {};
     const size_t pixel = bytesPerPixel(picture.format);
     const std::optional<size_t> size = sizeOfRows(picture.bytesPerRow, picture.height);

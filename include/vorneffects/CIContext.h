@@ -22,6 +22,7 @@ namespace vorn {
 /// kernels one pixel at a time over whole images: slow, simple, and the measure for the others.
 enum class DeviceKind : uint8_t { Auto, CPU, Reference, Vulkan };
 
+/// What is left as it is here is as the context's session has it.
 struct ContextOptions {
     DeviceKind device = DeviceKind::Auto;
     int threads = 0;                                ///< 0: one per core
@@ -62,6 +63,11 @@ struct RenderTimes {
     double upload = 0, kernels = 0, download = 0;
 };
 
+class Session;
+namespace imaging {
+class BorrowedContext;
+}
+
 /// A render that has been started. Destroying it without waiting gives its pixels up.
 class VORN_EXPORT RenderTask {
 public:
@@ -86,7 +92,9 @@ private:
 /// thread at a time may render with a context; contexts do not share state.
 class VORN_EXPORT CIContext {
 public:
+    /// In the session that is current on this thread.
     explicit CIContext(vorn::ContextOptions options = {});
+    explicit CIContext(std::shared_ptr<vorn::Session> session, vorn::ContextOptions options = {});
     ~CIContext();
     CIContext(const CIContext&) = delete;
     CIContext& operator=(const CIContext&) = delete;
@@ -111,14 +119,13 @@ public:
     bool renderToCVPixelBuffer(const CIImage& image, vorn::PixelBuffer& buffer, CGRect bounds,
                                CGColorSpace colorSpace = CGColorSpace::SRGB);
     /// The same for a filter that keeps a frame while it builds its image: with the device, threads
-    /// and instruction set of the context that was made or rendered with last on this thread, so
-    /// that the frame stays where the host's frames are. On the CPU before there was one.
+    /// and instruction set of the session that is current on this thread, the filter's own.
     static bool capture(const CIImage& image, vorn::Surface& surface, CGRect bounds,
                         CGColorSpace colorSpace = CGColorSpace::SRGB);
 
     /// Gives back the memory that is kept for the next frames, the context's own and what its
-    /// device has idle; a render makes it again. For hosts that pause. To be called on the thread
-    /// that renders with the context; renders under way go on.
+    /// device and its session have idle; a render makes it again. For hosts that pause. To be
+    /// called on the thread that renders with the context; renders under way go on.
     void trim();
 
     const std::string& lastError() const;
@@ -131,7 +138,7 @@ public:
     std::string deviceName() const;
     /// What the last render that was waited for took on a GPU; zeros on other devices.
     vorn::RenderTimes renderTimes() const;
-    const vorn::ContextOptions& options() const;
+    const vorn::ContextOptions& options() const; ///< the session's filled in
     int threads() const;
     /// The instruction-set level in use ("reference" on that device).
     const char* instructionSet() const;
@@ -142,8 +149,7 @@ public:
 private:
     friend class vorn::RenderTask;
     friend struct vorn::RenderTask::State;
-    friend class CIImageAccumulator;
-    static CIContext& hostOfThread();
+    friend class vorn::imaging::BorrowedContext;
     struct State;
     std::shared_ptr<State> state_;
 };

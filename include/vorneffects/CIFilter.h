@@ -73,6 +73,8 @@ using CIFilterRef = std::shared_ptr<CIFilter>;
 
 namespace vorn {
 
+class Session;
+
 /// One input of a class: its key, its kind, and how to reach it in an instance.
 struct InputInfo {
     const char* key;
@@ -113,24 +115,28 @@ struct RegisteredFilter {
 
 } // namespace vorn
 
-/// A filter instance. It belongs to one thread at a time.
+/// A filter instance. It belongs to one thread at a time, and to the session that was current when
+/// it was made: what it does, it does there, whatever thread calls.
 class VORN_EXPORT CIFilter {
 public:
-    virtual ~CIFilter() = default;
+    virtual ~CIFilter();
     CIFilter(const CIFilter&) = delete;
     CIFilter& operator=(const CIFilter&) = delete;
 
-    /// Makes a name creatable; a name registered before is replaced.
+    /// Makes a name creatable; a name registered before is replaced. These four are safe from any
+    /// thread.
     static void registerFilterName(std::string name,
                                    std::shared_ptr<CIFilterConstructor> constructor,
                                    vorn::ClassAttributes classAttributes);
-    /// A new filter, or an empty handle for a name that nobody registered.
+    /// A new filter in the session that is current; an empty handle for a name that nobody
+    /// registered, and, with a line, for a filter that cannot be made.
     static CIFilterRef filterWithName(std::string_view name);
     /// Every registered name, sorted; with a category, only the names of that category.
     static std::vector<std::string> filterNames(std::string_view category = {});
-    static const vorn::RegisteredFilter* registeredFilter(std::string_view name);
+    static std::shared_ptr<const vorn::RegisteredFilter> registeredFilter(std::string_view name);
 
-    /// The image that the filter makes of its inputs; empty when it makes none.
+    /// The image that the filter makes of its inputs; empty when it makes none. Nothing is thrown:
+    /// where memory runs out, there is a line and no image.
     virtual CIImage outputImage() = 0;
 
     /// The host's frame time in nanoseconds; 0: the filter reads the clock itself. Filters without
@@ -140,6 +146,8 @@ public:
     virtual void clear();
 
     virtual const vorn::FilterClassInfo& filterClass() const = 0;
+
+    const std::shared_ptr<vorn::Session>& session() const { return session_; }
 
     /// Sets an input. False when the class has no such input or the value is of another kind; a
     /// key that is advertised and that the class does not read is taken and ignored.
@@ -157,7 +165,10 @@ public:
     }
 
 protected:
-    CIFilter() = default;
+    CIFilter();
+
+private:
+    std::shared_ptr<vorn::Session> session_;
 };
 
 // ---- Declaring a filter -----------------------------------------------------------------------
@@ -236,6 +247,58 @@ struct ClassRegistration {
     explicit ClassRegistration(Class info) { registerClass(info); }
 };
 
+/// Makes a session current on this thread while it lives.
+class VORN_EXPORT InSession {
+public:
+    explicit InSession(const Session& session);
+    ~InSession();
+    InSession(const InSession&) = delete;
+    InSession& operator=(const InSession&) = delete;
+
+private:
+    void* outer_;
+};
+
+/// To be called where something of a filter has been caught: a line in its session.
+VORN_EXPORT void reportCaught(const CIFilter& filter) noexcept;
+
+/// What hosts get of a filter class: its calls are made in the filter's session, and nothing that
+/// it throws gets out.
+template <class Filter>
+class Guarded final : public Filter {
+public:
+    CIImage outputImage() override {
+        CIImage image;
+        guard([&] { image = Filter::outputImage(); });
+        return image;
+    }
+    void setVornFrameTime(uint64_t nanoseconds) override {
+        guard([&] { Filter::setVornFrameTime(nanoseconds); });
+    }
+    void clear() override {
+        guard([&] { Filter::clear(); });
+    }
+
+    static CIFilterRef make() {
+        return CIFilterRef(new Guarded, [](Guarded* filter) {
+            const std::shared_ptr<Session> session = filter->session(); // outlives the filter
+            const InSession current(*session);
+            delete filter;
+        });
+    }
+
+private:
+    template <class Call>
+    void guard(const Call& call) {
+        const InSession current(*this->session());
+        try {
+            call();
+        } catch (...) {
+            reportCaught(*this);
+        }
+    }
+};
+
 } // namespace vorn::detail
 
 // VORN_EACH(macro, c, x, y, ...) gives macro(c, x), macro(c, y), ... for up to 85 members: a step
@@ -273,11 +336,11 @@ struct ClassRegistration {
         return classInformation;                                                                   \
     }
 
-/// After a filter class: makes the class known by its name.
+/// After a filter class, which is not final: makes the class known by its name.
 #define VORN_REGISTER(FilterClass)                                                                 \
     constinit const ::vorn::FilterClassInfo FilterClass::classInformation{                         \
         {#FilterClass, &FilterClass::classInformation, &FilterClass::classInformation},            \
-        [] { return CIFilterRef(std::make_shared<FilterClass>()); },                               \
+        &::vorn::detail::Guarded<FilterClass>::make,                                               \
         &::vorn::detail::attributesOf<FilterClass>,                                                \
         &FilterClass::inputs};                                                                     \
     static const ::vorn::detail::ClassRegistration registered##FilterClass{FilterClass::theClass()};

@@ -10,6 +10,7 @@
 #include "Values.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -20,11 +21,23 @@
 
 namespace vorn {
 
+// ---- Messages ---------------------------------------------------------------------------------
+
+/// `Notice`: nothing is wrong. `Warning`: a value was refused, or a frame is missing. `Error`: a
+/// part of the installation cannot be used.
+enum class Severity : uint8_t { Notice, Warning, Error };
+
+/// Takes a line of the library's, without a newline; the text lives as long as the call. Called
+/// from any thread that makes filters or renders, one call at a time in a session. What it throws
+/// is swallowed, and lines that it causes itself are dropped.
+using MessageSink = std::function<void(Severity, std::string_view line)>;
+
 // ---- Clock ------------------------------------------------------------------------------------
 
-/// The process's monotonic clock in nanoseconds. It runs on the system's clock until a host takes
-/// it over with `drive`; from then on it stands still between calls, so that everything that
-/// reads it runs on the host's media time. Safe from any thread.
+/// The monotonic clock, in nanoseconds, of the session that is current on the calling thread: the
+/// process's unless a host makes sessions. It runs on the system's clock until a host takes it over
+/// with `drive`; from then on it stands still between calls, so that everything that reads it runs
+/// on the host's media time. Safe from any thread.
 struct VORN_EXPORT PlatformClock {
     /// Ticks of the clock (`mach_absolute_time`).
     static uint64_t ticks();

@@ -10,6 +10,7 @@
 #include "CIFilter.h"
 #include "CIImage.h"
 #include "Platform.h"
+#include "Session.h"
 
 #include <cstdint>
 #include <string>

@@ -62,8 +62,10 @@ struct SharedPicture {
     uint64_t memorySize = 0; ///< of all the memory, which may be more than the picture
 };
 
-/// Renders on a device of the host's. One thread at a time; to be destroyed before the device, and
-/// after every image that was made with it.
+/// Renders on a device of the host's, in the session that is current when it is made. One thread at
+/// a time; to be destroyed before the device, and after every image that was made with it. Filters
+/// of the session that keep frames may render on the same device, on their threads: none of them
+/// may be at work while this is destroyed.
 class VORN_EXPORT VulkanContext {
 public:
     explicit VulkanContext(const VulkanDevice& device,
