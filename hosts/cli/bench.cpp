@@ -42,6 +42,7 @@ struct Pictures {
 struct Machine {
     const char* device;
     int threads;
+    std::shared_ptr<Session> session; ///< of its own, so that filters keep frames on that device
     std::unique_ptr<CIContext> context;
 };
 
@@ -129,9 +130,11 @@ std::vector<Machine> makeMachines(const BenchOptions& options) {
     std::vector<Machine> machines;
     const auto add = [&](const char* name, ContextOptions context, int threads) {
         context.threads = threads;
-        auto made = std::make_unique<CIContext>(context);
+        auto session = makeSession(context);
+        auto made = std::make_unique<CIContext>(session, context);
         if (!isAll) requireDevice(*made);
-        if (made->deviceProblem().empty()) machines.push_back({name, threads, std::move(made)});
+        if (!made->deviceProblem().empty()) return;
+        machines.push_back({name, threads, std::move(session), std::move(made)});
     };
     if (isAll || wanted.device == DeviceKind::CPU) {
         for (const int count : counts) add("cpu", {.device = DeviceKind::CPU}, count);
@@ -424,6 +427,7 @@ ExitCode bench(const BenchOptions& options) {
         for (const std::optional<int> mode : modes) {
             try {
                 for (const Machine& machine : machines) {
+                    const Session::Scope scope(machine.session);
                     for (Pictures& pictures : allPictures) {
                         const CIFilterRef filter = prepareFilter(entry, settings, pictures, mode);
                         const Effort effort = effortFor(options, machine);

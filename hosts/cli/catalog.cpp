@@ -60,17 +60,13 @@ InputKind kindOfValue(const InputValue& value) {
 } // namespace
 
 void registerFilters() {
-    PrintedLines printed;
     VornEffectsRegistrar::registerAllFilters();
-    for (const std::string& line : printed.take()) {
-        if (line != "VornEffects: registerAllFilters") fmt::print(stderr, "{}\n", line);
-    }
 }
 
 std::vector<FilterEntry> listFilters(bool builtin) {
     std::vector<FilterEntry> entries;
     for (const std::string& name : CIFilter::filterNames()) {
-        const RegisteredFilter* registered = CIFilter::registeredFilter(name);
+        const auto registered = CIFilter::registeredFilter(name);
         if (!registered) continue;
         const std::string category =
             classAttribute(registered->classAttributes, kCIAttributeFilterCategories);
@@ -82,7 +78,7 @@ std::vector<FilterEntry> listFilters(bool builtin) {
 }
 
 FilterEntry findFilter(std::string_view name) {
-    if (const RegisteredFilter* registered = CIFilter::registeredFilter(name)) {
+    if (const auto registered = CIFilter::registeredFilter(name)) {
         return entryFor(std::string(name), *registered);
     }
     const std::vector<std::string> names = CIFilter::filterNames();

@@ -114,7 +114,7 @@ int main(int argc, char** argv) {
     occupyStandardDescriptors();
     ExitCode code = ExitCode::Failed;
     try {
-        separateResultsFromTalk();
+        vorn::Session::standard()->setMessages(sayOnStandardError);
         code = run(argc, argv);
     } catch (const CommandError& error) {
         say("{}", error.what());

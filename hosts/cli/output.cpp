@@ -1,77 +1,47 @@
 #include "output.h"
 
-#include "commands.h"
+#include "talk.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-
-#include <sys/mman.h>
-#include <unistd.h>
+#include <mutex>
 
 namespace vorn::cli {
 
-namespace {
-std::FILE* resultStream = nullptr;
-
-[[noreturn]] void failRedirecting() {
-    throw CommandError(ExitCode::Failed,
-                       fmt::format("cannot redirect standard output: {}", std::strerror(errno)));
-}
-} // namespace
-
-void separateResultsFromTalk() {
-    std::fflush(stdout);
-    const int descriptor = dup(STDOUT_FILENO);
-    if (descriptor >= 0) resultStream = fdopen(descriptor, "w");
-    if (!resultStream || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) failRedirecting();
+void sayOnStandardError(Severity severity, std::string_view line) {
+    if (severity != Severity::Notice) talk(printable(line) + "\n");
 }
 
-std::FILE* results() {
-    return resultStream ? resultStream : stdout;
+std::shared_ptr<Session> makeSession(const ContextOptions& options) {
+    return Session::make({.device = options.device,
+                          .threads = options.threads,
+                          .instructionSet = options.instructionSet,
+                          .deviceName = options.deviceName,
+                          .messages = sayOnStandardError});
 }
 
 bool finishResults() {
     return std::fflush(results()) == 0 && !std::ferror(results());
 }
 
-PrintedLines::PrintedLines() {
-    std::fflush(stdout);
-    memory_ = memfd_create("printed", MFD_CLOEXEC);
-    saved_ = dup(STDOUT_FILENO);
-    if (memory_ >= 0 && saved_ >= 0 && dup2(memory_, STDOUT_FILENO) >= 0) return;
-    const int reason = errno;
-    if (memory_ >= 0) close(memory_);
-    if (saved_ >= 0) close(saved_);
-    errno = reason;
-    failRedirecting();
-}
+struct PrintedLines::Lines {
+    std::mutex mutex;
+    std::vector<std::string> lines;
+};
+
+PrintedLines::PrintedLines()
+    : session_(Session::current()), lines_(std::make_shared<Lines>()),
+      former_(session_->setMessages([to = lines_](Severity, std::string_view line) {
+          const std::lock_guard lock(to->mutex);
+          to->lines.emplace_back(line);
+      })) {}
 
 PrintedLines::~PrintedLines() {
-    std::fflush(stdout);
-    dup2(saved_, STDOUT_FILENO);
-    close(saved_);
-    close(memory_);
+    session_->setMessages(std::move(former_));
 }
 
 std::vector<std::string> PrintedLines::take() {
-    std::fflush(stdout);
-    std::string text;
-    lseek(memory_, 0, SEEK_SET);
-    char block[4096];
-    for (ssize_t count; (count = read(memory_, block, sizeof block)) > 0;) {
-        text.append(block, static_cast<size_t>(count));
-    }
-    // Both descriptors share one offset, so the next line lands at the start of an empty file.
-    if (ftruncate(memory_, 0) != 0 || lseek(memory_, 0, SEEK_SET) != 0) failRedirecting();
-
-    std::vector<std::string> lines;
-    for (size_t start = 0; start < text.size();) {
-        const size_t end = std::min(text.find('\n', start), text.size());
-        lines.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-    return lines;
+    const std::lock_guard lock(lines_->mutex);
+    return std::exchange(lines_->lines, {});
 }
 
 void printTable(const std::vector<TableRow>& rows, const std::vector<size_t>& rightAligned) {

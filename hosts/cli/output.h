@@ -1,9 +1,12 @@
-// Results go to standard output, talk to standard error. Effects report trouble on standard output,
-// so that descriptor is lent to standard error while a command runs, and results have their own.
+// Results go to standard output, talk to standard error, and so does what the library says.
 #pragma once
 
+#include "vorneffects/Session.h"
+
 #include <cstdio>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -11,11 +14,16 @@
 
 namespace vorn::cli {
 
-/// To be called once, before anything is printed: from then on descriptor 1 is standard error.
-void separateResultsFromTalk();
+/// Where lines of the library go: to standard error, but for mere notices.
+void sayOnStandardError(Severity severity, std::string_view line);
 
-/// The program's standard output, for results only.
-std::FILE* results();
+/// A session with the device and the threads that are asked for, whose lines go there.
+std::shared_ptr<Session> makeSession(const ContextOptions& options);
+
+/// Where results go.
+inline std::FILE* results() {
+    return stdout;
+}
 
 /// Writes what is buffered; false when the results could not be written in full.
 bool finishResults();
@@ -25,7 +33,8 @@ void printResult(fmt::format_string<Values...> format, Values&&... values) {
     fmt::print(results(), format, std::forward<Values>(values)...);
 }
 
-/// Collects, while it lives, what the library prints on standard output.
+/// Collects, while it lives, what the library says in the session that was current when it was
+/// made.
 class PrintedLines {
 public:
     PrintedLines();
@@ -33,11 +42,14 @@ public:
     PrintedLines(const PrintedLines&) = delete;
     PrintedLines& operator=(const PrintedLines&) = delete;
 
-    /// The lines since the last call, without their line ends.
+    /// The lines since the last call.
     std::vector<std::string> take();
 
 private:
-    int memory_ = -1, saved_ = -1;
+    struct Lines;
+    std::shared_ptr<Session> session_;
+    std::shared_ptr<Lines> lines_;
+    MessageSink former_;
 };
 
 /// A table in columns that are as wide as their widest cell; columns named in `rightAligned` hold

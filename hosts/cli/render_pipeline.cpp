@@ -54,7 +54,8 @@ class Pipeline {
 public:
     explicit Pipeline(const RenderOptions& options)
         : options_(options), source_(openSource(options.source)),
-          progress_(expectedFrames(), options.isQuiet), context_(options.context) {
+          progress_(expectedFrames(), options.isQuiet), session_(makeSession(options.context)),
+          context_(options.context) {
         requireDevice(context_);
         for (const std::string& name : options.chain.imageNames()) {
             secondImages_.emplace_back(name, source_.size, source_.rate, source_.range.startSeconds,
@@ -222,7 +223,6 @@ private:
         wanted.range = source_.range;
         wanted.overwrite = !options_.keepsExisting;
         wanted.access = options_.source.access;
-        // Descriptor 1 is lent to standard error.
         const std::string path = options_.writesToStandardOutput()
                                      ? fmt::format("pipe:{}", fileno(results()))
                                      : options_.output;
@@ -326,6 +326,7 @@ private:
     TargetPools pools_;
     BoundedQueue<DecodedFrame> decoded_{queueLength};
     BoundedQueue<RenderTarget> rendered_{queueLength};
+    const Session::Scope session_;
     CIContext context_;
     std::optional<Chain> chain_;
     std::optional<media::Writer> writer_;
