@@ -315,6 +315,8 @@ BorrowedContext::BorrowedContext() : session_(vorn::Session::current()) {
         if (!state.idle.empty()) {
             context_ = std::move(state.idle.back());
             state.idle.pop_back();
+        } else {
+            state.idle.reserve(++state.made); // so that nothing can fail when it is given back
         }
     }
     if (!context_) {

@@ -28,11 +28,12 @@ std::shared_ptr<imaging::vulkan::Renderer> SharedGpu::borrow() {
             idle_.pop_back();
             return renderer;
         }
+        idle_.reserve(++made_); // so that nothing can fail when it is given back
     }
     return std::make_shared<imaging::vulkan::Renderer>(device_);
 }
 
-void SharedGpu::giveBack(std::shared_ptr<imaging::vulkan::Renderer> renderer) {
+void SharedGpu::giveBack(std::shared_ptr<imaging::vulkan::Renderer> renderer) noexcept {
     const std::lock_guard lock(mutex_);
     idle_.push_back(std::move(renderer));
 }

@@ -25,7 +25,7 @@ public:
 
     const std::shared_ptr<vulkan::Device>& device() const { return device_; }
     std::shared_ptr<vulkan::Renderer> borrow();
-    void giveBack(std::shared_ptr<vulkan::Renderer> renderer);
+    void giveBack(std::shared_ptr<vulkan::Renderer> renderer) noexcept;
     /// As `CIContext::trim`, of what is not lent.
     void trim();
 
@@ -33,6 +33,7 @@ private:
     std::shared_ptr<vulkan::Device> device_;
     std::mutex mutex_;
     std::vector<std::shared_ptr<vulkan::Renderer>> idle_;
+    size_t made_ = 0;
 };
 
 struct SessionState {
@@ -52,6 +53,7 @@ struct SessionState {
 
     std::mutex mutex;
     std::vector<std::unique_ptr<CIContext>> idle; ///< that its filters borrow
+    size_t made = 0;                              ///< those that are borrowed included
     std::vector<std::weak_ptr<SharedGpu>> gpus;   ///< the one that was opened first comes first
     std::shared_ptr<SharedGpu> gpu;               ///< of its own, where its options ask for one
     std::vector<std::weak_ptr<vulkan::Device>> openDevices; ///< by number; of `Device::open`
