@@ -2,7 +2,6 @@
 # library in a folder and appends the library to the list of that name. A rebuild after touching a
 # source compiles that one; after touching a header in kernels/include/, those that use it.
 
-find_program(GLSLANG glslangValidator REQUIRED)
 find_program(SPIRV_VALIDATOR spirv-val REQUIRED)
 
 set(VORN_KERNEL_INCLUDES ${PROJECT_SOURCE_DIR}/kernels/include)
@@ -18,7 +17,7 @@ elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64")
   list(APPEND VORN_LEVELS neon:4:-O2)
 endif()
 
-file(GLOB VORN_LANE_HEADERS CONFIGURE_DEPENDS ${VORN_LANES}/*.h
+file(GLOB VORN_LANE_HEADERS CONFIGURE_DEPENDS ${VORN_LANES}/*.h ${VORN_LANES}/*.cpp
                                               ${PROJECT_SOURCE_DIR}/imaging/kernelc/abi.h)
 
 set(VORN_LEVEL_OPTIONS)
@@ -26,15 +25,10 @@ foreach(level ${VORN_LEVELS})
   list(APPEND VORN_LEVEL_OPTIONS --level ${level})
 endforeach()
 
-# The headers of the lanes, compiled in advance for all kernels.
+# The headers of the lanes and the functions that kernels call, compiled in advance for all kernels.
 set(VORN_PREPARED_LANES ${PROJECT_BINARY_DIR}/lanes)
-set(VORN_PREPARATION)
-set(VORN_PREPARED_OPTION)
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  set(VORN_PREPARATION ${VORN_PREPARED_LANES}/stamp)
-  set(VORN_PREPARED_OPTION --prepared ${VORN_PREPARED_LANES})
-endif()
-if(VORN_PREPARATION AND NOT TARGET prepared_lanes)
+set(VORN_PREPARATION ${VORN_PREPARED_LANES}/stamp)
+if(NOT TARGET prepared_lanes)
   add_custom_command(OUTPUT ${VORN_PREPARATION}
     COMMAND kernelc --prepare ${VORN_PREPARED_LANES} --lanes ${VORN_LANES}
             --compiler ${CMAKE_CXX_COMPILER} ${VORN_LEVEL_OPTIONS}
@@ -52,9 +46,9 @@ function(vorn_add_kernel_library source output_folder list_name)
   add_custom_command(OUTPUT ${library}
     COMMAND ${CMAKE_COMMAND} -E make_directory ${output_folder}
     COMMAND kernelc --output ${library} --include ${VORN_KERNEL_INCLUDES} --lanes ${VORN_LANES}
-            --compiler ${CMAKE_CXX_COMPILER} --glslang ${GLSLANG} --validator ${SPIRV_VALIDATOR}
+            --compiler ${CMAKE_CXX_COMPILER} --validator ${SPIRV_VALIDATOR}
             --depfile ${temporary}/${name}.d --temporary ${temporary} ${VORN_LEVEL_OPTIONS}
-            ${VORN_PREPARED_OPTION} ${source}
+            --prepared ${VORN_PREPARED_LANES} ${source}
     DEPENDS kernelc ${source} ${VORN_LANE_HEADERS} $<TARGET_NAME_IF_EXISTS:prepared_lanes>
     DEPFILE ${temporary}/${name}.d
     COMMENT "Kernel library ${name}"

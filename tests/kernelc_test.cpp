@@ -38,7 +38,7 @@ public:
         const std::string command =
             "cd " + in + " && timeout 60 " VORN_KERNELC " --output Test.ci.metallib --include " +
             in +
-            "include --lanes " VORN_LANES " --compiler " VORN_COMPILER " --glslang " VORN_GLSLANG
+            "include --lanes " VORN_LANES " --compiler " VORN_COMPILER
             " --validator " VORN_SPIRV_VALIDATOR " --depfile Test.d --temporary " +
             in + " --level reference:1:-O0 " + levels + " Test.kernel > log 2>&1";
         // A mistake may not eat up the machine either.

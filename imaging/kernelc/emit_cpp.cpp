@@ -109,8 +109,8 @@ public:
                 "const TableEntry vorn_kernel_table[] = {\n";
         for (const KernelDeclaration& kernel : source_.kernels) {
             const std::string& name = kernel.function.name;
-            out_ += "{\"" + name + "\", &run_" + name + "<Memory::Packed>, &run_" + name +
-                    "<Memory::Any>},\n";
+            out_ += "{\"" + name + "\", VORN_PACKED(run_" + name + "<Memory::Packed>), &run_" +
+                    name + "<Memory::Any>},\n";
         }
         out_ += "{nullptr, nullptr, nullptr}};\n";
         return out_;

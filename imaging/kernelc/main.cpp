@@ -1,16 +1,17 @@
 // kernelc: compiles a kernel source to a kernel library.
 //
-//   kernelc --output LIBRARY --include FOLDER --lanes FOLDER --compiler C++ --glslang PROGRAM
+//   kernelc --output LIBRARY --include FOLDER --lanes FOLDER --compiler C++
 //           --validator PROGRAM --depfile FILE --temporary FOLDER
 //           --level NAME:LANES:FLAG,FLAG,… [--level …] [--prepared FOLDER]  SOURCE
 //   kernelc --prepare FOLDER --lanes FOLDER --compiler C++ --level … [--level …]
 //
-// Runs the C++ compiler once for each level, glslang and the SPIR-V validator once for each kernel.
-// Most of a small kernel's time goes into the headers of the lanes: the second form compiles them
-// in advance, for GCC, to a folder that the first one takes.
+// Runs the C++ compiler once for each level and the SPIR-V validator once for each kernel.
+// Most of a small kernel's time would go into the headers of the lanes and the functions that all
+// kernels call: the second form compiles them in advance, to a folder that the first one takes.
 
 #include "imaging/kernelc/library_format.h"
 #include "imaging/kernelc/source.h"
+#include "imaging/kernelc/spirv.h"
 
 #include <cstdio>
 #include <cstring>
@@ -27,8 +28,8 @@ namespace vorn::kernelc {
 namespace {
 
 struct Options {
-    std::string source, output, includeFolder, lanesFolder, compiler, glslang, validator, depfile,
-        temporary, prepare, prepared;
+    std::string source, output, includeFolder, lanesFolder, compiler, validator, depfile, temporary,
+        prepare, prepared;
     struct Level {
         std::string name;
         uint32_t lanes;
@@ -65,8 +66,6 @@ Options parseOptions(int count, char** arguments) {
             options.lanesFolder = value;
         else if (name == "--compiler")
             options.compiler = value;
-        else if (name == "--glslang")
-            options.glslang = value;
         else if (name == "--validator")
             options.validator = value;
         else if (name == "--depfile")
@@ -148,15 +147,24 @@ std::vector<std::string> compilerOf(const Options& options, const Options::Level
     return command;
 }
 
+/// The functions that kernels of a level have in common.
+std::string commonObject(const std::string& folder, const Options::Level& level) {
+    return folder + "/common." + level.name + ".o";
+}
+
 /// Of a folder with the name of a header and ".gch", GCC takes the file that fits its options.
 void prepare(const Options& options) {
     const std::string folder = options.prepare + "/kernel.h.gch";
     std::filesystem::create_directories(folder);
     for (const Options::Level& level : options.levels) {
-        std::vector<std::string> command = compilerOf(options, level);
-        command.insert(command.end(), {"-x", "c++-header", options.lanesFolder + "/kernel.h", "-o",
-                                       folder + "/" + level.name});
-        run(command);
+        std::vector<std::string> header = compilerOf(options, level), common = header;
+        header.insert(header.end(), {"-x", "c++-header", options.lanesFolder + "/kernel.h", "-o",
+                                     folder + "/" + level.name});
+        run(header);
+        common.insert(common.end(),
+                      {"-ffunction-sections", "-c", options.lanesFolder + "/common.cpp", "-o",
+                       commonObject(options.prepare, level)});
+        run(common);
     }
 }
 
@@ -173,22 +181,23 @@ void compile(const Options& options) {
         const std::string object = base + "." + level.name + ".so";
         std::vector<std::string> command = compilerOf(options, level);
         command.insert(command.end(),
-                       {cpp, "-shared", "-o", object, "-nostartfiles", "-Wl,-s",
+                       {cpp,
+                        options.prepared.empty() ? options.lanesFolder + "/common.cpp"
+                                                 : commonObject(options.prepared, level),
+                        "-shared", "-o", object, "-nostartfiles", "-Wl,-s", "-Wl,--gc-sections",
                         "-Wl,-z,noseparate-code", "-Wl,--as-needed", "-lsleef", "-lm"});
         run(command);
         library.code.push_back({level.name, level.lanes, readFile(object)});
     }
     for (const KernelDeclaration& kernel : source.kernels) {
         const std::string shader = base + "." + kernel.function.name;
-        writeFile(shader + ".comp", emitGlsl(source, kernel));
-        run({options.glslang, "--target-env", "vulkan1.2", "-S", "comp", "-o", shader + ".spv",
-             shader + ".comp"},
-            shader + ".log");
-        run({options.validator, "--target-env", "vulkan1.2", shader + ".spv"}, shader + ".log");
+        const std::string glsl = emitGlsl(source, kernel);
+        writeFile(shader + ".comp", glsl);
         Function function = kernel.function;
-        const std::string spirv = readFile(shader + ".spv");
-        function.spirv.resize(spirv.size() / sizeof(uint32_t));
-        std::memcpy(function.spirv.data(), spirv.data(), function.spirv.size() * sizeof(uint32_t));
+        function.spirv = spirvOf(glsl, shader + ".comp");
+        writeFile(shader + ".spv", {reinterpret_cast<const char*>(function.spirv.data()),
+                                    function.spirv.size() * sizeof(uint32_t)});
+        run({options.validator, "--target-env", "vulkan1.2", shader + ".spv"}, shader + ".log");
         library.functions.push_back(std::move(function));
     }
     writeFile(options.output + ".new", serialize(library));

@@ -824,4 +824,40 @@ VORN_INLINE void forEachGroup(const KernelCall& call, GroupFunction group) {
     }
 }
 
+// The functions that are called and not inlined are the same in every library. They are compiled
+// once for each level, in common.cpp; a library links those that it calls.
+#define VORN_COMMON_IN(keyword, memory)                                                            \
+    keyword template Pixel loadPartial<memory>(const SourceView&, const uint8_t*, int);            \
+    keyword template void storePartial<memory>(int, ChannelOrder, uint8_t*, int64_t, Pixel, int);  \
+    keyword template Pixel calledSampleAt<memory>(const SourceView&, Vec2<Float>);                 \
+    keyword template Pixel fetchFromRow<memory, SourceView>(SourceView, Int, int);                 \
+    keyword template Pixel fetchFromRow<memory, const SourceView&>(const SourceView&, Int, int);   \
+    keyword template Pixel fetchFromRow<memory, SourceView>(SourceView, int, int, int);            \
+    keyword template Pixel fetchFromRow<memory, const SourceView&>(const SourceView&, int, int,    \
+                                                                   int);                           \
+    keyword template Pixel gaussianSum<memory>(const SourceView&, Place, int, int, int, Gaussian); \
+    keyword template Pixel sumsOfBlocks<memory>(SourceView, int, int, int, int);                   \
+    keyword template Pixel calledFetchMoved<memory>(SourceView, Place, Vec2<float>);
+#ifdef VORN_HAS_PAIRS
+#define VORN_COMMON_POINTS_IN(keyword, memory)                                                     \
+    keyword template __m128 sampleOnePoint<memory>(const SourceView&, float, float);               \
+    keyword template Pixel sampleFewPoints<memory>(const SourceView&, Vec2<Float>,                 \
+                                                   OnePoints::Known&);
+#else
+#define VORN_COMMON_POINTS_IN(keyword, memory)
+#endif
+#define VORN_COMMON(keyword)                                                                       \
+    VORN_COMMON_IN(keyword, Memory::Packed)                                                        \
+    VORN_COMMON_IN(keyword, Memory::Any)                                                           \
+    VORN_COMMON_POINTS_IN(keyword, Memory::Packed)                                                 \
+    VORN_COMMON_POINTS_IN(keyword, Memory::Any)
+VORN_COMMON(extern)
+
 } // namespace vorn::lanes
+
+// The reference device has whole images in floats.
+#if VORN_LANES == 1
+#define VORN_PACKED(...) nullptr
+#else
+#define VORN_PACKED(...) &__VA_ARGS__
+#endif
