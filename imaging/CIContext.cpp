@@ -165,8 +165,10 @@ struct CIContext::State : std::enable_shared_from_this<State> {
             }
         const size_t rowsAbove =
             memory.height() - static_cast<uint32_t>(std::max(0, rect.height()));
-        return render(image, memory.mutableBytes() + rowsAbove * memory.bytesPerRow(),
-                      memory.bytesPerRow(), rect, memory.format(), colorSpace);
+        uint8_t* const first = memory.mutableBytes();
+        if (!first) return fail("the pixels to render over cannot be fetched from their device");
+        return render(image, first + rowsAbove * memory.bytesPerRow(), memory.bytesPerRow(), rect,
+                      memory.format(), colorSpace);
     }
 };
 

@@ -114,7 +114,7 @@ PixelMemory::~PixelMemory() {
 void PixelMemory::fetch() const {
     if (state_->isFetched) return;
     const uint8_t* from = orNothing([&] { return state_->device->hostBytes(); });
-    if (!from) return; // what was here before is the best there is for now
+    if (!from) return; // the next one who looks tries again
     state_->isFetched = true;
     const size_t row = size_t{width_} * bytesPerPixel(format_);
     for (uint32_t y = 0; y < height_; ++y, from += row)
@@ -124,12 +124,13 @@ void PixelMemory::fetch() const {
 const uint8_t* PixelMemory::bytes() const {
     const std::lock_guard guard(state_->mutex);
     fetch();
-    return bytes_;
+    return state_->isFetched ? bytes_ : nullptr;
 }
 
 uint8_t* PixelMemory::mutableBytes() {
     const std::lock_guard guard(state_->mutex);
     fetch();
+    if (!state_->isFetched) return nullptr;
     state_->device.reset();
     return bytes_;
 }
@@ -149,6 +150,7 @@ std::shared_ptr<DevicePixels> PixelMemory::onDevice() const {
 int32_t PixelMemory::lock(Access access) {
     const std::lock_guard guard(state_->mutex);
     fetch();
+    if (!state_->isFetched) return kStatusAllocationFailed;
     if (access == Access::ReadOnly) {
         ++state_->readOnly;
     } else {

@@ -628,6 +628,32 @@ TEST(VulkanErrors, WhatFailedOnceIsTriedAgain) {
 #undef VORN_EXPECT_LINE
 }
 
+TEST(VulkanErrors, PixelsThatCannotBeFetchedForOnceAreFetchedLater) {
+    SKIP_WITHOUT_VULKAN();
+    std::string problem;
+    const auto device = vulkan::Device::open("0", true, problem);
+    const CGRect bounds{0, 0, 5, 5};
+    CIContext context({.device = DeviceKind::Vulkan, .deviceName = "0"});
+    CIContext cpu({.device = DeviceKind::CPU});
+    const CIImage red = CIImage::imageWithColor(CIColor(1, 0, 0));
+    const IOSurfaceRef surface = Surface::create({.width = 5, .height = 5});
+    const CIImage captured = CIImage::imageWithIOSurface(surface);
+    ASSERT_TRUE(context.renderToIOSurface(red, *surface, bounds, CGColorSpace::None));
+    {
+        const Instead broken(device->functions.CreateBuffer,
+                             &Failing<PFN_vkCreateBuffer>::withResult);
+        EXPECT_EQ(surface->lock(), kStatusAllocationFailed);
+        EXPECT_EQ(surface->baseAddress(), nullptr);
+        uint8_t pixel[4];
+        EXPECT_FALSE(cpu.render(captured, pixel, 4, {0, 0, 1, 1}, CIFormat::RGBA8));
+        EXPECT_FALSE(cpu.renderToIOSurface(red, *surface, {0, 0, 2, 2}));
+    }
+    EXPECT_EQ(*render(cpu, captured, bounds).at(3, 3), 255);
+    ASSERT_EQ(surface->lock(), kStatusSuccess);
+    EXPECT_EQ(static_cast<uint8_t*>(surface->baseAddress())[2], 255); // BGRA
+    surface->unlock();
+}
+
 int waitsInVain = 0;
 VkResult waitWithoutMemory(VkDevice device, const VkSemaphoreWaitInfo* info, uint64_t timeout) {
     if (waitsInVain-- > 0) return VK_ERROR_OUT_OF_HOST_MEMORY;

@@ -175,8 +175,8 @@ public:
     CIFormat format() const { return format_; }
 
     enum class Access { ReadOnly, ReadWrite };
-    /// kStatusSuccess, or kStatusLocked when a read-write lock is asked for while read-only ones
-    /// are held.
+    /// kStatusSuccess, kStatusLocked when a read-write lock is asked for while read-only ones are
+    /// held, or kStatusAllocationFailed when a GPU has the pixels and there is no memory for them.
     int32_t lock(Access access = Access::ReadWrite);
     /// kStatusSuccess, or kStatusLocked when there is no such lock to release.
     int32_t unlock(Access access = Access::ReadWrite);
