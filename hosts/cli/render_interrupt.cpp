@@ -19,6 +19,9 @@ namespace {
 /// Ignored by itself, so a late one does no harm.
 constexpr int kProd = SIGURG;
 
+/// Shells and supervisors send a signal to the program and to its group; that is one request.
+constexpr double kSameRequestSeconds = 0.2;
+
 media::StopRequest stopRequest;
 sem_t wake; ///< posted by the first signal, and at the end of the watch
 std::atomic<bool> isOver{false};
@@ -37,7 +40,7 @@ extern "C" void takeRequest(int signal) {
     const int error = errno;
     if (stopRequest.ask()) {
         sem_post(&wake);
-    } else {
+    } else if (stopRequest.secondsSinceAsked() > kSameRequestSeconds) {
         media::removeUnfinishedFiles();
         struct sigaction usual = {};
         usual.sa_handler = SIG_DFL;

@@ -11,9 +11,9 @@
 namespace vorn::cli {
 
 /// While it lives, the first SIGINT, SIGTERM or SIGHUP asks for a stop and interrupts whatever the
-/// watched threads wait for, again and again; the second one removes unfinished files and ends the
-/// program. Writing to a closed pipe, or more than a file may hold, is an error instead of the end.
-/// Watches the thread that makes it. One in the life of the program.
+/// watched threads wait for, again and again; a second one later removes unfinished files and ends
+/// the program. Writing to a closed pipe, or more than a file may hold, is an error instead of the
+/// end. Watches the thread that makes it. One in the life of the program.
 class InterruptWatch {
 public:
     InterruptWatch();
