@@ -70,8 +70,8 @@ bool isRegularFile(const std::string& path) {
 void registerClass(Class info) {
     if (!info || !info->name) return;
     ClassRegistry& registry = classRegistry();
-    static const void* const ourBeginning =
-        beginningOfBinary(reinterpret_cast<const void*>(&registerClass));
+    static const char ours = 0; // a function may be that of another binary, this is not
+    static const void* const ourBeginning = beginningOfBinary(&ours);
     const void* const beginning = beginningOfBinary(info->address);
     bool isKnown = false;
     if (beginning == ourBeginning) {
