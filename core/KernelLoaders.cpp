@@ -30,7 +30,7 @@ Kernel loadKernel(const char* kernelKind, Class owner, std::string_view libraryN
 
 } // namespace
 
-Data VornEffectsLoadMetalLibraryData(Class owner, std::string_view libraryName) {
+Data VornEffectsLoadMetalLibraryData(Class owner, std::string_view libraryName) try {
     if (!owner || libraryName.empty()) return nullptr;
 
     const auto path = Bundle::forClass(owner).pathForResource(libraryName, "ci.metallib");
@@ -44,25 +44,38 @@ Data VornEffectsLoadMetalLibraryData(Class owner, std::string_view libraryName) 
         report(Severity::Error, "ERROR: failed to load ci.metallib '%s' for class '%s'",
                std::string(libraryName).c_str(), owner->name);
     return data;
+} catch (...) {
+    reportCaught("VornEffectsLoadMetalLibraryData");
+    return {};
 }
 
 CIKernel VornEffectsLoadKernel(Class owner, std::string_view libraryName,
-                               std::string_view functionName) {
+                               std::string_view functionName) try {
     return loadKernel<CIKernel>("CIKernel", owner, libraryName, functionName);
+} catch (...) {
+    reportCaught("VornEffectsLoadKernel");
+    return {};
 }
 
 CIColorKernel VornEffectsLoadColorKernel(Class owner, std::string_view libraryName,
-                                         std::string_view functionName) {
+                                         std::string_view functionName) try {
     return loadKernel<CIColorKernel>("CIColorKernel", owner, libraryName, functionName);
+} catch (...) {
+    reportCaught("VornEffectsLoadColorKernel");
+    return {};
 }
 
 CIWarpKernel VornEffectsLoadWarpKernel(Class owner, std::string_view libraryName,
-                                       std::string_view functionName) {
+                                       std::string_view functionName) try {
     return loadKernel<CIWarpKernel>("CIWarpKernel", owner, libraryName, functionName);
+} catch (...) {
+    reportCaught("VornEffectsLoadWarpKernel");
+    return {};
 }
 
 bool VornEffectsLoadKernelArray(Class owner, std::string_view libraryName,
-                                const std::string_view* functionNames, CIKernel* slots, int count) {
+                                const std::string_view* functionNames, CIKernel* slots,
+                                int count) try {
     if (!owner || libraryName.empty() || count < 1 || !slots || !functionNames) return false;
 
     bool isComplete = true;
@@ -88,4 +101,7 @@ bool VornEffectsLoadKernelArray(Class owner, std::string_view libraryName,
     for (int index = count - 1; index >= 0; --index)
         if (const CIKernel& kernel = kernels[static_cast<size_t>(index)]) slots[index] = kernel;
     return isComplete;
+} catch (...) {
+    reportCaught("VornEffectsLoadKernelArray");
+    return false;
 }

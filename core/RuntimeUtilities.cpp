@@ -6,7 +6,7 @@
 using namespace vorn;
 
 CIImage VornEffectsCreateErrorImage(std::string_view resourceName, std::string_view label,
-                                    std::string_view message) {
+                                    std::string_view message) try {
     const auto path = Bundle::forClass(classFromString("VornEffectsCatalog"))
                           .pathForResource(resourceName, "png");
     if (!path) {
@@ -35,10 +35,13 @@ CIImage VornEffectsCreateErrorImage(std::string_view resourceName, std::string_v
     buffer->unlock();
     return imaging::markAsErrorImage(CIImage::imageWithCVPixelBuffer(buffer), labelText,
                                      messageText);
+} catch (...) {
+    reportCaught("VornEffectsCreateErrorImage");
+    return {};
 }
 
 CGContextRef VornEffectsCreateBitmapContext(uint32_t width, uint32_t height,
-                                            CVPixelBufferRef* buffer, const char* label) {
+                                            CVPixelBufferRef* buffer, const char* label) try {
     if (!label) label = "";
     const auto printableWidth = static_cast<int>(width), printableHeight = static_cast<int>(height);
     int32_t status = kStatusSuccess;
@@ -68,6 +71,9 @@ CGContextRef VornEffectsCreateBitmapContext(uint32_t width, uint32_t height,
     };
     const auto drawing = std::make_shared<Drawing>(Drawing{pixels, std::move(context)});
     return CGContextRef(drawing, drawing->context.get());
+} catch (...) {
+    reportCaught("VornEffectsCreateBitmapContext");
+    return nullptr;
 }
 
 uint64_t VornEffectsGetUptimeInNanoseconds() {

@@ -65,9 +65,12 @@ Catalog catalogOfManifest() {
     return catalog;
 }
 
+/// Empty while there was no memory to read the manifest; it is read when that is over.
 const Catalog& loadedCatalog() {
+    static const Catalog none;
     VornEffectsCatalog::registerBuiltInMappings();
-    return *loaded.load(std::memory_order_acquire);
+    const Catalog* const catalog = loaded.load(std::memory_order_acquire);
+    return catalog ? *catalog : none;
 }
 
 } // namespace
@@ -80,7 +83,7 @@ std::string vorn::core::manifestProblem() {
     return lines;
 }
 
-void VornEffectsCatalog::registerBuiltInMappings() {
+void VornEffectsCatalog::registerBuiltInMappings() try {
     if (loaded.load(std::memory_order_acquire)) return;
     const Catalog* catalog = nullptr;
     {
@@ -93,6 +96,8 @@ void VornEffectsCatalog::registerBuiltInMappings() {
     // Whoever receives the lines may ask for filters already.
     for (const std::string& problem : catalog->problems)
         report(Severity::Error, "%s", problem.c_str());
+} catch (...) {
+    reportCaught("VornEffectsCatalog");
 }
 
 Class VornEffectsCatalog::filterClassForName(std::string_view name) {
@@ -101,8 +106,11 @@ Class VornEffectsCatalog::filterClassForName(std::string_view name) {
     return found == classByName.end() ? nullptr : found->second;
 }
 
-std::vector<std::string> VornEffectsCatalog::allFilterNames() {
+std::vector<std::string> VornEffectsCatalog::allFilterNames() try {
     std::vector<std::string> names;
     for (const auto& [name, filterClass] : loadedCatalog().classByName) names.push_back(name);
     return names;
+} catch (...) {
+    reportCaught("VornEffectsCatalog");
+    return {};
 }

@@ -7,7 +7,7 @@
 
 using namespace vorn;
 
-void VornEffectsRegistrar::registerAllFilters() {
+void VornEffectsRegistrar::registerAllFilters() try {
     report(Severity::Notice, "VornEffects: registerAllFilters");
     VornEffectsCatalog::registerBuiltInMappings();
 
@@ -17,15 +17,22 @@ void VornEffectsRegistrar::registerAllFilters() {
     const std::lock_guard lock(mutex);
     if (isRegistered) return;
     const auto constructor = std::make_shared<VornEffectsFilterConstructor>();
-    for (const std::string& name : VornEffectsCatalog::allFilterNames()) {
+    const std::vector<std::string> names = VornEffectsCatalog::allFilterNames();
+    bool isComplete = !names.empty();
+    for (const std::string& name : names) {
         // Hosts read the categories as one text here, not as a list.
         CIFilter::registerFilterName(name, constructor,
                                      {{kCIAttributeFilterDisplayName, name},
                                       {kCIAttributeFilterCategories, kVornFilterCategory}});
+        isComplete = isComplete && CIFilter::registeredFilter(name);
     }
-    isRegistered = true;
+    isRegistered = isComplete;
+} catch (...) {
+    reportCaught("VornEffectsRegistrar");
 }
 
-std::string VornEffectsRegistrar::registrationProblem() {
+std::string VornEffectsRegistrar::registrationProblem() try {
     return core::manifestProblem();
+} catch (...) {
+    return "out of memory";
 }

@@ -245,29 +245,37 @@ CIContext::CIContext(ContextOptions options)
 CIContext::CIContext(std::shared_ptr<vorn::Session> session, ContextOptions options)
     : state_(std::make_shared<State>()) {
     State& state = *state_;
-    state.session = session ? std::move(session) : vorn::Session::standard();
-    const auto scope = state.inSession();
-    const vorn::SessionOptions& ofSession = state.session->options();
-    if (options.device == DeviceKind::Auto) options.device = ofSession.device;
-    if (options.threads <= 0) options.threads = ofSession.threads;
-    if (options.instructionSet.empty()) options.instructionSet = ofSession.instructionSet;
-    if (options.deviceName.empty()) options.deviceName = ofSession.deviceName;
-    const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-    state.threads = std::clamp(options.threads > 0 ? options.threads : cores, 1, 1024);
-    state.options = std::move(options);
-    if (state.options.device == DeviceKind::Reference) {
-        state.threads = 1;
-        state.instructionSet = "reference";
-        state.host = cpu::makeReferenceRenderer();
-        return;
-    }
-    std::vector<std::string> levels = cpu::supportedLevels();
-    const auto chosen = std::find(levels.begin(), levels.end(), state.options.instructionSet);
-    if (chosen != levels.end()) levels.erase(levels.begin(), chosen);
-    state.instructionSet = levels.empty() ? "none" : levels.front();
-    if (state.options.device != DeviceKind::Vulkan)
-        state.host = cpu::makeTileRenderer(state.threads, std::move(levels));
-    if (state.options.device != DeviceKind::CPU) state.openGpu();
+    const bool isWhole = state.guarded([&] {
+        state.session = session ? std::move(session) : vorn::Session::standard();
+        const auto scope = state.inSession();
+        const vorn::SessionOptions& ofSession = state.session->options();
+        if (options.device == DeviceKind::Auto) options.device = ofSession.device;
+        if (options.threads <= 0) options.threads = ofSession.threads;
+        if (options.instructionSet.empty()) options.instructionSet = ofSession.instructionSet;
+        if (options.deviceName.empty()) options.deviceName = ofSession.deviceName;
+        const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+        state.threads = std::clamp(options.threads > 0 ? options.threads : cores, 1, 1024);
+        state.options = std::move(options);
+        if (state.options.device == DeviceKind::Reference) {
+            state.threads = 1;
+            state.instructionSet = "reference";
+            state.host = cpu::makeReferenceRenderer();
+            return true;
+        }
+        std::vector<std::string> levels = cpu::supportedLevels();
+        const auto chosen = std::find(levels.begin(), levels.end(), state.options.instructionSet);
+        if (chosen != levels.end()) levels.erase(levels.begin(), chosen);
+        state.instructionSet = levels.empty() ? "none" : levels.front();
+        if (state.options.device != DeviceKind::Vulkan)
+            state.host = cpu::makeTileRenderer(state.threads, std::move(levels));
+        if (state.options.device != DeviceKind::CPU) state.openGpu();
+        return true;
+    });
+    if (isWhole) return;
+    // Every render fails with the cause.
+    state.host.reset();
+    state.gpu.reset();
+    state.deviceProblem.swap(state.lastError);
 }
 
 CIContext::~CIContext() = default;

@@ -158,7 +158,7 @@ CIFilterRef CIFilter::filterWithName(std::string_view name) {
     }
 }
 
-std::vector<std::string> CIFilter::filterNames(std::string_view category) {
+std::vector<std::string> CIFilter::filterNames(std::string_view category) try {
     Registry& known = registry();
     const std::shared_lock lock(known.mutex);
     std::vector<std::string> names;
@@ -166,6 +166,9 @@ std::vector<std::string> CIFilter::filterNames(std::string_view category) {
         if (category.empty() || hasCategory(registered->classAttributes, category))
             names.push_back(name);
     return names;
+} catch (...) {
+    reportCaught("CIFilter");
+    return {};
 }
 
 std::shared_ptr<const RegisteredFilter> CIFilter::registeredFilter(std::string_view name) {
@@ -190,13 +193,18 @@ bool CIFilter::setValueForKey(const InputValue& value, std::string_view key) {
     }
 }
 
-InputValue CIFilter::valueForKey(std::string_view key) const {
+InputValue CIFilter::valueForKey(std::string_view key) const try {
     const InputInfo* input = findInput(filterClass(), key);
     return input ? input->get(*this) : InputValue{};
+} catch (...) {
+    reportCaught(key);
+    return {};
 }
 
-void CIFilter::setDefaults() {
+void CIFilter::setDefaults() try {
     for (const InputAttributes& input : filterClass().customAttributes())
         if (const AttributeValue* standard = input.find(kCIAttributeDefault))
             setValueForKey(inputValueOf(*standard), input.key);
+} catch (...) {
+    vorn::detail::reportCaught(*this);
 }

@@ -145,17 +145,20 @@ const ImageProperties& CIImage::properties() const {
     return node_ && node_->annotation ? node_->annotation->properties : none;
 }
 
-CIImage CIImage::imageBySettingProperties(ImageProperties properties) const {
+CIImage CIImage::imageBySettingProperties(ImageProperties properties) const try {
     if (!node_) return {};
     auto annotation =
         node_->annotation ? makeInPool<Annotation>(*node_->annotation) : makeInPool<Annotation>();
     annotation->properties = std::move(properties);
     return withAnnotation(*this, std::move(annotation));
+} catch (...) {
+    reportCaught("CIImage");
+    return {};
 }
 
 CIImage CIImage::imageWithBitmap(const void* bytes, uint32_t width, uint32_t height,
                                  size_t bytesPerRow, CIFormat format, CGColorSpace colorSpace,
-                                 std::shared_ptr<const void> owner, CGPoint origin) {
+                                 std::shared_ptr<const void> owner, CGPoint origin) try {
     if (!bytes || width == 0 || height == 0 || width > INT32_MAX / 4 || height > INT32_MAX / 4 ||
         !isKnown(format) || !isKnown(colorSpace) || bytesPerRow < width * bytesPerPixel(format) ||
         !sizeOfRows(bytesPerRow, height) || !std::isfinite(origin.x) || !std::isfinite(origin.y))
@@ -163,17 +166,26 @@ CIImage CIImage::imageWithBitmap(const void* bytes, uint32_t width, uint32_t hei
     return pixelsImage(
         {static_cast<const uint8_t*>(bytes), width, height, bytesPerRow, format, std::move(owner)},
         origin, colorSpace, Node::Origin::Bitmap);
+} catch (...) {
+    reportCaught("CIImage");
+    return {};
 }
 
-CIImage CIImage::imageWithCVPixelBuffer(CVPixelBufferRef buffer, CGColorSpace colorSpace) {
+CIImage CIImage::imageWithCVPixelBuffer(CVPixelBufferRef buffer, CGColorSpace colorSpace) try {
     return imageOfMemory(buffer, colorSpace, Node::Origin::PixelBuffer);
+} catch (...) {
+    reportCaught("CIImage");
+    return {};
 }
 
-CIImage CIImage::imageWithIOSurface(IOSurfaceRef surface, CGColorSpace colorSpace) {
+CIImage CIImage::imageWithIOSurface(IOSurfaceRef surface, CGColorSpace colorSpace) try {
     return imageOfMemory(surface, colorSpace, Node::Origin::Surface);
+} catch (...) {
+    reportCaught("CIImage");
+    return {};
 }
 
-CIImage CIImage::imageWithColor(CIColor color) {
+CIImage CIImage::imageWithColor(CIColor color) try {
     if (!color.isSet()) return {};
     const auto kernel = frameworkKernel("CI_constant");
     if (!kernel) return {};
@@ -184,9 +196,12 @@ CIImage CIImage::imageWithColor(CIColor color) {
     node->color = color;
     node->colorSpace = CGColorSpace::SRGB;
     return CIImage(std::move(node));
+} catch (...) {
+    reportCaught("CIImage");
+    return {};
 }
 
-CIImage CIImage::imageByCroppingToRect(CGRect rect) const {
+CIImage CIImage::imageByCroppingToRect(CGRect rect) const try {
     if (!node_) return {};
     auto node = makeNode(Node::Kind::Crop, node_->extent.intersection(rect));
     if (!putOnTop(*node, *this)) return {};
@@ -194,9 +209,12 @@ CIImage CIImage::imageByCroppingToRect(CGRect rect) const {
     node->children[0] = *this;
     node->colorSpace = node_->colorSpace;
     return CIImage(std::move(node));
+} catch (...) {
+    reportCaught("CIImage");
+    return {};
 }
 
-CIImage CIImage::imageByClampingToExtent() const {
+CIImage CIImage::imageByClampingToExtent() const try {
     if (!node_ || !node_->extent.isFinite() || node_->extent.isEmpty()) return *this;
     const auto kernel = frameworkKernel("CI_clamp");
     if (!kernel) return {};
@@ -204,9 +222,12 @@ CIImage CIImage::imageByClampingToExtent() const {
     return CIImage(makeKernelNode(kernel, CGRect::infinite(),
                                   RegionOfInterest::clampedTo(sampler.extent()).exact(), {},
                                   {sampler}));
+} catch (...) {
+    reportCaught("CIImage");
+    return {};
 }
 
-CIImage CIImage::imageByApplyingTransform(CGAffineTransform transform) const {
+CIImage CIImage::imageByApplyingTransform(CGAffineTransform transform) const try {
     if (!node_ || !transform.isFinite() || transform.determinant() == 0) return {};
     // A chain of transforms is one resampling.
     if (node_->kind == Node::Kind::Transform && !node_->annotation)
@@ -225,9 +246,12 @@ CIImage CIImage::imageByApplyingTransform(CGAffineTransform transform) const {
     node->children[0] = *this;
     node->transform = transform;
     return CIImage(std::move(node));
+} catch (...) {
+    reportCaught("CIImage");
+    return {};
 }
 
-CIImage CIImage::imageByCompositingOverImage(const CIImage& under) const {
+CIImage CIImage::imageByCompositingOverImage(const CIImage& under) const try {
     if (!node_) return under;
     if (!under) return *this;
     const auto kernel = frameworkKernel("CI_sourceOver");
@@ -240,24 +264,31 @@ CIImage CIImage::imageByCompositingOverImage(const CIImage& under) const {
     node->children[0] = *this;
     node->children[1] = under;
     return CIImage(std::move(node));
+} catch (...) {
+    reportCaught("CIImage");
+    return {};
 }
 
-CIImage CIImage::imageWithPeriod(int across, int up) const {
+CIImage CIImage::imageWithPeriod(int across, int up) const try {
     if (!node_) return {};
     auto node = makeInPool<Node>(*node_);
     node->period[0] = std::max(across, 0), node->period[1] = std::max(up, 0);
     return CIImage(std::move(node));
+} catch (...) {
+    return *this; // the same picture
 }
 
-CIImage CIImage::imageKnownToEqual(const CIImage& other) const {
+CIImage CIImage::imageKnownToEqual(const CIImage& other) const try {
     if (!node_ || !other || node_->kind != Node::Kind::Kernel) return *this;
     auto node = makeInPool<Node>(*node_);
     if (!putOnTop(*node, other)) return *this;
     node->children[0] = other;
     return CIImage(std::move(node));
+} catch (...) {
+    return *this; // the same picture
 }
 
-CIImage CIImage::imageWithReduction(int across, int up, ReducedBits bits) const {
+CIImage CIImage::imageWithReduction(int across, int up, ReducedBits bits) const try {
     if (!node_ || node_->kind != Node::Kind::Kernel) return *this;
     const kernelc::Function& declaration = node_->function->declaration();
     if (kernelc::givenCount(declaration) == declaration.parameters.size()) return *this;
@@ -269,22 +300,28 @@ CIImage CIImage::imageWithReduction(int across, int up, ReducedBits bits) const 
     if (!putOnTop(*node, means)) return *this;
     node->samplers.back() = small;
     return CIImage(std::move(node));
+} catch (...) {
+    return *this; // the same picture
 }
 
-CIImage CIImage::imageInBitsOfSources() const {
+CIImage CIImage::imageInBitsOfSources() const try {
     if (!node_ || node_->kind != Node::Kind::Kernel) return *this;
     auto node = makeInPool<Node>(*node_);
     node->bits = Node::Bits::OfSources;
     return CIImage(std::move(node));
+} catch (...) {
+    return *this; // the same picture
 }
 
-CIImage CIImage::imageByInsertingIntermediate() const {
+CIImage CIImage::imageByInsertingIntermediate() const try {
     if (!node_) return {};
     auto node = makeNode(Node::Kind::Intermediate, node_->extent);
     if (!putOnTop(*node, *this)) return {};
     node->children[0] = *this;
     node->colorSpace = node_->colorSpace;
     return CIImage(std::move(node));
+} catch (...) {
+    return *this; // the same picture
 }
 
 // ---- Regions of interest ----------------------------------------------------------------------
@@ -473,7 +510,7 @@ std::shared_ptr<Node> makeKernelNode(const KernelFunction* function, CGRect exte
 } // namespace vorn::imaging
 
 CIImage CIKernel::applyWithExtent(CGRect extent, const RegionOfInterest& regionOfInterest,
-                                  KernelArguments arguments) const {
+                                  KernelArguments arguments) const try {
     const KernelFunction* const function = this->function();
     if (!function) return {};
     if (function->declaration().kind == kernelc::FunctionKind::Warp) {
@@ -483,6 +520,9 @@ CIImage CIKernel::applyWithExtent(CGRect extent, const RegionOfInterest& regionO
         return {};
     }
     return CIImage(makeKernelNode(function, extent, regionOfInterest, {}, arguments));
+} catch (...) {
+    reportCaught("CIKernel");
+    return {};
 }
 
 CIImage CIKernel::applyWithExtent(CGRect extent, KernelArguments arguments) const {
@@ -498,8 +538,11 @@ CIImage CIKernel::applyWithExtent(CGRect extent, KernelArguments arguments) cons
 }
 
 CIImage CIWarpKernel::applyWithExtent(CGRect extent, const RegionOfInterest& regionOfInterest,
-                                      const CIImage& image, KernelArguments arguments) const {
+                                      const CIImage& image, KernelArguments arguments) const try {
     const KernelFunction* const function = this->function();
     if (!function) return {};
     return CIImage(makeKernelNode(function, extent, regionOfInterest, image, arguments));
+} catch (...) {
+    reportCaught("CIWarpKernel");
+    return {};
 }

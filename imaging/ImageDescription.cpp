@@ -2,6 +2,7 @@
 
 #include "imaging/KernelLibrary.h"
 #include "imaging/Node.h"
+#include "platform/Messages.h"
 
 #include <unordered_map>
 
@@ -140,7 +141,17 @@ private:
         if (out.type != KernelType::Color)
             for (size_t i = 0; i + reduced < node.samplers.size(); ++i)
                 out.regionsOfInterest.push_back(
-                    node.regionOfInterest.rectFor(static_cast<int>(i), probe_));
+                    regionOf(node.regionOfInterest, static_cast<int>(i)));
+    }
+
+    /// Of a rule of the host's that throws, nothing.
+    CGRect regionOf(const RegionOfInterest& rule, int index) const {
+        try {
+            return rule.rectFor(index, probe_);
+        } catch (...) {
+            reportCaught("RegionOfInterest");
+            return {};
+        }
     }
 
     template <class T>
@@ -164,6 +175,9 @@ private:
 
 } // namespace
 
-std::shared_ptr<ImageDescription> vorn::describeImage(const CIImage& image, CGRect probe) {
+std::shared_ptr<ImageDescription> vorn::describeImage(const CIImage& image, CGRect probe) try {
     return Describer(probe).describeAll(image);
+} catch (...) {
+    reportCaught("describeImage");
+    return {};
 }

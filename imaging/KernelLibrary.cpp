@@ -2,6 +2,7 @@
 #include "imaging/kernelc/library_check.h"
 #include "platform/Messages.h"
 
+#include "platform/Guard.h"
 #include "vorneffects/CIContext.h"
 
 #include <algorithm>
@@ -317,18 +318,27 @@ const imaging::KernelFunction* makeFunction(std::string_view name, const Data& d
 } // namespace
 
 CIKernel CIKernel::kernelWithFunctionName(std::string_view name, const Data& library,
-                                          KernelError* error) {
+                                          KernelError* error) try {
     return CIKernel(makeFunction(name, library, error, nullptr, ""));
+} catch (...) {
+    if (error) describeException(error->localizedDescription);
+    return {};
 }
 CIColorKernel CIColorKernel::kernelWithFunctionName(std::string_view name, const Data& library,
-                                                    KernelError* error) {
+                                                    KernelError* error) try {
     constexpr auto kind = kernelc::FunctionKind::Color;
     return CIColorKernel(makeFunction(name, library, error, &kind, "colour"));
+} catch (...) {
+    if (error) describeException(error->localizedDescription);
+    return {};
 }
 CIWarpKernel CIWarpKernel::kernelWithFunctionName(std::string_view name, const Data& library,
-                                                  KernelError* error) {
+                                                  KernelError* error) try {
     constexpr auto kind = kernelc::FunctionKind::Warp;
     return CIWarpKernel(makeFunction(name, library, error, &kind, "warp"));
+} catch (...) {
+    if (error) describeException(error->localizedDescription);
+    return {};
 }
 
 KernelType CIKernel::type() const {
@@ -344,7 +354,7 @@ std::string_view CIKernel::libraryName() const {
     return function ? std::string_view(function->libraryName()) : std::string_view();
 }
 
-std::optional<std::string> vorn::kernelLibraryProblem(const Data& data) {
+std::optional<std::string> vorn::kernelLibraryProblem(const Data& data) try {
     kernelc::Library library;
     if (std::string problem = imaging::read(data, library); !problem.empty()) return problem;
     bool hasCode = false;
@@ -358,4 +368,6 @@ std::optional<std::string> vorn::kernelLibraryProblem(const Data& data) {
     if (!hasCode && !library.functions.empty())
         return imaging::withoutCode(library.functions.front());
     return std::nullopt;
+} catch (...) {
+    return "out of memory";
 }

@@ -1,6 +1,8 @@
 // Classes by name, the resource bundles beside their binaries, and files read whole.
 #include "vorneffects/Platform.h"
 
+#include "platform/Messages.h"
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
@@ -67,7 +69,7 @@ bool isRegularFile(const std::string& path) {
 
 // Binaries register their classes while they are loaded, which is when the place of their bundle is
 // found: a process that changes its folder later must not be given another one's native code.
-void registerClass(Class info) {
+void registerClass(Class info) try {
     if (!info || !info->name) return;
     ClassRegistry& registry = classRegistry();
     static const char ours = 0; // a function may be that of another binary, this is not
@@ -83,6 +85,8 @@ void registerClass(Class info) {
     const std::unique_lock lock(registry.mutex);
     if (!binary.empty()) registry.binaries[beginning] = std::move(binary);
     registry.classes[info->name] = info;
+} catch (...) {
+    reportCaught("registerClass");
 }
 
 Class classFromString(std::string_view name) {
@@ -92,7 +96,7 @@ Class classFromString(std::string_view name) {
     return found == registry.classes.end() ? nullptr : found->second;
 }
 
-Bundle Bundle::forClass(Class owner) {
+Bundle Bundle::forClass(Class owner) try {
     if (!owner) return Bundle(std::string());
     ClassRegistry& registry = classRegistry();
     const void* const beginning = beginningOfBinary(owner->address);
@@ -104,15 +108,21 @@ Bundle Bundle::forClass(Class owner) {
     }
     if (binary.empty()) binary = binaryThatHolds(owner->address);
     return Bundle(binary.empty() ? std::string() : (binary.parent_path() / "VornEffects").string());
+} catch (...) {
+    reportCaught("Bundle");
+    return Bundle(std::string());
 }
 
 std::optional<std::string> Bundle::pathForResource(std::string_view name,
-                                                   std::string_view extension) const {
+                                                   std::string_view extension) const try {
     if (folder_.empty() || name.empty()) return std::nullopt;
     std::string path = folder_ + "/" + std::string(name);
     if (!extension.empty()) path.append(".").append(extension);
     if (!isRegularFile(path)) return std::nullopt;
     return path;
+} catch (...) {
+    reportCaught("Bundle");
+    return {};
 }
 
 Data dataWithContentsOfFile(const std::string& path) {

@@ -1,6 +1,8 @@
 // Text whose bytes are read as Mac Roman.
 #include "vorneffects/Platform.h"
 
+#include "platform/Messages.h"
+
 namespace vorn {
 namespace {
 
@@ -18,7 +20,7 @@ static_assert(std::size(kUpperHalf) == 128 + 1);
 
 } // namespace
 
-std::string stringFromMacRoman(std::string_view bytes) {
+std::string stringFromMacRoman(std::string_view bytes) try {
     std::string text;
     text.reserve(bytes.size());
     for (const char byte : bytes) {
@@ -38,6 +40,9 @@ std::string stringFromMacRoman(std::string_view bytes) {
         text += static_cast<char>(0x80 | (character & 0x3F));
     }
     return text;
+} catch (...) {
+    reportCaught("stringFromMacRoman");
+    return {};
 }
 
 } // namespace vorn

@@ -1,4 +1,5 @@
 // Property lists, read with libplist.
+#include "platform/Messages.h"
 #include "platform/PropertyListLimits.h"
 #include "vorneffects/Platform.h"
 
@@ -112,7 +113,7 @@ PropertyList propertyListFromNode(plist_t node) {
 
 } // namespace
 
-std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path) {
+std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path) try {
     std::error_code error;
     if (std::filesystem::file_size(path, error) > vorn::platform::kMostPropertyListBytes || error)
         return std::nullopt;
@@ -126,6 +127,9 @@ std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::st
     const OwnedNode root(rawRoot);
     if (!root || plist_get_node_type(root.get()) != PLIST_DICT) return std::nullopt;
     return dictionaryFromNode(root.get());
+} catch (...) {
+    reportCaught("dictionaryWithContentsOfFile");
+    return {};
 }
 
 } // namespace vorn

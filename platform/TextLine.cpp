@@ -121,7 +121,7 @@ void TextLine::addToPath(cairo_t* context) const {
 
 } // namespace vorn::platform
 
-std::string vorn::systemFontName() {
+std::string vorn::systemFontName() try {
     using namespace vorn::platform;
     if (!haveFonts()) return "Sans";
     const Owned<PangoContext> context = makeContext();
@@ -131,4 +131,7 @@ std::string vorn::systemFontName() {
     const Owned<PangoFontDescription> found(pango_font_describe(font.get()));
     const char* family = pango_font_description_get_family(found.get());
     return family ? family : "Sans";
+} catch (...) {
+    reportCaught("systemFontName");
+    return {};
 }

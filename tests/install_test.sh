@@ -18,7 +18,7 @@ tree="$folder/moved to here"
 mv "$folder/installed" "$tree"
 libraries="$tree/$library_folder"
 
-for path in "$tree/include/vorneffects/VornEffects.h" "$libraries/libVornEffects.so.1" \
+for path in "$tree/include/vorneffects/VornEffects.h" "$libraries/libVornEffects.so.0.1" \
     "$libraries/VornEffects/VornEffectsManifest.plist" "$libraries/VornEffects/FX_error_image.png"; do
     [ -f "$path" ] || fail "there is no $path"
 done

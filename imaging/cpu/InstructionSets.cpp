@@ -1,5 +1,6 @@
 #include "imaging/cpu/InstructionSets.h"
 
+#include "platform/Messages.h"
 #include "vorneffects/CIContext.h"
 
 namespace vorn::imaging::cpu {
@@ -33,6 +34,9 @@ const std::vector<std::string>& referenceLevel() {
 
 } // namespace vorn::imaging::cpu
 
-std::vector<std::string> vorn::supportedInstructionSets() {
+std::vector<std::string> vorn::supportedInstructionSets() try {
     return imaging::cpu::supportedLevels();
+} catch (...) {
+    reportCaught("supportedInstructionSets");
+    return {};
 }
