@@ -122,9 +122,9 @@ TEST(Renders, FailWhenARegionOfInterestThrows) {
     const auto throwing = [&](const auto& what) {
         return pictureKernel("box").applyWithExtent(
             kFrame, RegionOfInterest::computed([what](int, CGRect rect) -> CGRect {
-                if (rect.width > 0) throw what;
-                return rect;
-            }),
+                        if (rect.width > 0) throw what;
+                        return rect;
+                    }).exact(),
             {square(source.image()), 1});
     };
     std::vector<CIContext*> contexts = everyContext();
