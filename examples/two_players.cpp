@@ -46,7 +46,10 @@ struct Player {
         if (!trail || !strobe) return {};
         for (const CIFilterRef& filter : {trail, strobe}) filter->setDefaults();
         trail->setValueForKey(vorn::Number(0.5), "inputAmount");
-        strobe->setValueForKey(vorn::Number(3.0), "inputMode");
+        for (const char* key : {"inputScale", "inputXpos", "inputYpos"}) // at rest
+            trail->setValueForKey(vorn::Number(127 / 255.0), key);
+        strobe->setValueForKey(vorn::Number(7.0), "inputMode");
+        strobe->setValueForKey(vorn::Number(0.5), "inputMixer");
 
         CIContext context(session); // kept for all frames
         Pixels result(kBytesPerRow * kHeight);
