@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <stdexcept>
+#include <string>
 #include <string_view>
 
 namespace vorn::filters {
@@ -67,6 +69,16 @@ public:
 private:
     uint64_t state_;
 };
+
+// ---- Other filters ------------------------------------------------------------------------------
+
+/// A filter that this one chains, made when it is first needed. Where there is no memory for it the
+/// frame fails as a whole, and the next one tries again.
+inline CIFilter& chained(CIFilterRef& filter, std::string_view name) {
+    if (!filter) filter = CIFilter::filterWithName(name);
+    if (!filter) throw std::runtime_error(std::string(name) + " could not be made");
+    return *filter;
+}
 
 // ---- Tiles -------------------------------------------------------------------------------------
 

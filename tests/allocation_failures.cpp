@@ -121,9 +121,9 @@ int main() {
     bool isGood = true;
     for (const vorn::DeviceKind device : {vorn::DeviceKind::CPU, vorn::DeviceKind::Reference}) {
         CIContext context({.device = device, .threads = 2});
-        for (const char* name :
-             {"VEDummy", "VEFreeze", "VEDecay", "VEEdgeDetect2", "VETiles", "VE_ASCII_Art",
-              "VE_CloudGenerator", "VEXFDissolve", "CIGaussianBlur", "CILanczosScaleTransform"})
+        for (const char* name : {"VEDummy", "VEFreeze", "VEDecay", "VEEdgeDetect2", "VEMirrors",
+                                 "VETiles", "VE_ASCII_Art", "VE_CloudGenerator", "VEXFDissolve",
+                                 "CIGaussianBlur", "CILanczosScaleTransform"})
             for (const Want want : {Want::Lasting, Want::Once})
                 isGood = survives(name, context, want) && isGood;
     }

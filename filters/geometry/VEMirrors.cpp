@@ -84,16 +84,16 @@ private:
         return image;
     }
     CIImage cropped(CGRect rect) {
-        if (!crop) crop = CIFilter::filterWithName("CICrop");
-        crop->setValueForKey(inputImage, "inputImage");
-        crop->setValueForKey(CIVector(rect.x, rect.y, rect.width, rect.height), "inputRectangle");
-        return crop->outputImage();
+        CIFilter& filter = chained(crop, "CICrop");
+        filter.setValueForKey(inputImage, "inputImage");
+        filter.setValueForKey(CIVector(rect.x, rect.y, rect.width, rect.height), "inputRectangle");
+        return filter.outputImage();
     }
     CIImage flipped(const CIImage& image, CGAffineTransform flip) {
-        if (!transform) transform = CIFilter::filterWithName("CIAffineTransform");
-        transform->setValueForKey(image, "inputImage");
-        transform->setValueForKey(flip, "inputTransform");
-        return transform->outputImage();
+        CIFilter& filter = chained(transform, "CIAffineTransform");
+        filter.setValueForKey(image, "inputImage");
+        filter.setValueForKey(flip, "inputTransform");
+        return filter.outputImage();
     }
 
     static constexpr std::string_view kFunctions[] = {"VE_Mirrors_backwards",

@@ -84,10 +84,10 @@ private:
 
         const int64_t band = (skip - 1) / 60;
         const size_t index = band >= 1 && band <= 4 ? static_cast<size_t>(band) : 0;
-        if (!blends[index]) blends[index] = CIFilter::filterWithName(kBlends[index]);
-        blends[index]->setValueForKey(current, "inputBackgroundImage");
-        blends[index]->setValueForKey(moved, "inputImage");
-        return blends[index]->outputImage();
+        CIFilter& blend = chained(blends[index], kBlends[index]);
+        blend.setValueForKey(current, "inputBackgroundImage");
+        blend.setValueForKey(moved, "inputImage");
+        return blend.outputImage();
     }
     /// Pixels a frame: the square of the distance from rest, in its direction, times the whole
     /// size.
