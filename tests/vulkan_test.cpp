@@ -1,5 +1,5 @@
-// The Vulkan device: what it keeps from frame to frame, and what it says when something is not there
-// or breaks. That its pictures are those of the others is seen with those.
+// The Vulkan device: what it keeps from frame to frame, and what it says when something is not
+// there or breaks. That its pictures are those of the others is seen with those.
 #include "support.h"
 
 #include "imaging/KernelLibrary.h"
