@@ -85,7 +85,8 @@ TEST(InStep, KernelsAreThoseThatFiltersLoad) {
 
 TEST(InStep, HostsInDocumentsAreTheExamples) {
     const std::pair<const char*, const char*> pairs[] = {
-        {"README.md", "examples/minimal_host.cpp"}, {"docs/hosting.md", "examples/two_players.cpp"}};
+        {"README.md", "examples/minimal_host.cpp"},
+        {"docs/hosting.md", "examples/two_players.cpp"}};
     for (const auto& [document, source] : pairs) {
         const std::string example = fileContents(kSources / source);
         const std::vector<std::string> blocks =

@@ -59,7 +59,7 @@ struct Step {
     IntRect memoryRect;
 
     const KernelFunction* function = nullptr; ///< null for memory
-    KernelEntry code;                 ///< of the level that is wanted
+    KernelEntry code;                         ///< of the level that is wanted
     const float* arguments = nullptr;
     int firstEdge = 0, edgeCount = 0;
     IntRect extent;                      ///< nothing but transparent black outside
