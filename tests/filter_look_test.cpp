@@ -1,0 +1,117 @@
+// What the filters promise to the eye: hues that are kept, light that is light, edges that are
+// lines, hair that is free of the screen. Each is a property of the picture and not a formula.
+#include "support.h"
+
+#include <functional>
+
+namespace {
+
+using Straight = std::array<double, 3>;
+
+Settings inputs(std::vector<std::pair<std::string, double>> values) {
+    Settings settings;
+    for (const auto& [key, value] : values) settings.emplace_back("input" + key, Number(value));
+    return settings;
+}
+Settings with(Settings settings, const std::string& key, double value) {
+    settings.emplace_back("input" + key, Number(value));
+    return settings;
+}
+
+Bitmap pictureOf(int width, int height, const std::function<Straight(int, int)>& color) {
+    Bitmap picture(width, height, CIFormat::RGBAf);
+    picture.forEach([&](int x, int y) {
+        const Straight c = color(x, y);
+        picture.set(x, y, {c[0], c[1], c[2], 1});
+    });
+    return picture;
+}
+
+Bitmap lookOf(const std::string& filter, const Settings& settings, const Bitmap& source) {
+    return render(*cpuContexts().front(), filtered(filter, source.image(), settings),
+                  {0, 0, double(source.width()), double(source.height())}, CIFormat::RGBAf);
+}
+
+/// What a filter makes of a plane of one colour.
+Pixel lookOf(const std::string& filter, const Settings& settings, const Straight& color) {
+    const Bitmap plane = pictureOf(9, 9, [&](int, int) { return color; });
+    return lookOf(filter, settings, plane).pixel(4, 4);
+}
+
+double luma(const Pixel& p) {
+    return 0.2126 * p[0] + 0.7152 * p[1] + 0.0722 * p[2];
+}
+/// 0 to 6 around the circle; -1 for what is about grey.
+double hueOf(double r, double g, double b) {
+    const double most = std::max({r, g, b}), range = most - std::min({r, g, b});
+    if (range < 0.02) return -1;
+    return most == r   ? std::fmod((g - b) / range + 6, 6)
+           : most == g ? (b - r) / range + 2
+                       : (r - g) / range + 4;
+}
+void expectHue(const Pixel& actual, const Straight& color, const std::string& what) {
+    const double is = hueOf(actual[0], actual[1], actual[2]);
+    if (is < 0) return;
+    const double apart = std::fabs(is - hueOf(color[0], color[1], color[2]));
+    EXPECT_LT(std::min(apart, 6 - apart), 0.02) << what << ": " << textOf(actual);
+}
+
+// ---- Tone ---------------------------------------------------------------------------------------
+
+const Straight kHues[] = {
+    {0.95, 0.55, 0.1}, {0.2, 0.7, 0.45}, {0.15, 0.3, 0.9}, {0.87, 0.65, 0.51}};
+
+TEST(Light, KeepsBlackBlackAndHighlightsApart) {
+    double last = 0;
+    for (double slider = 0; slider <= 255; slider += 15) {
+        const auto look = [&](double grey) {
+            return lookOf("VEColorBrightContrast", inputs({{"Brightness", slider}}),
+                          Straight{grey, grey, grey})[0];
+        };
+        EXPECT_NEAR(look(0), 0, 1e-6) << slider;
+        EXPECT_GT(look(0.95) - look(0.85), 0.02) << slider;
+        EXPECT_GT(look(0.5), last) << slider;
+        last = look(0.5);
+        for (const Straight& color : kHues)
+            expectHue(lookOf("VEColorBrightContrast", inputs({{"Brightness", slider}}), color),
+                      color, "brightness " + std::to_string(slider));
+    }
+    // The default that is advertised is -1: a dark picture.
+    const double white = lookOf("VEColorBrightContrast", {}, Straight{1, 1, 1})[0];
+    EXPECT_GT(white, 0.2);
+    EXPECT_LT(white, 0.5);
+}
+
+TEST(Contrast, BendsIntoBlackAndWhiteAndKeepsTheHue) {
+    const Settings settings[] = {inputs({{"1", 255}, {"2", 255}, {"3", 255}, {"4", 255}}),
+                                 inputs({{"Brightness", 127}, {"Contrast", 255}})};
+    const char* const names[] = {"VE_RGB_Contrast", "VEColorBrightContrast"};
+    for (int i = 0; i < 2; ++i)
+        for (const auto& [darker, brighter] : {std::pair{0.02, 0.1}, {0.5, 0.6}, {0.9, 0.98}}) {
+            const double low = lookOf(names[i], settings[i], Straight{darker, darker, darker})[0];
+            const double high =
+                lookOf(names[i], settings[i], Straight{brighter, brighter, brighter})[0];
+            EXPECT_GT(high, low + 0.01) << names[i] << " at " << darker;
+        }
+    for (const Straight& color : kHues)
+        for (const double contrast : {30, 90, 190, 255})
+            expectHue(lookOf("VEColorBrightContrast",
+                             with(inputs({{"Brightness", 127}}), "Contrast", contrast), color),
+                      color, "contrast " + std::to_string(contrast));
+}
+
+TEST(Limits, OfTheValueKeepTheHue) {
+    for (const double limit : {40, 100, 180})
+        for (const Straight& color : kHues)
+            expectHue(lookOf("VE_GainClamp", with(inputs({{"1", 2}}), "2", limit), color), color,
+                      "limit " + std::to_string(limit));
+}
+
+TEST(Film, IsNeverGreyOnTheWay) {
+    for (const double intensity : {0.4, 0.5, 0.6, 1.0}) {
+        const Pixel black = lookOf("VEXray", inputs({{"Intensity", intensity}}), Straight{0, 0, 0});
+        EXPECT_GT(black[2] - black[0], 0.08) << intensity;
+    }
+}
+
+} // namespace
