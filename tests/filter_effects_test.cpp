@@ -1020,11 +1020,34 @@ TEST(Freeze, ShowsTheFrameOnWhichItBegan) {
     }
 }
 
+/// How bright the strobe leaves white at a time in seconds, for settings besides the defaults.
+class StrobeLight {
+public:
+    explicit StrobeLight(const Settings& settings) : white_(1, 1, CIFormat::RGBAf) {
+        filtered("VEDummy", frame(1, 1), {}); // registers the filters
+        PlatformClock::drive(0);
+        filter_ = CIFilter::filterWithName("VE_Strobe_2");
+        filter_->setDefaults();
+        for (const auto& [key, value] : settings) filter_->setValueForKey(value, key);
+        white_.set(0, 0, {1, 1, 1, 1});
+        filter_->setValueForKey(white_.image(), "inputImage");
+    }
+    ~StrobeLight() { PlatformClock::release(); }
+
+    double at(double seconds) {
+        PlatformClock::drive(static_cast<uint64_t>(std::llround(seconds * 1e9)));
+        const CIImage image = filter_->outputImage();
+        return render(*cpuContexts().front(), image, {0, 0, 1, 1}, CIFormat::RGBAf).pixel(0, 0)[0];
+    }
+
+private:
+    Bitmap white_;
+    CIFilterRef filter_;
+};
+
 TEST(Strobe, FollowsItsWaveforms) {
-    filtered("VEDummy", frame(1, 1), {});
     const double kPi = std::acos(-1.0);
-    // With the range in the middle, one cycle a second: at a size of 1/2, and beyond 1, where the
-    // wave swings by the 0.35th power of it.
+    // With the range in the middle, one cycle a second.
     struct Wave {
         int mode;
         double speed, size;
@@ -1032,43 +1055,69 @@ TEST(Strobe, FollowsItsWaveforms) {
     };
     const auto unit = [](double v) { return std::clamp(v, 0.0, 1.0); };
     const double slow = 1 / 0.35, swing = std::pow(32, 0.35);
+    // Half a cycle about the beginning; at the greatest size flanks of half a cycle.
+    const auto isOn = [](double x) { return std::fabs(x - std::round(x)) < 0.25 ? 1.0 : 0.0; };
+    const auto soft = [&](double x) {
+        const double from = x + 0.00390625;
+        return unit(1 - 2 * std::fabs(from - std::round(from)));
+    };
     const Wave waves[] = {
-        {0, 1, 0.5, [&](double x) { return unit(0.5 + 2.5 * std::sin(2 * kPi * x)); }},
-        {0, 1, 32, [&](double x) { return unit(0.5 + 2.5 * swing * std::sin(2 * kPi * x)); }},
-        {1, slow, 0.5, [&](double x) { return unit(0.5 + 5 * std::sin(2 * kPi * x)); }},
-        {2, slow, 32, [&](double x) { return unit(0.5 - 5 * swing * std::sin(2 * kPi * x)); }},
-        {3, slow, 0.5, [&](double x) { return unit(0.5 + 2 * std::sin(2 * kPi * x)); }},
+        {0, 1, 0.5, isOn},
+        {0, 1, 1, isOn},
+        {0, 1, 100, soft},
+        {1, slow, 1, isOn},
+        {2, slow, 1, isOn},
+        {3, slow, 0.5, [&](double x) { return unit(0.5 + 2 * std::cos(2 * kPi * x)); }},
         {5, slow, 32, [&](double x) { return unit(0.5 + 2 * swing * (std::sin(kPi * x) - 0.5)); }},
         {6, slow, 0.5, [&](double x) { return 1 - unit(2 * std::sin(kPi * x) - 0.5); }},
         {7, 2, 0.5, [&](double x) { return unit(x * 1.075); }},
         {8, 2, 0.5, [&](double x) { return unit(1 - x * 1.075); }},
     };
-    Bitmap source(1, 1, CIFormat::RGBAf);
-    source.set(0, 0, {0.8, 0.4, 0.2, 0.9});
     for (const Wave& wave : waves) {
-        PlatformClock::drive(0);
-        const CIFilterRef filter = CIFilter::filterWithName("VE_Strobe_2");
-        filter->setDefaults();
-        for (const auto& [key, value] : inputs({{"Mode", double(wave.mode)},
-                                                {"Speed", wave.speed},
-                                                {"Frequency", wave.size},
-                                                {"Range", 127}}))
-            filter->setValueForKey(value, key);
-        filter->setValueForKey(source.image(), "inputImage");
-        for (const double x : {0.0, 0.02, 0.2, 0.26, 0.4, 0.52, 0.77, 0.95}) {
-            PlatformClock::drive(static_cast<uint64_t>(std::llround(x * 1e9)));
-            const double depth = wave.mode >= 7 ? 0.5 : std::min(wave.size, 1.0);
-            const double level = 1 + (wave.level(x) - 1) * depth;
-            const auto expected = [&](int, int) {
-                return Pixel{0.8 * level, 0.4 * level, 0.2 * level, 0.9};
-            };
-            EXPECT_TRUE(isClose(render(*cpuContexts().front(), filter->outputImage(), {0, 0, 1, 1},
-                                       CIFormat::RGBAf),
-                                expected, {1e-5}))
-                << "mode " << wave.mode << " at " << x;
-        }
+        StrobeLight light(inputs({{"Mode", double(wave.mode)},
+                                  {"Speed", wave.speed},
+                                  {"Frequency", wave.size},
+                                  {"Range", 127}}));
+        const double depth = wave.mode >= 7 ? 0.5 : std::min(wave.size, 1.0);
+        for (const double x : {0.0, 0.02, 0.2, 0.26, 0.4, 0.52, 0.77, 0.95})
+            EXPECT_NEAR(light.at(x), 1 + (wave.level(x) - 1) * depth, 2e-5)
+                << "mode " << wave.mode << " of size " << wave.size << " at " << x;
     }
-    PlatformClock::release();
+}
+
+TEST(Strobe, SquaresAreOnOrOffOnEveryFrame) {
+    for (const double frameRate : {23.976, 25.0, 30.0, 50.0, 60.0})
+        for (const double share : {0.1, 0.25, 0.4, 0.5, 0.8, 1.0}) {
+            const double rate = std::min(share * frameRate, 20.0);
+            for (const int mode : {0, 1, 2}) {
+                const double speed = mode == 0 ? rate : std::pow(rate, 1 / 1.5) / 0.35;
+                StrobeLight light(
+                    inputs({{"Mode", double(mode)}, {"Speed", speed}, {"Range", 127}}));
+                int on = 0;
+                for (int i = 0; i < 120; ++i) {
+                    const double level = light.at(i / frameRate);
+                    ASSERT_TRUE(level < 1e-6 || level > 1 - 1e-6)
+                        << mode << " at " << rate << " Hz, frame " << i << ": " << level;
+                    on += level > 0.5;
+                }
+                // At half the frame rate and below it flickers, evenly but for a third of it.
+                if (share <= 0.5) {
+                    EXPECT_NEAR(on, 60, 20) << mode << " at " << rate << " Hz of " << frameRate;
+                }
+            }
+        }
+}
+
+TEST(Strobe, HoldsForAsLongAsItsRangeSays) {
+    // Unset, in the middle, and at the end of the control: how long it is on, of 1000 moments.
+    for (const auto& [range, on] : {std::pair{0, 900}, {127, 500}, {255, 100}})
+        for (const int mode : {1, 2}) {
+            StrobeLight light(
+                inputs({{"Mode", double(mode)}, {"Speed", 1 / 0.35}, {"Range", double(range)}}));
+            int count = 0;
+            for (int i = 0; i < 1000; ++i) count += light.at((i + 0.5) / 1000) > 0.5;
+            EXPECT_NEAR(count, mode == 1 ? on : 1000 - on, 2) << mode << ", " << range;
+        }
 }
 
 // ---- What holds for all of them -----------------------------------------------------------------
