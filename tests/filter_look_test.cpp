@@ -114,4 +114,93 @@ TEST(Film, IsNeverGreyOnTheWay) {
     }
 }
 
+// ---- Edges --------------------------------------------------------------------------------------
+
+/// A soft edge, 6 pixels wide, that leans by a third of a pixel each row; bright on the right.
+double leaningEdge(int x, int y, double middle) {
+    return std::clamp((x + 0.5 - (16 + y / 3.0)) / 6 + middle, 0.0, 1.0);
+}
+
+TEST(HardEdges, AreAPixelAndAHalfWideWhereverTheyRun) {
+    struct Case {
+        const char* filter;
+        Settings settings;
+        double level;    ///< of the grey at which the edge lies
+        bool isReversed; ///< what is bright goes
+        size_t channel;
+    };
+    const Case cases[] = {
+        {"VEGobo", inputs({{"Intensity", 1}}), 0.5, false, 0},
+        {"VELumaKey", inputs({{"1Amount", 0.4}, {"2Amount", 1}}), 0.39, false, 3},
+        {"VELumaKey", inputs({{"1Amount", 0.6}, {"2Amount", 1}, {"Mode", 1}}), 0.41, true, 3},
+        {"VEBlackAlpha2ctl", inputs({{"1Amount", 0.5}, {"2Amount", 1}}), 0.49, false, 3},
+        {"VEBlackAlpha2ctl", inputs({{"1Amount", 0.5}, {"2Amount", 1}, {"Mode", 1}}), 0.49, false,
+         0}};
+    const int width = 48, height = 24;
+    for (const Case& test : cases) {
+        const Bitmap source = pictureOf(width, height, [&](int x, int y) {
+            const double grey = leaningEdge(x, y, test.level);
+            return Straight{grey, grey, grey};
+        });
+        const Bitmap result = lookOf(test.filter, test.settings, source);
+        for (int y = 2; y < height - 2; ++y) {
+            // How many pixels of the row are neither in nor out, and where the edge is by their
+            // sum.
+            int between = 0;
+            double covered = 0;
+            for (int x = 2; x < width - 2; ++x) {
+                const double is = result.pixel(x, y)[test.channel];
+                const double whole = test.channel == 3 ? 1 : source.pixel(x, y)[0];
+                const double share = std::strcmp(test.filter, "VEGobo") == 0 || whole == 0
+                                         ? is
+                                         : std::min(is / whole, 1.0);
+                between += share > 0.02 && share < 0.98;
+                covered += test.isReversed ? 1 - share : share;
+            }
+            EXPECT_GE(between, 1) << test.filter << ", row " << y;
+            EXPECT_LE(between, 3) << test.filter << ", row " << y;
+            EXPECT_NEAR(width - 2 - covered, 16 + y / 3.0, 0.2) << test.filter << ", row " << y;
+        }
+    }
+}
+
+TEST(LevelKeys, TakeBlackAtEverySlopeAndNothingAtAnAmountOf0) {
+    for (const char* filter : {"VELumaKey", "VEBlackAlpha2ctl"})
+        for (const double slope : {0.0, 0.3, 0.7, 1.0}) {
+            const auto look = [&](double amount, const Straight& color) {
+                return lookOf(filter, inputs({{"1Amount", amount}, {"2Amount", slope}}), color);
+            };
+            for (const double amount : {0.1, 0.5, 1.0})
+                EXPECT_NEAR(look(amount, {0, 0, 0})[3], 0, 1e-6) << filter << ", " << slope;
+            EXPECT_NEAR(look(0, {0, 0, 0})[3], 1, 1e-6) << filter << ", " << slope;
+            EXPECT_NEAR(look(0.5, {0.8, 0.8, 0.8})[3], 1, 1e-6) << filter << ", " << slope;
+        }
+}
+
+TEST(BlackTakenOut, LeavesNoDarkFringe) {
+    // Over black it is the source again, wherever something of the pixel is left.
+    for (const double grey : {0.2, 0.3, 0.45, 0.7}) {
+        const Straight color{grey, grey * 0.9, grey * 0.6};
+        const Pixel p =
+            lookOf("VEBlackAlpha2ctl", inputs({{"1Amount", 0.3}, {"2Amount", 0.2}}), color);
+        ASSERT_GT(p[3], 0.2);
+        const double level = std::min(1.0, p[3] / grey);
+        for (size_t c = 0; c < 3; ++c) EXPECT_NEAR(p[c], color[c] * level, 1e-5) << grey;
+    }
+}
+
+TEST(OnlyModes, ChooseRatherThanGhost) {
+    const Straight red{0.9, 0.1, 0.1}, cyan{0.1, 0.8, 0.8}, white{0.95, 0.95, 0.95};
+    const auto alpha = [](double mode, double amount, const Straight& color) {
+        return lookOf("VEBlackAlpha", inputs({{"Mode", mode}, {"Amount", amount}}), color)[3];
+    };
+    for (const double amount : {0.5, 0.75, 1.0}) {
+        EXPECT_NEAR(alpha(6, amount, red), 1, 1e-6) << amount;
+        EXPECT_NEAR(alpha(6, amount, cyan), 0, 1e-6) << amount;
+        EXPECT_NEAR(alpha(5, amount, white), 1, 1e-6) << amount;
+        EXPECT_LT(alpha(5, amount, {0, 0, 0}), 0.2) << amount;
+    }
+    EXPECT_NEAR(alpha(6, 0, cyan), 1, 1e-6);
+}
+
 } // namespace
