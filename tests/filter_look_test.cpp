@@ -164,6 +164,48 @@ TEST(HardEdges, AreAPixelAndAHalfWideWhereverTheyRun) {
     }
 }
 
+TEST(Lines, AreEvenAndAsWideAsTheyAreSet) {
+    const int width = 48, height = 40;
+    const Bitmap step = pictureOf(width, height, [](int x, int y) {
+        const double grey = std::clamp(x + 0.5 - (18 + y / 3.0) + 0.5, 0.0, 1.0) * 0.6 + 0.2;
+        return Straight{grey, grey, grey};
+    });
+    double last = 0;
+    for (const double lineWidth : {0.0, 0.25, 0.5, 0.75, 1.0}) {
+        const Bitmap lines =
+            lookOf("VEEdgeDetect2",
+                   inputs({{"Width", lineWidth}, {"Reduce", 0.3}, {"ReduceBrightness", 0}}), step);
+        double sum = 0, least = 1e9, most = 0;
+        for (int y = 8; y < height - 8; ++y) {
+            double row = 0;
+            for (int x = 0; x < width; ++x) row += lines.pixel(x, y)[0];
+            sum += row;
+            least = std::min(least, row), most = std::max(most, row);
+        }
+        const double mean = sum / (height - 16);
+        EXPECT_LT(most - least, 0.2 * mean) << lineWidth;
+        EXPECT_GT(mean, last + 0.25) << lineWidth;
+        last = mean;
+    }
+    EXPECT_LT(last, 4);
+}
+
+TEST(Lines, KeepQuietInNoise) {
+    Random random(5);
+    const Bitmap noise = pictureOf(60, 40, [&](int, int) {
+        const double grey = 0.5 + random.real(-0.02, 0.02);
+        return Straight{grey, grey, grey};
+    });
+    const Bitmap lines = lookOf("VEEdgeDetect2", {}, noise);
+    double most = 0, sum = 0;
+    lines.forEach([&](int x, int y) {
+        most = std::max(most, lines.pixel(x, y)[0]);
+        sum += lines.pixel(x, y)[0];
+    });
+    EXPECT_LT(most, 0.06);
+    EXPECT_LT(sum / (60 * 40), 0.001);
+}
+
 TEST(LevelKeys, TakeBlackAtEverySlopeAndNothingAtAnAmountOf0) {
     for (const char* filter : {"VELumaKey", "VEBlackAlpha2ctl"})
         for (const double slope : {0.0, 0.3, 0.7, 1.0}) {
