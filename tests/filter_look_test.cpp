@@ -114,6 +114,51 @@ TEST(Film, IsNeverGreyOnTheWay) {
     }
 }
 
+TEST(Signs, AreOfTheirColoursInStepsThatTheScaleCounts) {
+    const auto sign = [](const Straight& color, double scale) {
+        return lookOf("VE_TrafficSign", inputs({{"Mixer", 1}, {"Scale", scale}, {"Boost", 1}}),
+                      color);
+    };
+    // At the scale of 1 a colour is that of the sign, whatever its shade.
+    const std::pair<Straight, Straight> signs[] = {
+        {{0.9, 0.1, 0.15}, {0.80, 0.05, 0.09}}, {{0.6, 0.05, 0.05}, {0.80, 0.05, 0.09}},
+        {{1, 0.9, 0.1}, {0.99, 0.80, 0}},       {{0.1, 0.6, 0.2}, {0, 0.48, 0.27}},
+        {{0.1, 0.3, 0.8}, {0, 0.28, 0.62}},     {{0.95, 0.5, 0.1}, {0.96, 0.45, 0.05}},
+        {{0.9, 0.85, 0.9}, {1, 1, 1}},          {{0.2, 0.22, 0.2}, {0, 0, 0}}};
+    for (const auto& [color, expected] : signs) {
+        const Pixel p = sign(color, 1);
+        for (size_t c = 0; c < 3; ++c) EXPECT_NEAR(p[c], expected[c], 0.002) << textOf(p);
+    }
+    // A ramp of greys stays grey, and has the more levels the larger the scale is.
+    size_t last = 0;
+    for (const double scale : {1, 10, 40, 80, 120, 160, 200}) {
+        std::map<int, int> levels;
+        for (int i = 0; i < 256; ++i) {
+            const Pixel p = sign({i / 255.0, i / 255.0, i / 255.0}, scale);
+            EXPECT_LT(std::max({p[0], p[1], p[2]}) - std::min({p[0], p[1], p[2]}), 1e-5);
+            ++levels[static_cast<int>(std::lround(p[0] * 1000))];
+        }
+        EXPECT_GT(levels.size(), last) << scale;
+        EXPECT_LE(levels.size(), 14u) << scale;
+        last = levels.size();
+    }
+}
+
+TEST(Signs, HaveThinBorders) {
+    const Bitmap halves = pictureOf(40, 8, [](int x, int) {
+        return x < 20 ? Straight{0.9, 0.1, 0.1} : Straight{0.1, 0.3, 0.8};
+    });
+    const Bitmap result =
+        lookOf("VE_TrafficSign", inputs({{"Mixer", 1}, {"Scale", 1}, {"Boost", 1}}), halves);
+    int dark = 0;
+    for (int x = 0; x < 40; ++x) {
+        const Pixel p = result.pixel(x, 4);
+        if (std::max({p[0], p[1], p[2]}) < 0.45) ++dark;
+    }
+    EXPECT_GE(dark, 1);
+    EXPECT_LE(dark, 3);
+}
+
 // ---- Edges --------------------------------------------------------------------------------------
 
 /// A soft edge, 6 pixels wide, that leans by a third of a pixel each row; bright on the right.
