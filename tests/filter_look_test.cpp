@@ -251,6 +251,91 @@ TEST(Lines, KeepQuietInNoise) {
     EXPECT_LT(sum / (60 * 40), 0.001);
 }
 
+// ---- Keys ---------------------------------------------------------------------------------------
+
+const Straight kScreen{0.07, 0.7, 0.3}, kHair{0.17, 0.09, 0.06}, kSkin{0.87, 0.65, 0.51};
+
+Straight mixed(const Straight& a, const Straight& b, double share) {
+    return {a[0] + (b[0] - a[0]) * share, a[1] + (b[1] - a[1]) * share,
+            a[2] + (b[2] - a[2]) * share};
+}
+
+struct Key {
+    const char* filter;
+    const char* tolerance;
+    Settings settings;
+};
+const Key kKeys[] = {
+    {"VEChromaKey2017", "Sensitivity",
+     inputs({{"Red", 0.07}, {"Green", 0.7}, {"Blue", 0.3}, {"Smoothing", 0.7}})},
+    {"VEChromaKeyRGB", "Tolerance",
+     inputs({{"Red", 0.07}, {"Green", 0.7}, {"Blue", 0.3}, {"Amount", 0.7}})},
+    {"VEChromaKeyHSV", "Tolerance",
+     inputs({{"Hue", 0.394}, {"Saturation", 0.9}, {"Value", 0.7}, {"Amount", 0.7}})},
+    {"VEChromaKeyXY", "Tolerance",
+     inputs({{"Xposition", 0.1}, {"Yposition", 0.1}, {"Amount", 0.7}})}};
+
+/// A key's look at a colour; the screen is in the corner, where one of the keys takes its colour.
+Pixel keyed(const Key& key, double tolerance, const Straight& color) {
+    const Bitmap picture =
+        pictureOf(20, 20, [&](int x, int y) { return x < 8 && y < 8 ? kScreen : color; });
+    return lookOf(key.filter, with(key.settings, key.tolerance, tolerance), picture).pixel(15, 15);
+}
+
+TEST(ColourKeys, TakeTheScreenAndLeaveThePicture) {
+    const Straight pictures[] = {{0, 0, 0}, {1, 1, 1},       {0.5, 0.5, 0.5},    kHair,
+                                 kSkin,     {0.9, 0.1, 0.1}, {0.03, 0.05, 0.04}, {0.8, 0.65, 0.4}};
+    for (const Key& key : kKeys)
+        for (const double tolerance : {0.2, 0.35, 0.5, 0.7, 0.9}) {
+            EXPECT_LT(keyed(key, tolerance, kScreen)[3], 0.01) << key.filter << ", " << tolerance;
+            for (const Straight& color : pictures) {
+                const Pixel p = keyed(key, tolerance, color);
+                EXPECT_GT(p[3], 0.93) << key.filter << ", " << tolerance << textOf(p);
+                for (size_t c = 0; c < 3; ++c)
+                    EXPECT_NEAR(p[c], color[c], 0.06) << key.filter << ", " << tolerance;
+            }
+        }
+}
+
+TEST(ColourKeys, LeaveNoTraceOfTheScreenInHairAndOnSkin) {
+    for (const Key& key : kKeys)
+        for (const double tolerance : {0.2, 0.35, 0.5, 0.65}) {
+            for (const double share : {0.1, 0.3, 0.5, 0.7}) {
+                const Pixel p = keyed(key, tolerance, mixed(kHair, kScreen, share));
+                EXPECT_LT(p[1], std::max(p[0], p[2]) + 0.01)
+                    << key.filter << ", " << tolerance << ", " << share << textOf(p);
+            }
+            // Half a hair is neither there nor gone, where the screen is.
+            const Pixel half = keyed(key, tolerance, mixed(kHair, kScreen, 0.5));
+            EXPECT_GT(half[3], 0.1) << key.filter << ", " << tolerance;
+            if (tolerance > 0.3) {
+                EXPECT_LT(half[3], 0.85) << key.filter << ", " << tolerance;
+            }
+            // Light of the screen on grey goes, and the brightness stays.
+            const Straight lit = mixed({0.5, 0.5, 0.5}, kScreen, 0.12);
+            const Pixel p = keyed(key, tolerance, lit);
+            EXPECT_LT(std::max({p[0], p[1], p[2]}) - std::min({p[0], p[1], p[2]}), 0.05)
+                << key.filter << ", " << tolerance;
+            EXPECT_NEAR(luma(p) / p[3], luma({lit[0], lit[1], lit[2], 1}), 0.03) << key.filter;
+        }
+}
+
+TEST(ColourKeys, TakeMoreAtEveryStepOfTheSlider) {
+    for (const Key& key : kKeys) {
+        double last = 100;
+        for (double tolerance = 0.1; tolerance < 1.01; tolerance += 0.1) {
+            // The screen in shade and in light, and strands of hair.
+            double stays = 0;
+            for (double shade = 0.5; shade < 1.2; shade += 0.05)
+                stays += keyed(key, tolerance, mixed({0, 0, 0}, kScreen, shade))[3];
+            for (double share = 0.1; share < 1; share += 0.1)
+                stays += keyed(key, tolerance, mixed(kHair, kScreen, share))[3];
+            EXPECT_LT(stays, last - 0.05) << key.filter << " at " << tolerance;
+            last = stays;
+        }
+    }
+}
+
 TEST(LevelKeys, TakeBlackAtEverySlopeAndNothingAtAnAmountOf0) {
     for (const char* filter : {"VELumaKey", "VEBlackAlpha2ctl"})
         for (const double slope : {0.0, 0.3, 0.7, 1.0}) {
