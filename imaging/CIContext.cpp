@@ -34,10 +34,20 @@ struct CIContext::State : std::enable_shared_from_this<State> {
         lastError = std::move(message);
         return false;
     }
+    /// Of all contexts that there was no memory for; says so and never changes.
+    static const std::shared_ptr<State> none;
+    static std::shared_ptr<State> make() noexcept {
+        try {
+            return std::make_shared<State>();
+        } catch (...) {
+            return none;
+        }
+    }
+
     /// What `work` gives; where it throws, the cause is the last error.
     template <class Work>
     bool guarded(const Work& work) noexcept {
-        return succeeds(lastError, work);
+        return this != none.get() && succeeds(lastError, work);
     }
 
     void openGpu() {
@@ -239,11 +249,18 @@ RenderTask CIContext::startRender(const CIImage& image, void* bytes, size_t byte
 
 // ---- Context ------------------------------------------------------------------------------------
 
+const std::shared_ptr<CIContext::State> CIContext::State::none = [] {
+    auto state = std::make_shared<State>();
+    state->deviceProblem = state->lastError = "out of memory";
+    return state;
+}();
+
 CIContext::CIContext(ContextOptions options)
     : CIContext(vorn::Session::current(), std::move(options)) {}
 
 CIContext::CIContext(std::shared_ptr<vorn::Session> session, ContextOptions options)
-    : state_(std::make_shared<State>()) {
+    : state_(State::make()) {
+    if (state_ == State::none) return;
     State& state = *state_;
     const bool isWhole = state.guarded([&] {
         state.session = session ? std::move(session) : vorn::Session::standard();
