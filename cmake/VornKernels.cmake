@@ -7,6 +7,9 @@ find_program(SPIRV_VALIDATOR spirv-val REQUIRED)
 set(VORN_KERNEL_INCLUDES ${PROJECT_SOURCE_DIR}/kernels/include)
 set(VORN_LANES ${PROJECT_SOURCE_DIR}/imaging/kernelc/lanes)
 
+set(VORN_KERNEL_LEVELS all CACHE STRING
+    "Which code kernels get besides that of the reference device: all, for every processor; best, for this one")
+
 # Instruction-set levels: name, lanes, compiler flags. The reference level comes first: one lane and
 # no contraction, the plainest reading of a kernel's text.
 set(VORN_LEVELS reference:1:-O1,-ffp-contract=off)
@@ -24,6 +27,16 @@ elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
                           x86-64-v4:16:-O2,-march=x86-64-v4)
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64")
   list(APPEND VORN_LEVELS neon:4:-O2)
+endif()
+
+if(VORN_KERNEL_LEVELS STREQUAL "best" AND NOT VORN_SANITIZE)
+  execute_process(COMMAND ${CMAKE_CXX_COMPILER} -march=native -dM -E -x c++ /dev/null
+                  OUTPUT_VARIABLE native ERROR_QUIET)
+  if(native MATCHES "__AVX512BW__" AND native MATCHES "__AVX512DQ__" AND native MATCHES "__AVX512VL__")
+    list(FILTER VORN_LEVELS INCLUDE REGEX "reference|x86-64-v4")
+  elseif(native MATCHES "__AVX2__")
+    list(FILTER VORN_LEVELS INCLUDE REGEX "reference|x86-64-v3")
+  endif()
 endif()
 
 file(GLOB VORN_LANE_HEADERS CONFIGURE_DEPENDS ${VORN_LANES}/*.h ${VORN_LANES}/*.cpp
