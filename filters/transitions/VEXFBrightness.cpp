@@ -1,6 +1,6 @@
 // Brightness: a dissolve that passes through a brightened picture or, in its second mode, through a
 // darkened one.
-#include "core/FilterSupport.h"
+#include "filters/transitions/Incoming.h"
 
 class VEXFBrightness : public CIFilter {
 public:
@@ -14,7 +14,8 @@ public:
     }
 
     CIImage outputImage() override {
-        const CISampler source(inputImage), target(inputTargetImage);
+        const CISampler source(inputImage);
+        const CISampler target(incomingFor(inputTargetImage, source.extent()));
         return kernelForMode(kernels, inputMode)
             .applyWithExtent(source.extent(), RegionOfInterest::identity(),
                              {source, target, inputFadeStatus});

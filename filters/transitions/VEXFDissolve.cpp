@@ -1,6 +1,6 @@
 // Dissolve: carries the picture from one image to another; the adjustment holds the outgoing image
 // longer.
-#include "core/FilterSupport.h"
+#include "filters/transitions/Incoming.h"
 
 #include <cmath>
 
@@ -17,7 +17,8 @@ public:
     }
 
     CIImage outputImage() override {
-        const CISampler source(inputImage), target(inputTargetImage);
+        const CISampler source(inputImage);
+        const CISampler target(incomingFor(inputTargetImage, source.extent()));
         const float share = std::pow(inputFadeStatus.floatValue(), inputAdjust.floatValue());
         return kernel.applyWithExtent(source.extent(), RegionOfInterest::identity(),
                                       {source, target, share});
