@@ -1,5 +1,5 @@
 // Tiles: repeats the image in an N-by-N grid.
-#include "core/FilterSupport.h"
+#include "filters/geometry/SmallCopies.h"
 
 class VETiles : public CIFilter {
 public:
@@ -14,7 +14,7 @@ public:
     CIImage outputImage() override {
         if (area(inputImage) > kFixedArea23764000) return errorImage.imageFor("FX 127");
         const CISampler source(inputImage);
-        const int smaller = timesSmaller(inputDivisions.floatValue());
+        const int smaller = reductionForCopies(inputDivisions.floatValue());
         const CIImage tiles =
             kernel
                 .applyWithExtent(source.extent(), RegionOfInterest::whole(source),

@@ -1,5 +1,5 @@
 // Tiles 2: repeats the image in a grid, with a count and a spacing for each direction.
-#include "core/FilterSupport.h"
+#include "filters/geometry/SmallCopies.h"
 
 class VETiles_2 : public CIFilter {
 public:
@@ -42,7 +42,7 @@ private:
     /// How many times smaller a tile is than the picture: a spacing above 1 takes hundredths away.
     static int smaller(const Number& divisions, const Number& spacing) {
         const float left = 1 - 0.01f * std::clamp(spacing.floatValue() - 1, 0.0f, 99.0f);
-        return timesSmaller(std::max(divisions.floatValue(), 1.0f) / left);
+        return reductionForCopies(std::max(divisions.floatValue(), 1.0f) / left);
     }
 
     inline static CIKernel kernel;

@@ -1,6 +1,6 @@
 // Repeats: copies of the image in thirteen layouts, with a scale, a count and an offset between
 // them.
-#include "core/FilterSupport.h"
+#include "filters/geometry/SmallCopies.h"
 
 class VE_Repeats : public CIFilter {
 public:
@@ -22,7 +22,7 @@ public:
         if (mode < 0) return inputImage;
         const CISampler source(inputImage);
         const Layout& layout = kLayouts[mode];
-        const int smaller = timesSmaller(inputScale.floatValue());
+        const int smaller = reductionForCopies(inputScale.floatValue());
         return kernels[mode]
             .applyWithExtent(source.extent(), RegionOfInterest::whole(source),
                              {KernelArgument::orNothing(source), inputScale, inputRepeats,

@@ -1,5 +1,7 @@
 // Pictures that repeat.
 
+#include "small_copy.h"
+
 // The picture at p, from its lower left corner on and within its size. It goes on on the other side
 // along axes whose `joined` is 1, where the first and the last pixel are blended as neighbours, so that
 // the seam is as smooth as the picture; where it is 0 the border's pixels go on.
@@ -20,4 +22,18 @@ vec4 samplePeriodic(sampler image, vec2 p, uniform vec2 joined) {
                  (mix(1.0 - over.x, over.x, across) * mix(1.0 - over.y, over.y, up));
     }
     return color;
+}
+
+// The mean of four such reads, `reach` from p each way, which calms a small copy.
+vec4 samplePeriodicCopy(sampler image, vec2 p, uniform vec2 joined, uniform vec2 reach) {
+    if (reach.x + reach.y <= 0.0) return samplePeriodic(image, p, joined);
+    uniform vec2 size = samplerSize(image);
+    vec2 low = p - reach;
+    vec2 high = p + reach;
+    low = low - size * floor(low / size) * joined;
+    high = high - size * floor(high / size) * joined;
+    return 0.25 * (samplePeriodic(image, low, joined) +
+                   samplePeriodic(image, vec2(high.x, low.y), joined) +
+                   samplePeriodic(image, vec2(low.x, high.y), joined) +
+                   samplePeriodic(image, high, joined));
 }
