@@ -43,7 +43,8 @@ struct Placed {
     Bitmap bitmap;
     int x, y;
 
-    CIImage image() const { return bitmap.image({double(x), double(y)}); }
+    CIImage image() const& { return bitmap.image({double(x), double(y)}); }
+    CIImage image() && = delete; // the pixels would be gone
     bool has(int px, int py) const {
         return px >= x && py >= y && px < x + bitmap.width() && py < y + bitmap.height();
     }
@@ -198,7 +199,8 @@ TEST(Maximum, IsThatOfEveryPremultipliedComponent) {
 }
 
 TEST(Compositing, GivesTheOtherImageWhereOneIsMissing) {
-    const CIImage image = noise(1, 4, 4).image();
+    const Placed pixels = noise(1, 4, 4);
+    const CIImage image = pixels.image();
     for (const std::string& name : CIFilter::filterNames("Built-in Compositing")) {
         EXPECT_EQ(made(name, {{"inputImage", image}}), image) << name;
         EXPECT_EQ(made(name, {{"inputBackgroundImage", image}}), image) << name;
@@ -753,7 +755,8 @@ INSTANTIATE_TEST_SUITE_P(, Blurs,
                                          BlurCase{25, 3e-3}, BlurCase{60, 3e-3}));
 
 TEST(GaussianBlur, OfRadiusZeroIsTheImageItself) {
-    const CIImage image = noise(1, 5, 5).image();
+    const Placed pixels = noise(1, 5, 5);
+    const CIImage image = pixels.image();
     EXPECT_EQ(made("CIGaussianBlur", {{"inputImage", image}, {"inputRadius", Number(0)}}), image);
 }
 
@@ -1082,7 +1085,8 @@ const Refusal kRefusals[] = {
 };
 
 TEST(Builtin, RefusesWhatMakesNoSenseWithOneLine) {
-    const CIImage image = noise(1, 5, 5).image();
+    const Placed pixels = noise(1, 5, 5);
+    const CIImage image = pixels.image();
     for (const Refusal& refusal : kRefusals) {
         Settings settings = refusal.settings;
         if (CIFilter::filterWithName(refusal.filter)->setValueForKey(image, "inputImage"))
@@ -1097,7 +1101,8 @@ TEST(Builtin, RefusesWhatMakesNoSenseWithOneLine) {
 }
 
 TEST(Builtin, LivesThroughEmptyImagesAndExtremes) {
-    const CIImage source = noise(1, 5, 5).image();
+    const Placed pixels = noise(1, 5, 5);
+    const CIImage source = pixels.image();
     const CIImage empty = source.imageByCroppingToRect({100, 100, 1, 1});
     for (const std::string& name : CIFilter::filterNames()) {
         if (!name.starts_with("CI")) continue;
