@@ -2,20 +2,14 @@
 //
 //   contact_sheet PICTURE.png SHEET.ppm
 //
-// Filters are shown with settings that tell what they do: those of the tables, or else their
-// defaults, or with their controls moved up where the defaults leave the picture as it is.
-#include "telling_settings.h"
-
+// Filters are shown with the settings that their guides begin with, or else at their defaults.
 #include <vorneffects/VornEffects.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -24,34 +18,6 @@ constexpr uint32_t kGap = 12,
                    kCaption = 28; // pixels between the cells, and under each for its name
 constexpr CIFormat kFormat = kCIFormatRGBA8;
 constexpr size_t kPixelBytes = vorn::bytesPerPixel(kFormat);
-
-const std::vector<FilterSettings> kOwnSettings = {
-    {"VEBlackAlpha", {{"inputAmount", 1}, {"inputThreshold", 0.1}}},
-    {"VEBlackAlpha2ctl", {{"input1Amount", 0.5}, {"input2Amount", 0.7}}},
-    {"VEColorBrightContrast",
-     {{"inputBrightness", 127}, {"inputContrast", 150}, {"inputRed", 170}, {"inputBlue", 90}}},
-    {"VECropCircleXYPosition",
-     {{"inputIsXY", 1}, {"inputMode", 5}, {"inputSize", 0.3}, {"inputEdge", 0.4}}},
-    {"VECropOvalXYPosition", {{"inputAspect", 1}, {"inputEdge", 0.3}}},
-    {"VEFalloff", {{"inputSize", 0.1}, {"inputEdge", 0.6}}},
-    {"VEFalloffXYPosition",
-     {{"inputIsXY", 1}, {"inputMode", 4}, {"inputSize", 0.3}, {"inputEdge", 0.2}}},
-    {"VEGobo", {{"inputIntensity", 0.8}}},
-    {"VELumaKey", {{"input1Amount", 0.5}, {"input2Amount", 0.7}}},
-    {"VEMirrors", {{"inputMode", 3}}},
-    {"VETiles_2", {{"inputXdiv", 3}, {"inputYdiv", 2}, {"inputXoffset", 8}, {"inputYoffset", 12}}},
-    {"VEXFBrightness", {{"inputFadeStatus", 0.2}}},
-    {"VEXFColorBlend", {{"inputFadeStatus", 0.25}}},
-    {"VEXFDissolve", {{"inputFadeStatus", 0.5}}},
-    {"VEXFDissolveWithPixels", {{"inputFadeStatus", 0.06}}},
-    {"VE_ASCII_Art", {{"inputScale", 50}}},
-    {"VE_CloudGenerator",
-     {{"inputScale", 60}, {"inputCover", 115}, {"inputAlpha", 128}, {"inputBrightness", 127}}},
-    {"VE_GainClamp", {{"input2", 140}, {"input3", 140}, {"input4", 140}}},
-    {"VE_NoiseGenerator", {{"inputMode", 2}}},
-    {"VE_RGB_Gamma", {{"input1", 120}, {"input3", 50}}},
-    {"VE_Strobe_2", {{"inputMode", 8}, {"inputSpeed", 2}}},
-};
 
 struct Picture {
     uint32_t width = 0, height = 0;
@@ -63,45 +29,23 @@ struct Picture {
     CGRect extent() const { return {0, 0, double(width), double(height)}; }
 };
 
-/// Sets the source as the image, its mirror image on every other image input, and the settings of
-/// the tables or else the defaults.
-void prepare(CIFilter& filter, std::string_view name, const CIImage& source) {
+/// Sets the source as the image, its mirror image on every other image input, and the settings that
+/// the guide begins with or else the defaults.
+void prepare(CIFilter& filter, const CIImage& source) {
     const CIImage mirrored =
         source.imageByApplyingTransform({-1, 0, 0, 1, source.extent().width, 0});
     filter.setDefaults();
     for (const vorn::InputInfo& input : filter.filterClass().inputs())
         if (input.kind == vorn::InputKind::Image)
-            filter.setValueForKey(input.key == std::string_view("inputImage") ? source : mirrored,
-                                  input.key);
-    for (const auto* table : {&kTellingSettings, &kOwnSettings})
-        for (const FilterSettings& settings : *table)
-            if (settings.filter == name)
-                for (const auto& [key, value] : settings.values)
-                    filter.setValueForKey(vorn::Number(value), key);
-}
-
-/// Moves every control to three quarters of its slider.
-void moveControlsUp(CIFilter& filter) {
-    for (const vorn::InputAttributes& input : filter.filterClass().customAttributes()) {
-        const vorn::AttributeValue* from = input.find(kCIAttributeSliderMin);
-        const vorn::AttributeValue* to = input.find(kCIAttributeSliderMax);
-        if (!from || !to) continue;
-        const double low = std::get<double>(*from), high = std::get<double>(*to);
-        filter.setValueForKey(vorn::Number(low + 0.75 * (high - low)), input.key);
-    }
-}
-
-/// Whether two pictures look the same: less than a hundredth of the range apart on average.
-bool lookAlike(const Picture& a, const Picture& b) {
-    double sum = 0;
-    for (size_t i = 0; i < a.pixels.size(); ++i) sum += std::abs(a.pixels[i] - b.pixels[i]);
-    return sum < 2.55 * double(a.pixels.size());
+            filter.setValueForKey(
+                input.key == filter.filterClass().guide().frameKey ? source : mirrored, input.key);
+    for (const auto& [key, value] : filter.filterClass().guide().beginWith)
+        filter.setValueForKey(vorn::Number(value), key);
 }
 
 /// What the filter makes of the source, on black where it is transparent. False with a line on
 /// standard error when there is nothing to show.
-bool show(CIContext& context, const std::string& name, const CIImage& source,
-          const Picture& sourcePixels, Picture& result) {
+bool show(CIContext& context, const std::string& name, const CIImage& source, Picture& result) {
     // Effects that move by themselves, or keep something, have a few frames to do so: the same ones
     // every time.
     constexpr uint64_t kFrame = 40'000'000;
@@ -109,23 +53,17 @@ bool show(CIContext& context, const std::string& name, const CIImage& source,
     vorn::PlatformClock::drive(0);
     const CIFilterRef filter = CIFilter::filterWithName(name);
     if (!filter) return std::fprintf(stderr, "%s cannot be made\n", name.c_str()), false;
-    prepare(*filter, name, source);
-    const auto render = [&] {
-        CIImage image;
-        for (uint64_t i = 1; i <= kFrames; ++i) {
-            vorn::PlatformClock::drive(i * kFrame);
-            image = filter->outputImage();
-        }
-        if (!image) return std::fprintf(stderr, "%s gives no image\n", name.c_str()), false;
-        if (context.render(image.imageByCompositingOverImage(CIImage::imageWithColor({0, 0, 0})),
-                           result.pixels.data(), result.bytesPerRow(), result.extent(), kFormat))
-            return true;
-        return std::fprintf(stderr, "%s: %s\n", name.c_str(), context.lastError().c_str()), false;
-    };
-    if (!render()) return false;
-    if (!lookAlike(result, sourcePixels)) return true;
-    moveControlsUp(*filter);
-    return render();
+    prepare(*filter, source);
+    CIImage image;
+    for (uint64_t i = 1; i <= kFrames; ++i) {
+        vorn::PlatformClock::drive(i * kFrame);
+        image = filter->outputImage();
+    }
+    if (!image) return std::fprintf(stderr, "%s gives no image\n", name.c_str()), false;
+    if (context.render(image.imageByCompositingOverImage(CIImage::imageWithColor({0, 0, 0})),
+                       result.pixels.data(), result.bytesPerRow(), result.extent(), kFormat))
+        return true;
+    return std::fprintf(stderr, "%s: %s\n", name.c_str(), context.lastError().c_str()), false;
 }
 
 bool writePPM(const Picture& picture, const char* path) {
@@ -173,7 +111,7 @@ int makeSheet(const char* picturePath, const char* sheetPath) {
     Picture cell(source.width, source.height);
     int failures = 0;
     for (uint32_t i = 0; i < names.size(); ++i) {
-        if (!show(context, names[i], image, source, cell)) {
+        if (!show(context, names[i], image, cell)) {
             ++failures;
             continue;
         }

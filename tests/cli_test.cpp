@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <fstream>
 #include <map>
 #include <ostream>
 #include <regex>
@@ -173,9 +174,8 @@ TEST(List, GivesEveryFilterOnceInOrderAndNoBanner) {
     std::vector<std::string> names;
     for (const Json& filter : run.objects()) {
         names.push_back(filter.at("name"));
-        EXPECT_EQ(filter, (Json{{"name", names.back()},
-                                {"class", names.back()},
-                                {"category", "Vorn Custom Filters"}}));
+        EXPECT_EQ(filter.at("class"), names.back());
+        EXPECT_EQ(filter.at("category"), "Vorn Custom Filters");
     }
     EXPECT_NE(std::find(names.begin(), names.end(), "VEDummy"), names.end());
     EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
@@ -184,6 +184,24 @@ TEST(List, GivesEveryFilterOnceInOrderAndNoBanner) {
     const std::string table = runVorn("list").results;
     EXPECT_EQ(table.find("registerAllFilters"), std::string::npos);
     EXPECT_NE(table.find("\n" + std::to_string(names.size()) + " filters\n"), std::string::npos);
+}
+
+TEST(List, FindsFiltersByWhatTheyDo) {
+    struct Search {
+        const char *words, *found, *missed;
+    };
+    for (const Search& search :
+         {Search{"'GREEN screen'", "  VEChromaKeyRGB  ", "VEMirrors"},         // a tag
+          Search{"staggered", "Geometry and motion\n  VE_Repeats", "VETiles"}, // a mode
+          Search{"transparent dark", "VELumaKey", "VEChromaKeyRGB"},           // both words
+          Search{"temporal", "Frames over time\n  VEDecay", "VEGobo"}}) {      // a family
+        const std::string results = runVorn(std::string("list ") + search.words).results;
+        EXPECT_NE(results.find(search.found), std::string::npos) << search.words << results;
+        EXPECT_EQ(results.find(search.missed), std::string::npos) << search.words << results;
+    }
+    const Outcome none = runVorn("list mirors");
+    EXPECT_EQ(none.results, "0 filters\n");
+    EXPECT_NE(none.talk.find("did you mean Mirrors?"), std::string::npos) << none.talk;
 }
 
 TEST(List, KeepsTheFrameworksOwnFiltersApart) {
@@ -195,16 +213,43 @@ TEST(List, KeepsTheFrameworksOwnFiltersApart) {
 }
 
 TEST(Describe, GivesTheAttributesInTheOrderOfTheFilter) {
-    EXPECT_EQ(runVorn("describe VESolarize --json").results,
-              R"({"name":"VESolarize","class":"VESolarize","category":"Vorn Custom Filters",)"
-              R"("displayName":"VESolarize","inputs":[)"
-              R"({"key":"inputImage","kind":"image","advertised":false,"attributes":{}},)"
-              R"({"key":"inputIntensity","kind":"number","advertised":true,"attributes":{)"
-              R"("kCIAttributeMin":0,"kCIAttributeSliderMin":0,"kCIAttributeSliderMax":1,)"
-              R"("kCIAttributeDefault":0,"kCIAttributeIdentity":0,)"
-              R"("kCIAttributeDisplayName":"intensity",)"
-              R"("kCIAttributeType":"kCIAttributeTypeDistance"}}]})"
-              "\n");
+    const std::string json = runVorn("describe VESolarize --json").results;
+    for (const char* part :
+         {R"({"name":"VESolarize","class":"VESolarize","category":"Vorn Custom Filters",)"
+          R"("displayName":"VESolarize","inputs":[)"
+          R"({"key":"inputImage","kind":"image","advertised":false,"attributes":{},)",
+          R"({"key":"inputIntensity","kind":"number","advertised":true,"attributes":{)"
+          R"("kCIAttributeMin":0,"kCIAttributeSliderMin":0,"kCIAttributeSliderMax":1,)"
+          R"("kCIAttributeDefault":0,"kCIAttributeIdentity":0,)"
+          R"("kCIAttributeDisplayName":"intensity",)"
+          R"("kCIAttributeType":"kCIAttributeTypeDistance"},)"})
+        EXPECT_NE(json.find(part), std::string::npos) << json;
+}
+
+TEST(Describe, TellsAllOfTheGuideWithAnExampleThatRuns) {
+    const std::string text = runVorn("describe VEXFBrightness").results;
+    for (const char* part : {"VEXFBrightness: Dissolve", "Transitions", "the incoming picture",
+                             "1  through dark pictures", "\n  vorn render "})
+        EXPECT_NE(text.find(part), std::string::npos) << part << text;
+    EXPECT_EQ(runVorn("help VEXFBrightness").results, text);
+    EXPECT_NE(runVorn("describe VEColorBrightContrast").results.find("dead: advertised"),
+              std::string::npos);
+
+    const std::filesystem::path folder =
+        std::filesystem::temp_directory_path() / ("vorn-example-" + std::to_string(getpid()));
+    std::filesystem::create_directory(folder);
+    for (const char* filter : {"VEFalloff", "VE_GainClamp", "VEXFDissolve"}) {
+        const std::string told = runVorn(std::string("describe ") + filter).results;
+        std::string example = told.substr(told.find("vorn render ") + 5);
+        example.replace(example.find("1280x720@25,2s"), 14, "64x36@25,2s");
+        example.replace(example.find(" out."), 5, " '" + folder.string() + "/'out.");
+        example.pop_back();
+        if (const size_t second = example.find("second.png"); second != std::string::npos)
+            example.replace(second, 10, "test:");
+        const Outcome run = runVorn(example);
+        EXPECT_EQ(run.code, 0) << example << run.talk;
+    }
+    std::filesystem::remove_all(folder);
 }
 
 TEST(Describe, ShowsBothKeysWhereTheAdvertisedOneIsNotRead) {
@@ -499,10 +544,18 @@ TEST_F(Gallery, RefersToItsOwnPicturesOnlyAndToAllOfThem) {
         EXPECT_EQ(html.find(foreign), std::string::npos) << foreign;
 
     std::set<std::string> names;
-    const std::regex title("<h2[^>]*>([^<]*)</h2>");
+    const std::regex title("<h3[^>]*>([^<]*)</h3>");
     for (std::sregex_iterator match(html.begin(), html.end(), title), end; match != end; ++match)
         names.insert((*match)[1]);
-    EXPECT_EQ(names, (std::set<std::string>{"VEMirrors", "VEWobble", "VEXFDissolve"}));
+    EXPECT_EQ(names, (std::set<std::string>{"Mirrors", "Wobble", "Dissolve"}));
+    for (const char* part : {"left half to the right", "Wobble &quot;wobble&quot; with size=0.6",
+                             "<summary>Wobble in motion (it flashes)</summary>",
+                             "Warning:", "the incoming picture", "<h2>Geometry and motion</h2>"})
+        EXPECT_NE(html.find(part), std::string::npos) << part;
+    EXPECT_FALSE(std::regex_search(html, std::regex("mode[ =]\\d"))); // a mode has a name
+    for (size_t gif = html.find(".gif\""); gif != std::string::npos;
+         gif = html.find(".gif\"", gif + 1))
+        EXPECT_EQ(html.substr(html.rfind("<img", gif) - 10, 10), "</summary>") << "moves unasked";
     const std::regex pictureWithoutText("<img (?![^>]*alt=\"[^\"]+\")");
     EXPECT_FALSE(std::regex_search(html, pictureWithoutText));
 }
@@ -549,6 +602,14 @@ TEST_F(Gallery, IsTheSameEachTimeAndReplacesTheLastOne) {
     EXPECT_EQ(first, filesOf("b"));
     ASSERT_EQ(make("a").code, 0);
     EXPECT_EQ(first, filesOf("a"));
+
+    // Of an earlier page goes what it alone showed, and nothing else.
+    ASSERT_EQ(runVorn("gallery '" + (folder / "c").string() + "' --filter VETiles").code, 0);
+    ASSERT_TRUE(std::filesystem::exists(folder / "c/pictures/VETiles.png"));
+    std::ofstream(folder / "c/pictures/mine.png") << "mine";
+    ASSERT_EQ(make("c").code, 0);
+    ASSERT_TRUE(std::filesystem::remove(folder / "c/pictures/mine.png"));
+    EXPECT_EQ(first, filesOf("c"));
 }
 
 TEST_F(Gallery, EndsWith4WhereAFileCannotBeWritten) {

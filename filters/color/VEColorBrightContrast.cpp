@@ -18,6 +18,28 @@ public:
                 scalar("inputGreen", "green", range), scalar("inputBlue", "blue", range)};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Colour, brightness and contrast",
+            .sentence =
+                "Sets the strength of red, green and blue, the brightness and the contrast.",
+            .tags = {"brightness", "contrast", "colour balance", "gain"},
+            .inputs = {{.key = "inputBrightness",
+                        .purpose = "black at 0, where it is until it is set; no change at 127",
+                        .from = 0,
+                        .to = 255,
+                        .start = 127.0},
+                       {.key = "inputBrighness",
+                        .purpose =
+                            "for hosts that know this key; inputBrightness is the one that is read",
+                        .isDead = true},
+                       {.key = "inputContrast", .purpose = "grey at 0, no change at 127"},
+                       {.key = "inputRed", .purpose = "strength of red, no change at 127"},
+                       {.key = "inputGreen", .purpose = "strength of green, no change at 127"},
+                       {.key = "inputBlue", .purpose = "strength of blue, no change at 127"}},
+            .beginWith = {{"inputBrightness", 127}, {"inputContrast", 150}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         const float red = ratio(inputRed), green = ratio(inputGreen), blue = ratio(inputBlue);

@@ -5,6 +5,12 @@ class VEDummy : public CIFilter {
 public:
     VEDummy() { loadKernel<VEDummy>(kernel, "VE_DummyFilterKernel", "VE_Dummy_dummy"); }
 
+    static FilterGuide guide() {
+        return {.title = "Nothing",
+                .sentence = "Shows the picture as it is.",
+                .tags = {"neutral", "test"}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         return kernel.applyWithExtent(source.extent(), RegionOfInterest::identity(), {source});

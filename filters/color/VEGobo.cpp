@@ -10,6 +10,22 @@ public:
                 scalar("inputGreen", "green", {}), scalar("inputBlue", "blue", {})};
     }
 
+    static FilterGuide guide() {
+        return {.title = "Gobo",
+                .sentence =
+                    "Reduces the picture to black and white, as hard as a stencil before a lamp.",
+                .tags = {"black and white", "stencil", "mask", "contrast"},
+                .inputs = {{.key = "inputIntensity",
+                            .purpose = "from a plain grey picture to a hard stencil"},
+                           {.key = "inputRed",
+                            .purpose = "how much red counts besides its share of the brightness"},
+                           {.key = "inputGreen",
+                            .purpose = "how much green counts besides its share of the brightness"},
+                           {.key = "inputBlue",
+                            .purpose = "how much blue counts besides its share of the brightness"}},
+                .beginWith = {{"inputIntensity", 0.8}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         return kernel.applyWithExtent(

@@ -9,6 +9,16 @@ public:
 
     static Attributes customAttributes() { return {scalar("inputIntensity", "intensity", {})}; }
 
+    static FilterGuide guide() {
+        return {.title = "Solarize",
+                .sentence = "Folds the bright tones over into dark ones, like film that saw light "
+                            "while it was developed.",
+                .tags = {"tone", "film", "psychedelic"},
+                .inputs = {{.key = "inputIntensity",
+                            .purpose = "how far down tones fold over; none do at 0"}},
+                .beginWith = {{"inputIntensity", 0.8}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         return kernel.applyWithExtent(source.extent(), {source, inputIntensity});

@@ -7,6 +7,15 @@ public:
 
     static Attributes customAttributes() { return {scalar("inputIntensity", "intensity", {})}; }
 
+    static FilterGuide guide() {
+        return {
+            .title = "X-ray",
+            .sentence = "Turns the picture into a negative on blue film.",
+            .tags = {"negative", "blue", "film", "tone"},
+            .inputs = {{.key = "inputIntensity", .purpose = "from the picture to the negative"}},
+            .beginWith = {{"inputIntensity", 1}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         return kernel.applyWithExtent(source.extent(), {source, inputIntensity});

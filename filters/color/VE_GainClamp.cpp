@@ -12,6 +12,27 @@ public:
                 constant("input3", range), constant("input4", range)};
     }
 
+    static FilterGuide guide() {
+        return {.title = "Gain clamp",
+                .sentence = "Pushes bright colours to full, cuts them off, or limits them and "
+                            "scales saturation and brightness.",
+                .tags = {"levels", "limit", "clip", "saturation"},
+                .inputs = {{.key = "input1", .label = "mode"},
+                           {.key = "input2",
+                            .label = "red",
+                            .purpose = "level of red; in the third mode the limit of all channels"},
+                           {.key = "input3",
+                            .label = "green",
+                            .purpose = "level of green; in the third mode the saturation"},
+                           {.key = "input4",
+                            .label = "blue",
+                            .purpose = "level of blue; in the third mode the brightness"}},
+                .modeKey = "input1",
+                .modes = {"bright colours to full", "bright colours cut off",
+                          "limit, saturation and brightness"},
+                .beginWith = {{"input2", 140}, {"input3", 140}, {"input4", 140}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         return kernelForMode(kernels, input1)

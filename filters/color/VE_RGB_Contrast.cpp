@@ -15,6 +15,27 @@ public:
                 constant("input4", range)};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "RGB contrast",
+            .sentence =
+                "Raises or lowers the contrast of red, green and blue, one by one and together.",
+            .tags = {"contrast", "levels", "colour balance"},
+            .inputs = {{.key = "input1",
+                        .label = "red",
+                        .purpose = "contrast of red, no change at 127"},
+                       {.key = "input2",
+                        .label = "green",
+                        .purpose = "contrast of green, no change at 127"},
+                       {.key = "input3",
+                        .label = "blue",
+                        .purpose = "contrast of blue, no change at 127"},
+                       {.key = "input4",
+                        .label = "all",
+                        .purpose = "contrast of all three, no change at 127"}},
+            .beginWith = {{"input4", 200}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         return kernel.applyWithExtent(source.extent(), {source, contrast(input1), contrast(input2),

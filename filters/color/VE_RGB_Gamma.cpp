@@ -14,6 +14,20 @@ public:
                 constant("input4", range)};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "RGB gamma",
+            .sentence = "Brightens or darkens the middle tones of red, green and blue, one by one "
+                        "and together.",
+            .tags = {"gamma", "levels", "colour balance"},
+            .inputs =
+                {{.key = "input1", .label = "red", .purpose = "brighter above 80, darker below"},
+                 {.key = "input2", .label = "green", .purpose = "brighter above 80, darker below"},
+                 {.key = "input3", .label = "blue", .purpose = "brighter above 80, darker below"},
+                 {.key = "input4", .label = "all", .purpose = "brighter above 80, darker below"}},
+            .beginWith = {{"input1", 120}, {"input3", 50}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         return kernel.applyWithExtent(

@@ -16,6 +16,18 @@ public:
             constant("inputBoost", {.min = 1, .sliderMin = 1, .sliderMax = 5, .standard = 1})};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Traffic sign",
+            .sentence = "Reduces the picture to a few flat, bold colours, as on an enamelled sign.",
+            .tags = {"posterize", "flat", "bold", "colours"},
+            .inputs = {{.key = "inputScale",
+                        .label = "steps",
+                        .purpose = "into how many steps each of red, green and blue is divided"},
+                       {.key = "inputBoost", .purpose = "how far colours are pushed apart before"}},
+            .beginWith = {{"inputMixer", 1}, {"inputScale", 10}, {"inputBoost", 1.5}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         return kernel.applyWithExtent(source.extent(), RegionOfInterest::identity(),

@@ -14,6 +14,26 @@ public:
                 scalar("inputBrightness", "brightness", range)};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Clouds",
+            .sentence = "Fills the frame with drifting white clouds on a transparent ground.",
+            .tags = {"sky", "weather", "background", "texture"},
+            .inputs = {{.key = "inputImage", .purpose = "gives the size; its pixels are not read"},
+                       {.key = "inputScale", .purpose = "how small the clouds are"},
+                       {.key = "inputSpeed", .purpose = "how fast they drift"},
+                       {.key = "inputCover", .purpose = "how much of the sky they cover"},
+                       {.key = "inputAlpha", .purpose = "how dense they become; a clear sky at 0"},
+                       {.key = "inputBrightness", .purpose = "from dark clouds to bright ones"}},
+            .movesByItself = true,
+            .keepsState = true,
+            .beginWith = {{"inputScale", 60},
+                          {"inputSpeed", 1},
+                          {"inputCover", 115},
+                          {"inputAlpha", 128},
+                          {"inputBrightness", 127}}};
+    }
+
     CIImage outputImage() override {
         if (area(inputImage) > kArea3840x2160) return errorImage.imageFor("FX 094");
         const CISampler source(inputImage);

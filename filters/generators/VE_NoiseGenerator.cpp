@@ -15,6 +15,26 @@ public:
                 scalar("input4", "density/scroll x", half), scalar("input5", "scroll y", half)};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Noise",
+            .sentence = "Fills the frame with moving grey noise, water light or cells.",
+            .tags = {"texture", "background", "water", "cells"},
+            .inputs = {{.key = "inputImage", .purpose = "gives the size; its pixels are not read"},
+                       {.key = "inputScale", .purpose = "how fine the pattern is"},
+                       {.key = "inputSpeed", .purpose = "how fast it changes"},
+                       {.key = "input4",
+                        .purpose = "how large cells are; else how fast the pattern moves across, "
+                                   "at rest in the middle"},
+                       {.key = "input5",
+                        .purpose = "how fast the pattern moves up or down, at rest in the middle; "
+                                   "not for cells"}},
+            .modes = {"soft noise", "flowing noise", "light under water", "cells"},
+            .movesByItself = true,
+            .keepsState = true,
+            .beginWith = {{"inputMode", 2}}};
+    }
+
     CIImage outputImage() override {
         const int mode = clampedMode(inputMode, 3);
         if (mode != previousMode) {

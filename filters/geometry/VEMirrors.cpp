@@ -12,6 +12,18 @@ public:
         return {scalar("inputMode", "mode", {.sliderMax = 12}), mixer()};
     }
 
+    static FilterGuide guide() {
+        return {.title = "Mirrors",
+                .sentence = "Flips the picture, or fills it with one half or quarter of it and its "
+                            "mirror images.",
+                .tags = {"flip", "symmetry", "kaleidoscope"},
+                .modes = {"left and right swapped", "upside down", "turned by half",
+                          "left half to the right", "right half to the left", "lower half upwards",
+                          "upper half downwards", "lower left quarter", "lower right quarter",
+                          "upper right quarter", "upper left quarter"},
+                .beginWith = {{"inputMode", 3}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         const int mode = clampedMode(inputMode, kLastMode);

@@ -11,6 +11,13 @@ public:
                 mixer()};
     }
 
+    static FilterGuide guide() {
+        return {.title = "Tiles",
+                .sentence = "Repeats the picture in a grid of as many tiles across as up.",
+                .tags = {"repeat", "grid", "multiply"},
+                .inputs = {{.key = "inputDivisions", .purpose = "tiles across and up"}}};
+    }
+
     CIImage outputImage() override {
         if (area(inputImage) > kFixedArea23764000) return errorImage.imageFor("FX 127");
         const CISampler source(inputImage);

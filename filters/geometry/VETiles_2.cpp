@@ -13,6 +13,21 @@ public:
                 scalar("inputYoffset", "V spacing", range), mixer()};
     }
 
+    static FilterGuide guide() {
+        return {.title = "Tiles with spacing",
+                .sentence = "Repeats the picture in a grid, with a number and a spacing of tiles "
+                            "for each direction.",
+                .tags = {"repeat", "grid", "multiply", "gaps"},
+                .inputs = {{.key = "inputXdiv", .purpose = "tiles across"},
+                           {.key = "inputYdiv", .purpose = "tiles up"},
+                           {.key = "inputXoffset",
+                            .purpose = "hundredths of a tile that stay clear across, none at 1"},
+                           {.key = "inputYoffset",
+                            .purpose = "hundredths of a tile that stay clear upwards, none at 1"}},
+                .beginWith = {
+                    {"inputXdiv", 3}, {"inputYdiv", 2}, {"inputXoffset", 4}, {"inputYoffset", 6}}};
+    }
+
     CIImage outputImage() override {
         if (area(inputImage) > kFixedArea23764000) return errorImage.imageFor("FX 128");
         const CISampler source(inputImage);

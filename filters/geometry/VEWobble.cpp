@@ -18,6 +18,37 @@ public:
                 scalar("inputD", "d", {})};
     }
 
+    static FilterGuide guide() {
+        return {.title = "Wobble",
+                .sentence = "Shakes, wobbles, flickers, rolls or ripples the picture by itself.",
+                .tags = {"shake", "roll", "ripple", "flicker", "motion"},
+                .inputs =
+                    {{.key = "inputSize",
+                      .purpose = "how far the motion goes; how often the picture rolls; to left or "
+                                 "right in the last two modes, at rest in the middle"},
+                     {.key = "inputSpeed",
+                      .purpose = "how fast the motion is; how many ripples there are; up or down "
+                                 "in the last two modes, at rest in the middle"},
+                     {.key = "inputC",
+                      .label = "fine across",
+                      .purpose =
+                          "in the last mode a fine shift to left or right, at rest in the middle"},
+                     {.key = "inputD",
+                      .label = "fine up",
+                      .purpose = "in the last mode a fine shift up or down, at rest in the middle"},
+                     {.key = "inputSyncMode",
+                      .purpose = "1: the motion follows the frame time that the host pushes",
+                      .from = 0,
+                      .to = 1,
+                      .start = 0.0}},
+                .modes = {"shake", "wobble", "flicker", "roll down", "roll up", "roll right",
+                          "roll left", "ripples", "roll both ways", "shift both ways"},
+                .movesByItself = true,
+                .keepsState = true,
+                .canFlash = true,
+                .beginWith = {{"inputMode", 1}, {"inputSize", 0.6}, {"inputSpeed", 0.6}}};
+    }
+
     CIImage outputImage() override {
         const int mode = clampedMode(inputMode, kLastMode);
         const auto pixels = static_cast<float>(area(inputImage));

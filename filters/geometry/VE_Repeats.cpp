@@ -15,6 +15,31 @@ public:
                 scalar("inputOffsetY", "offsetY", offset)};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Repeats",
+            .sentence =
+                "Draws smaller copies of the picture in a row, in a grid or along the diagonals.",
+            .tags = {"copies", "grid", "row", "multiply"},
+            .inputs =
+                {{.key = "inputScale", .purpose = "how many times smaller a copy is"},
+                 {.key = "inputRepeats",
+                  .purpose =
+                      "how many copies follow the first one; a fraction fades the last one in"},
+                 {.key = "inputOffsetX", .purpose = "step between copies across"},
+                 {.key = "inputOffsetY", .purpose = "step between copies upwards"}},
+            .modes = {"from the middle", "from the middle, both ways", "grid", "staggered grid",
+                      "diagonals", "from the lower left corner", "from the lower edge",
+                      "from the lower right corner", "from the left edge", "from the right edge",
+                      "from the upper left corner", "from the upper edge",
+                      "from the upper right corner"},
+            .beginWith = {{"inputMode", 4},
+                          {"inputScale", 5},
+                          {"inputRepeats", 2},
+                          {"inputOffsetX", 0.9},
+                          {"inputOffsetY", 0.9}}};
+    }
+
     CIImage outputImage() override {
         if (areaInSinglePrecision(inputImage) > kArea4320x4320)
             return errorImage.imageFor("FX 139");

@@ -21,4 +21,10 @@ inline Attributes levelRampAttributes() {
             scalar("inputMode", "mode", {.sliderMax = 2})};
 }
 
+inline std::vector<InputGuide> levelRampGuides() {
+    return {
+        {.key = "input1Amount", .purpose = "the level from which on the picture counts as bright"},
+        {.key = "input2Amount", .purpose = "how steep the slope below that level is"}};
+}
+
 } // namespace vorn::filters

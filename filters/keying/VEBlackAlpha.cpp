@@ -10,6 +10,21 @@ public:
                 scalar("inputMode", "mode", {.sliderMax = 9})};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Black alpha",
+            .sentence = "Makes black, white or a primary colour transparent, or everything but one "
+                        "of them.",
+            .tags = {"key", "transparency", "black", "white", "primary"},
+            .inputs = {{.key = "inputAmount", .purpose = "how transparent it becomes"},
+                       {.key = "inputThreshold",
+                        .purpose = "how pure a colour has to be to go, or to stay, as a whole"}},
+            .modes = {"black goes", "white goes", "red goes", "green goes", "blue goes",
+                      "white alone stays", "red alone stays", "green alone stays",
+                      "blue alone stays"},
+            .beginWith = {{"inputAmount", 1}, {"inputThreshold", 0.1}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         return kernelForMode(kernels, inputMode)

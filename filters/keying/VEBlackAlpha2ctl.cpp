@@ -9,6 +9,15 @@ public:
 
     static Attributes customAttributes() { return levelRampAttributes(); }
 
+    static FilterGuide guide() {
+        return {.title = "Black alpha with a slope",
+                .sentence = "Makes dark parts of the picture transparent or black, along a slope.",
+                .tags = {"key", "transparency", "black", "level"},
+                .inputs = levelRampGuides(),
+                .modes = {"dark becomes transparent", "dark becomes black"},
+                .beginWith = {{"input1Amount", 0.5}, {"input2Amount", 0.7}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         const LevelRamp ramp(input1Amount, input2Amount);

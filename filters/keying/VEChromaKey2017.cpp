@@ -17,6 +17,26 @@ public:
                 scalar("inputBlur", "blur", {})};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Chroma key",
+            .sentence = "Makes colours of one tint transparent, however bright they are.",
+            .tags = {"key", "green screen", "blue screen", "transparency"},
+            .inputs = {{.key = "inputSensitivity",
+                        .purpose = "how far from the key a tint still goes"},
+                       {.key = "inputSmoothing", .purpose = "how soft the border of what goes is"},
+                       {.key = "inputRed", .purpose = "red of the key"},
+                       {.key = "inputGreen", .purpose = "green of the key"},
+                       {.key = "inputBlue", .purpose = "blue of the key"},
+                       {.key = "inputBlur", .purpose = "how far the transparency is spread"}},
+            // The green of the test card.
+            .beginWith = {{"inputSensitivity", 0.3},
+                          {"inputSmoothing", 0.6},
+                          {"inputRed", 0.07},
+                          {"inputGreen", 0.7},
+                          {"inputBlue", 0.3}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         return kernel.applyWithExtent(

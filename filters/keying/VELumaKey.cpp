@@ -7,6 +7,15 @@ public:
 
     static Attributes customAttributes() { return levelRampAttributes(); }
 
+    static FilterGuide guide() {
+        return {.title = "Luma key",
+                .sentence = "Makes dark parts of the picture transparent, or bright ones.",
+                .tags = {"key", "transparency", "brightness", "level"},
+                .inputs = levelRampGuides(),
+                .modes = {"dark becomes transparent", "bright becomes transparent"},
+                .beginWith = {{"input1Amount", 0.5}, {"input2Amount", 0.7}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         const LevelRamp ramp(input1Amount, input2Amount);

@@ -57,4 +57,28 @@ inline Attributes positionedShapeAttributes() {
             scalar("inputIsXY", "isXY", {})};
 }
 
+/// What the guides of all crops say alike.
+inline std::vector<InputGuide> softShapeGuides() {
+    return {{.key = "inputSize", .purpose = "how small the shape is; nothing at 1"},
+            {.key = "inputEdge", .purpose = "how far the edge is softened"}};
+}
+inline std::vector<InputGuide> positionedShapeGuides(std::vector<InputGuide> guides = {}) {
+    for (const InputGuide& guide : softShapeGuides()) guides.push_back(guide);
+    guides.push_back(
+        {.key = "inputXPosition", .purpose = "middle of the shape, 0 at the left edge"});
+    guides.push_back(
+        {.key = "inputYPosition", .purpose = "middle of the shape, 0 at the lower edge"});
+    guides.push_back(
+        {.key = "inputAspect",
+         .purpose = "the larger, the narrower; that of the frame gives a circle or a square"});
+    return guides;
+}
+
+/// A shape beside the middle, with a soft edge.
+inline std::vector<Setting> positionedShapeSettings() {
+    return {{"inputIsXY", 1},    {"inputMode", 4},        {"inputSize", 0.45},
+            {"inputEdge", 0.3},  {"inputXPosition", 0.4}, {"inputYPosition", 0.55},
+            {"inputAspect", 1.2}};
+}
+
 } // namespace vorn::filters

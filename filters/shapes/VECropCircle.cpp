@@ -11,6 +11,14 @@ public:
         return {mixer(), scalar("inputSize", "size", {}), scalar("inputEdge", "edge", {})};
     }
 
+    static FilterGuide guide() {
+        return {.title = "Soft circle",
+                .sentence = "Keeps a circle in the middle of the picture, with a soft edge.",
+                .tags = {"crop", "circle", "vignette", "mask"},
+                .inputs = softShapeGuides(),
+                .beginWith = {{"inputSize", 0.2}, {"inputEdge", 0.5}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         const float aspect = aspectOf(inputImage);

@@ -11,6 +11,21 @@ public:
 
     static Attributes customAttributes() { return positionedShapeAttributes(); }
 
+    static FilterGuide guide() {
+        return {.title = "Soft circle at a place",
+                .sentence = "Keeps a circle or an oval anywhere in the picture, or what lies "
+                            "around it, with a soft edge.",
+                .tags = {"crop", "circle", "oval", "vignette", "mask", "spot"},
+                .inputs = positionedShapeGuides(
+                    {{.key = "inputIsXY",
+                      .label = "any place",
+                      .purpose = "1: the modes past the second one can be chosen"}}),
+                .modes = {"circle in the middle", "all but a circle in the middle",
+                          "circle at the place", "all but a circle at the place",
+                          "oval at the place", "all but an oval at the place"},
+                .beginWith = positionedShapeSettings()};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         const int selector = shapeSelector(inputMode, inputIsXY);

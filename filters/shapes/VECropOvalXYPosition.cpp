@@ -19,6 +19,17 @@ public:
                 scalar("inputMode", "mode", {})};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Soft oval at a place",
+            .sentence =
+                "Keeps an oval anywhere in the picture, or what lies around it, with a soft edge.",
+            .tags = {"crop", "oval", "circle", "vignette", "mask", "spot"},
+            .inputs = positionedShapeGuides(),
+            .modes = {"oval", "all but the oval"},
+            .beginWith = {{"inputAspect", 1}, {"inputEdge", 0.3}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         const float aspect = inputAspect.floatValue();

@@ -9,6 +9,14 @@ public:
         return {mixer(), scalar("inputSize", "size", {}), scalar("inputEdge", "edge", {})};
     }
 
+    static FilterGuide guide() {
+        return {.title = "Soft rectangle",
+                .sentence = "Keeps a rectangle in the middle of the picture, with soft edges.",
+                .tags = {"crop", "rectangle", "vignette", "mask", "border"},
+                .inputs = softShapeGuides(),
+                .beginWith = {{"inputSize", 0.1}, {"inputEdge", 0.6}}};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         return kernel.applyWithExtent(

@@ -10,6 +10,22 @@ public:
 
     static Attributes customAttributes() { return positionedShapeAttributes(); }
 
+    static FilterGuide guide() {
+        return {.title = "Soft rectangle at a place",
+                .sentence = "Keeps a rectangle anywhere in the picture, or what lies around it, "
+                            "with soft edges.",
+                .tags = {"crop", "rectangle", "vignette", "mask", "spot"},
+                .inputs = positionedShapeGuides(
+                    {{.key = "inputIsXY",
+                      .label = "any place",
+                      .purpose = "1: the modes past the second one can be chosen"}}),
+                .modes = {"rectangle in the middle", "all but a rectangle in the middle",
+                          "rectangle at the place", "all but a rectangle at the place",
+                          "rectangle at the place, with an aspect",
+                          "all but a rectangle at the place, with an aspect"},
+                .beginWith = positionedShapeSettings()};
+    }
+
     CIImage outputImage() override {
         const CISampler source(inputImage);
         const int selector = shapeSelector(inputMode, inputIsXY);

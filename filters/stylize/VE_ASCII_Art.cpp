@@ -15,6 +15,24 @@ public:
                 scalar("inputColour", "Gap Width", {})};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Characters",
+            .sentence =
+                "Redraws the picture as a grid of characters, fuller ones where it is brighter.",
+            .tags = {"ascii", "text", "letters", "terminal"},
+            .inputs = {{.key = "inputScale", .purpose = "characters across; 60 below 1"},
+                       {.key = "inputColour",
+                        .purpose = "space between characters, which turn from the picture's "
+                                   "colours to grey; white ones at 1"},
+                       {.key = "inputString",
+                        .label = "characters",
+                        .purpose = "the characters, from the emptiest to the fullest; taken once",
+                        .start = kRamp,
+                        .feed = InputFeed::Data}},
+            .beginWith = {{"inputScale", 50}}};
+    }
+
     CIImage outputImage() override {
         if (area(inputImage) > kArea4320x4320) return errorImage.imageFor("FX 175");
         if (!strip && !drawStrip()) return inputImage;

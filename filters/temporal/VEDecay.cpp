@@ -19,6 +19,51 @@ public:
                 scalar("inputYpos", "Y Position", range)};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Trails",
+            .sentence = "Leaves trails behind what moves: earlier pictures fade, drift and grow "
+                        "behind the frame.",
+            .tags = {"feedback", "echo", "trail", "decay"},
+            .inputs = {{.key = "inputAmount", .purpose = "how long a trail lasts"},
+                       {.key = "inputSkip",
+                        .purpose = "frames between two renewals of the trail, counted anew every "
+                                   "60, and how trails are blended",
+                        .from = 0,
+                        .to = 255},
+                       {.key = "inputScale",
+                        .purpose = "growth of the trail from frame to frame, at rest at 0.498; it "
+                                   "is read on 0 to 1",
+                        .from = 0,
+                        .to = 1,
+                        .start = kRest},
+                       {.key = "inputXpos",
+                        .purpose =
+                            "drift of the trail across, at rest at 0.498; it is read on 0 to 1",
+                        .from = 0,
+                        .to = 1,
+                        .start = kRest},
+                       {.key = "inputYpos",
+                        .purpose =
+                            "drift of the trail up or down, at rest at 0.498; it is read on 0 to 1",
+                        .from = 0,
+                        .to = 1,
+                        .start = kRest}},
+            .modeKey = "inputSkip",
+            .modes = {{"lighter colours win", 1},
+                      {"darker colours win", 61},
+                      {"the frame divided by the trail", 121},
+                      {"the trail as a hard light", 181},
+                      {"the trail as a pin light", 241}},
+            .keepsState = true,
+            .framesRemembered = 1,
+            .beginWith = {{"inputAmount", 0.6},
+                          {"inputSkip", 0},
+                          {"inputScale", 0.52},
+                          {"inputXpos", kRest},
+                          {"inputYpos", 0.54}}};
+    }
+
     CIImage outputImage() override {
         ++counter;
         const CGRect extent = inputImage.extent();

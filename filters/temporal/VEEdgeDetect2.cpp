@@ -14,6 +14,23 @@ public:
                 scalar("inputReduceBrightness", "reduce bright", {.standard = 0.5})};
     }
 
+    static FilterGuide guide() {
+        return {.title = "Edges",
+                .sentence =
+                    "Draws the picture as light lines on black, wherever its colours change.",
+                .tags = {"outline", "lines", "contour", "sketch"},
+                .inputs = {
+                    {.key = "inputWidth", .purpose = "how thick the lines are"},
+                    {.key = "inputReduce", .purpose = "how many of the weaker lines are left out"},
+                    {.key = "inputReduceBrightness",
+                     .purpose = "from white lines to lines in the picture's colours"},
+                    {.key = "inputSmoothing",
+                     .purpose = "how gently weaker lines fade in",
+                     .from = 0,
+                     .to = 1,
+                     .start = 0.0}}};
+    }
+
     CIImage outputImage() override {
         if (!inputImage) {
             clear();

@@ -7,6 +7,15 @@ public:
         return {scalar("inputFreeze", "freeze", {.standard = 1})};
     }
 
+    static FilterGuide guide() {
+        return {.title = "Freeze",
+                .sentence = "Holds the picture that was there when the control went on.",
+                .tags = {"hold", "still", "pause"},
+                .inputs = {{.key = "inputFreeze", .purpose = "live up to 0.5, held above"}},
+                .keepsState = true,
+                .framesRemembered = 1};
+    }
+
     CIImage outputImage() override {
         if (inputFreeze.floatValue() <= 0.5f) {
             clear();

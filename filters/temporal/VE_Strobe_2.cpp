@@ -11,6 +11,28 @@ public:
                 scalar("inputSpeed", "speed", {.sliderMax = 20, .standard = 1})};
     }
 
+    static FilterGuide guide() {
+        return {.title = "Strobe",
+                .sentence = "Darkens the picture in pulses, from a soft breathing to hard flashes.",
+                .tags = {"flash", "pulse", "blink", "rhythm"},
+                .inputs = {{.key = "inputFrequency",
+                            .purpose = "how hard the pulse is: soft at 1, a switch at 100"},
+                           {.key = "inputSpeed", .purpose = "how fast it pulses"},
+                           {.key = "inputRange",
+                            .purpose = "how long it stays light or dark; even at 127; no part of "
+                                       "the first and the last two modes",
+                            .from = 0,
+                            .to = 255,
+                            .start = 127.0}},
+                .modes = {"on and off", "dark with flashes", "light with blackouts", "waves",
+                          "waves with held ends", "humps", "dips", "snap to black and back",
+                          "snap to the picture and fade"},
+                .movesByItself = true,
+                .keepsState = true,
+                .canFlash = true,
+                .beginWith = {{"inputMode", 3}, {"inputSpeed", 4}, {"inputRange", 127}}};
+    }
+
     CIImage outputImage() override {
         if (areaInSinglePrecision(inputImage) > kFixedArea23764000)
             return errorImage.imageFor("FX 225");

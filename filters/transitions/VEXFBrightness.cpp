@@ -1,5 +1,6 @@
 // Brightness: a dissolve that passes through a brightened picture or, in its second mode, through a
 // darkened one.
+#include "filters/shared/Transition.h"
 #include "filters/transitions/Incoming.h"
 
 class VEXFBrightness : public CIFilter {
@@ -11,6 +12,15 @@ public:
     static Attributes customAttributes() {
         return {scalar("inputMode", "mode", {.sliderMax = 2}),
                 scalar("inputFadeStatus", "Time", {})};
+    }
+
+    static FilterGuide guide() {
+        return {.title = "Dissolve through light or dark",
+                .sentence = "Dissolves from one picture to another, brighter or darker on the way.",
+                .tags = {"dissolve", "fade", "flash"},
+                .inputs = transitionGuides(),
+                .modes = {"through bright pictures", "through dark pictures"},
+                .beginWith = {{"inputFadeStatus", 0.3}}};
     }
 
     CIImage outputImage() override {

@@ -1,5 +1,5 @@
 // Colour blend: fades the outgoing image into a colour and the incoming one out of it.
-#include "core/FilterSupport.h"
+#include "filters/shared/Transition.h"
 
 class VEXFColorBlend : public CIFilter {
 public:
@@ -12,6 +12,15 @@ public:
         return {scalar("inputFadeStatus", "Time", {}),
                 {"inputColor",
                  {{kCIAttributeDefault, CIColor(1, 1, 1, 1)}, {kCIAttributeDisplayName, "Color"}}}};
+    }
+
+    static FilterGuide guide() {
+        return {
+            .title = "Fade through a colour",
+            .sentence = "Fades the outgoing picture into a colour and the incoming one out of it.",
+            .tags = {"fade", "dip", "colour"},
+            .inputs = transitionGuides({{.key = "inputColor", .purpose = "what is seen halfway"}}),
+            .beginWith = {{"inputFadeStatus", 0.25}}};
     }
 
     CIImage outputImage() override {

@@ -1,5 +1,6 @@
 // Dissolve: carries the picture from one image to another; the adjustment holds the outgoing image
 // longer.
+#include "filters/shared/Transition.h"
 #include "filters/transitions/Incoming.h"
 
 #include <cmath>
@@ -14,6 +15,16 @@ public:
         return {scalar("inputFadeStatus", "Time", {}),
                 scalar("inputAdjust", "Adjust",
                        {.min = 1, .sliderMin = 1, .sliderMax = 4, .standard = 1, .identity = 1})};
+    }
+
+    static FilterGuide guide() {
+        return {.title = "Dissolve",
+                .sentence = "Dissolves from one picture to another.",
+                .tags = {"dissolve", "crossfade", "mix"},
+                .inputs = transitionGuides(
+                    {{.key = "inputAdjust",
+                      .purpose = "how long the outgoing picture stays; 1 is even"}}),
+                .beginWith = {{"inputFadeStatus", 0.5}}};
     }
 
     CIImage outputImage() override {

@@ -1,4 +1,5 @@
 // Dissolve with pixels: a dissolve whose picture breaks up into blocks, the largest halfway.
+#include "filters/shared/Transition.h"
 #include "filters/transitions/Incoming.h"
 
 #include <cmath>
@@ -14,6 +15,18 @@ public:
         return {scalar("inputFadeStatus", "Time", {}),
                 scalar("inputAdjust", "Adjust",
                        {.min = 1, .sliderMin = 1, .sliderMax = 4, .standard = 1, .identity = 1})};
+    }
+
+    static FilterGuide guide() {
+        return {
+            .title = "Dissolve with pixels",
+            .sentence =
+                "Dissolves from one picture to another through blocks that are largest halfway.",
+            .tags = {"dissolve", "mosaic", "blocks", "pixellate"},
+            .inputs =
+                transitionGuides({{.key = "inputAdjust",
+                                   .purpose = "how long the outgoing picture stays; 1 is even"}}),
+            .beginWith = {{"inputFadeStatus", 0.06}}};
     }
 
     CIImage outputImage() override {

@@ -5,6 +5,7 @@
 #include "suggest.h"
 
 #include <algorithm>
+#include <cctype>
 #include <type_traits>
 
 #include <fmt/format.h>
@@ -96,7 +97,7 @@ CIFilterRef makeFilter(const FilterEntry& entry) {
 std::vector<ListedInput> listInputs(const FilterEntry& entry) {
     std::vector<ListedInput> inputs;
     for (const InputInfo& info : entry.info->inputs()) {
-        inputs.push_back({info.key, info.kind, &info, false, {}});
+        inputs.push_back({info.key, info.kind, &info, false, {}, {}});
     }
     for (const InputAttributes& attributes : entry.info->customAttributes()) {
         const auto place = std::find_if(inputs.begin(), inputs.end(), [&](const ListedInput& i) {
@@ -104,13 +105,30 @@ std::vector<ListedInput> listInputs(const FilterEntry& entry) {
         });
         if (place == inputs.end()) {
             inputs.push_back(
-                {attributes.key, advertisedKind(attributes), nullptr, true, attributes});
+                {attributes.key, advertisedKind(attributes), nullptr, true, attributes, {}});
         } else {
             place->isAdvertised = true;
             place->attributes = attributes;
         }
     }
+    for (const InputGuide& guide : entry.guide().inputs)
+        for (ListedInput& input : inputs)
+            if (input.key == guide.key) input.guide = guide;
     return inputs;
+}
+
+std::string settingsText(const std::vector<Setting>& settings, std::string_view between) {
+    std::string text;
+    for (const auto& [key, value] : settings) {
+        std::string name = key;
+        if (key.starts_with("input") && key.size() > 5 &&
+            std::isupper(static_cast<unsigned char>(key[5]))) {
+            name.erase(0, 5);
+            name[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(name[0])));
+        }
+        text += fmt::format("{}{}={:.3g}", text.empty() ? "" : between, name, value);
+    }
+    return text;
 }
 
 void checkInput(const FilterEntry& entry, std::string_view key, const InputValue& value,

@@ -17,6 +17,7 @@ struct FilterEntry {
     const FilterClassInfo* info = nullptr;
 
     const char* className() const { return info->classInfo.name; }
+    const FilterGuide& guide() const { return info->guide(); }
 };
 
 /// The effects, or the framework's own filters (every other category), sorted by name.
@@ -34,8 +35,12 @@ struct ListedInput {
     const InputInfo* info = nullptr;
     bool isAdvertised = false;
     InputAttributes attributes;
+    InputGuide guide;
 };
 std::vector<ListedInput> listInputs(const FilterEntry& entry);
+
+/// "amount=0.6,skip=0", as `vorn render` takes them.
+std::string settingsText(const std::vector<Setting>& settings, std::string_view between = ",");
 
 /// Checks that a value can be set: a usage error, with the nearest keys, for a key that the filter
 /// neither reads nor advertises, and for a value of another kind than the input's.

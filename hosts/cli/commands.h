@@ -27,6 +27,9 @@ private:
 /// What is left to do once the command line has been read.
 using Action = std::function<ExitCode()>;
 
+/// What `vorn describe NAME` says.
+ExitCode describeFilter(const std::string& name, bool asJson);
+
 /// Each adds one subcommand, which stores its work in `action` when the command line chooses it.
 void addListCommand(CLI::App& app, Action& action);
 void addDescribeCommand(CLI::App& app, Action& action);

@@ -270,18 +270,38 @@ void checkErrorPicture(Findings& findings, const Bundle& bundle) {
                  isGood ? "readable" : "unreadable");
 }
 
-/// Makes one filter of each kind: whatever its making prints is something missing.
+/// Whatever a filter says when it is made and gives its picture, in each of its modes, is something
+/// that does not fit: a kernel's name, the number or kind of its arguments.
+std::vector<std::string> linesOf(const FilterEntry& entry) {
+    constexpr CGRect frame{0, 0, 64, 36};
+    PrintedLines printed;
+    const CIFilterRef filter = CIFilter::filterWithName(entry.name);
+    if (!filter) return {"cannot be made"};
+    filter->setDefaults();
+    const CIImage picture =
+        CIImage::imageWithColor(CIColor(0.25, 0.5, 0.75)).imageByCroppingToRect(frame);
+    for (const InputInfo& input : entry.info->inputs())
+        if (input.kind == InputKind::Image) filter->setValueForKey(picture, input.key);
+    const FilterGuide& guide = entry.guide();
+    for (const auto& [key, value] : guide.beginWith) filter->setValueForKey(Number(value), key);
+    filter->outputImage();
+    for (const ModeGuide& mode : guide.modes) {
+        filter->setValueForKey(Number(mode.value), guide.modeKey);
+        filter->outputImage();
+    }
+    return printed.take();
+}
+
 void checkFilters(Findings& findings) {
     size_t count = 0, broken = 0;
     for (const FilterEntry& entry : listFilters(false)) {
-        PrintedLines printed;
-        const CIFilterRef filter = CIFilter::filterWithName(entry.name);
-        const std::vector<std::string> lines = printed.take();
+        const std::vector<std::string> lines = linesOf(entry);
+        const std::vector<std::string> faults = guideProblems(*entry.info);
         ++count;
-        if (filter && lines.empty()) continue;
+        if (lines.empty() && faults.empty()) continue;
         ++broken;
-        findings.addProblem(
-            fmt::format("{}: {}", entry.name, lines.empty() ? "cannot be made" : lines.front()));
+        if (!lines.empty()) findings.addProblem(fmt::format("{}: {}", entry.name, lines.front()));
+        for (const std::string& fault : faults) findings.addProblem(fault);
     }
     if (count == 0) findings.addProblem("no filter is registered");
     findings.add("filters", Json{{"registered", count}, {"broken", broken}}, "filters",

@@ -2,8 +2,6 @@
 #include "gallery.h"
 
 #include "commands.h"
-#include "gallery_settings.h"
-#include "imagejson.h"
 #include "media/output_file.h"
 #include "media/writer.h"
 #include "output.h"
@@ -18,7 +16,9 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <fstream>
 #include <optional>
+#include <regex>
 #include <set>
 
 #include <CLI/CLI.hpp>
@@ -31,14 +31,12 @@ constexpr media::Size kSize{kGalleryWidth, kGalleryHeight};
 constexpr size_t kRowBytes = size_t{kGalleryWidth} * 4;
 constexpr int kFrames = 16, kFramesPerSecond = 10;
 constexpr int kStillFrame = 9; ///< of a film, the frame that stands for it
-constexpr int kMostModes = 24, kSliderPictures = 5;
-constexpr const char* kMode = "inputMode";
+constexpr int kSliderPictures = 5;
 constexpr const char* kMixer = "inputMixer";
-constexpr const char* kFade = "inputFadeStatus";
 
 using Pixels = std::vector<uint8_t>; ///< premultiplied RGBA, `kRowBytes` a row, top row first
 using Film = std::vector<Pixels>;
-using Settings = GallerySettings;
+using Settings = std::vector<Setting>;
 
 struct GalleryOptions {
     std::string folder;
@@ -142,14 +140,26 @@ void write(const std::string& path, const Film& film) {
     writer.finish();
 }
 
-/// The names of all kernels and built-in filters of a graph.
-void addNames(const Json& json, std::string& names) {
-    for (const auto& [key, value] : json.items()) {
-        if (value.is_structured())
-            addNames(value, names);
-        else if (value.is_string() && (key == "function" || key == "name"))
-            names += value.get<std::string>() + ' ';
+/// Whether the picture as a whole turns darker and lighter more than three times a second, by a
+/// tenth of the range or more.
+bool flashes(const Film& film) {
+    int turns = 0, direction = 0;
+    double extreme = 0;
+    for (size_t i = 0; i < film.size(); ++i) {
+        double light = 0; // BT.709 luma of the picture over black, mean
+        for (size_t k = 0; k < film[i].size(); k += 4)
+            light += 0.2126 * film[i][k] + 0.7152 * film[i][k + 1] + 0.0722 * film[i][k + 2];
+        light /= 255.0 * double(film[i].size() / 4);
+        const int way = light > extreme ? 1 : -1;
+        if (i == 0 || way == direction) {
+            extreme = light;
+        } else if (std::fabs(light - extreme) >= 0.1) {
+            turns += direction != 0;
+            direction = way;
+            extreme = light;
+        }
     }
+    return turns * kFramesPerSecond > 2 * 3 * static_cast<int>(film.size());
 }
 
 std::optional<double> numberOf(const ListedInput& input, const char* attribute) {
@@ -171,8 +181,7 @@ std::vector<Slider> slidersOf(const std::vector<ListedInput>& inputs) {
         const auto from = numberOf(input, kCIAttributeSliderMin);
         const auto to = numberOf(input, kCIAttributeSliderMax);
         if (!from || !to || input.kind != InputKind::Number) continue;
-        const std::string label = attributeText(input.attributes, kCIAttributeDisplayName);
-        sliders.push_back({input.key, label == "-" ? input.key : label, *from, *to});
+        sliders.push_back({input.key, input.guide.label, *from, *to});
     }
     return sliders;
 }
@@ -191,9 +200,9 @@ public:
     }
 
     /// A filter that lives through `frames` frames from `first` on, and what it makes of them.
-    /// `names`, if given, gets the kernels of the last one.
+    /// The input `fade`, if given, runs from 0 to 1 and back.
     Film film(const GalleryFilter& filter, const Settings& settings, int first, int frames,
-              bool fades = false, std::string* names = nullptr) {
+              const std::string& fade = {}) {
         PrintedLines printed;
         Film film;
         PlatformClock::drive(timeOf(first));
@@ -205,15 +214,13 @@ public:
         for (const auto& [key, value] : settings) instance->setValueForKey(Number(value), key);
         for (int i = first; i < first + frames; ++i) {
             PlatformClock::drive(timeOf(i));
-            setSource(filter, *instance, sources_[static_cast<size_t>(fades ? 0 : i)]);
-            if (fades) { // there in the first half, and back in the second
+            instance->setValueForKey(sources_[static_cast<size_t>(fade.empty() ? i : 0)],
+                                     filter.entry.guide().frameKey);
+            if (!fade.empty()) { // there in the first half, and back in the second
                 constexpr int half = kFrames / 2;
-                instance->setValueForKey(Number(double(half - std::abs(i - half)) / half), kFade);
+                instance->setValueForKey(Number(double(half - std::abs(i - half)) / half), fade);
             }
-            const CIImage image = instance->outputImage();
-            film.push_back(rendered(image));
-            if (names && i + 1 == first + frames && image)
-                addNames(ImageJson(image.extent()).imageJson(image), *names);
+            film.push_back(rendered(instance->outputImage()));
         }
         for (const std::string& line : printed.take())
             messages.insert(filter.entry.name + ": " + line);
@@ -227,11 +234,6 @@ public:
 private:
     static uint64_t timeOf(int frame) {
         return uint64_t{1'000'000'000} / kFramesPerSecond * static_cast<uint64_t>(frame);
-    }
-    static void setSource(const GalleryFilter& filter, CIFilter& instance, const CIImage& source) {
-        for (const ListedInput& input : filter.inputs) {
-            if (input.key == "inputImage") instance.setValueForKey(source, input.key);
-        }
     }
     /// Transparent where the filter gives no image.
     Pixels rendered(const CIImage& image) {
@@ -256,25 +258,26 @@ public:
         filter_.entry = entry;
         filter_.inputs = listInputs(entry);
         sliders_ = slidersOf(filter_.inputs);
-        standard_ = raised_ = gallerySettings(entry.name);
-        for (const auto& [key, value] : standard_)
-            checkInput(entry, key, Number(value), "what it is shown at");
+        standard_ = raised_ = guide().beginWith;
         if (!standard_.empty()) return;
         for (const Slider& slider : sliders_) {
-            if (slider.key == kMode) continue;
+            if (slider.key == modeKey()) continue;
             raised_.emplace_back(slider.key, slider.at(slider.key == kMixer ? 1 : 0.75));
         }
     }
 
     GalleryFilter made() {
-        const bool hasTarget =
-            std::any_of(filter_.inputs.begin(), filter_.inputs.end(), [](const ListedInput& input) {
-                return input.kind == InputKind::Image && input.key != "inputImage";
-            });
-        const bool fades = hasTarget && slider(kFade);
-        if (fades) filter_.traits.push_back("transition");
-        if (hasTarget && !fades) filter_.traits.push_back("mixes two images");
-        addLead(fades);
+        bool hasTarget = false;
+        std::string fade;
+        for (const InputGuide& input : guide().inputs) {
+            if (input.feed == InputFeed::Time) fade = input.key;
+            hasTarget =
+                hasTarget || (input.feed == InputFeed::Picture && input.key != guide().frameKey);
+        }
+        if (!hasTarget) fade.clear();
+        if (!fade.empty()) filter_.traits.push_back("transition");
+        if (hasTarget && fade.empty()) filter_.traits.push_back("mixes two images");
+        addLead(fade);
         addModes();
         addSlider();
         if (isTransparent_) filter_.traits.push_back("makes transparency");
@@ -282,7 +285,10 @@ public:
     }
 
 private:
-    const Slider* slider(const char* key) const {
+    const FilterGuide& guide() const { return filter_.entry.guide(); }
+    /// Nothing where there are no modes.
+    std::string modeKey() const { return guide().modes.empty() ? "" : guide().modeKey; }
+    const Slider* slider(const std::string& key) const {
         const auto place = std::find_if(sliders_.begin(), sliders_.end(),
                                         [&](const Slider& s) { return s.key == key; });
         return place == sliders_.end() ? nullptr : &*place;
@@ -295,9 +301,9 @@ private:
         return lived != studio_.film(filter_, settings, kStillFrame, 1).back();
     }
 
-    Pixels still(const Settings& settings, std::string* names = nullptr) {
-        if (!moves_) return studio_.film(filter_, settings, kStillFrame, 1, false, names).back();
-        return studio_.film(filter_, settings, 0, kStillFrame + 1, false, names).back();
+    Pixels still(const Settings& settings) {
+        if (!moves_) return studio_.film(filter_, settings, kStillFrame, 1).back();
+        return studio_.film(filter_, settings, 0, kStillFrame + 1).back();
     }
     bool looksLikeSource(const Pixels& pixels) const {
         return lookAlike(pixels, studio_.sourcePixels[kStillFrame]);
@@ -310,16 +316,30 @@ private:
         return file;
     }
 
-    void addLead(bool fades) {
+    /// Settings in words, the mode by its name.
+    std::string noteOn(Settings settings) const {
+        std::string name;
+        std::erase_if(settings, [&](const Setting& setting) {
+            for (const ModeGuide& mode : guide().modes)
+                if (setting.first == modeKey() && setting.second == mode.value) name = mode.name;
+            return setting.first == modeKey() && !name.empty();
+        });
+        std::string note = name.empty() ? "" : '"' + name + '"';
+        if (settings.empty()) return note;
+        return note + (note.empty() ? "with " : " with ") + settingsText(settings, ", ");
+    }
+
+    void addLead(const std::string& fade) {
+        const bool fades = !fade.empty();
         Settings settings = standard_;
         const bool movesAtDefaults = moves(settings);
         moves_ = movesAtDefaults || moves(raised_);
-        Film film = fades    ? studio_.film(filter_, settings, 0, kFrames, true)
+        Film film = fades    ? studio_.film(filter_, settings, 0, kFrames, fade)
                     : moves_ ? studio_.film(filter_, settings, 0, kFrames)
                              : Film{still(settings)};
         const bool isDull = std::all_of(film.begin(), film.end(),
                                         [&](const Pixels& p) { return looksLikeSource(p); });
-        std::string note = settings.empty() ? "at its defaults" : "with " + settingsText(settings);
+        std::string note = settings.empty() ? "at its defaults" : noteOn(settings);
         if (!fades && raised_ != standard_ && (isDull || movesAtDefaults != moves_)) {
             settings = raised_;
             film = moves_ ? studio_.film(filter_, settings, 0, kFrames) : Film{still(settings)};
@@ -329,8 +349,9 @@ private:
         if (moves_) filter_.traits.insert(filter_.traits.begin(), "moves");
         if (film.size() > 1) filter_.animation = picture(".gif", film);
         const size_t shown = film.size() == 1 ? 0 : fades ? kFrames / 4 - 1 : kStillFrame;
-        filter_.lead = {picture(".png", {film[shown]}), filter_.entry.name + " " + note,
-                        "The test card through " + filter_.entry.name + ", " + note};
+        filter_.flashes = guide().canFlash || flashes(film);
+        filter_.lead = {picture(".png", {film[shown]}), guide().title + " " + note,
+                        "The test card through " + guide().title + ", " + note};
     }
 
     /// Draws a row twice where its filter does nothing at the defaults of the other inputs.
@@ -349,35 +370,24 @@ private:
     }
 
     void addModes() {
-        const Slider* mode = slider(kMode);
-        if (!mode) return;
-        std::vector<int> modes;
+        const std::vector<ModeGuide>& modes = guide().modes;
+        if (modes.empty()) return;
         const auto draw = [&](Settings settings) {
             std::vector<Pixels> pictures;
-            std::set<std::pair<std::string, Pixels>> seen;
-            modes.clear();
-            const int last =
-                std::max(modesPastSlider(filter_.entry.name),
-                         static_cast<int>(std::clamp(mode->to, 0.0, double(kMostModes - 1))));
-            for (int i = 0; i <= last; ++i) {
-                settings.emplace_back(kMode, i);
-                std::string names;
-                const Pixels pixels = still(settings, &names);
+            for (const ModeGuide& mode : modes) {
+                settings.emplace_back(guide().modeKey, mode.value);
+                pictures.push_back(still(settings));
                 settings.pop_back();
-                if (!seen.emplace(names, pixels).second) continue;
-                modes.push_back(i);
-                pictures.push_back(pixels);
             }
             return pictures;
         };
         const char* note = "";
         const std::vector<Pixels> pictures = drawn(draw, note);
-        if (pictures.size() < 2) return;
         GalleryRow row{fmt::format("Modes{}", note), {}};
         for (size_t i = 0; i < pictures.size(); ++i) {
-            const std::string name = fmt::format("mode {}", modes[i]);
-            row.pictures.push_back({picture(fmt::format("-mode-{}.png", modes[i]), {pictures[i]}),
-                                    name, filter_.entry.name + ", " + name});
+            row.pictures.push_back(
+                {picture(fmt::format("-mode-{}.png", modes[i].value), {pictures[i]}), modes[i].name,
+                 guide().title + ", " + modes[i].name});
         }
         filter_.traits.push_back(fmt::format("{} modes", pictures.size()));
         filter_.rows.push_back(std::move(row));
@@ -385,8 +395,8 @@ private:
 
     /// The first slider that is neither the mode nor the mixer; the mixer where there is no other.
     void addSlider() {
-        const auto place = std::find_if(sliders_.begin(), sliders_.end(), [](const Slider& s) {
-            return s.key != kMode && s.key != kMixer;
+        const auto place = std::find_if(sliders_.begin(), sliders_.end(), [&](const Slider& s) {
+            return s.key != modeKey() && s.key != kMixer;
         });
         const Slider* main = place == sliders_.end() ? slider(kMixer) : &*place;
         if (!main) return;
@@ -407,7 +417,7 @@ private:
             const std::string value = fmt::format("{} = {:.4g}", main->label, main->at(share(i)));
             row.pictures.push_back(
                 {picture(fmt::format("-slider-{}.png", i), {pictures[size_t(i)]}), value,
-                 filter_.entry.name + ", " + value});
+                 guide().title + ", " + value});
         }
         filter_.rows.push_back(std::move(row));
     }
@@ -442,6 +452,29 @@ std::string makeFolders(const std::string& folder) {
                        fmt::format("cannot make the folder {}: {}", folder, problem.message()));
 }
 
+/// The pictures that a page of this kind shows, by their names in the folder `pictures`.
+std::set<std::string> picturesOf(const std::string& page) {
+    std::ifstream file(page);
+    std::string html;
+    std::getline(file, html, '\0');
+    std::set<std::string> names;
+    if (html.find(kGalleryMark) == std::string::npos) return names;
+    const std::regex picture("\"pictures/([\\w-]+\\.(png|gif))\"");
+    for (std::sregex_iterator match(html.begin(), html.end(), picture), end; match != end; ++match)
+        names.insert((*match)[1]);
+    return names;
+}
+
+/// Removes what an earlier page showed and the new one does not; nothing else that lies there.
+void removeStale(const std::string& folder, const std::set<std::string>& before,
+                 const std::set<std::string>& now) {
+    for (const std::string& name : before) {
+        std::error_code ignored;
+        if (!now.contains(name))
+            std::filesystem::remove(std::filesystem::path(folder) / "pictures" / name, ignored);
+    }
+}
+
 void writePage(const std::string& path, const std::string& html) {
     media::OutputFile file(path, true, {});
     file.write(reinterpret_cast<const uint8_t*>(html.data()), html.size());
@@ -474,7 +507,9 @@ ExitCode gallery(const GalleryOptions& options) {
     try {
         const GalleryPage page = makePictures(options);
         const std::string path = options.folder + "/index.html";
+        const std::set<std::string> before = picturesOf(path);
         writePage(path, galleryHtml(page));
+        removeStale(options.folder, before, picturesOf(path));
         if (!options.isQuiet) {
             say("{}: {} {}", path, page.filters.size(),
                 page.filters.size() == 1 ? "filter" : "filters");
@@ -503,8 +538,9 @@ void addGalleryCommand(CLI::App& app, Action& action) {
         ->type_name("");
     command->add_flag("--quiet", options->isQuiet, "No progress and no summary");
     command->footer(
-        "Writes DIR/index.html and its pictures, DIR/pictures. The page needs no network and\n"
-        "no script. Animations stand still where the system asks for little motion.\n\n"
+        "Writes DIR/index.html and its pictures, DIR/pictures, and removes those that only an\n"
+        "earlier page there showed. The page needs no network and no script. Everything on it\n"
+        "stands still until it is asked to move, with a warning where pictures flash.\n\n"
         "Examples:\n"
         "  vorn gallery gallery\n"
         "  vorn gallery keys --filter VEChromaKeyRGB VELumaKey");

@@ -24,6 +24,7 @@ struct GalleryFilter {
     std::vector<std::string> traits; ///< what was seen of it: "moves", "transition", …
     GalleryPicture lead;
     std::string animation; ///< a file that shows `lead` in motion; empty: it stands still
+    bool flashes = false;
     std::vector<GalleryRow> rows;
 };
 
@@ -31,6 +32,9 @@ struct GalleryPage {
     GalleryPicture source, target;
     std::vector<GalleryFilter> filters;
 };
+
+/// What every page has, to be known by.
+constexpr const char* kGalleryMark = "<title>VornEffects: gallery</title>";
 
 /// The size of every picture, in pixels.
 constexpr int kGalleryWidth = 320, kGalleryHeight = 180;

@@ -1,4 +1,5 @@
 // `vorn`: the effects on the command line.
+#include "catalog.h"
 #include "commands.h"
 #include "output.h"
 #include "suggest.h"
@@ -32,12 +33,15 @@ std::vector<std::string> commandNames(const CLI::App& app) {
     return names;
 }
 
+bool isCommand(const CLI::App& app, const std::string& name) {
+    const std::vector<std::string> names = commandNames(app);
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
 /// The command of that name; a usage error that names the nearest when there is none.
 CLI::App& findCommand(CLI::App& app, const std::string& name) {
+    if (isCommand(app, name)) return *app.get_subcommand(name);
     const std::vector<std::string> names = commandNames(app);
-    if (std::find(names.begin(), names.end(), name) != names.end()) {
-        return *app.get_subcommand(name);
-    }
     const std::string hint = suggestion(name, names);
     throw CommandError(ExitCode::Usage, fmt::format("there is no command \"{}\"{}", name,
                                                     hint.empty() ? "; try `vorn help`" : hint));
@@ -45,10 +49,15 @@ CLI::App& findCommand(CLI::App& app, const std::string& name) {
 
 void addHelpCommand(CLI::App& app, Action& action) {
     auto name = std::make_shared<std::string>();
-    CLI::App* command = app.add_subcommand("help", "Explain a command");
-    command->add_option("COMMAND", *name, "The command; all of them when left out")->type_name("");
+    CLI::App* command = app.add_subcommand("help", "Explain a command or a filter");
+    command->add_option("NAME", *name, "The command or the filter; all commands when left out")
+        ->type_name("");
     command->callback([&app, &action, name] {
         action = [&app, name] {
+            if (!name->empty() && !isCommand(app, *name)) {
+                registerFilters();
+                if (CIFilter::registeredFilter(*name)) return describeFilter(*name, false);
+            }
             const std::string help = name->empty()
                                          ? helpFor(app, "vorn")
                                          : helpFor(findCommand(app, *name), "vorn " + *name);

@@ -28,9 +28,11 @@ inline std::FILE* results() {
 /// Writes what is buffered; false when the results could not be written in full.
 bool finishResults();
 
+/// What cannot be written shows when the results are finished.
 template <class... Values>
 void printResult(fmt::format_string<Values...> format, Values&&... values) {
-    fmt::print(results(), format, std::forward<Values>(values)...);
+    const std::string text = fmt::format(format, std::forward<Values>(values)...);
+    static_cast<void>(std::fwrite(text.data(), 1, text.size(), results()));
 }
 
 /// Collects, while it lives, what the library says in the session that was current when it was

@@ -4,6 +4,14 @@
 
 class CIAffineTransform : public CIFilter {
 public:
+    static FilterGuide guide() {
+        return {
+            .title = "Affine transform",
+            .sentence = "Moves, turns, scales or shears the picture.",
+            .tags = {"transform", "rotate", "scale"},
+        };
+    }
+
     CIImage outputImage() override {
         if (!inputImage) return {};
         const CIImage image = inputImage.imageByApplyingTransform(inputTransform);

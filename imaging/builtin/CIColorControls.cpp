@@ -14,6 +14,14 @@ public:
                    {.sliderMin = 0.25, .sliderMax = 4, .standard = 1, .identity = 1})};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Colour controls",
+            .sentence = "Sets saturation, brightness and contrast.",
+            .tags = {"saturation", "brightness", "contrast"},
+        };
+    }
+
     CIImage outputImage() override {
         if (!inputImage) return {};
         if (!isFinite(inputSaturation) || !isFinite(inputBrightness) || !isFinite(inputContrast))

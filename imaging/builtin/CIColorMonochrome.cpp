@@ -11,6 +11,14 @@ public:
                 scalar("inputIntensity", "intensity", {.standard = 1})};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Monochrome",
+            .sentence = "Shows the picture in shades of one colour.",
+            .tags = {"tint", "black and white"},
+        };
+    }
+
     CIImage outputImage() override {
         if (!inputImage) return {};
         if (!isFinite(inputColor) || !isFinite(inputIntensity))

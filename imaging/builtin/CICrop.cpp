@@ -8,6 +8,14 @@ public:
         return {withDefault("inputRectangle", "rectangle", CIVector(0, 0, 300, 300))};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Crop",
+            .sentence = "Keeps what lies inside a rectangle.",
+            .tags = {"crop", "rectangle"},
+        };
+    }
+
     CIImage outputImage() override {
         if (!inputImage) return {};
         const CGRect rect{inputRectangle.X(), inputRectangle.Y(), inputRectangle.Z(),

@@ -4,6 +4,14 @@
 
 class CIDarkenBlendMode : public CIFilter {
 public:
+    static FilterGuide guide() {
+        return {
+            .title = "Darken",
+            .sentence = "Shows the darker of two pictures, channel by channel.",
+            .tags = {"blend", "darken"},
+        };
+    }
+
     CIImage outputImage() override {
         return blend(*this, "CI_darken", inputImage, inputBackgroundImage);
     }

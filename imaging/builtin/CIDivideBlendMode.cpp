@@ -4,6 +4,14 @@
 
 class CIDivideBlendMode : public CIFilter {
 public:
+    static FilterGuide guide() {
+        return {
+            .title = "Divide",
+            .sentence = "Divides the background by the picture.",
+            .tags = {"blend", "divide"},
+        };
+    }
+
     CIImage outputImage() override {
         return blend(*this, "CI_divide", inputImage, inputBackgroundImage);
     }

@@ -99,6 +99,14 @@ public:
         return {scalar("inputRadius", "radius", {.sliderMax = 100, .standard = 10})};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Gaussian blur",
+            .sentence = "Blurs the picture evenly.",
+            .tags = {"blur", "soft"},
+        };
+    }
+
     CIImage outputImage() override {
         if (!inputImage) return {};
         const double sigma = inputRadius.doubleValue();

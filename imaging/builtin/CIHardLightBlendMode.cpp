@@ -4,6 +4,14 @@
 
 class CIHardLightBlendMode : public CIFilter {
 public:
+    static FilterGuide guide() {
+        return {
+            .title = "Hard light",
+            .sentence = "Darkens or lightens the background by the picture, as a hard light does.",
+            .tags = {"blend", "light"},
+        };
+    }
+
     CIImage outputImage() override {
         return blend(*this, "CI_hardLight", inputImage, inputBackgroundImage);
     }

@@ -10,6 +10,14 @@ public:
                        {.min = -pi, .sliderMin = -pi, .sliderMax = pi, .standard = 0})};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Hue",
+            .sentence = "Turns the hues around the colour circle.",
+            .tags = {"hue", "colour"},
+        };
+    }
+
     CIImage outputImage() override {
         if (!inputImage) return {};
         if (!isFinite(inputAngle)) return refuse(*this, "the angle is not a finite number");

@@ -50,6 +50,14 @@ public:
                        {.sliderMin = 0.5, .sliderMax = 2, .standard = 1, .identity = 1})};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Sharp scaling",
+            .sentence = "Scales the picture and keeps it sharp.",
+            .tags = {"scale", "resize"},
+        };
+    }
+
     CIImage outputImage() override {
         if (!inputImage) return {};
         const double y = inputScale.doubleValue(), x = y * inputAspectRatio.doubleValue();

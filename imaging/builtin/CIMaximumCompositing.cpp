@@ -4,6 +4,14 @@
 
 class CIMaximumCompositing : public CIFilter {
 public:
+    static FilterGuide guide() {
+        return {
+            .title = "Maximum",
+            .sentence = "Shows the larger of two pictures, channel by channel.",
+            .tags = {"blend", "lighten"},
+        };
+    }
+
     CIImage outputImage() override {
         return blend(*this, "CI_maximum", inputImage, inputBackgroundImage);
     }

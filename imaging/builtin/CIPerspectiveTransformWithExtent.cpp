@@ -50,6 +50,14 @@ public:
                 position("inputBottomLeft", "bottom left", CIVector(0, 0))};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Perspective",
+            .sentence = "Draws a rectangle of the picture into any quadrilateral.",
+            .tags = {"transform", "perspective"},
+        };
+    }
+
     CIImage outputImage() override {
         if (!inputImage) return {};
         const CGRect part{inputExtent.X(), inputExtent.Y(), inputExtent.Z(), inputExtent.W()};

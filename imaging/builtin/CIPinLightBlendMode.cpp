@@ -4,6 +4,14 @@
 
 class CIPinLightBlendMode : public CIFilter {
 public:
+    static FilterGuide guide() {
+        return {
+            .title = "Pin light",
+            .sentence = "Replaces dark and light parts of the background by those of the picture.",
+            .tags = {"blend", "light"},
+        };
+    }
+
     CIImage outputImage() override {
         return blend(*this, "CI_pinLight", inputImage, inputBackgroundImage);
     }

@@ -13,6 +13,15 @@ public:
                 withDefault("inputColor1", "color 1", CIColor(0, 0, 0))};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Radial gradient",
+            .sentence = "Fills everything with two colours that meet in a ring.",
+            .tags = {"gradient", "circle"},
+            .frameKey = "",
+        };
+    }
+
     CIImage outputImage() override {
         if (!isFinite(inputCenter) || !isFinite(inputRadius0) || !isFinite(inputRadius1) ||
             !isFinite(inputColor0) || !isFinite(inputColor1))

@@ -4,6 +4,15 @@
 
 class CIRandomGenerator : public CIFilter {
 public:
+    static FilterGuide guide() {
+        return {
+            .title = "Random pixels",
+            .sentence = "Fills everything with coloured noise that stands still.",
+            .tags = {"noise", "random"},
+            .frameKey = "",
+        };
+    }
+
     CIImage outputImage() override {
         return outputOf(*this,
                         applyFrameworkKernel("CIGeneratorKernel", "CI_random", CGRect::infinite(),

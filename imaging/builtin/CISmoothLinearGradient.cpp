@@ -13,6 +13,15 @@ public:
                 withDefault("inputColor1", "color 1", CIColor(0, 0, 0))};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Smooth gradient",
+            .sentence = "Fills everything with two colours and a smooth passage between.",
+            .tags = {"gradient", "line"},
+            .frameKey = "",
+        };
+    }
+
     CIImage outputImage() override {
         if (!isFinite(inputPoint0) || !isFinite(inputPoint1) || !isFinite(inputColor0) ||
             !isFinite(inputColor1))

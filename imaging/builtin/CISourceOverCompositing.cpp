@@ -5,6 +5,14 @@
 
 class CISourceOverCompositing : public CIFilter {
 public:
+    static FilterGuide guide() {
+        return {
+            .title = "Source over",
+            .sentence = "Lays the picture over the background.",
+            .tags = {"blend", "composite"},
+        };
+    }
+
     CIImage outputImage() override {
         const CIImage image = inputImage.imageByCompositingOverImage(inputBackgroundImage);
         if (!inputImage || !inputBackgroundImage || !image) return image;

@@ -82,6 +82,14 @@ public:
                 withDefault("inputTargetNeutral", "target neutral", CIVector(6500, 0))};
     }
 
+    static FilterGuide guide() {
+        return {
+            .title = "Temperature and tint",
+            .sentence = "Makes the picture warmer or colder, greener or more magenta.",
+            .tags = {"white balance", "temperature"},
+        };
+    }
+
     CIImage outputImage() override {
         if (!inputImage) return {};
         if (!isFinite(inputNeutral) || !isFinite(inputTargetNeutral))

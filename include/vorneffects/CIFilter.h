@@ -6,6 +6,7 @@
 #if VORN_HAS_LANGUAGE
 
 #include "CIImage.h"
+#include "FilterGuide.h"
 
 #include <cstdint>
 #include <memory>
@@ -90,6 +91,8 @@ struct FilterClassInfo {
     CIFilterRef (*create)();
     const Attributes& (*customAttributes)();
     const std::vector<InputInfo>& (*inputs)();
+    const FilterGuide& (*guide)();
+    detail::FolderName folder; ///< where its source lies
 };
 
 } // namespace vorn
@@ -243,6 +246,19 @@ const Attributes& attributesOf() {
     return attributes;
 }
 
+/// What the class tells, completed by what else is known of it.
+template <class Filter>
+const FilterGuide& guideOf() {
+    static const FilterGuide guide = [] {
+        FilterGuide told;
+        if constexpr (requires { Filter::guide(); }) told = Filter::guide();
+        told.takesFrameTime = !std::is_same_v<decltype(&Filter::setVornFrameTime),
+                                              decltype(&CIFilter::setVornFrameTime)>;
+        return completed(std::move(told), Filter::classInformation);
+    }();
+    return guide;
+}
+
 struct ClassRegistration {
     explicit ClassRegistration(Class info) { registerClass(info); }
 };
@@ -342,7 +358,9 @@ private:
         {#FilterClass, &FilterClass::classInformation, &FilterClass::classInformation},            \
         &::vorn::detail::Guarded<FilterClass>::make,                                               \
         &::vorn::detail::attributesOf<FilterClass>,                                                \
-        &FilterClass::inputs};                                                                     \
+        &FilterClass::inputs,                                                                      \
+        &::vorn::detail::guideOf<FilterClass>,                                                     \
+        ::vorn::detail::folderOf(__FILE__)};                                                       \
     static const ::vorn::detail::ClassRegistration registered##FilterClass{FilterClass::theClass()};
 
 #endif // VORN_HAS_LANGUAGE

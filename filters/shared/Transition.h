@@ -1,0 +1,17 @@
+// What the guides of all transitions say alike.
+#pragma once
+
+#include "core/FilterSupport.h"
+
+namespace vorn::filters {
+
+inline std::vector<InputGuide> transitionGuides(std::vector<InputGuide> others = {}) {
+    others.push_back({.key = "inputImage", .label = "from", .purpose = "the outgoing picture"});
+    others.push_back({.key = "inputTargetImage", .label = "to", .purpose = "the incoming picture"});
+    others.push_back({.key = "inputFadeStatus",
+                      .purpose = "how far the transition has come, from 0 to 1",
+                      .feed = InputFeed::Time});
+    return others;
+}
+
+} // namespace vorn::filters
