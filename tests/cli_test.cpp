@@ -476,6 +476,34 @@ TEST(Doctor, NamesADamagedLibraryAndAMissingManifest) {
     EXPECT_GE(report.at("problems").size(), 2U);
 }
 
+TEST(Doctor, NamesAnEntryWithoutAClassAndAKernelThatIsNotThere) {
+    BundleCopy copy;
+    for (const auto& file :
+         std::filesystem::directory_iterator(BundleCopy::original("x").parent_path()))
+        copy.take(file.path().filename());
+    const std::string manifest = "VornEffectsManifest.plist", entries = "<array>";
+    std::string text = fileContents(BundleCopy::original(manifest));
+    text.insert(text.find(entries) + entries.size(),
+                "<dict><key>FilterName</key><string>VENew</string>"
+                "<key>ClassName</key><string>VENwe</string></dict>");
+    for (const std::string& name : {manifest, std::string("VE_SolarizeFilterKernel.ci.metallib")})
+        std::filesystem::remove(copy.folder() / name);
+    copy.write(manifest, text);
+    copy.write("VE_SolarizeFilterKernel.ci.metallib",
+               fileContents(BundleCopy::original("VE_XrayFilterKernel.ci.metallib")));
+
+    const std::filesystem::path library =
+        copy.folder().parent_path() / std::filesystem::path(VORN_LIBRARY_PATH).filename();
+    const Outcome run =
+        runVorn("doctor --json",
+                "ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD='" + library.string() + "'");
+    EXPECT_EQ(run.code, 1);
+    const Json problems = run.objects().at(0).at("problems");
+    ASSERT_EQ(problems.size(), 2U) << problems;
+    EXPECT_NE(std::string(problems[0]).find("VENew -> VENwe"), std::string::npos) << problems;
+    EXPECT_NE(std::string(problems[1]).find("VE_Solarize_solarize"), std::string::npos) << problems;
+}
+
 // ---- gallery ----------------------------------------------------------------------------------
 
 class Gallery : public testing::Test {

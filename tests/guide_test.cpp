@@ -149,7 +149,7 @@ TEST(Guides, BeginWithWhatShows) {
         Bitmap result(kWidth, kHeight);
         EXPECT_TRUE(context.render(image, result.bytes(), size_t{kWidth} * 4,
                                    {0, 0, kWidth, kHeight}, CIFormat::RGBA8))
-            << context.lastError();
+            << name << ": " << context.lastError();
         double most = 0;
         result.forEach([&](int x, int y) {
             for (size_t c = 0; c < 4; ++c)

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <sstream>
 #include <thread>
 
 #include <CLI/CLI.hpp>
@@ -222,6 +223,8 @@ void checkManifest(Findings& findings, const Bundle& bundle) {
     else if (!entries)
         state = "without entries";
     if (!entries) findings.addProblem("manifest: " + state);
+    std::istringstream faults(entries ? VornEffectsRegistrar::registrationProblem() : "");
+    for (std::string fault; std::getline(faults, fault);) findings.addProblem(fault);
     findings.add("manifest",
                  Json{{"path", path ? Json(*path) : Json(nullptr)},
                       {"readable", entries != nullptr},
