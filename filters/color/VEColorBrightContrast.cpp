@@ -25,7 +25,7 @@ public:
                 "Sets the strength of red, green and blue, the brightness and the contrast.",
             .tags = {"brightness", "contrast", "colour balance", "gain"},
             .inputs = {{.key = "inputBrightness",
-                        .purpose = "black at 0, where it is until it is set; no change at 127",
+                        .purpose = "dark at 0, where it is until it is set; no change at 127",
                         .from = 0,
                         .to = 255,
                         .start = 127.0},

@@ -19,12 +19,14 @@ public:
     static FilterGuide guide() {
         return {
             .title = "Traffic sign",
-            .sentence = "Reduces the picture to a few flat, bold colours, as on an enamelled sign.",
+            .sentence = "Redraws the picture in the flat colours of traffic signs: white, red, "
+                        "orange, yellow, green and blue.",
             .tags = {"posterize", "flat", "bold", "colours"},
             .inputs = {{.key = "inputScale",
-                        .label = "steps",
-                        .purpose = "into how many steps each of red, green and blue is divided"},
-                       {.key = "inputBoost", .purpose = "how far colours are pushed apart before"}},
+                        .label = "shades",
+                        .purpose = "how finely the colours are shaded, from flat to twelve steps"},
+                       {.key = "inputBoost",
+                        .purpose = "how soon pale colours are more than white"}},
             .beginWith = {{"inputMixer", 1}, {"inputScale", 10}, {"inputBoost", 1.5}}};
     }
 

@@ -22,9 +22,8 @@ inline Attributes levelRampAttributes() {
 }
 
 inline std::vector<InputGuide> levelRampGuides() {
-    return {
-        {.key = "input1Amount", .purpose = "the level from which on the picture counts as bright"},
-        {.key = "input2Amount", .purpose = "how steep the slope below that level is"}};
+    return {{.key = "input1Amount", .purpose = "the level from which on the picture stays whole"},
+            {.key = "input2Amount", .purpose = "how steep the fade below that level is"}};
 }
 
 } // namespace vorn::filters

@@ -16,7 +16,8 @@ public:
             .sentence = "Makes black, white or a primary colour transparent, or everything but one "
                         "of them.",
             .tags = {"key", "transparency", "black", "white", "primary"},
-            .inputs = {{.key = "inputAmount", .purpose = "how transparent it becomes"},
+            .inputs = {{.key = "inputAmount",
+                        .purpose = "how transparent it becomes, or how choosy what alone stays is"},
                        {.key = "inputThreshold",
                         .purpose = "how pure a colour has to be to go, or to stay, as a whole"}},
             .modes = {"black goes", "white goes", "red goes", "green goes", "blue goes",

@@ -16,11 +16,13 @@ public:
                 .sentence = "Darkens the picture in pulses, from a soft breathing to hard flashes.",
                 .tags = {"flash", "pulse", "blink", "rhythm"},
                 .inputs = {{.key = "inputFrequency",
-                            .purpose = "how hard the pulse is: soft at 1, a switch at 100"},
+                            .purpose =
+                                "how far waves swing and how soft switches are; fainter below 1"},
                            {.key = "inputSpeed", .purpose = "how fast it pulses"},
                            {.key = "inputRange",
-                            .purpose = "how long it stays light or dark; even at 127; no part of "
-                                       "the first and the last two modes",
+                            .purpose =
+                                "how long light or dark is held, or the level that waves swing "
+                                "about, the middle at 127; not in the first and the last two modes",
                             .from = 0,
                             .to = 255,
                             .start = 127.0}},
