@@ -98,6 +98,8 @@ std::string purposeOf(const ListedInput& input) {
     const auto add = [&](const char* note) {
         text += (text.empty() ? "" : "; ") + std::string(note);
     };
+    if (input.guide.feed == InputFeed::Time) add("runs with the time");
+    if (input.guide.feed == InputFeed::Tracking) add("from a tracker");
     if (input.guide.isDead)
         add("dead: advertised, but not read");
     else if (!input.isAdvertised && input.kind != InputKind::Image)
