@@ -97,7 +97,12 @@ bool inSomeMode(const FilterGuide& guide, Question isTrue) {
     });
 }
 
-TEST(Guides, AreWhole) {
+class Guides : public testing::Test {
+protected:
+    void TearDown() override { PlatformClock::release(); }
+};
+
+TEST_F(Guides, AreWhole) {
     for (const std::string& name : names(false)) {
         const CIFilterRef filter = CIFilter::filterWithName(name);
         ASSERT_NE(filter, nullptr) << name;
@@ -116,7 +121,7 @@ TEST(Guides, AreWhole) {
     }
 }
 
-TEST(Guides, NameEachModeOnce) {
+TEST_F(Guides, NameEachModeOnce) {
     for (const std::string& name : names(false)) {
         const CIFilterRef filter = CIFilter::filterWithName(name);
         const FilterGuide& guide = filter->filterClass().guide();
@@ -139,7 +144,7 @@ TEST(Guides, NameEachModeOnce) {
     }
 }
 
-TEST(Guides, BeginWithWhatShows) {
+TEST_F(Guides, BeginWithWhatShows) {
     CIContext context({.device = DeviceKind::CPU});
     const auto changes = [&](const std::string& name, const std::vector<Setting>& settings) {
         PlatformClock::drive(0);
@@ -169,7 +174,7 @@ TEST(Guides, BeginWithWhatShows) {
     }
 }
 
-TEST(Guides, SayWhatMovesAndWhatStays) {
+TEST_F(Guides, SayWhatMovesAndWhatStays) {
     for (const std::string& name : names(false)) {
         const FilterGuide& guide = CIFilter::filterWithName(name)->filterClass().guide();
         const auto graphAt = [&](const auto& settings, std::initializer_list<uint64_t> times,
@@ -215,7 +220,7 @@ public:
 };
 VORN_REGISTER(MistypedProbe)
 
-TEST(Guides, NameWhatDoesNotFit) {
+TEST_F(Guides, NameWhatDoesNotFit) {
     const std::vector<std::string> problems = guideProblems(MistypedProbe::classInformation);
     for (const char* expected :
          {"no sentence that ends with a full stop", "gives no tags",
