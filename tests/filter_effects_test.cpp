@@ -496,34 +496,6 @@ INSTANTIATE_TEST_SUITE_P(
                   }}),
     [](const auto& test) { return test.param.title; });
 
-TEST(Copies, ShareTheMiddleLineOfAnOddSide) {
-    // Large enough for crops and transforms, lying and standing; nothing in it is opaque.
-    for (const auto& [width, height] : {std::pair{8193, 5}, std::pair{5, 8193}}) {
-        Bitmap source(width, height, CIFormat::RGBA8);
-        source.forEach([&](int x, int y) {
-            const double level = (x * 7 + y * 3) % 100 / 255.0;
-            source.set(x, y, {level, 0, 0, 128 / 255.0});
-        });
-        for (const int mode : {3, 4, 5, 6, 7, 9}) {
-            const CIImage image = filtered("VEMirrors", source.image(), inputs({{"Mode", mode}}));
-            const bool left = mode == 3 || mode == 7, right = mode == 4 || mode == 9;
-            const bool lower = mode == 5 || mode == 7, upper = mode == 6 || mode == 9;
-            const auto expected = [&](int x, int y) {
-                const int u = width - 1 - x, v = height - 1 - y;
-                return source.pixel(left    ? std::min(x, u)
-                                    : right ? std::max(x, u)
-                                            : x,
-                                    lower   ? std::min(y, v)
-                                    : upper ? std::max(y, v)
-                                            : y);
-            };
-            EXPECT_TRUE(isClose(render(*cpuContexts().front(), image, image.extent()), expected,
-                                {1.01 / 255}))
-                << mode << ", " << width << " by " << height;
-        }
-    }
-}
-
 TEST(Copies, KeepFinePatternsCalm) {
     // Waves of four thirds of a pixel of the copies: a plain mean lets 30 % of them through.
     Bitmap source(192, 96, CIFormat::RGBAf);

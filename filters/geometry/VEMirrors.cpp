@@ -2,8 +2,6 @@
 // large for a kernel to read anywhere are put together of crops and transforms.
 #include "core/FilterSupport.h"
 
-#include <cmath>
-
 class VEMirrors : public CIFilter {
 public:
     VEMirrors() { loadKernels<VEMirrors>(kernels, "VE_MirrorsFilterKernel", kFunctions); }
@@ -92,34 +90,14 @@ private:
         if (isWhole) return flipped(inputImage, layout.flipsX ? horizontal : vertical);
 
         const CGRect extent = inputImage.extent();
-        CIImage image = cropped(inputImage, partOf(layout, extent.width, extent.height));
-        if (layout.flipsY)
-            image = withoutMiddle(flipped(image, vertical), {0, layout.part.y == 0 ? 1.0 : -1.0},
-                                  extent)
-                        .imageByCompositingOverImage(image);
-        if (layout.flipsX)
-            image = withoutMiddle(flipped(image, horizontal), {layout.part.x == 0 ? 1.0 : -1.0, 0},
-                                  extent)
-                        .imageByCompositingOverImage(image);
+        CIImage image = cropped(partOf(layout, extent.width, extent.height));
+        if (layout.flipsY) image = flipped(image, vertical).imageByCompositingOverImage(image);
+        if (layout.flipsX) image = flipped(image, horizontal).imageByCompositingOverImage(image);
         return image;
     }
-    /// A flipped half, to the right or above where `side` is 1 and to the left or below where it is
-    /// -1. The middle line of an odd side belongs to both halves; it is drawn once, as a
-    /// translucent one drawn twice would be denser.
-    CIImage withoutMiddle(const CIImage& half, CGPoint side, CGRect extent) {
-        const double length = side.x != 0 ? extent.width : extent.height;
-        if (std::fmod(length, 2) != 1) return half;
-        const double low = std::floor(length / 2), high = low + 1;
-        CGRect rect{0, 0, extent.width, extent.height};
-        if (side.x > 0) rect.x = high;
-        if (side.y > 0) rect.y = high;
-        if (side.x != 0) rect.width = low;
-        if (side.y != 0) rect.height = low;
-        return cropped(half, rect);
-    }
-    CIImage cropped(const CIImage& image, CGRect rect) {
+    CIImage cropped(CGRect rect) {
         CIFilter& filter = chained(crop, "CICrop");
-        filter.setValueForKey(image, "inputImage");
+        filter.setValueForKey(inputImage, "inputImage");
         filter.setValueForKey(CIVector(rect.x, rect.y, rect.width, rect.height), "inputRectangle");
         return filter.outputImage();
     }
