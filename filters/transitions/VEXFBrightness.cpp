@@ -1,7 +1,6 @@
 // Brightness: a dissolve that passes through a brightened picture or, in its second mode, through a
 // darkened one.
 #include "filters/shared/Transition.h"
-#include "filters/transitions/Incoming.h"
 
 class VEXFBrightness : public CIFilter {
 public:
@@ -24,8 +23,7 @@ public:
     }
 
     CIImage outputImage() override {
-        const CISampler source(inputImage);
-        const CISampler target(incomingFor(inputTargetImage, source.extent()));
+        const CISampler source(inputImage), target(inputTargetImage);
         return kernelForMode(kernels, inputMode)
             .applyWithExtent(source.extent(), RegionOfInterest::identity(),
                              {source, target, inputFadeStatus});

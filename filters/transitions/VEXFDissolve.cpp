@@ -1,7 +1,6 @@
 // Dissolve: carries the picture from one image to another; the adjustment holds the outgoing image
 // longer.
 #include "filters/shared/Transition.h"
-#include "filters/transitions/Incoming.h"
 
 #include <cmath>
 
@@ -28,8 +27,7 @@ public:
     }
 
     CIImage outputImage() override {
-        const CISampler source(inputImage);
-        const CISampler target(incomingFor(inputTargetImage, source.extent()));
+        const CISampler source(inputImage), target(inputTargetImage);
         const float share = std::pow(inputFadeStatus.floatValue(), inputAdjust.floatValue());
         return kernel.applyWithExtent(source.extent(), RegionOfInterest::identity(),
                                       {source, target, share});

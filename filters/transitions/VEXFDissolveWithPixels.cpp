@@ -1,6 +1,5 @@
 // Dissolve with pixels: a dissolve whose picture breaks up into blocks, the largest halfway.
 #include "filters/shared/Transition.h"
-#include "filters/transitions/Incoming.h"
 
 #include <cmath>
 
@@ -30,15 +29,12 @@ public:
     }
 
     CIImage outputImage() override {
-        const CISampler source(inputImage);
-        const CISampler target(incomingFor(inputTargetImage, source.extent()));
+        const CISampler source(inputImage), target(inputTargetImage);
         const float time = inputFadeStatus.floatValue();
         const float share = std::pow(time, inputAdjust.floatValue());
         const CIImage mixed = kernels[0].applyWithExtent(
             source.extent(), RegionOfInterest::identity(), {source, target, share});
         if (!mixed) return {};
-        // Without end there is no middle that blocks could be set out from.
-        if (!mixed.extent().isFinite()) return mixed;
 
         const auto middle = static_cast<float>(std::min(std::max<double>(time, 0.0001), 0.9999));
         const auto block = static_cast<float>((1 - 2 * std::fabs(middle - 0.5)) * 100);
@@ -47,9 +43,13 @@ public:
         const CISampler blocks(mixed);
         // Half a quarter of a block.
         const int part = timesSmaller(block / 4);
-        return kernels[1]
-            .applyWithExtent(blocks.extent(), RegionOfInterest::grownBy(-margin), {blocks, block})
-            .imageWithReduction(part, part);
+        const CIImage result =
+            kernels[1]
+                .applyWithExtent(blocks.extent(), RegionOfInterest::grownBy(-margin),
+                                 {blocks, block})
+                .imageWithReduction(part, part);
+        // Without end there is no middle that blocks could be set out from.
+        return mixed.extent().isFinite() ? result : result.imageKnownToEqual(mixed);
     }
 
     CIImage inputImage, inputTargetImage;
