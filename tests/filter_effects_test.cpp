@@ -545,15 +545,15 @@ INSTANTIATE_TEST_SUITE_P(
     Transitions, Graphs,
     testing::Values(
         GraphCase{"Dissolve", "VEXFDissolve", inputs({{"FadeStatus", 0.5}, {"Adjust", 2}}),
-                  "VEXFDissolve_dissolve(source, CI_clamp(target) own, 0.25) own own"},
+                  "VEXFDissolve_dissolve(source, target, 0.25) own own"},
         GraphCase{"DissolveWithPixels", "VEXFDissolveWithPixels",
                   inputs({{"FadeStatus", 0.5}, {"Adjust", 2}}),
                   "VEXFDissolveWithPixels_pixellate(VEXFDissolveWithPixels_dissolve(source, "
-                  "CI_clamp(target) own, "
+                  "target, "
                   "0.25) own own, 100) [110 111 30 31]"},
         GraphCase{"DissolveWithPixelsEnd", "VEXFDissolveWithPixels", inputs({{"FadeStatus", 1}}),
                   "VEXFDissolveWithPixels_pixellate(VEXFDissolveWithPixels_dissolve(source, "
-                  "CI_clamp(target) own, "
+                  "target, "
                   "1) own own, 0.0200033) [100.002 101.002 49.996 50.996]"},
         GraphCase{"ColorBlendMiddle",
                   "VEXFColorBlend",
@@ -562,9 +562,9 @@ INSTANTIATE_TEST_SUITE_P(
         GraphCase{"ColorBlendLater", "VEXFColorBlend", inputs({{"FadeStatus", 0.75}}),
                   "VEXFColorBlend_colorBlend(target, (1 1 1 1), 0.5) own"},
         GraphCase{"BrightFirst", "VEXFBrightness", inputs({{"FadeStatus", 0.3}, {"Mode", -1}}),
-                  "VEXFBrightness_brightFirst(source, CI_clamp(target) own, 0.3) own own"},
+                  "VEXFBrightness_brightFirst(source, target, 0.3) own own"},
         GraphCase{"DarkFirst", "VEXFBrightness", inputs({{"FadeStatus", 0.3}, {"Mode", 2}}),
-                  "VEXFBrightness_darkFirst(source, CI_clamp(target) own, 0.3) own own"}),
+                  "VEXFBrightness_darkFirst(source, target, 0.3) own own"}),
     [](const auto& test) { return test.param.title; });
 
 TEST(Transitions, BeginWithOneImageAndEndWithTheOther) {

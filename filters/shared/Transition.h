@@ -14,4 +14,11 @@ inline std::vector<InputGuide> transitionGuides(std::vector<InputGuide> others =
     return others;
 }
 
+/// What a transition's kernel reads: the own pixels, also of an incoming picture that covers the
+/// frame. Of another one it reads the border too.
+inline RegionOfInterest transitionReads(const CIImage& incoming, CGRect frame) {
+    const RegionOfInterest rule = RegionOfInterest::identity();
+    return incoming.extent().intersection(frame) == frame ? rule.exact() : rule;
+}
+
 } // namespace vorn::filters

@@ -25,7 +25,7 @@ public:
     CIImage outputImage() override {
         const CISampler source(inputImage), target(inputTargetImage);
         return kernelForMode(kernels, inputMode)
-            .applyWithExtent(source.extent(), RegionOfInterest::identity(),
+            .applyWithExtent(source.extent(), transitionReads(inputTargetImage, source.extent()),
                              {source, target, inputFadeStatus});
     }
 

@@ -29,7 +29,8 @@ public:
     CIImage outputImage() override {
         const CISampler source(inputImage), target(inputTargetImage);
         const float share = std::pow(inputFadeStatus.floatValue(), inputAdjust.floatValue());
-        return kernel.applyWithExtent(source.extent(), RegionOfInterest::identity(),
+        return kernel.applyWithExtent(source.extent(),
+                                      transitionReads(inputTargetImage, source.extent()),
                                       {source, target, share});
     }
 

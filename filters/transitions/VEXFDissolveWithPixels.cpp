@@ -33,8 +33,11 @@ public:
         const float time = inputFadeStatus.floatValue();
         const float share = std::pow(time, inputAdjust.floatValue());
         const CIImage mixed = kernels[0].applyWithExtent(
-            source.extent(), RegionOfInterest::identity(), {source, target, share});
+            source.extent(), transitionReads(inputTargetImage, source.extent()),
+            {source, target, share});
         if (!mixed) return {};
+        // Without end there is no middle that blocks could be set out from.
+        if (!mixed.extent().isFinite()) return mixed;
 
         const auto middle = static_cast<float>(std::min(std::max<double>(time, 0.0001), 0.9999));
         const auto block = static_cast<float>((1 - 2 * std::fabs(middle - 0.5)) * 100);
@@ -43,13 +46,9 @@ public:
         const CISampler blocks(mixed);
         // Half a quarter of a block.
         const int part = timesSmaller(block / 4);
-        const CIImage result =
-            kernels[1]
-                .applyWithExtent(blocks.extent(), RegionOfInterest::grownBy(-margin),
-                                 {blocks, block})
-                .imageWithReduction(part, part);
-        // Without end there is no middle that blocks could be set out from.
-        return mixed.extent().isFinite() ? result : result.imageKnownToEqual(mixed);
+        return kernels[1]
+            .applyWithExtent(blocks.extent(), RegionOfInterest::grownBy(-margin), {blocks, block})
+            .imageWithReduction(part, part);
     }
 
     CIImage inputImage, inputTargetImage;

@@ -7,10 +7,9 @@ uniform bool covers(uniform float from, uniform float length, uniform float fram
     return length > 1.0e9 || (from <= frameFrom && from + length >= frameFrom + frameLength);
 }
 
-// At the own pixel of the frame that `image` has.
-vec4 incoming(sampler target, sampler image) {
+// At the own pixel of a frame of that extent.
+vec4 incoming(sampler target, uniform vec4 frame) {
     uniform vec4 there = samplerExtent(target);
-    uniform vec4 frame = samplerExtent(image);
     if (covers(there.x, there.z, frame.x, frame.z) && covers(there.y, there.w, frame.y, frame.w))
         return sample(target, samplerCoord(target));
     uniform vec2 low = vec2(there.x, there.y) + 0.5;
