@@ -26,7 +26,7 @@ public:
                             .from = 0,
                             .to = 255,
                             .start = 127.0}},
-                .modes = {"on and off", "dark with flashes", "light with blackouts", "waves",
+                .modes = {"on and off", "on for longer", "off for longer", "waves",
                           "waves with held ends", "humps", "dips", "snap to black and back",
                           "snap to the picture and fade"},
                 .movesByItself = true,
