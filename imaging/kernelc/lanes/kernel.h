@@ -827,8 +827,6 @@ VORN_INLINE void forEachGroup(const KernelCall& call, GroupFunction group) {
 // The functions that are called and not inlined are the same in every library. They are compiled
 // once for each level, in common.cpp; a library links those that it calls.
 #define VORN_COMMON_IN(keyword, memory)                                                            \
-    keyword template Pixel loadPartial<memory>(const SourceView&, const uint8_t*, int);            \
-    keyword template void storePartial<memory>(int, ChannelOrder, uint8_t*, int64_t, Pixel, int);  \
     keyword template Pixel calledSampleAt<memory>(const SourceView&, Vec2<Float>);                 \
     keyword template Pixel fetchFromRow<memory, SourceView>(SourceView, Int, int);                 \
     keyword template Pixel fetchFromRow<memory, const SourceView&>(const SourceView&, Int, int);   \

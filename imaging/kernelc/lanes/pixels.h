@@ -435,11 +435,27 @@ VORN_INLINE Float loadPlane(const uint8_t* from) {
 
 // ---- Whole and partial groups ------------------------------------------------------------------
 
-/// N pixels, all of which are there.
+/// N pixels from `from`, of which only `count` are there to be read; the others are 0.
 template <Memory memory>
-VORN_INLINE Pixel loadWhole(const SourceView& view, const uint8_t* from, int64_t planeBytes) {
+VORN_INLINE Pixel loadGroup(const SourceView& view, const uint8_t* from, int count) {
+    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
+    int64_t planeBytes = view.planeBytes;
+    alignas(64) uint8_t partial[16 * N];
+    if (count < N) [[unlikely]] {
+        std::memset(partial, 0, sizeof partial);
+        const int64_t bytes = static_cast<int64_t>(count) * bytesPerPixel(layout);
+        if (layout == kPlanar) {
+            for (int plane = 0; plane < 4; ++plane)
+                std::memcpy(partial + plane * 4 * N, from + plane * planeBytes,
+                            static_cast<size_t>(bytes));
+            planeBytes = 4 * N;
+        } else {
+            std::memcpy(partial, from, static_cast<size_t>(bytes));
+        }
+        from = partial;
+    }
     if constexpr (isPacked(memory)) return unpack<memory>(loadTexels(from), view.order);
-    switch (view.layout) {
+    switch (layout) {
     case kPacked8:
         return unpack<memory>(loadTexels(from), view.order);
     case kHalf:
@@ -450,30 +466,6 @@ VORN_INLINE Pixel loadWhole(const SourceView& view, const uint8_t* from, int64_t
         return {loadPlane(from), loadPlane(from + planeBytes), loadPlane(from + 2 * planeBytes),
                 loadPlane(from + 3 * planeBytes)};
     }
-}
-
-/// The last pixels of a row, which do not fill a group. Once in a row: a call.
-template <Memory memory>
-__attribute__((noinline, cold)) Pixel loadPartial(const SourceView& view, const uint8_t* from,
-                                                  int count) {
-    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
-    alignas(64) uint8_t partial[16 * N];
-    std::memset(partial, 0, sizeof partial);
-    const auto bytes = static_cast<size_t>(count) * static_cast<size_t>(bytesPerPixel(layout));
-    if (layout == kPlanar)
-        for (int plane = 0; plane < 4; ++plane)
-            std::memcpy(partial + plane * 4 * N, from + plane * view.planeBytes, bytes);
-    else
-        std::memcpy(partial, from, bytes);
-    return loadWhole<memory>(view, partial, 4 * N);
-}
-
-/// N pixels from `from`, of which only `count` are there to be read; the others are 0.
-template <Memory memory>
-VORN_INLINE Pixel loadGroup(const SourceView& view, const uint8_t* from, int count) {
-    if (count < N) [[unlikely]]
-        return loadPartial<memory>(view, from, count);
-    return loadWhole<memory>(view, from, view.planeBytes);
 }
 
 /// `loadGroup` and `storeGroup` of packed pixels that stay as they are.
@@ -493,43 +485,37 @@ VORN_INLINE void storeTexels(uint8_t* to, Texels t, int count) {
 }
 
 template <Memory memory>
-VORN_INLINE void storeWhole(int layout, ChannelOrder order, uint8_t* to, int64_t planeBytes,
-                            Pixel p) {
-    if (isPacked(memory) || layout == kPacked8) {
-        const Texels t = pack(p, order);
-        std::memcpy(to, &t, sizeof t);
-    } else if (layout == kHalf) {
-        storeHalves(to, p);
-    } else if (layout == kFloat) {
-        storeFloats(to, p);
-    } else {
-        std::memcpy(to, &p.x, sizeof p.x);
-        std::memcpy(to + planeBytes, &p.y, sizeof p.y);
-        std::memcpy(to + 2 * planeBytes, &p.z, sizeof p.z);
-        std::memcpy(to + 3 * planeBytes, &p.w, sizeof p.w);
-    }
-}
-
-template <Memory memory>
-__attribute__((noinline, cold)) void storePartial(int layout, ChannelOrder order, uint8_t* to,
-                                                  int64_t planeBytes, Pixel p, int count) {
-    alignas(64) uint8_t partial[16 * N];
-    storeWhole<memory>(layout, order, partial, 4 * N, p);
-    const auto bytes = static_cast<size_t>(count) * static_cast<size_t>(bytesPerPixel(layout));
-    if (layout == kPlanar)
-        for (int plane = 0; plane < 4; ++plane)
-            std::memcpy(to + plane * planeBytes, partial + plane * 4 * N, bytes);
-    else
-        std::memcpy(to, partial, bytes);
-}
-
-template <Memory memory>
 VORN_INLINE void storeGroup(const TargetView& view, uint8_t* to, Pixel p, int count) {
     const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
-    if (count < N) [[unlikely]]
-        storePartial<memory>(layout, view.order, to, view.planeBytes, p, count);
-    else
-        storeWhole<memory>(layout, view.order, to, view.planeBytes, p);
+    int64_t planeBytes = view.planeBytes;
+    alignas(64) uint8_t partial[16 * N];
+    uint8_t* out = to;
+    if (count < N) [[unlikely]] {
+        out = partial;
+        planeBytes = 4 * N;
+    }
+    if (isPacked(memory) || layout == kPacked8) {
+        const Texels t = pack(p, view.order);
+        std::memcpy(out, &t, sizeof t);
+    } else if (layout == kHalf) {
+        storeHalves(out, p);
+    } else if (layout == kFloat) {
+        storeFloats(out, p);
+    } else {
+        std::memcpy(out, &p.x, sizeof p.x);
+        std::memcpy(out + planeBytes, &p.y, sizeof p.y);
+        std::memcpy(out + 2 * planeBytes, &p.z, sizeof p.z);
+        std::memcpy(out + 3 * planeBytes, &p.w, sizeof p.w);
+    }
+    if (count < N) [[unlikely]] {
+        const size_t bytes =
+            static_cast<size_t>(count) * static_cast<size_t>(bytesPerPixel(layout));
+        if (layout == kPlanar)
+            for (int plane = 0; plane < 4; ++plane)
+                std::memcpy(to + plane * view.planeBytes, partial + plane * planeBytes, bytes);
+        else
+            std::memcpy(to, partial, bytes);
+    }
 }
 
 } // namespace vorn::lanes
