@@ -94,7 +94,7 @@ public:
                     CIFormat format, CGColorSpace workingSpace, CGColorSpace outputSpace) noexcept;
 
     /// Gives back what no render under way needs, and the idle images of the device.
-    void trim() noexcept;
+    void trim() noexcept override;
 
     const std::shared_ptr<Device>& device() const { return device_; }
     /// How long the parts of the last finished render took on the device; zeros where that cannot
