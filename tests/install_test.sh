@@ -22,7 +22,7 @@ for path in "$tree/include/vorneffects/VornEffects.h" "$libraries/libVornEffects
     "$libraries/VornEffects/VornEffectsManifest.plist" "$libraries/VornEffects/FX_error_image.png"; do
     [ -f "$path" ] || fail "there is no $path"
 done
-for kernel in "$source"/kernels/*.kernel; do
+for kernel in "$source"/kernels/*/*.kernel; do
     name=$(basename "$kernel" .kernel).ci.metallib
     [ -f "$libraries/VornEffects/$name" ] || fail "the kernel library $name is not installed"
 done

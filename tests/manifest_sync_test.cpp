@@ -79,7 +79,7 @@ TEST(InStep, KernelsAreThoseThatFiltersLoad) {
     }
     for (const std::string& word : filterWords) {
         const bool isLibrary = word.ends_with("FilterKernel");
-        EXPECT_EQ(isLibrary, libraries.contains(word)) << "kernels/" << word << ".kernel";
+        EXPECT_EQ(isLibrary, libraries.contains(word)) << "kernels/*/" << word << ".kernel";
     }
 }
 

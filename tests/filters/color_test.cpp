@@ -1,13 +1,105 @@
-// The pictures of the filters against their formulas in double precision, for a few pixels of every
-// sort, and what their neutral settings leave alone.
-#include "support.h"
+// Colour and tone: what each filter passes on, pictures against their formulas in double precision,
+// and what they promise to the eye.
+#include "tables.h"
 
-#include <functional>
-#include <ostream>
+#include <limits>
 
 namespace {
 
-using Straight = std::array<double, 3>;
+const char* const kFourByte =
+    "1 no label to 255 default %, 2 no label to 255 default %, 3 no label to 255 default %, "
+    "4 no label to 255 default %";
+std::string fourOf(const std::string& standard) {
+    std::string text = kFourByte;
+    for (size_t at; (at = text.find('%')) != std::string::npos;) text.replace(at, 1, standard);
+    return text;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Color, Advertised,
+    testing::Values(
+        AdvertisedCase{"VEDummy", ""}, AdvertisedCase{"VESolarize", "Intensity \"intensity\""},
+        AdvertisedCase{"VE_RGB_Gamma", fourOf("80")},
+        AdvertisedCase{"VE_RGB_Contrast", fourOf("127")},
+        AdvertisedCase{"VEColorBrightContrast",
+                       "Brighness \"brightness\" to 255 default 127, "
+                       "Contrast \"contrast\" to 255 default 127, Red \"red\" to 255 default 127, "
+                       "Green \"green\" to 255 default 127, Blue \"blue\" to 255 default 127"},
+        AdvertisedCase{"VE_GainClamp",
+                       "1 no label to 255, 2 no label to 255 default 255, "
+                       "3 no label to 255 default 255, 4 no label to 255 default 255"},
+        AdvertisedCase{"VEXray", "Intensity \"intensity\""},
+        AdvertisedCase{"VEGobo", "Mixer \"mixer\" default 1, Intensity \"intensity\", "
+                                 "Red \"red\", Green \"green\", Blue \"blue\""},
+        AdvertisedCase{"VE_TrafficSign", "Mixer no label, Scale no label min 1 from 1 to 200 "
+                                         "default 10, Boost no label min 1 from 1 to 5 default 1"}),
+    kByFilter);
+
+GraphCase color(const char* title, const char* filter, Settings settings, std::string graph) {
+    return {title, filter, std::move(settings), std::move(graph), frame(4, 3, {10, -5})};
+}
+GraphCase gainClamp(const char* title, Number mode, const char* kernel) {
+    return color(title, "VE_GainClamp",
+                 {{"input1", mode}, {"input2", Number(51)}, {"input3", Number(128)}},
+                 std::string("VE_GainClamp_") + kernel + "(source, 0.2, 0.501961, 1) own");
+}
+GraphCase brightContrast(const char* title, Settings settings, const char* arguments) {
+    return color(title, "VEColorBrightContrast", std::move(settings),
+                 std::string("VE_ColorBrightContrast_colorBrightContrast(source, ") + arguments +
+                     ")");
+}
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+INSTANTIATE_TEST_SUITE_P(
+    Color, Graphs,
+    testing::Values(
+        color("Dummy", "VEDummy", {}, "VE_Dummy_dummy(source) own"),
+        color("SolarizeDefaults", "VESolarize", {}, "VE_Solarize_solarize(source, 0)"),
+        color("SolarizeOutOfRange", "VESolarize", inputs({{"Intensity", -3}}),
+              "VE_Solarize_solarize(source, -3)"),
+        color("Xray", "VEXray", inputs({{"Intensity", 0.25}}), "VE_Xray_xray(source, 0.25)"),
+        color("Gobo", "VEGobo",
+              inputs({{"Intensity", 0.1}, {"Red", 0.2}, {"Green", 0.3}, {"Blue", 0.4}}),
+              "VE_Gobo_blackAndWhite(source, 1, 0.1, 0.2, 0.3, 0.4) own"),
+        color("TrafficSign", "VE_TrafficSign", inputs({{"Boost", 2.5}}),
+              "VE_TrafficSign_trafficSign(source, 0, 10, 2.5) own"),
+        color("GammaDefaults", "VE_RGB_Gamma", {},
+              "VE_RGB_Gamma_rgbGamma(source, 0.998431, 0.998431, 0.998431, 0.998431)"),
+        color("GammaEndsAndUnset", "VE_RGB_Gamma",
+              {{"input1", Number(0)},
+               {"input2", Number(1)},
+               {"input3", Number(255)},
+               {"input4", Number()}},
+              "VE_RGB_Gamma_rgbGamma(source, 0.0886275, 0.1, 2.98863, 0.0886275)"),
+        color("ContrastDefaults", "VE_RGB_Contrast", {},
+              "VE_RGB_Contrast_rgbContrast(source, 1, 1, 1, 1)"),
+        color("ContrastEnds", "VE_RGB_Contrast",
+              inputs({{"1", 0}, {"2", 126}, {"3", 128}, {"4", 255}}),
+              "VE_RGB_Contrast_rgbContrast(source, 0.3, 0.994488, 1.00787, 2.00787)"),
+        brightContrast("BrightContrastDefaults", {}, "(1 1 1), (0 0 0), -1, 1"),
+        brightContrast("BrightContrastByTheAdvertisedKey", inputs({{"Brighness", 200}}),
+                       "(1 1 1), (0 0 0), -1, 1"),
+        brightContrast("BrightContrastByTheKeyThatIsRead",
+                       inputs({{"Brightness", 255}, {"Contrast", 64}}),
+                       "(1 1 1), (0 0 0), 1.00787, 0.503937"),
+        brightContrast("BrightContrastGains",
+                       inputs({{"Red", 255}, {"Green", 0}, {"Blue", 128}, {"Brightness", 127}}),
+                       "(2.00787 0 1.00787), (0.507905 0 3.1e-05), 0, 1"),
+        brightContrast("BrightContrastInfinite", inputs({{"Red", -kInfinity}, {"Brightness", 1.5}}),
+                       "(-inf 1 1), (0 0 0), -0.988189, 1"),
+        gainClamp("GainThreshold", 0.0, "gainThreshold"),
+        gainClamp("GainThresholdWhenUnset", Number(), "gainThreshold"),
+        gainClamp("GainThresholdWhenNegative", -1, "gainThreshold"),
+        gainClamp("GainThresholdWhenNotANumber", std::nan(""), "gainThreshold"),
+        gainClamp("GainClampTruncatesItsMode", 1.9, "gainClamp"),
+        gainClamp("GainClampHybrid", 2, "hybridHSVgainClamp"),
+        gainClamp("GainClampPastTheLast", 7.0, "hybridHSVgainClamp"),
+        gainClamp("GainClampAboveTheSignedRange", 3e9, "gainThreshold")),
+    kByTitle);
+
+// ---- Pictures against their formulas ------------------------------------------------------------
+
 /// A formula on the straight colour; alpha is kept by every one of these filters.
 using Formula = std::function<Straight(Straight)>;
 
@@ -151,11 +243,6 @@ Settings numbered(std::vector<double> values) {
         settings.emplace_back("input" + std::to_string(i + 1), Number(values[i]));
     return settings;
 }
-Settings inputs(std::vector<std::pair<std::string, double>> values) {
-    Settings settings;
-    for (const auto& [key, value] : values) settings.emplace_back("input" + key, Number(value));
-    return settings;
-}
 
 const Formula kUnchanged = [](Straight v) { return v; };
 
@@ -256,8 +343,7 @@ TEST_P(Pictures, AreThoseOfTheFormula) {
     expectFormula(CIFormat::RGBAf, {5e-6});
 }
 
-INSTANTIATE_TEST_SUITE_P(, Pictures, testing::ValuesIn(kCases),
-                         [](const auto& test) { return test.param.title; });
+INSTANTIATE_TEST_SUITE_P(, Pictures, testing::ValuesIn(kCases), kByTitle);
 
 TEST(NeutralSettings, LeaveEveryByteAsItIs) {
     Random random(17);
@@ -269,6 +355,109 @@ TEST(NeutralSettings, LeaveEveryByteAsItIs) {
             EXPECT_TRUE(isClose(render(*context, image, image.extent()), source, {}))
                 << test.title << ", " << nameOf(*context);
     }
+}
+
+// ---- Tone ---------------------------------------------------------------------------------------
+
+const Straight kHues[] = {
+    {0.95, 0.55, 0.1}, {0.2, 0.7, 0.45}, {0.15, 0.3, 0.9}, {0.87, 0.65, 0.51}};
+
+TEST(Light, KeepsBlackBlackAndHighlightsApart) {
+    double last = 0;
+    for (double slider = 0; slider <= 255; slider += 15) {
+        const auto look = [&](double grey) {
+            return lookOf("VEColorBrightContrast", inputs({{"Brightness", slider}}),
+                          Straight{grey, grey, grey})[0];
+        };
+        EXPECT_NEAR(look(0), 0, 1e-6) << slider;
+        EXPECT_GT(look(0.95) - look(0.85), 0.02) << slider;
+        EXPECT_GT(look(0.5), last) << slider;
+        last = look(0.5);
+        for (const Straight& color : kHues)
+            expectHue(lookOf("VEColorBrightContrast", inputs({{"Brightness", slider}}), color),
+                      color, "brightness " + std::to_string(slider));
+    }
+    // The default that is advertised is -1: a dark picture.
+    const double white = lookOf("VEColorBrightContrast", {}, Straight{1, 1, 1})[0];
+    EXPECT_GT(white, 0.2);
+    EXPECT_LT(white, 0.5);
+}
+
+TEST(Contrast, BendsIntoBlackAndWhiteAndKeepsTheHue) {
+    const Settings settings[] = {inputs({{"1", 255}, {"2", 255}, {"3", 255}, {"4", 255}}),
+                                 inputs({{"Brightness", 127}, {"Contrast", 255}})};
+    const char* const names[] = {"VE_RGB_Contrast", "VEColorBrightContrast"};
+    for (int i = 0; i < 2; ++i)
+        for (const auto& [darker, brighter] : {std::pair{0.02, 0.1}, {0.5, 0.6}, {0.9, 0.98}}) {
+            const double low = lookOf(names[i], settings[i], Straight{darker, darker, darker})[0];
+            const double high =
+                lookOf(names[i], settings[i], Straight{brighter, brighter, brighter})[0];
+            EXPECT_GT(high, low + 0.01) << names[i] << " at " << darker;
+        }
+    for (const Straight& color : kHues)
+        for (const double contrast : {30, 90, 190, 255})
+            expectHue(lookOf("VEColorBrightContrast",
+                             with(inputs({{"Brightness", 127}}), "Contrast", contrast), color),
+                      color, "contrast " + std::to_string(contrast));
+}
+
+TEST(Limits, OfTheValueKeepTheHue) {
+    for (const double limit : {40, 100, 180})
+        for (const Straight& color : kHues)
+            expectHue(lookOf("VE_GainClamp", with(inputs({{"1", 2}}), "2", limit), color), color,
+                      "limit " + std::to_string(limit));
+}
+
+TEST(Film, IsNeverGreyOnTheWay) {
+    for (const double intensity : {0.4, 0.5, 0.6, 1.0}) {
+        const Pixel black = lookOf("VEXray", inputs({{"Intensity", intensity}}), Straight{0, 0, 0});
+        EXPECT_GT(black[2] - black[0], 0.08) << intensity;
+    }
+}
+
+TEST(Signs, AreOfTheirColoursInStepsThatTheScaleCounts) {
+    const auto sign = [](const Straight& color, double scale) {
+        return lookOf("VE_TrafficSign", inputs({{"Mixer", 1}, {"Scale", scale}, {"Boost", 1}}),
+                      color);
+    };
+    // At the scale of 1 a colour is that of the sign, whatever its shade.
+    const std::pair<Straight, Straight> signs[] = {
+        {{0.9, 0.1, 0.15}, {0.80, 0.05, 0.09}}, {{0.6, 0.05, 0.05}, {0.80, 0.05, 0.09}},
+        {{1, 0.9, 0.1}, {0.99, 0.80, 0}},       {{0.1, 0.6, 0.2}, {0, 0.48, 0.27}},
+        {{0.1, 0.3, 0.8}, {0, 0.28, 0.62}},     {{0.95, 0.5, 0.1}, {0.96, 0.45, 0.05}},
+        {{0.9, 0.85, 0.9}, {1, 1, 1}},          {{0.2, 0.22, 0.2}, {0, 0, 0}}};
+    for (const auto& [color, expected] : signs) {
+        const Pixel p = sign(color, 1);
+        for (size_t c = 0; c < 3; ++c) EXPECT_NEAR(p[c], expected[c], 0.002) << textOf(p);
+    }
+    // A ramp of greys stays grey, and has the more levels the larger the scale is.
+    size_t last = 0;
+    for (const double scale : {1, 10, 40, 80, 120, 160, 200}) {
+        std::map<int, int> levels;
+        for (int i = 0; i < 256; ++i) {
+            const Pixel p = sign({i / 255.0, i / 255.0, i / 255.0}, scale);
+            EXPECT_LT(std::max({p[0], p[1], p[2]}) - std::min({p[0], p[1], p[2]}), 1e-5);
+            ++levels[static_cast<int>(std::lround(p[0] * 1000))];
+        }
+        EXPECT_GT(levels.size(), last) << scale;
+        EXPECT_LE(levels.size(), 14u) << scale;
+        last = levels.size();
+    }
+}
+
+TEST(Signs, HaveThinBorders) {
+    const Bitmap halves = pictureOf(40, 8, [](int x, int) {
+        return x < 20 ? Straight{0.9, 0.1, 0.1} : Straight{0.1, 0.3, 0.8};
+    });
+    const Bitmap result =
+        lookOf("VE_TrafficSign", inputs({{"Mixer", 1}, {"Scale", 1}, {"Boost", 1}}), halves);
+    int dark = 0;
+    for (int x = 0; x < 40; ++x) {
+        const Pixel p = result.pixel(x, 4);
+        if (std::max({p[0], p[1], p[2]}) < 0.45) ++dark;
+    }
+    EXPECT_GE(dark, 1);
+    EXPECT_LE(dark, 3);
 }
 
 } // namespace

@@ -1,0 +1,76 @@
+// Pictures drawn in another way.
+#include "tables.h"
+
+namespace {
+
+INSTANTIATE_TEST_SUITE_P(Stylize, Advertised,
+                         testing::Values(AdvertisedCase{
+                             "VE_ASCII_Art",
+                             "Mixer \"mixer\" default 1, "
+                             "Scale \"Divisions\" min 1 from 1 to 100, Colour \"Gap Width\""}),
+                         kByFilter);
+
+INSTANTIATE_TEST_SUITE_P(
+    Characters, Stories,
+    testing::Values(
+        StoryCase{
+            "AsciiKeepsItsStrip",
+            "VE_ASCII_Art",
+            {{"inputString", std::string("ab")}},
+            {{0,
+              {},
+              "VE_ASCII_Art_ascii_desatToGray(source, bitmap [0 0 48 30] ARGB8, 1, 0, 0, 24, 30, "
+              "2) [0 0 1920 1080] [0 0 48 30]"},
+             {0,
+              {{"inputString", std::string("abc")},
+               {"inputColour", Number(0.999)},
+               {"inputScale", Number(40)}},
+              "VE_ASCII_Art_ascii_desatToGray(source, bitmap [0 0 48 30] ARGB8, 1, 40, 0.999, 24, "
+              "30, 2) [0 0 1920 1080] [0 0 48 30]"},
+             {0,
+              {{"inputColour", Number(1)}},
+              "VE_ASCII_Art_ascii_desatToWhite(source, bitmap [0 0 48 30] ARGB8, 1, 40, 1, 24, 30, "
+              "2) [0 0 1920 1080] [0 0 48 30]"}}},
+        StoryCase{
+            "AsciiLimits",
+            "VE_ASCII_Art",
+            {{"inputString", std::string(5000, 'x')}},
+            {{0, {}, "source"},
+             {0, {}, "error FX 175", 0, frame(5761, 3240)},
+             {0, {{"inputString", std::string()}}, "source", 0, frame(5760, 3240)},
+             {0,
+              {{"inputString", InputValue()}},
+              "VE_ASCII_Art_ascii_desatToGray(source, bitmap [0 0 552 30] ARGB8, 1, 0, 0, 24, 30, "
+              "23) [0 0 5760 3240] [0 0 552 30]",
+              0,
+              frame(5760, 3240)}}}),
+    kByTitle);
+
+TEST(Characters, AreAsBrightAsThePicture) {
+    // A grey ramp, white characters, which stand out from their ground everywhere.
+    Bitmap source(23 * 24, 30);
+    source.forEach([&](int x, int y) {
+        const double level = (x / 24 + 0.5) / 23;
+        source.set(x, y, {level, level, level, 1});
+    });
+    const CIImage image =
+        filtered("VE_ASCII_Art", source.image(), inputs({{"Scale", 23}, {"Colour", 1}}));
+    const Bitmap result = render(*cpuContexts().front(), image, {0, 0, 23 * 24, 30});
+    std::vector<double> mean(23), most(23), least(23, 1);
+    result.forEach([&](int x, int y) {
+        const auto cell = static_cast<size_t>(x / 24);
+        const double level = result.pixel(x, y)[0];
+        mean[cell] += level / (24 * 30);
+        most[cell] = std::max(most[cell], level), least[cell] = std::min(least[cell], level);
+    });
+    EXPECT_EQ(most.front(), least.front()) << "the first character is a blank";
+    for (size_t cell = 0; cell < mean.size(); ++cell) {
+        const double level = (static_cast<double>(cell) + 0.5) / 23;
+        EXPECT_NEAR(mean[cell], std::min(level, 0.65), 0.06) << cell;
+        if (cell > 0) {
+            EXPECT_GT(most[cell] - least[cell], 0.3) << cell;
+        }
+    }
+}
+
+} // namespace
