@@ -439,6 +439,13 @@ TEST(Bench, ReportsOneMeasurementPerCombination) {
     EXPECT_EQ(run.lines().size(), 12U + onGpus);
 }
 
+TEST(Bench, MeasuresEveryModeByTheInputThatChoosesIt) {
+    const Outcome run = runVorn("bench VEDecay --modes --size 32x32 --threads 1 --frames 2 --json");
+    std::vector<double> modes;
+    for (const Json& line : run.objects()) modes.push_back(line.at("settings").at("inputSkip"));
+    EXPECT_EQ(modes, (std::vector<double>{1, 61, 121, 181, 241})) << run.talk;
+}
+
 TEST(Doctor, FindsNothingBrokenHere) {
     const Outcome run = runVorn("doctor --json");
     EXPECT_EQ(run.code, 0) << run.results;

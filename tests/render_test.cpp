@@ -462,6 +462,27 @@ TEST_F(RenderTest, ShowsSecondImagesInStep) {
         EXPECT_EQ(frameOf(shown, i, frame), frameOf(target, std::min<std::size_t>(i, 3), frame));
 }
 
+TEST_F(RenderTest, TellsFiltersTheMediaTimeOfEachFrame) {
+    constexpr std::size_t frame = 64 * 36 * 4;
+    const auto shaken = [](const char* follows, const char* range) {
+        const std::string wobble = "VEWobble:mode=0,size=1,speed=1,syncMode=";
+        return pixelsOf("test:64x36@10,2s", {"--filter", wobble + follows, "--range", range});
+    };
+    // One that goes by the frame time shows each frame as it does wherever the range begins; one
+    // that goes by the clock begins its motion with the range.
+    for (const char* follows : {"0", "1"}) {
+        const Pixels whole = shaken(follows, "0-2"), end = shaken(follows, "1.5-2");
+        ASSERT_EQ(end.size(), 5 * frame);
+        EXPECT_EQ(framesOf(whole, 15, 5, frame) == end, follows[0] == '1') << follows;
+    }
+}
+
+TEST_F(RenderTest, BeginsWithTheStartsOfInputsThatAreNotAdvertised) {
+    const std::string card = "test:64x36@10,0.1s", filter = "VEColorBrightContrast";
+    EXPECT_EQ(pixelsOf(card, {"--filter", filter}), pixelsOf(card)); // brightness at its middle
+    EXPECT_NE(pixelsOf(card, {"--filter", filter + ":brightness=none"}), pixelsOf(card));
+}
+
 TEST_F(RenderTest, FailsWithWhatTheLibrarySaysWhenAFilterGivesNoImage) {
     for (const std::string& output : {path("none.mp4"), std::string("-")}) {
         const Outcome run = render({"test:64x48", output, "--filter", "VESolarize:intensity=none"});

@@ -2,7 +2,7 @@
 #include "catalog.h"
 #include "commands.h"
 #include "device.h"
-#include "imagejson.h"
+#include "json.h"
 #include "measure.h"
 #include "output.h"
 #include "talk.h"
@@ -189,41 +189,26 @@ std::vector<Setting> readSettings(const BenchOptions& options,
 }
 
 CIFilterRef prepareFilter(const FilterEntry& entry, const std::vector<Setting>& settings,
-                          const Pictures& pictures, std::optional<int> mode) {
+                          const Pictures& pictures, std::optional<double> mode) {
     PlatformClock::drive(0);
     CIFilterRef filter = makeFilter(entry);
-    filter->setDefaults();
+    setStarts(*filter, entry);
     for (const InputInfo& input : entry.info->inputs()) {
         if (input.kind != InputKind::Image) continue;
-        const bool isMain = std::string_view(input.key) == "inputImage";
+        const bool isMain = input.key == entry.guide().frameKey;
         filter->setValueForKey(isMain ? pictures.first : pictures.later, input.key);
     }
     for (const auto& [key, value] : settings) {
         if (hasInput(entry, key)) filter->setValueForKey(value, key);
     }
-    if (mode) filter->setValueForKey(Number(double(*mode)), "inputMode");
+    if (mode) filter->setValueForKey(Number(*mode), entry.guide().modeKey);
     return filter;
 }
 
-/// Every mode that makes another graph than those before it; one without a number when the filter
-/// has no modes. Sliders of modes often reach beyond the last one.
-std::vector<std::optional<int>>
-modesOf(const FilterEntry& entry, const std::vector<Setting>& settings, const Pictures& pictures) {
-    constexpr double mostModes = 256;
-    std::vector<std::optional<int>> modes;
-    std::vector<std::string> graphs;
-    for (const ListedInput& input : listInputs(entry)) {
-        const AttributeValue* last = input.attributes.find(kCIAttributeSliderMax);
-        if (input.key != "inputMode" || !last || !std::holds_alternative<double>(*last)) continue;
-        for (int mode = 0; mode <= std::min(std::get<double>(*last), mostModes); ++mode) {
-            const CIFilterRef filter = prepareFilter(entry, settings, pictures, mode);
-            std::string graph =
-                jsonLine(ImageJson(pictures.bounds()).imageJson(filter->outputImage()));
-            if (std::find(graphs.begin(), graphs.end(), graph) != graphs.end()) continue;
-            graphs.push_back(std::move(graph));
-            modes.push_back(mode);
-        }
-    }
+/// The values of the modes; one without a number when the filter has no modes.
+std::vector<std::optional<double>> modesOf(const FilterEntry& entry) {
+    std::vector<std::optional<double>> modes;
+    for (const ModeGuide& mode : entry.guide().modes) modes.push_back(mode.value);
     if (modes.empty()) modes.push_back(std::nullopt);
     return modes;
 }
@@ -261,12 +246,18 @@ void renderOrFail(CIContext& context, const CIImage& image, Pictures& pictures) 
     }
 }
 
+/// Sets clock and frame time to those of a frame, of 60 in a second.
+void driveTo(size_t frame, CIFilter& filter) {
+    const uint64_t nanoseconds = frame * (1'000'000'000 / 60);
+    PlatformClock::drive(nanoseconds);
+    filter.setVornFrameTime(nanoseconds);
+}
+
 /// Renders one filter's frames over and over; the median of the seconds that one takes, from asking
 /// for the output image to its last pixel.
 double measure(CIFilter& filter, CIContext& context, Pictures& pictures, const Effort& effort) {
-    constexpr uint64_t nanosecondsPerFrame = 1'000'000'000 / 60;
     return medianSeconds(effort, [&](size_t frame) {
-        PlatformClock::drive(frame * nanosecondsPerFrame);
+        driveTo(frame, filter);
         renderOrFail(context, imageOf(filter), pictures);
     });
 }
@@ -295,7 +286,7 @@ GpuMeasure measureGpu(CIFilter& filter, CIContext& context, Pictures& pictures,
     std::vector<double> kernels, uploads, downloads, copies;
     const auto frames = [&](CIContext& by, const auto& imageFor, const auto& note) {
         return medianSeconds(effort, [&](size_t frame) {
-            PlatformClock::drive(frame * (1'000'000'000 / 60));
+            driveTo(frame, filter);
             renderOrFail(by, imageFor(), pictures);
             if (frame >= effort.warmUpFrames) note(by.renderTimes());
         });
@@ -327,7 +318,7 @@ public:
         }
     }
 
-    void add(const FilterEntry& entry, const CIFilter& filter, std::optional<int> mode,
+    void add(const FilterEntry& entry, const CIFilter& filter, std::optional<double> mode,
              const Machine& machine, const Pictures& pictures, double seconds,
              double secondsOfCopy) {
         const auto [width, height] = pictures.size;
@@ -347,7 +338,7 @@ public:
         std::fflush(results()); // a row as soon as it is known, also through a pipe
     }
 
-    void add(const FilterEntry& entry, const CIFilter& filter, std::optional<int> mode,
+    void add(const FilterEntry& entry, const CIFilter& filter, std::optional<double> mode,
              const Machine& machine, const Pictures& pictures, const GpuMeasure& gpu) {
         const double ratio = gpu.copy > 0 ? gpu.kernels / gpu.copy : 0;
         if (json_) {
@@ -396,7 +387,7 @@ private:
         printResult("{:<{}}  {:>4}  {:<9}  {:>7}  {:>11}  {:<6}  {}\n", "FILTER", nameWidth_,
                     "MODE", "DEVICE", "THREADS", "SIZE", "FORMAT", last);
     }
-    void printFirstColumns(const FilterEntry& entry, std::optional<int> mode,
+    void printFirstColumns(const FilterEntry& entry, std::optional<double> mode,
                            const Machine& machine, const Pictures& pictures) {
         printResult("{:<{}}  {:>4}  {:<9}  {:>7}  {:>11}  {:<6}  ", entry.name, nameWidth_,
                     mode ? fmt::format("{}", *mode) : "", machine.device, machine.threads,
@@ -422,9 +413,9 @@ ExitCode bench(const BenchOptions& options) {
     Report report(options.json, entries);
     ExitCode code = ExitCode::Done;
     for (const FilterEntry& entry : entries) {
-        const auto modes = options.modes ? modesOf(entry, settings, allPictures.front())
-                                         : std::vector<std::optional<int>>{std::nullopt};
-        for (const std::optional<int> mode : modes) {
+        const auto modes =
+            options.modes ? modesOf(entry) : std::vector<std::optional<double>>{std::nullopt};
+        for (const std::optional<double> mode : modes) {
             try {
                 for (const Machine& machine : machines) {
                     const Session::Scope scope(machine.session);
@@ -488,9 +479,9 @@ void addBenchCommand(CLI::App& app, Action& action) {
     command->add_flag("--modes", options->modes, "Measure every mode of filters that have modes");
     command->add_flag("--json", options->json, "One JSON object per measurement and line");
     command->footer(
-        "Inputs have their advertised defaults; images are the test card. COPY is the speed at\n"
-        "which this machine copies a frame of the same bytes with as many threads, measured just\n"
-        "before: no filter is faster than that.\n"
+        "Inputs are at their START; images are the test card. COPY is the speed at which this\n"
+        "machine copies a frame of the same bytes with as many threads, measured just before: no\n"
+        "filter is faster than that.\n"
         "On a Vulkan device: milliseconds by the device's own clock of the kernels, of a kernel\n"
         "that copies the frame, and of bringing the frame there and back; RATIO is that of the\n"
         "first two. WALL is the whole frame with the source on the device already.\n\n"

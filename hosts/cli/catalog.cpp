@@ -94,6 +94,22 @@ CIFilterRef makeFilter(const FilterEntry& entry) {
     return filter;
 }
 
+void setStarts(CIFilter& filter, const FilterEntry& entry) {
+    filter.setDefaults();
+    for (const ListedInput& input : listInputs(entry)) {
+        if (input.isAdvertised) continue;
+        std::visit(
+            [&](const auto& start) {
+                using Start = std::remove_cvref_t<decltype(start)>;
+                if constexpr (std::is_same_v<Start, double>)
+                    filter.setValueForKey(Number(start), input.key);
+                else if constexpr (!std::is_same_v<Start, std::monostate>)
+                    filter.setValueForKey(start, input.key);
+            },
+            input.guide.start);
+    }
+}
+
 std::vector<ListedInput> listInputs(const FilterEntry& entry) {
     std::vector<ListedInput> inputs;
     for (const InputInfo& info : entry.info->inputs()) {

@@ -26,6 +26,9 @@ std::vector<FilterEntry> listFilters(bool builtin);
 FilterEntry findFilter(std::string_view name);
 /// A new instance of it.
 CIFilterRef makeFilter(const FilterEntry& entry);
+/// Sets inputs to where they start: what is advertised to its default, and what is not to the start
+/// that the guide tells, if it tells one.
+void setStarts(CIFilter& filter, const FilterEntry& entry);
 
 /// One input as it can be listed: those that the class reads, in its order, then those that are
 /// only advertised (`info` is null).

@@ -280,7 +280,7 @@ std::vector<std::string> linesOf(const FilterEntry& entry) {
     PrintedLines printed;
     const CIFilterRef filter = CIFilter::filterWithName(entry.name);
     if (!filter) return {"cannot be made"};
-    filter->setDefaults();
+    setStarts(*filter, entry);
     const CIImage picture =
         CIImage::imageWithColor(CIColor(0.25, 0.5, 0.75)).imageByCroppingToRect(frame);
     for (const InputInfo& input : entry.info->inputs())

@@ -199,26 +199,33 @@ public:
         target_ = imageOf(targetPixels);
     }
 
-    /// A filter that lives through `frames` frames from `first` on, and what it makes of them.
-    /// The input `fade`, if given, runs from 0 to 1 and back.
-    Film film(const GalleryFilter& filter, const Settings& settings, int first, int frames,
-              const std::string& fade = {}) {
+    /// What a filter lives through: so many frames from `first` on.
+    struct Take {
+        int first, frames;
+        std::string fade = {};     ///< this input, if given, runs from 0 to 1 and back
+        bool isSourceHeld = false; ///< the test card stands still
+    };
+    /// What it makes of them.
+    Film film(const GalleryFilter& filter, const Settings& settings, const Take& take) {
         PrintedLines printed;
         Film film;
-        PlatformClock::drive(timeOf(first));
+        PlatformClock::drive(timeOf(take.first));
         const CIFilterRef instance = makeFilter(filter.entry);
-        instance->setDefaults();
+        setStarts(*instance, filter.entry);
         for (const ListedInput& input : filter.inputs) {
             if (input.kind == InputKind::Image) instance->setValueForKey(target_, input.key);
         }
         for (const auto& [key, value] : settings) instance->setValueForKey(Number(value), key);
-        for (int i = first; i < first + frames; ++i) {
+        const bool isSourceHeld = take.isSourceHeld || !take.fade.empty();
+        for (int i = take.first; i < take.first + take.frames; ++i) {
             PlatformClock::drive(timeOf(i));
-            instance->setValueForKey(sources_[static_cast<size_t>(fade.empty() ? i : 0)],
+            instance->setVornFrameTime(timeOf(i));
+            instance->setValueForKey(sources_[static_cast<size_t>(isSourceHeld ? 0 : i)],
                                      filter.entry.guide().frameKey);
-            if (!fade.empty()) { // there in the first half, and back in the second
+            if (!take.fade.empty()) { // there in the first half, and back in the second
                 constexpr int half = kFrames / 2;
-                instance->setValueForKey(Number(double(half - std::abs(i - half)) / half), fade);
+                instance->setValueForKey(Number(double(half - std::abs(i - half)) / half),
+                                         take.fade);
             }
             film.push_back(rendered(instance->outputImage()));
         }
@@ -294,16 +301,20 @@ private:
         return place == sliders_.end() ? nullptr : &*place;
     }
 
-    /// Whether what a filter makes of a frame depends on the frames before, or on the time since it
-    /// was made.
+    /// Whether what a filter makes of a frame depends on the frames before, on the time since it
+    /// was made, or on the frame time.
     bool moves(const Settings& settings) {
-        const Pixels lived = studio_.film(filter_, settings, 0, kStillFrame + 1).back();
-        return lived != studio_.film(filter_, settings, kStillFrame, 1).back();
+        const Pixels lived = studio_.film(filter_, settings, {0, kStillFrame + 1}).back();
+        if (lived != studio_.film(filter_, settings, {kStillFrame, 1}).back()) return true;
+        if (!guide().takesFrameTime) return false;
+        const Film held = studio_.film(filter_, settings, {0, kFrames, {}, true});
+        return std::any_of(held.begin(), held.end(),
+                           [&](const Pixels& pixels) { return pixels != held[0]; });
     }
 
     Pixels still(const Settings& settings) {
-        if (!moves_) return studio_.film(filter_, settings, kStillFrame, 1).back();
-        return studio_.film(filter_, settings, 0, kStillFrame + 1).back();
+        if (!moves_) return studio_.film(filter_, settings, {kStillFrame, 1}).back();
+        return studio_.film(filter_, settings, {0, kStillFrame + 1}).back();
     }
     bool looksLikeSource(const Pixels& pixels) const {
         return lookAlike(pixels, studio_.sourcePixels[kStillFrame]);
@@ -334,15 +345,15 @@ private:
         Settings settings = standard_;
         const bool movesAtDefaults = moves(settings);
         moves_ = movesAtDefaults || moves(raised_);
-        Film film = fades    ? studio_.film(filter_, settings, 0, kFrames, fade)
-                    : moves_ ? studio_.film(filter_, settings, 0, kFrames)
+        Film film = fades    ? studio_.film(filter_, settings, {0, kFrames, fade})
+                    : moves_ ? studio_.film(filter_, settings, {0, kFrames})
                              : Film{still(settings)};
         const bool isDull = std::all_of(film.begin(), film.end(),
                                         [&](const Pixels& p) { return looksLikeSource(p); });
         std::string note = settings.empty() ? "at its defaults" : noteOn(settings);
         if (!fades && raised_ != standard_ && (isDull || movesAtDefaults != moves_)) {
             settings = raised_;
-            film = moves_ ? studio_.film(filter_, settings, 0, kFrames) : Film{still(settings)};
+            film = moves_ ? studio_.film(filter_, settings, {0, kFrames}) : Film{still(settings)};
             note = "with its sliders at three quarters";
         }
         if (fades) note = "from the first picture to the second and back";

@@ -18,8 +18,6 @@ namespace vorn::cli {
 
 namespace {
 
-constexpr std::string_view sourceKey = "inputImage";
-
 [[noreturn]] void refuse(const std::string& message) {
     throw CommandError(ExitCode::Usage, message);
 }
@@ -42,10 +40,11 @@ std::optional<ListedInput> findInput(const FilterEntry& entry, std::string_view 
     return {};
 }
 
+/// What can be set besides the frame: the images or the other inputs.
 std::vector<std::string> inputKeys(const FilterEntry& entry, bool images) {
     std::vector<std::string> keys;
     for (const ListedInput& input : listInputs(entry)) {
-        if ((input.kind == InputKind::Image) == images && input.key != sourceKey) {
+        if ((input.kind == InputKind::Image) == images && input.key != entry.guide().frameKey) {
             keys.push_back(input.key);
         }
     }
@@ -80,8 +79,9 @@ void ChainPlan::addFilter(std::string_view text) {
                                    keySuggestion(key, keys)));
             }
             if (input->kind == InputKind::Image) {
-                refuse(input->key == sourceKey
-                           ? option + ": inputImage is the picture that the chain hands on"
+                refuse(input->key == link.entry.guide().frameKey
+                           ? fmt::format("{}: {} is the picture that the chain hands on", option,
+                                         input->key)
                            : fmt::format("{}: {} is an image, set it with --image {}=FILE", option,
                                          input->key, input->key));
             }
@@ -157,8 +157,8 @@ void ChainPlan::addAnimation(std::string_view text) {
 Chain::Chain(const ChainPlan& plan) {
     PrintedLines printed;
     for (const ChainLink& link : plan.links()) {
-        Stage stage{&link, makeFilter(link.entry), findInput(link.entry, sourceKey).has_value()};
-        stage.filter->setDefaults();
+        Stage stage{&link, makeFilter(link.entry)};
+        setStarts(*stage.filter, link.entry);
         for (const auto& [key, value] : link.settings) stage.filter->setValueForKey(value, key);
         note(stage, printed.take());
         stages_.push_back(std::move(stage));
@@ -166,17 +166,19 @@ Chain::Chain(const ChainPlan& plan) {
 }
 
 CIImage Chain::apply(const CIImage& source, const std::vector<CIImage>& secondImages,
-                     double seconds) {
+                     std::uint64_t nanoseconds, double seconds) {
     PrintedLines printed;
     CIImage image = source;
     for (const Stage& stage : stages_) {
-        if (stage.readsSource) stage.filter->setValueForKey(image, sourceKey);
+        // A filter that makes its picture by itself has no such key.
+        stage.filter->setValueForKey(image, stage.link->entry.guide().frameKey);
         for (const auto& [key, number] : stage.link->images) {
             stage.filter->setValueForKey(secondImages[number], key);
         }
         for (const auto& [key, animation] : stage.link->animations) {
             stage.filter->setValueForKey(animation.valueAt(seconds), key);
         }
+        stage.filter->setVornFrameTime(nanoseconds);
         image = stage.filter->outputImage();
         const std::vector<std::string> lines = printed.take();
         if (!image) failWithoutImage(stage, lines);

@@ -55,9 +55,10 @@ class Chain {
 public:
     explicit Chain(const ChainPlan& plan);
 
-    /// The image that the chain makes; `seconds` is the time that animations run on. A
-    /// `CommandError` that names the filter when one gives no image.
-    CIImage apply(const CIImage& source, const std::vector<CIImage>& secondImages, double seconds);
+    /// The image that the chain makes; `nanoseconds` is the media time of the frame, `seconds` the
+    /// time that animations run on. A `CommandError` that names the filter when one gives no image.
+    CIImage apply(const CIImage& source, const std::vector<CIImage>& secondImages,
+                  std::uint64_t nanoseconds, double seconds);
 
     /// What the filters had to say since the last call, each line once in a chain's life.
     std::vector<std::string> takeMessages();
@@ -69,7 +70,6 @@ private:
     struct Stage {
         const ChainLink* link;
         CIFilterRef filter;
-        bool readsSource;
     };
     void note(const Stage& stage, const std::vector<std::string>& lines);
     void noteErrorImage(const Stage& stage, const CIImage& image);

@@ -169,7 +169,8 @@ private:
 
     UnderWay start(const DecodedFrame& decoded) {
         const std::int64_t time = decoded.frame.timeNanoseconds();
-        PlatformClock::drive(static_cast<uint64_t>(std::max<std::int64_t>(0, time)));
+        const auto mediaTime = static_cast<uint64_t>(std::max<std::int64_t>(0, time));
+        PlatformClock::drive(mediaTime);
         if (!chain_) {
             firstTime_ = source_.range.startSeconds > 0 ? time : 0;
             chain_.emplace(options_.chain);
@@ -181,7 +182,7 @@ private:
         started.target.timeBase = decoded.frame.timeBase;
         withFrameInErrors(started, [&] {
             started.target.start(context_, chain_->apply(decoded.frame.image, decoded.secondImages,
-                                                         started.seconds));
+                                                         mediaTime, started.seconds));
         });
         for (const std::string& message : chain_->takeMessages()) warn(message);
         return started;
