@@ -32,7 +32,23 @@ INSTANTIATE_TEST_SUITE_P(
         AdvertisedCase{"VEGobo", "Mixer \"mixer\" default 1, Intensity \"intensity\", "
                                  "Red \"red\", Green \"green\", Blue \"blue\""},
         AdvertisedCase{"VE_TrafficSign", "Mixer no label, Scale no label min 1 from 1 to 200 "
-                                         "default 10, Boost no label min 1 from 1 to 5 default 1"}),
+                                         "default 10, Boost no label min 1 from 1 to 5 default 1"},
+        AdvertisedCase{"VEDuotone", "Mixer \"mixer\" default 1, Mode \"mode\" to 56, "
+                                    "Value \"value\" default 0.5"},
+        AdvertisedCase{"VEDuotoneHSV", "Threshold \"value\" default 0.5, Hue1 \"hue 1\" to 6, "
+                                       "Sat1 \"saturation 1\" default 1, Hue2 \"hue 2\" to 6, "
+                                       "Sat2 \"saturation 2\" default 1"},
+        AdvertisedCase{"VEHueSaturation", "Saturation \"saturation\" to 2 default 1, "
+                                          "Hue \"hue\" min -3.14 from -3.14 to 6.28"},
+        AdvertisedCase{"VEHueSaturationValue",
+                       "Hue \"hue\" default 0.5, Saturation \"saturation\" default 0.5, "
+                       "Value \"value\" default 0.5"},
+        AdvertisedCase{"VEColorShift",
+                       "Mixer \"mixer\" default 1, Range \"range\", Speed \"speed\""},
+        AdvertisedCase{"VEColorSwitch", "Mode \"mode\" to 5, Mixer \"intensity\""},
+        AdvertisedCase{"VEChannelShift",
+                       "Mixer \"mixer\" default 1, XShift \"x_shift\" min -100 from -100 to 100, "
+                       "YShift \"y_shift\" min -100 from -100 to 100"}),
     kByFilter);
 
 GraphCase color(const char* title, const char* filter, Settings settings, std::string graph) {
@@ -42,6 +58,14 @@ GraphCase gainClamp(const char* title, Number mode, const char* kernel) {
     return color(title, "VE_GainClamp",
                  {{"input1", mode}, {"input2", Number(51)}, {"input3", Number(128)}},
                  std::string("VE_GainClamp_") + kernel + "(source, 0.2, 0.501961, 1) own");
+}
+GraphCase duotone(const char* title, double mode, const std::string& colors) {
+    return color(title, "VEDuotone", inputs({{"Mode", mode}}),
+                 "VE_Duotone_simpleDuotone(source, 1, " + colors + ", 0.5) own");
+}
+GraphCase colorSwitch(const char* title, double mode, const std::string& order) {
+    return color(title, "VEColorSwitch", inputs({{"Mode", mode}}),
+                 "VE_ColorSwitch_to_" + order + "(source, 0)");
 }
 GraphCase brightContrast(const char* title, Settings settings, const char* arguments) {
     return color(title, "VEColorBrightContrast", std::move(settings),
@@ -95,7 +119,47 @@ INSTANTIATE_TEST_SUITE_P(
         gainClamp("GainClampTruncatesItsMode", 1.9, "gainClamp"),
         gainClamp("GainClampHybrid", 2, "hybridHSVgainClamp"),
         gainClamp("GainClampPastTheLast", 7.0, "hybridHSVgainClamp"),
-        gainClamp("GainClampAboveTheSignedRange", 3e9, "gainThreshold")),
+        gainClamp("GainClampAboveTheSignedRange", 3e9, "gainThreshold"),
+        duotone("DuotoneNegative", -1, "(1 0 0 1), (0 1 0 1)"),
+        duotone("DuotoneFirst", 0, "(1 0 0 1), (0 1 0 1)"),
+        duotone("DuotoneLastOfTheFirst", 6, "(1 0 0 1), (0 0 0 1)"),
+        duotone("DuotonePassesItself", 8, "(0 1 0 1), (0 0 1 1)"),
+        duotone("DuotoneOnItsDiagonal", 21, "(0 1 1 1), (1 0 0 1)"),
+        duotone("DuotonePastTheLast", 56, "(0 0 0 1), (1 1 1 1)"),
+        color("DuotoneHSV", "VEDuotoneHSV",
+              inputs({{"Threshold", 0.4}, {"Hue1", 1}, {"Sat1", 0.2}, {"Hue2", 3}, {"Sat2", 0.6}}),
+              "VE_DuotoneHSV_hsvDuotone(source, 0.4, 1, 3, 0.2, 0.6) own"),
+        color("HueSaturation", "VEHueSaturation", inputs({{"Hue", 5}, {"Saturation", 0.25}}),
+              "CIColorControls(CIHueAdjust(source, 5), 0.25, 0, 1)"),
+        color("HueSaturationUnset", "VEHueSaturation", {{"inputSaturation", Number()}}, ""),
+        color("HueSaturationValueDefaults", "VEHueSaturationValue", {},
+              "CIColorControls(CIHueAdjust(source, 0.0123685), 1.00394, 0.00393701, 1)"),
+        color("HueSaturationValueUnsetAndFull", "VEHueSaturationValue",
+              {{"inputHue", Number()}, {"inputSaturation", Number(1)}, {"inputValue", Number()}},
+              "CIColorControls(CIHueAdjust(source, -3.14159), 2.00787, -1, 1)"),
+        colorSwitch("SwitchFirst", -1, "rbg"), colorSwitch("SwitchBySecond", 2, "brg"),
+        colorSwitch("SwitchPastTheLast", 5, "grb"),
+        color("ChannelsApart", "VEChannelShift", inputs({{"XShift", -30}, {"YShift", 7.5}}),
+              "VE_ChannelShift_channelShift(source, 1, -30, 7.5) [40 86 170 81]")),
+    kByTitle);
+
+StoryCase colorShift(const char* title, double range, double speed,
+                     std::initializer_list<std::pair<double, const char*>> shifts) {
+    StoryCase test{title, "VEColorShift", inputs({{"Range", range}, {"Speed", speed}}), {}};
+    for (const auto& [seconds, shift] : shifts)
+        test.frames.push_back(
+            {seconds, {}, std::string("VE_ColorShift_colorShift(source, 1, ") + shift + ")"});
+    return test;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Color, Stories,
+    testing::Values(
+        // The clock stands at 1000 seconds, in step 19531, until 1000.0384 seconds.
+        colorShift(
+            "ColorShiftSteps", 0.5, 0.25,
+            {{0, "0.327815"}, {0.038, "0.327815"}, {0.0385, "0.411029"}, {0.09, "0.468688"}}),
+        colorShift("ColorShiftStandsStill", 1, 0, {{0, "0"}, {1, "0"}})),
     kByTitle);
 
 // ---- Pictures against their formulas ------------------------------------------------------------
@@ -223,6 +287,23 @@ Formula gobo(double mixer, Straight raised) {
     };
 }
 
+Formula duotone(double mixer, Straight one, Straight two, double value) {
+    const double m = 0.02 + 0.96 * value;
+    return [=](Straight v) {
+        const double y = luma(v);
+        const double share = y * (1 - m) / (y * (1 - m) + (1 - y) * m);
+        return mix(v, mix(one, two, share), mixer);
+    };
+}
+
+/// The tints are given as colours of full value.
+Formula tints(double threshold, Straight dark, Straight bright) {
+    return [=](Straight v) {
+        const double y = luma(v), share = smooth((y + 0.4 - 1.4 * threshold) / 0.4);
+        return each(mix(dark, bright, share), [&](double c, size_t) { return c * y; });
+    };
+}
+
 // ---- The table ----------------------------------------------------------------------------------
 
 struct PictureCase {
@@ -299,6 +380,31 @@ const PictureCase kCases[] = {
      gobo(0.5, {1, 0, 0.3})},
 
     {"TrafficSignDefault", "VE_TrafficSign", {}, kUnchanged, true},
+
+    {"DuotoneBlackToWhite", "VEDuotone", inputs({{"Mode", 55}}),
+     duotone(1, {0, 0, 0}, {1, 1, 1}, 0.5)},
+    {"DuotoneBlueToYellow", "VEDuotone", inputs({{"Mode", 18}, {"Value", 0.8}, {"Mixer", 0.7}}),
+     duotone(0.7, {0, 0, 1}, {1, 1, 0}, 0.8)},
+    {"DuotoneOfNoValue", "VEDuotone", inputs({{"Mode", 0}, {"Value", 0}}),
+     duotone(1, {1, 0, 0}, {0, 1, 0}, 0)},
+    {"TintsAround", "VEDuotoneHSV",
+     inputs({{"Threshold", 0.3}, {"Hue1", 3.5}, {"Sat1", 0.5}, {"Hue2", 7}, {"Sat2", 1}}),
+     tints(0.3, {0.5, 0.75, 1}, {1, 1, 0})},
+    {"TintsOfGrey", "VEDuotoneHSV", inputs({{"Sat1", 0}, {"Sat2", 0}}),
+     tints(0.5, {1, 1, 1}, {1, 1, 1})},
+    {"TintsAllDark", "VEDuotoneHSV", inputs({{"Threshold", 1}, {"Hue1", 5}, {"Hue2", 2}}),
+     tints(1, {1, 0, 1}, {0, 1, 0})},
+    {"SwitchDefault", "VEColorSwitch", {}, kUnchanged, true},
+    {"SwitchBRG", "VEColorSwitch", inputs({{"Mode", 2}, {"Mixer", 0.75}}),
+     [](Straight v) {
+         return mix(v, {v[2], v[0], v[1]}, 0.75);
+     }},
+    {"SwitchGBR", "VEColorSwitch", inputs({{"Mode", 3}, {"Mixer", 1}}),
+     [](Straight v) {
+         return Straight{v[1], v[2], v[0]};
+     }},
+    {"ShiftDefault", "VEColorShift", {}, kUnchanged, true},
+    {"ChannelsTogether", "VEChannelShift", {}, kUnchanged, true},
 };
 
 /// Straight colours with an alpha: greys, primaries, tones of every hue; each of them opaque,
@@ -414,6 +520,54 @@ TEST(Film, IsNeverGreyOnTheWay) {
         EXPECT_GT(black[2] - black[0], 0.08) << intensity;
     }
 }
+
+TEST(HueSwings, KeepTheLumaAndStayInRange) {
+    for (const double speed : {0.03, 0.1, 0.17, 0.23}) {
+        PlatformClock::drive(1'000'000'000'000);
+        const Settings settings = inputs({{"Range", 1}, {"Speed", speed}});
+        for (const Straight& color : {Straight{1, 0, 0},
+                                      {0, 0, 1},
+                                      {1, 1, 0},
+                                      {0.9, 0.9, 0.9},
+                                      {0.95, 0.55, 0.1},
+                                      {0.2, 0.7, 0.45}}) {
+            const Pixel p = lookOf("VEColorShift", settings, color);
+            EXPECT_NEAR(::luma(p), luma(color), 1e-3) << speed << ": " << textOf(p);
+            for (size_t c = 0; c < 3; ++c) {
+                EXPECT_GE(p[c], -1e-3) << textOf(p);
+                EXPECT_LE(p[c], 1 + 1e-3) << textOf(p);
+            }
+        }
+        PlatformClock::release();
+    }
+}
+
+/// The pixel that is drawn at x where a row of that length goes on mirrored.
+int mirrored(int x, int length) {
+    const int period = 2 * length, at = ((x % period) + period) % period;
+    return at < length ? at : period - 1 - at;
+}
+
+/// Red moved by (x, y), blue the other way.
+PixelCase channelsApart(const char* title, int shiftX, int shiftY, double mixer) {
+    return {title, "VEChannelShift",
+            inputs({{"XShift", shiftX}, {"YShift", shiftY}, {"Mixer", mixer}}),
+            [=](const Bitmap& s, int x, int y) {
+                const auto at = [&](int sign) {
+                    return s.pixel(mirrored(x - sign * shiftX, s.width()),
+                                   mirrored(y - sign * shiftY, s.height()));
+                };
+                const Pixel own = s.pixel(x, y), red = at(1), blue = at(-1);
+                const Pixel apart{red[0], own[1], blue[2], std::max({red[3], own[3], blue[3]})};
+                Pixel mixed;
+                for (size_t c = 0; c < 4; ++c) mixed[c] = own[c] + (apart[c] - own[c]) * mixer;
+                return mixed;
+            }};
+}
+INSTANTIATE_TEST_SUITE_P(Channels, Pixels,
+                         testing::Values(channelsApart("ChannelsToTheRightAndDown", 5, -3, 1),
+                                         channelsApart("ChannelsBeyondTheFrame", -100, 31, 0.5)),
+                         kByTitle);
 
 TEST(Signs, AreOfTheirColoursInStepsThatTheScaleCounts) {
     const auto sign = [](const Straight& color, double scale) {

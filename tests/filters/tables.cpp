@@ -140,6 +140,8 @@ std::string textOf(const ImageDescription& node, const CIImage& source) {
                     textOf(CIVector(t->a, t->b, t->c, t->d)) + "+" + textOf(CIVector(t->tx, t->ty));
             else if (const auto* image = std::get_if<std::shared_ptr<ImageDescription>>(&value))
                 text += below(*image);
+            else if (const auto* number = std::get_if<Number>(&value))
+                text += textOf(number->doubleValue());
         }
         return text + ")";
     case ImageDescription::Kind::Composite:
