@@ -1,5 +1,6 @@
 // Every filter, alone and on top of others at random, on every device: the pictures of the
 // reference device, whatever lies below, wherever it lies and in whatever parts it is asked for.
+#include "starts.h"
 #include "support.h"
 
 #include "imaging/KernelLibrary.h"
@@ -26,7 +27,7 @@ Trial trialOf(const std::string& name, int mode, Random* random, double shareOfS
               const MakeImage& makeImage) {
     Trial trial{CIFilter::filterWithName(name), "", 1};
     CIFilter& filter = *trial.filter;
-    filter.setDefaults();
+    setStarts(filter);
     for (const InputInfo& input : filter.filterClass().inputs()) {
         const std::string key = input.key;
         if (input.kind == InputKind::Image)

@@ -21,4 +21,10 @@ inline RegionOfInterest transitionReads(const CIImage& incoming, CGRect frame) {
     return incoming.extent().intersection(frame) == frame ? rule.exact() : rule;
 }
 
+/// The incoming picture of a transition that moves pictures. One without end cannot be held in
+/// memory, so only what the frame has of it is moved.
+inline CIImage movable(const CIImage& incoming, CGRect frame) {
+    return incoming.extent().isFinite() ? incoming : incoming.imageByCroppingToRect(frame);
+}
+
 } // namespace vorn::filters

@@ -16,3 +16,23 @@ vec4 incoming(sampler target, uniform vec4 frame) {
     uniform vec2 high = max(low + vec2(there.z, there.w) - 1.0, low);
     return sample(target, clamp(samplerCoord(target), low, high));
 }
+
+// The picture at any point; beyond its border the border's pixels go on.
+vec4 sampleWithin(sampler picture, vec2 p) {
+    uniform vec4 there = samplerExtent(picture);
+    if (there.z > 1.0e9 || there.w > 1.0e9) return sample(picture, p);
+    uniform vec2 low = vec2(there.x, there.y) + 0.5;
+    uniform vec2 high = max(low + vec2(there.z, there.w) - 1.0, low);
+    return sample(picture, clamp(p, low, high));
+}
+
+// Where a wipe of that time has brought in a share of the incoming picture. Nothing else is read where
+// only one picture is seen. In a frame without end both dissolve.
+vec4 wiped(sampler image, sampler target, float share, uniform float time) {
+    if (time >= 1.0 || everywhere(share >= 1.0)) return incoming(target, samplerExtent(image));
+    if (samplerSize(image).x > 1.0e9 || samplerSize(image).y > 1.0e9)
+        return mix(sample(image, samplerCoord(image)), incoming(target, samplerExtent(image)),
+                   clamp(time, 0.0, 1.0));
+    if (everywhere(share <= 0.0)) return sample(image, samplerCoord(image));
+    return mix(sample(image, samplerCoord(image)), incoming(target, samplerExtent(image)), share);
+}

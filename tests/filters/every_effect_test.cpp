@@ -1,6 +1,7 @@
 // What holds for all effects: the same on every device and in every split of the result, nothing
 // left of an effect that is mixed out, no memory that grows.
 #include "allocation_count.h"
+#include "starts.h"
 #include "tables.h"
 
 #include <malloc.h>
@@ -27,7 +28,7 @@ void forEachEffect(const std::function<void(const std::string& name, CIFilter& f
         for (int mode = 0; mode < modes; ++mode) {
             PlatformClock::drive(1'000'000'000);
             const CIFilterRef filter = CIFilter::filterWithName(name);
-            filter->setDefaults();
+            setStarts(*filter);
             if (modes > 1) filter->setValueForKey(Number(mode), "inputMode");
             PlatformClock::drive(1'734'000'000);
             visit(name + ", mode " + std::to_string(mode), *filter);
@@ -84,7 +85,7 @@ TEST(EveryEffect, TakesNoMoreMemoryInTenThousandFrames) {
     filtered("VEDummy", frame(1, 1), {}); // registers the filters
     for (const std::string& name : CIFilter::filterNames(kVornFilterCategory)) {
         filters.push_back(CIFilter::filterWithName(name));
-        filters.back()->setDefaults();
+        setStarts(*filters.back());
     }
     const Bitmap pictures[] = {randomBitmap(random, 24, 16, CIFormat::RGBA8),
                                randomBitmap(random, 16, 24, CIFormat::BGRA8)};

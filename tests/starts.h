@@ -1,0 +1,21 @@
+// Filters as people find them: with every number set, advertised or not.
+#pragma once
+
+#include "vorneffects/VornEffects.h"
+
+using namespace vorn;
+
+/// Sets what is advertised to its defaults, and other numbers as the guide begins.
+inline void setStarts(CIFilter& filter) {
+    filter.setDefaults();
+    const FilterGuide& guide = filter.filterClass().guide();
+    const Attributes advertised = filter.filterClass().customAttributes();
+    const auto set = [&](const std::string& key, double value) {
+        for (const InputAttributes& input : advertised)
+            if (input.key == key) return;
+        filter.setValueForKey(Number(value), key);
+    };
+    for (const InputGuide& input : guide.inputs)
+        if (const double* start = std::get_if<double>(&input.start)) set(input.key, *start);
+    for (const auto& [key, value] : guide.beginWith) set(key, value);
+}
