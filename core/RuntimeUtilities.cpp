@@ -73,6 +73,7 @@ CGContextRef VornEffectsCreateBitmapContext(uint32_t width, uint32_t height,
     return CGContextRef(drawing, drawing->context.get());
 } catch (...) {
     reportCaught("VornEffectsCreateBitmapContext");
+    if (buffer) buffer->reset();
     return nullptr;
 }
 

@@ -61,7 +61,7 @@ struct CIContext::State : std::enable_shared_from_this<State> {
                 gpu = std::move(renderer);
             }
         } catch (...) {
-            vulkan::takeProblem(deviceProblem);
+            describeException(deviceProblem);
         }
         if (!gpu) pauseGpu();
         if (isAuto) deviceProblem.clear();
@@ -330,9 +330,13 @@ bool CIContext::capture(const CIImage& image, Surface& surface, CGRect bounds,
 }
 
 void CIContext::trim() {
-    if (state_->host) state_->host->trim();
-    if (state_->gpu) state_->gpu->trim();
-    if (state_->session) stateOf(*state_->session).trim();
+    std::string unwanted;
+    succeeds(unwanted, [&] {
+        if (state_->host) state_->host->trim();
+        if (state_->gpu) state_->gpu->trim();
+        if (state_->session) stateOf(*state_->session).trim();
+        return true;
+    });
 }
 
 BorrowedContext::BorrowedContext() : session_(vorn::Session::current()) {
@@ -381,10 +385,12 @@ DeviceKind CIContext::device() const {
     return wanted != DeviceKind::Auto ? wanted : state_->gpu ? DeviceKind::Vulkan : DeviceKind::CPU;
 }
 std::string CIContext::deviceName() const {
-    if (state_->gpu) return state_->gpu->device()->properties().deviceName;
-    return device() == DeviceKind::Reference ? "reference"
-           : device() == DeviceKind::CPU     ? "cpu"
-                                             : "vulkan";
+    return orNothing([&]() -> std::string {
+        if (state_->gpu) return state_->gpu->device()->properties().deviceName;
+        return device() == DeviceKind::Reference ? "reference"
+               : device() == DeviceKind::CPU     ? "cpu"
+                                                 : "vulkan";
+    });
 }
 RenderTimes CIContext::renderTimes() const {
     return state_->gpu ? state_->gpu->times() : RenderTimes{};

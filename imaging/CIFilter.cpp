@@ -2,6 +2,7 @@
 
 #include "imaging/SessionState.h"
 #include "imaging/builtin/Builtin.h"
+#include "platform/Guard.h"
 #include "platform/Messages.h"
 
 #include <algorithm>
@@ -21,10 +22,10 @@ struct Registry {
 
 Registry& registry() {
     static auto& registry = *[] {
-        auto* made = new Registry;
+        auto made = std::make_unique<Registry>();
         for (auto& [name, filter] : builtinFilters())
             made->filters.emplace(name, std::make_shared<const RegisteredFilter>(filter));
-        return made;
+        return made.release();
     }();
     return registry;
 }
@@ -41,7 +42,7 @@ bool hasCategory(const ClassAttributes& attributes, std::string_view category) {
 }
 
 const InputInfo* findInput(const FilterClassInfo& filterClass, std::string_view key) {
-    const std::vector<InputInfo>& inputs = filterClass.inputs();
+    const std::span<const InputInfo> inputs = filterClass.inputs();
     const auto found = std::find_if(inputs.begin(), inputs.end(),
                                     [&](const InputInfo& input) { return input.key == key; });
     return found == inputs.end() ? nullptr : &*found;
@@ -75,7 +76,12 @@ vorn::detail::InSession::~InSession() {
 }
 
 void vorn::detail::reportCaught(const CIFilter& filter) noexcept {
-    vorn::reportCaught(filter.filterClass().classInfo.name);
+    const InSession current(*filter.session());
+    reportCaught(&filter.filterClass().classInfo);
+}
+
+void vorn::detail::reportCaught(Class owner) noexcept {
+    vorn::reportCaught(owner->name);
 }
 
 const char* vorn::inputKindName(InputKind kind) {
@@ -105,16 +111,20 @@ const AttributeValue* InputAttributes::find(std::string_view name) const {
 }
 
 InputAttributes vorn::scalar(std::string key, std::string displayName, ScalarRange range) {
-    InputAttributes attributes{std::move(key), rangeEntries(range)};
-    attributes.entries.emplace_back(kCIAttributeDisplayName, std::move(displayName));
-    attributes.entries.emplace_back(kCIAttributeType, kCIAttributeTypeDistance);
-    return attributes;
+    return orNothing([&] {
+        InputAttributes attributes{std::move(key), rangeEntries(range)};
+        attributes.entries.emplace_back(kCIAttributeDisplayName, std::move(displayName));
+        attributes.entries.emplace_back(kCIAttributeType, kCIAttributeTypeDistance);
+        return attributes;
+    });
 }
 
 InputAttributes vorn::constant(std::string key, ScalarRange range) {
-    InputAttributes attributes{std::move(key), rangeEntries(range)};
-    attributes.entries.emplace_back(kCIAttributeType, kCIAttributeTypeDistance);
-    return attributes;
+    return orNothing([&] {
+        InputAttributes attributes{std::move(key), rangeEntries(range)};
+        attributes.entries.emplace_back(kCIAttributeType, kCIAttributeTypeDistance);
+        return attributes;
+    });
 }
 
 InputAttributes vorn::mixer(double standard) {
@@ -122,10 +132,12 @@ InputAttributes vorn::mixer(double standard) {
 }
 
 InputAttributes vorn::position(std::string key, std::string displayName, CIVector standard) {
-    return {std::move(key),
-            {{kCIAttributeDefault, standard},
-             {kCIAttributeDisplayName, std::move(displayName)},
-             {kCIAttributeType, kCIAttributeTypePosition}}};
+    return orNothing([&] {
+        return InputAttributes{std::move(key),
+                               {{kCIAttributeDefault, standard},
+                                {kCIAttributeDisplayName, std::move(displayName)},
+                                {kCIAttributeType, kCIAttributeTypePosition}}};
+    });
 }
 
 CIFilter::CIFilter() : session_(vorn::Session::current()) {}
@@ -171,11 +183,14 @@ std::vector<std::string> CIFilter::filterNames(std::string_view category) try {
     return {};
 }
 
-std::shared_ptr<const RegisteredFilter> CIFilter::registeredFilter(std::string_view name) {
+std::shared_ptr<const RegisteredFilter> CIFilter::registeredFilter(std::string_view name) try {
     Registry& known = registry();
     const std::shared_lock lock(known.mutex);
     const auto found = known.filters.find(name);
     return found == known.filters.end() ? nullptr : found->second;
+} catch (...) {
+    reportCaught(name);
+    return nullptr;
 }
 
 void CIFilter::setVornFrameTime(uint64_t) {}

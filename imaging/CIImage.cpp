@@ -375,7 +375,13 @@ RegionOfInterest RegionOfInterest::computed(Callback callback) {
     rule.callback_ = std::move(callback);
     return rule;
 }
-CGRect RegionOfInterest::rectFor(int index, CGRect destination) const {
+CGRect RegionOfInterest::rectFor(int index, CGRect destination) const try {
+    return ask(index, destination);
+} catch (...) {
+    reportCaught("RegionOfInterest");
+    return {};
+}
+CGRect RegionOfInterest::ask(int index, CGRect destination) const {
     switch (kind_) {
     case Kind::Whole:
     case Kind::WholeByIndex:
@@ -463,7 +469,7 @@ bool flatten(const KernelArgument& argument, kernelc::ParameterType type, Node& 
 
 } // namespace
 
-std::shared_ptr<Node> makeKernelNode(const KernelFunction* function, CGRect extent,
+std::shared_ptr<Node> makeKernelNode(const LibraryFunction* function, CGRect extent,
                                      const RegionOfInterest& regionOfInterest, const CIImage& image,
                                      KernelArguments arguments) {
     const kernelc::Function& declaration = function->declaration();
@@ -511,7 +517,7 @@ std::shared_ptr<Node> makeKernelNode(const KernelFunction* function, CGRect exte
 
 CIImage CIKernel::applyWithExtent(CGRect extent, const RegionOfInterest& regionOfInterest,
                                   KernelArguments arguments) const try {
-    const KernelFunction* const function = this->function();
+    const LibraryFunction* const function = this->function();
     if (!function) return {};
     if (function->declaration().kind == kernelc::FunctionKind::Warp) {
         vorn::report(vorn::Severity::Warning,
@@ -526,7 +532,7 @@ CIImage CIKernel::applyWithExtent(CGRect extent, const RegionOfInterest& regionO
 }
 
 CIImage CIKernel::applyWithExtent(CGRect extent, KernelArguments arguments) const {
-    const KernelFunction* const function = this->function();
+    const LibraryFunction* const function = this->function();
     if (function && function->declaration().kind != kernelc::FunctionKind::Color &&
         kernelc::sourceCount(function->declaration()) > 0) {
         vorn::report(vorn::Severity::Warning,
@@ -539,7 +545,7 @@ CIImage CIKernel::applyWithExtent(CGRect extent, KernelArguments arguments) cons
 
 CIImage CIWarpKernel::applyWithExtent(CGRect extent, const RegionOfInterest& regionOfInterest,
                                       const CIImage& image, KernelArguments arguments) const try {
-    const KernelFunction* const function = this->function();
+    const LibraryFunction* const function = this->function();
     if (!function) return {};
     return CIImage(makeKernelNode(function, extent, regionOfInterest, image, arguments));
 } catch (...) {

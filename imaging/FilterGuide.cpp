@@ -1,5 +1,6 @@
 #include "vorneffects/FilterGuide.h"
 
+#include "platform/Messages.h"
 #include "vorneffects/CIFilter.h"
 
 #include <algorithm>
@@ -124,7 +125,7 @@ FilterGuide detail::completed(FilterGuide told, const FilterClassInfo& info) {
     return told;
 }
 
-std::vector<std::string> guideProblems(const FilterClassInfo& info) {
+std::vector<std::string> guideProblems(const FilterClassInfo& info) try {
     const FilterGuide& guide = info.guide();
     std::vector<std::string> problems;
     const auto add = [&](const std::string& problem) {
@@ -164,6 +165,9 @@ std::vector<std::string> guideProblems(const FilterClassInfo& info) {
         if (std::holds_alternative<std::monostate>(input.start)) addTo("has nothing to begin with");
     }
     return problems;
+} catch (...) {
+    reportCaught(info.classInfo.name);
+    return {};
 }
 
 } // namespace vorn

@@ -141,17 +141,7 @@ private:
         if (out.type != KernelType::Color)
             for (size_t i = 0; i + reduced < node.samplers.size(); ++i)
                 out.regionsOfInterest.push_back(
-                    regionOf(node.regionOfInterest, static_cast<int>(i)));
-    }
-
-    /// Of a rule of the host's that throws, nothing.
-    CGRect regionOf(const RegionOfInterest& rule, int index) const {
-        try {
-            return rule.rectFor(index, probe_);
-        } catch (...) {
-            reportCaught("RegionOfInterest");
-            return {};
-        }
+                    node.regionOfInterest.rectFor(static_cast<int>(i), probe_));
     }
 
     template <class T>

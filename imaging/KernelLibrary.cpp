@@ -2,6 +2,7 @@
 #include "imaging/kernelc/library_check.h"
 #include "platform/Messages.h"
 
+#include "imaging/cpu/InstructionSets.h"
 #include "platform/Guard.h"
 #include "vorneffects/CIContext.h"
 
@@ -195,9 +196,9 @@ const KernelModule* KernelModule::fromData(const Data& data, std::string& proble
     return module;
 }
 
-const KernelFunction* KernelModule::function(std::string_view name) const {
+const LibraryFunction* KernelModule::function(std::string_view name) const {
     const auto found =
-        std::find_if(functions_.begin(), functions_.end(), [&](const KernelFunction& function) {
+        std::find_if(functions_.begin(), functions_.end(), [&](const LibraryFunction& function) {
             return function.declaration().name == name;
         });
     return found == functions_.end() ? nullptr : &*found;
@@ -220,7 +221,7 @@ KernelEntry KernelModule::entry(size_t codeIndex, size_t functionIndex,
                 const auto* table = static_cast<const kernelabi::TableEntry*>(
                     dlsym(opened.handle, "vorn_kernel_table"));
                 for (; table && table->name; ++table)
-                    for (const KernelFunction& function : functions_)
+                    for (const LibraryFunction& function : functions_)
                         if (function.declaration().name == table->name)
                             loaded.entries[function.index] = {table->packed, table->generic};
                 return loaded.entries[functionIndex];
@@ -234,8 +235,8 @@ KernelEntry KernelModule::entry(size_t codeIndex, size_t functionIndex,
     return {};
 }
 
-KernelEntry KernelFunction::entry(const std::vector<std::string>& levels,
-                                  std::string& problem) const {
+KernelEntry LibraryFunction::entry(const std::vector<std::string>& levels,
+                                   std::string& problem) const {
     const std::vector<kernelc::Code>& code = module->library().code;
     std::string reason;
     for (const std::string& level : levels)
@@ -253,10 +254,10 @@ KernelEntry KernelFunction::entry(const std::vector<std::string>& levels,
     return {};
 }
 
-const KernelFunction* frameworkKernel(std::string_view name, std::string_view library) {
+const LibraryFunction* frameworkKernel(std::string_view name, std::string_view library) {
     static const ClassInfo owner{"CIKernel", &owner, nullptr};
     struct Known {
-        const KernelFunction* function = nullptr;
+        const LibraryFunction* function = nullptr;
         std::string problem; ///< that the last line told of
     };
     static std::mutex mutex;
@@ -267,7 +268,7 @@ const KernelFunction* frameworkKernel(std::string_view name, std::string_view li
             if (found->second.function) return found->second.function;
     }
     KernelError error{"The kernel library is missing."};
-    const KernelFunction* function = nullptr;
+    const LibraryFunction* function = nullptr;
     if (const auto path = Bundle::forClass(&owner).pathForResource(library, "ci.metallib")) {
         errno = 0;
         const Data data = dataWithContentsOfFile(*path);
@@ -298,12 +299,13 @@ using namespace vorn;
 namespace {
 
 /// Shared by the three kinds of kernel; `wanted` null: any kind.
-const imaging::KernelFunction* makeFunction(std::string_view name, const Data& data,
-                                            KernelError* error, const kernelc::FunctionKind* wanted,
-                                            const char* wantedName) {
+const imaging::LibraryFunction* makeFunction(std::string_view name, const Data& data,
+                                             KernelError* error,
+                                             const kernelc::FunctionKind* wanted,
+                                             const char* wantedName) {
     std::string problem;
     if (const auto* const module = imaging::KernelModule::fromData(data, problem)) {
-        const imaging::KernelFunction* const function = module->function(name);
+        const imaging::LibraryFunction* const function = module->function(name);
         if (!function)
             problem = "The kernel library has no function named '" + std::string(name) + "'.";
         else if (wanted && function->declaration().kind != *wanted)
@@ -358,7 +360,7 @@ std::optional<std::string> vorn::kernelLibraryProblem(const Data& data) try {
     kernelc::Library library;
     if (std::string problem = imaging::read(data, library); !problem.empty()) return problem;
     bool hasCode = false;
-    for (const std::string& level : supportedInstructionSets())
+    for (const std::string& level : imaging::cpu::supportedLevels())
         for (const kernelc::Code& code : library.code) {
             if (code.level != level) continue;
             hasCode = true;

@@ -20,7 +20,7 @@ struct KernelEntry {
 };
 
 /// A function of a module, which it belongs to. Both stay until the process ends.
-struct KernelFunction {
+struct LibraryFunction {
     const KernelModule* module = nullptr;
     size_t index = 0;
 
@@ -42,10 +42,10 @@ public:
 
     const kernelc::Library& library() const { return library_; }
     /// The function of that name, or null.
-    const KernelFunction* function(std::string_view name) const;
+    const LibraryFunction* function(std::string_view name) const;
 
 private:
-    friend KernelFunction;
+    friend LibraryFunction;
     struct Loaded {
         std::vector<KernelEntry> entries; ///< by function index; empty until the code is here
         std::string problem;              ///< that the last line told of
@@ -54,22 +54,22 @@ private:
     KernelEntry entry(size_t codeIndex, size_t functionIndex, std::string& problem) const;
 
     kernelc::Library library_;
-    std::vector<KernelFunction> functions_;
+    std::vector<LibraryFunction> functions_;
     mutable std::mutex mutex_;
     mutable std::vector<Loaded> loaded_; ///< by code index
 };
 
-inline const kernelc::Function& KernelFunction::declaration() const {
+inline const kernelc::Function& LibraryFunction::declaration() const {
     return module->library().functions[index];
 }
-inline const std::string& KernelFunction::libraryName() const {
+inline const std::string& LibraryFunction::libraryName() const {
     return module->library().name;
 }
 
 /// A kernel of one of the framework's own libraries, made once; null, with a line, when the library
 /// is missing or damaged. It is tried again the next time, and a line follows where the reason is
 /// another one. No two of these libraries share a kernel's name.
-const KernelFunction* frameworkKernel(std::string_view name,
-                                      std::string_view library = "CIFrameworkKernel");
+const LibraryFunction* frameworkKernel(std::string_view name,
+                                       std::string_view library = "CIFrameworkKernel");
 
 } // namespace vorn::imaging

@@ -98,7 +98,7 @@ struct Node : std::enable_shared_from_this<Node> {
     CGRect extent;
 
     PixelSource pixels;
-    const KernelFunction* function = nullptr;
+    const LibraryFunction* function = nullptr;
     PoolVector<KernelArgument> arguments; ///< as given, samplers included, in order
     PoolVector<CISampler> samplers;       ///< by sampler index; a warp kernel's image is number 0
     PoolVector<float> flattened;          ///< the other arguments as kernels get them
@@ -156,7 +156,7 @@ CIImage markAsErrorImage(const CIImage& image, std::string label, std::string me
 
 /// A node that applies a kernel, arguments checked and flattened; null, with a line on standard
 /// output, when they do not fit. `image` is a warp kernel's image and empty for the others.
-std::shared_ptr<Node> makeKernelNode(const KernelFunction* function, CGRect extent,
+std::shared_ptr<Node> makeKernelNode(const LibraryFunction* function, CGRect extent,
                                      const RegionOfInterest& regionOfInterest, const CIImage& image,
                                      KernelArguments arguments);
 

@@ -1,7 +1,10 @@
 #include "imaging/SessionState.h"
 #include "imaging/vulkan/Renderer.h"
+#include "platform/Messages.h"
+#include "platform/NeverDestroyed.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <new>
 #include <utility>
 
@@ -91,22 +94,48 @@ Session::Session(std::unique_ptr<SessionState> state) : state_(std::move(state))
 
 Session::~Session() = default;
 
-std::shared_ptr<Session> Session::make(SessionOptions options) {
+std::shared_ptr<Session> Session::make(SessionOptions options) try {
     auto state = std::make_unique<SessionState>();
     state->own = std::make_unique<Surroundings>(options.randomSeed, options.messages);
     state->surroundings = state->own.get();
     state->options = std::move(options);
     return std::shared_ptr<Session>(new Session(std::move(state)));
+} catch (...) {
+    reportCaught("Session");
+    return nullptr;
 }
 
+namespace {
+
+/// Memory for the reference counts of the one object that is given it.
+template <class T>
+struct StaticAllocator {
+    using value_type = T;
+    StaticAllocator() = default;
+    template <class Other>
+    StaticAllocator(const StaticAllocator<Other>&) {}
+    bool operator==(const StaticAllocator&) const = default;
+
+    T* allocate(size_t) {
+        alignas(T) static std::byte memory[sizeof(T)];
+        return reinterpret_cast<T*>(memory);
+    }
+    void deallocate(T*, size_t) {}
+};
+
+} // namespace
+
 const std::shared_ptr<Session>& Session::standard() {
-    // Never destroyed: filters may be made until the process ends.
-    static const auto& session = *new std::shared_ptr<Session>([] {
-        auto state = std::make_unique<SessionState>();
-        state->surroundings = &Surroundings::standard();
-        return new Session(std::move(state));
+    // Filters may be made until the process ends, and need it where there is no memory for more.
+    static NeverDestroyed<std::shared_ptr<Session>> session([] {
+        static NeverDestroyed<SessionState> state;
+        state.get().surroundings = &Surroundings::standard();
+        alignas(Session) static std::byte memory[sizeof(Session)];
+        auto* const made = new (memory) Session(std::unique_ptr<SessionState>(&state.get()));
+        return std::shared_ptr<Session>(
+            made, [](Session*) {}, StaticAllocator<Session>());
     }());
-    return session;
+    return session.get();
 }
 
 std::shared_ptr<Session> Session::current() {
@@ -143,8 +172,12 @@ void Session::releaseClock() {
 bool Session::isClockDriven() const {
     return state_->surroundings->isClockDriven();
 }
-MessageSink Session::setMessages(MessageSink messages) {
+MessageSink Session::setMessages(MessageSink messages) try {
     return state_->surroundings->setSink(std::move(messages));
+} catch (...) {
+    const CurrentSurroundings here(*state_->surroundings);
+    reportCaught("Session");
+    return {};
 }
 uint64_t Session::random() {
     return state_->surroundings->random();

@@ -1,6 +1,7 @@
 // Drawing on caller-supplied memory, with Cairo.
 #include "CairoPixels.h"
 #include "Guard.h"
+#include "Messages.h"
 #include "TextLine.h"
 
 #include <algorithm>
@@ -92,7 +93,7 @@ public:
     }
 
     double drawText(CGPoint position, std::string_view utf8, std::string_view fontName,
-                    double size) override {
+                    double size) override try {
         const TextLine line(utf8, fontName, size);
         // Far outside, Cairo's fixed-point coordinates would wrap around and come back.
         constexpr double kFarthest = 1 << 20;
@@ -105,10 +106,16 @@ public:
             cairo_fill(context.get());
         }
         return line.width();
+    } catch (...) {
+        reportCaught("BitmapContext");
+        return 0;
     }
 
-    double textWidth(std::string_view utf8, std::string_view fontName, double size) override {
+    double textWidth(std::string_view utf8, std::string_view fontName, double size) override try {
         return TextLine(utf8, fontName, size).width();
+    } catch (...) {
+        reportCaught("BitmapContext");
+        return 0;
     }
 
     void flush() override {

@@ -2,6 +2,7 @@
 #include "vorneffects/Platform.h"
 
 #include "platform/Messages.h"
+#include "platform/NeverDestroyed.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -31,8 +32,8 @@ struct ClassRegistry {
 /// Classes register themselves while static objects are made, in any order, and may be asked for
 /// while those are destroyed: so the registry is made on first use and never destroyed.
 ClassRegistry& classRegistry() {
-    static ClassRegistry& registry = *new ClassRegistry;
-    return registry;
+    static NeverDestroyed<ClassRegistry> registry;
+    return registry.get();
 }
 
 /// Where in memory the binary that holds an address begins; null when there is none.

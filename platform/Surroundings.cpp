@@ -1,5 +1,7 @@
 #include "platform/Surroundings.h"
 
+#include "platform/NeverDestroyed.h"
+
 #include <cstdio>
 #include <ctime>
 #include <utility>
@@ -23,8 +25,8 @@ Surroundings::Surroundings(uint64_t randomSeed, MessageSink sink) : random_(rand
 }
 
 Surroundings& Surroundings::standard() {
-    static auto& surroundings = *new Surroundings; // lines may come while the process ends
-    return surroundings;
+    static NeverDestroyed<Surroundings> surroundings; // lines may come while the process ends
+    return surroundings.get();
 }
 
 Surroundings& Surroundings::current() {
@@ -75,8 +77,9 @@ void Surroundings::say(Severity severity, std::string_view line) noexcept {
 MessageSink Surroundings::setSink(MessageSink sink) {
     auto wanted = sink ? std::make_shared<const MessageSink>(std::move(sink)) : nullptr;
     const std::lock_guard lock(sinkMutex_);
+    MessageSink former = sink_ ? *sink_ : nullptr; // which may throw, as long as nothing is done
     std::swap(sink_, wanted);
-    return wanted ? *wanted : nullptr;
+    return former;
 }
 
 // ---- Random numbers -----------------------------------------------------------------------------

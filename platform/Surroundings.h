@@ -33,7 +33,7 @@ public:
     /// Hands a line to the sink, or prints it on standard output where there is none. A line that
     /// the sink causes itself is dropped.
     void say(Severity severity, std::string_view line) noexcept;
-    /// Gives the former one.
+    /// Gives the former one. Where it throws, that one stays.
     MessageSink setSink(MessageSink sink);
 
     /// Even over all 64 bits; the same from the same seed on.

@@ -633,6 +633,7 @@ int framesBeforeTheSteadyState(CIContext& context, const std::function<CIImage()
 
 TEST(SteadyState, TakesNoMemory) {
     if (!countsAllocations()) GTEST_SKIP() << "allocations are not counted under a sanitizer";
+    const vorn::Session::Scope scope(cpuSession());
     Random random(1);
     const Bitmap bitmap = randomBitmap(random, 256, 128, CIFormat::RGBA8);
     const CIImage source = bitmap.image();
@@ -702,6 +703,7 @@ TEST(SteadyState, TakesNoMemory) {
 
 TEST(SteadyState, AnAccumulatorKeepsItsMemory) {
     if (!countsAllocations()) GTEST_SKIP() << "allocations are not counted under a sanitizer";
+    const vorn::Session::Scope scope(cpuSession());
     const CGRect extent{0, 0, 64, 64};
     const auto accumulator =
         CIImageAccumulator::imageAccumulatorWithExtent(extent, CIFormat::RGBAf);

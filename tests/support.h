@@ -323,6 +323,12 @@ inline CIContext* vulkanContext() {
 #define SKIP_WITHOUT_VULKAN()                                                                      \
     if (!vulkanContext()) GTEST_SKIP() << "there is no Vulkan device"
 
+/// A session whose filters keep their frames on the CPU. Those of the standard one do so on a GPU
+/// where any context has opened one, whose driver takes memory as it likes.
+inline std::shared_ptr<vorn::Session> cpuSession() {
+    return vorn::Session::make({.device = DeviceKind::CPU});
+}
+
 inline std::string nameOf(const CIContext& context) {
     return std::string(context.instructionSet()) + ", " + std::to_string(context.threads()) +
            " threads";

@@ -19,10 +19,7 @@ public:
                                              RegionOfInterest::identity(), {}));
     }
 
-    static const std::vector<InputInfo>& inputs() {
-        static const std::vector<InputInfo> none;
-        return none;
-    }
+    static std::span<const InputInfo> inputs() { return {}; }
     static const FilterClassInfo classInformation;
     static Class theClass() { return &classInformation.classInfo; }
     const FilterClassInfo& filterClass() const override { return classInformation; }

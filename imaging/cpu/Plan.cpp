@@ -122,7 +122,7 @@ Edge Plan::resolve(const CIImage& image, CGColorSpace wanted) {
 int Plan::conversionOf(int step, const char* kernel) {
     for (const Conversion& known : conversions_)
         if (known.from == step && known.kernel == kernel) return known.to;
-    const KernelFunction* const function = frameworkKernel(kernel);
+    const LibraryFunction* const function = frameworkKernel(kernel);
     Step conversion;
     conversion.function = function;
     if (!function) fail("the framework's colour conversion kernels could not be loaded");
@@ -175,7 +175,7 @@ void Plan::addStep(const Node* node) {
         steps_.push_back(step);
         return;
     }
-    const KernelFunction& function = *node->function;
+    const LibraryFunction& function = *node->function;
     step.function = &function;
     std::copy_n(node->period, 2, step.period);
     step.bits = node->bits;
@@ -218,7 +218,7 @@ IntRect Plan::readBy(const RegionOfInterest& rule, int index, const CGRect& dest
                                 (rule.kind() == RegionOfInterest::Kind::Grown && rule.margin() < 0);
         if (cannotHold || source.area() < kMostPixels) return source;
     }
-    return IntRect::around(rule.rectFor(index, destination).grownBy(1));
+    return IntRect::around(rule.ask(index, destination).grownBy(1));
 }
 
 IntRect Plan::readReduced(const Step& step, const Edge& edge, const CGRect& destination) const {

@@ -58,8 +58,8 @@ struct Step {
     kernelabi::SourceView memory{}; ///< of memory, and of a materialised step once it is computed
     IntRect memoryRect;
 
-    const KernelFunction* function = nullptr; ///< null for memory
-    KernelEntry code;                         ///< of the level that is wanted
+    const LibraryFunction* function = nullptr; ///< null for memory
+    KernelEntry code;                          ///< of the level that is wanted
     const float* arguments = nullptr;
     int firstEdge = 0, edgeCount = 0;
     IntRect extent;                      ///< nothing but transparent black outside

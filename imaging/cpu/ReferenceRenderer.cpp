@@ -18,7 +18,7 @@ public:
             problem_ = plan.problem();
             return false;
         }
-        const KernelFunction* const copy = frameworkKernel("CI_copy");
+        const LibraryFunction* const copy = frameworkKernel("CI_copy");
         copy_ = copy ? copy->entry(referenceLevel(), problem_) : KernelEntry{};
         if (!copy) problem_ = "the framework's copy kernel could not be loaded";
         if (!copy_.generic) return false;

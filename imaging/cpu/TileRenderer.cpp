@@ -114,7 +114,7 @@ public:
             return false;
         }
         if (!copy_.generic) {
-            const KernelFunction* const kernel = frameworkKernel("CI_copy");
+            const LibraryFunction* const kernel = frameworkKernel("CI_copy");
             if (kernel)
                 copy_ = kernel->entry(levels_, problem_);
             else

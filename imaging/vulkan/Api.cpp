@@ -1,7 +1,6 @@
 #include "imaging/vulkan/Api.h"
 
 #include <dlfcn.h>
-#include <new>
 
 namespace vorn::imaging::vulkan {
 
@@ -36,23 +35,6 @@ void Functions::takeDevice(VkDevice device) {
     VORN_TAKE(GetMemoryFdKHR)
     VORN_TAKE(GetMemoryFdPropertiesKHR)
 #undef VORN_TAKE
-}
-
-void takeProblem(std::string& problem) noexcept {
-    constexpr const char* memory = "out of memory"; // short enough to need none itself
-    try {
-        try {
-            throw;
-        } catch (const std::bad_alloc&) {
-            problem = memory;
-        } catch (const std::exception& exception) {
-            problem = exception.what();
-        } catch (...) {
-            problem = "failed";
-        }
-    } catch (...) {
-        problem = memory;
-    }
 }
 
 std::string nameOf(VkResult result) {

@@ -68,9 +68,6 @@ struct Failure : std::runtime_error {
     VkResult result;
 };
 
-/// Makes a line of the exception that is being handled. Throws nothing.
-void takeProblem(std::string& problem) noexcept;
-
 /// A structure of the API with its type set and all else zero.
 template <class T>
 T typed(VkStructureType type) {

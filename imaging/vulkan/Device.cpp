@@ -3,6 +3,7 @@
 #include "imaging/SessionState.h"
 #include "imaging/vulkan/PipelineCache.h"
 #include "imaging/vulkan/Pipelines.h"
+#include "platform/Guard.h"
 
 #include <algorithm>
 #include <cctype>
@@ -366,7 +367,7 @@ std::shared_ptr<Device> Device::open(const std::string& name, bool softwareToo,
     return device;
 } catch (...) {
     if (mayCome) *mayCome = true;
-    takeProblem(problem);
+    describeException(problem);
     return nullptr;
 }
 
@@ -404,7 +405,7 @@ std::shared_ptr<Device> Device::adopt(VkInstance instanceHandle, VkPhysicalDevic
     device->sharesDmaBufs_ = device->sharesFds_ && description.sharesDmaBufs;
     return device;
 } catch (...) {
-    takeProblem(problem);
+    describeException(problem);
     return nullptr;
 }
 
@@ -790,7 +791,7 @@ std::vector<vorn::GPUDevice> vorn::gpuDevices(std::string* problem) {
         if (problem) *problem = instance->problem;
         return describeAll(*instance);
     } catch (...) {
-        takeProblem(problem ? *problem : unwanted);
+        describeException(problem ? *problem : unwanted);
         return {};
     }
 }

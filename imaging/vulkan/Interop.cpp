@@ -152,7 +152,7 @@ struct VulkanContext::State {
     } catch (...) {
         renderer.reset();
         device.reset();
-        takeProblem(problem);
+        describeException(problem);
     }
     bool hasSize(uint32_t width, uint32_t height) {
         if (width > 0 && height > 0 && width <= device->largestSide() &&
@@ -207,7 +207,7 @@ VulkanContext::VulkanContext(const std::string& deviceName, CGColorSpace working
         state_->name = deviceName;
         state_->open();
     } catch (...) {
-        takeProblem(state_->problem);
+        describeException(state_->problem);
     }
 }
 
@@ -243,7 +243,7 @@ CIImage VulkanContext::image(const VulkanPicture& picture, CGPoint origin,
             Handover{picture.layout, {picture.readyAt.semaphore, picture.readyAt.value}}),
         picture.width, picture.height, *format, origin, colorSpace);
 } catch (...) {
-    takeProblem(state_->lastError);
+    describeException(state_->lastError);
     return {};
 }
 
@@ -272,7 +272,7 @@ bool VulkanContext::render(const CIImage& image, const VulkanPicture& target,
     return state.renderer->renderInto(image, rect, host, *format, state.workingSpace, colorSpace) ||
            state.fail(state.renderer->problem());
 } catch (...) {
-    takeProblem(state_->lastError);
+    describeException(state_->lastError);
     return {};
 }
 
@@ -322,7 +322,7 @@ std::optional<SharedPicture> VulkanContext::renderShared(const CIImage& image, C
         throw;
     }
 } catch (...) {
-    takeProblem(state_->lastError);
+    describeException(state_->lastError);
     return {};
 }
 
@@ -354,6 +354,6 @@ CIImage VulkanContext::imageOfShared(const SharedPicture& picture, CGColorSpace 
                                                        picture.width, picture.height),
                          picture.width, picture.height, picture.format, {}, colorSpace);
 } catch (...) {
-    takeProblem(state_->lastError);
+    describeException(state_->lastError);
     return {};
 }

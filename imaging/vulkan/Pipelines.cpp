@@ -37,7 +37,7 @@ Pipelines::~Pipelines() {
     f.DestroyPipelineCache(device_.handle(), cache_, nullptr);
 }
 
-const Pipeline& Pipelines::pipelineFor(const KernelFunction& function, Store store) {
+const Pipeline& Pipelines::pipelineFor(const LibraryFunction& function, Store store) {
     const std::lock_guard lock(mutex_);
     const auto key = std::tuple(function.module, function.index, store);
     const auto found = pipelines_.find(key);
@@ -90,7 +90,7 @@ const Pipelines::Layout& Pipelines::layoutFor(uint32_t sources, uint32_t pushedB
     }
 }
 
-Pipeline Pipelines::make(const KernelFunction& function, Store store) {
+Pipeline Pipelines::make(const LibraryFunction& function, Store store) {
     const kernelc::Function& declaration = function.declaration();
     const std::string doing = "making the pipeline of kernel '" + declaration.name + "'";
     if (declaration.spirv.empty())

@@ -31,7 +31,7 @@ public:
 
     /// The pipeline of a kernel, made when it is first asked for. Throws a Failure; the next call
     /// tries again.
-    const Pipeline& pipelineFor(const KernelFunction& function, Store store);
+    const Pipeline& pipelineFor(const LibraryFunction& function, Store store);
     /// Writes the cache file when there is something new in it. Nothing that goes wrong with that
     /// counts.
     void save() noexcept;
@@ -42,7 +42,7 @@ private:
         VkPipelineLayout layout = VK_NULL_HANDLE;
     };
     const Layout& layoutFor(uint32_t sources, uint32_t pushedBytes, bool pushesCall);
-    Pipeline make(const KernelFunction& function, Store store);
+    Pipeline make(const LibraryFunction& function, Store store);
 
     Device& device_;
     std::mutex mutex_;

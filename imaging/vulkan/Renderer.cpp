@@ -1,5 +1,6 @@
 #include "imaging/vulkan/Renderer.h"
 
+#include "platform/Guard.h"
 #include "platform/Messages.h"
 
 #include <algorithm>
@@ -179,7 +180,7 @@ std::shared_ptr<DeviceImage> Renderer::renderOnDevice(const CIImage& image, cons
                                              static_cast<uint32_t>(rect.width()),
                                              static_cast<uint32_t>(rect.height()));
     } catch (...) {
-        takeProblem(problem_);
+        describeException(problem_);
         return nullptr;
     }
 }
@@ -217,7 +218,7 @@ bool Renderer::begin(const CIImage& image, const IntRect& rect, CIFormat format,
     if (!copy_) throw Failure("the framework's copy kernel could not be loaded");
     return true;
 } catch (...) {
-    takeProblem(problem_);
+    describeException(problem_);
     return false;
 }
 
@@ -241,7 +242,7 @@ uint64_t Renderer::compute(const IntRect& rect, const Target& target,
         if (target.bytes) outcomes_.push_back({ticket});
         next_ = (next_ + 1) % kFrames;
     } catch (...) {
-        takeProblem(problem_);
+        describeException(problem_);
     }
     for (const Used& used : used_) {
         if (ticket != 0)
@@ -269,7 +270,7 @@ void Renderer::finishFrame(Frame& frame) noexcept {
         fetch(frame);
         if (outcome != outcomes_.end()) outcome->isGood = true;
     } catch (...) {
-        if (outcome != outcomes_.end()) takeProblem(outcome->problem);
+        if (outcome != outcomes_.end()) describeException(outcome->problem);
     }
 }
 
@@ -625,7 +626,7 @@ void Renderer::recordKernels(Frame& frame, const IntRect& rect, size_t target, C
 }
 
 /// Runs a kernel for the pixels `rect`, which go into the upper left corner of the target.
-void Renderer::runKernel(Frame& frame, const KernelFunction& function, const float* arguments,
+void Renderer::runKernel(Frame& frame, const LibraryFunction& function, const float* arguments,
                          const Edge* edges, int edgeCount, const IntRect& rect, size_t target,
                          Store store) {
     const Functions& f = device_->functions;

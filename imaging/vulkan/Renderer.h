@@ -168,7 +168,7 @@ private:
     void copySources(Frame& frame);
     void record(Frame& frame, const cpu::IntRect& rect, const Destination& destination);
     void recordKernels(Frame& frame, const cpu::IntRect& rect, size_t target, CIFormat format);
-    void runKernel(Frame& frame, const KernelFunction& function, const float* arguments,
+    void runKernel(Frame& frame, const LibraryFunction& function, const float* arguments,
                    const cpu::Edge* edges, int edgeCount, const cpu::IntRect& rect, size_t target,
                    Store store);
     void release(const cpu::Edge* edges, int edgeCount);
@@ -192,7 +192,7 @@ private:
     std::array<Frame, kFrames> frames_;
     size_t next_ = 0;
     std::vector<Outcome> outcomes_;
-    const KernelFunction* copy_ = nullptr;
+    const LibraryFunction* copy_ = nullptr;
     std::shared_ptr<Image> nothing_; ///< stands for sources without pixels
     struct TakenOver {
         std::shared_ptr<Image> image;

@@ -55,7 +55,7 @@ struct GPUDevice {
     std::string pipelineCache; ///< the file that its compiled kernels are kept in
 };
 
-/// The Vulkan devices of this machine; `problem` gets why there are none.
+/// The Vulkan devices of this machine; `problem` gets why there are none, such as no memory.
 VORN_EXPORT std::vector<GPUDevice> gpuDevices(std::string* problem = nullptr);
 
 /// How long the parts of a render took on a GPU, in seconds.
@@ -92,7 +92,8 @@ private:
 /// thread at a time may render with a context; contexts do not share state.
 class VORN_EXPORT CIContext {
 public:
-    /// In the session that is current on this thread.
+    /// In the session that is current on this thread. Where memory runs out, every render fails and
+    /// says so.
     explicit CIContext(vorn::ContextOptions options = {});
     explicit CIContext(std::shared_ptr<vorn::Session> session, vorn::ContextOptions options = {});
     ~CIContext();
@@ -133,7 +134,7 @@ public:
     /// it, and fail with the same.
     const std::string& deviceProblem() const;
     /// The device that computes: CPU, Reference or Vulkan, and its name ("cpu", "reference", or
-    /// that of the GPU).
+    /// that of the GPU; empty where memory runs out).
     vorn::DeviceKind device() const;
     std::string deviceName() const;
     /// What the last render that was waited for took on a GPU; zeros on other devices.
@@ -156,7 +157,8 @@ private:
 
 namespace vorn {
 
-/// The instruction-set levels that this processor can run, best first.
+/// The instruction-set levels that this processor can run, best first; none, with a line, where
+/// memory runs out.
 VORN_EXPORT std::vector<std::string> supportedInstructionSets();
 
 } // namespace vorn

@@ -10,7 +10,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -52,6 +54,9 @@ struct VORN_EXPORT InputAttributes {
 };
 using Attributes = std::vector<InputAttributes>;
 
+// The four builders below give attributes without key and entries where memory runs out. A class
+// whose `customAttributes` holds such ones has none for that moment; they are asked for again.
+
 /// The numbers of a scalar input, in slider units.
 struct ScalarRange {
     double min = 0, sliderMin = 0, sliderMax = 1, standard = 0, identity = 0;
@@ -88,9 +93,12 @@ struct InputInfo {
 /// What is known of a filter class without making an instance.
 struct FilterClassInfo {
     ClassInfo classInfo;
+    /// A new filter; an empty handle, with a line, where it cannot be made.
     CIFilterRef (*create)();
+    /// Attributes and guide are made when they are first asked for. Where that fails there is a
+    /// line and an empty one, and the next call tries again.
     const Attributes& (*customAttributes)();
-    const std::vector<InputInfo>& (*inputs)();
+    std::span<const InputInfo> (*inputs)();
     const FilterGuide& (*guide)();
     detail::FolderName folder; ///< where its source lies
 };
@@ -127,7 +135,7 @@ public:
     CIFilter& operator=(const CIFilter&) = delete;
 
     /// Makes a name creatable; a name registered before is replaced. These four are safe from any
-    /// thread.
+    /// thread. Where memory runs out there is a line, and nothing is registered or found.
     static void registerFilterName(std::string name,
                                    std::shared_ptr<CIFilterConstructor> constructor,
                                    vorn::ClassAttributes classAttributes);
@@ -234,22 +242,37 @@ constexpr InputInfo inputInfo(const char* key) {
             }};
 }
 
-/// Built once per class, so that setting inputs by key allocates nothing.
+/// To be called where something has been caught: a line, for a filter in its session.
+VORN_EXPORT void reportCaught(const CIFilter& filter) noexcept;
+VORN_EXPORT void reportCaught(Class owner) noexcept;
+
+/// Built once per class, so that setting inputs by key allocates nothing. Throws what its making
+/// does, and so each time until it is whole.
 template <class Filter>
-const Attributes& attributesOf() {
+const Attributes& wholeAttributesOf() {
     static const Attributes attributes = [] {
-        if constexpr (requires { Filter::customAttributes(); })
-            return Filter::customAttributes();
-        else
-            return Attributes{};
+        Attributes made;
+        if constexpr (requires { Filter::customAttributes(); }) made = Filter::customAttributes();
+        for (const InputAttributes& input : made)
+            if (input.key.empty() && input.entries.empty()) throw std::bad_alloc();
+        return made;
     }();
     return attributes;
+}
+template <class Filter>
+const Attributes& attributesOf() try {
+    return wholeAttributesOf<Filter>();
+} catch (...) {
+    static const Attributes none;
+    reportCaught(Filter::theClass());
+    return none;
 }
 
 /// What the class tells, completed by what else is known of it.
 template <class Filter>
-const FilterGuide& guideOf() {
+const FilterGuide& guideOf() try {
     static const FilterGuide guide = [] {
+        wholeAttributesOf<Filter>(); // which it is completed by
         FilterGuide told;
         if constexpr (requires { Filter::guide(); }) told = Filter::guide();
         told.takesFrameTime = !std::is_same_v<decltype(&Filter::setVornFrameTime),
@@ -257,6 +280,10 @@ const FilterGuide& guideOf() {
         return completed(std::move(told), Filter::classInformation);
     }();
     return guide;
+} catch (...) {
+    static const FilterGuide none;
+    reportCaught(Filter::theClass());
+    return none;
 }
 
 struct ClassRegistration {
@@ -275,9 +302,6 @@ private:
     void* outer_;
 };
 
-/// To be called where something of a filter has been caught: a line in its session.
-VORN_EXPORT void reportCaught(const CIFilter& filter) noexcept;
-
 /// What hosts get of a filter class: its calls are made in the filter's session, and nothing that
 /// it throws gets out.
 template <class Filter>
@@ -295,12 +319,15 @@ public:
         guard([&] { Filter::clear(); });
     }
 
-    static CIFilterRef make() {
+    static CIFilterRef make() try {
         return CIFilterRef(new Guarded, [](Guarded* filter) {
             const std::shared_ptr<Session> session = filter->session(); // outlives the filter
             const InSession current(*session);
             delete filter;
         });
+    } catch (...) {
+        reportCaught(Filter::theClass());
+        return nullptr;
     }
 
 private:
@@ -339,8 +366,8 @@ private:
 
 /// Inside a filter class, after its inputs: names the class and its inputs, keys in this order.
 #define VORN_FILTER(FilterClass, ...)                                                              \
-    static const std::vector<::vorn::InputInfo>& inputs() {                                        \
-        static const std::vector<::vorn::InputInfo> table{                                         \
+    static std::span<const ::vorn::InputInfo> inputs() {                                           \
+        static constexpr ::vorn::InputInfo table[] = {                                             \
             VORN_EACH(VORN_INPUT, FilterClass, __VA_ARGS__)};                                      \
         return table;                                                                              \
     }                                                                                              \

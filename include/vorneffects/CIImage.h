@@ -22,8 +22,11 @@
 
 namespace vorn::imaging {
 struct Node;
-struct KernelFunction;
+struct LibraryFunction;
 class KernelModule;
+namespace cpu {
+class Plan;
+}
 } // namespace vorn::imaging
 
 namespace vorn {
@@ -39,7 +42,8 @@ enum class ReducedBits : uint8_t { OfSources, Floats };
 } // namespace vorn
 
 /// An immutable lazy image. Copies are cheap and share the same image object; `==` tells whether
-/// two handles hold the same object. An empty handle is no image at all.
+/// two handles hold the same object. An empty handle is no image at all, and what is given, with a
+/// line, where memory runs out.
 class VORN_EXPORT CIImage {
 public:
     CIImage() = default;
@@ -194,12 +198,16 @@ public:
         return rule;
     }
 
+    /// The zero rectangle, with a line, where a rule of the host's throws.
     CGRect rectFor(int index, CGRect destination) const;
     Kind kind() const { return kind_; }
     bool isExact() const { return isExact_; }
     double margin() const { return margin_; }
 
 private:
+    friend class imaging::cpu::Plan;
+    CGRect ask(int index, CGRect destination) const; ///< throws what a rule of the host's does
+
     Kind kind_ = Kind::Identity;
     bool isExact_ = false;
     double margin_ = 0;
@@ -258,7 +266,7 @@ VORN_EXPORT std::optional<std::string> kernelLibraryProblem(const Data& library)
 class VORN_EXPORT CIKernel {
 public:
     constexpr CIKernel() = default;
-    explicit CIKernel(const vorn::imaging::KernelFunction* function) : function_(function) {}
+    explicit CIKernel(const vorn::imaging::LibraryFunction* function) : function_(function) {}
     CIKernel(const CIKernel& other) : function_(other.function()) {}
     CIKernel& operator=(const CIKernel& other) {
         function_.store(other.function(), std::memory_order_release);
@@ -284,12 +292,12 @@ public:
     /// For colour kernels: every source is read at the pixel that is written.
     CIImage applyWithExtent(CGRect extent, vorn::KernelArguments arguments) const;
 
-    const vorn::imaging::KernelFunction* function() const {
+    const vorn::imaging::LibraryFunction* function() const {
         return function_.load(std::memory_order_acquire);
     }
 
 private:
-    std::atomic<const vorn::imaging::KernelFunction*> function_ = nullptr;
+    std::atomic<const vorn::imaging::LibraryFunction*> function_ = nullptr;
 };
 
 class VORN_EXPORT CIColorKernel : public CIKernel {

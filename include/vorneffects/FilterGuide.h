@@ -83,7 +83,8 @@ struct FilterGuide {
 struct FilterClassInfo;
 
 /// What is wrong with how a class is declared, one line each: attributes and guide that do not fit
-/// its inputs, and what the guide leaves out. Empty when nothing is.
+/// its inputs, and what the guide leaves out. Empty when nothing is and, with a line, where memory
+/// runs out.
 VORN_EXPORT std::vector<std::string> guideProblems(const FilterClassInfo& info);
 
 namespace detail {
@@ -104,7 +105,7 @@ consteval FolderName folderOf(const char* path) {
     return folder;
 }
 
-/// A guide as hosts read it.
+/// A guide as hosts read it. Throws where memory runs out, to `guideOf`.
 VORN_EXPORT FilterGuide completed(FilterGuide told, const FilterClassInfo& info);
 
 } // namespace detail

@@ -41,6 +41,8 @@ struct SessionOptions {
 /// Safe from any thread.
 class VORN_EXPORT Session : public std::enable_shared_from_this<Session> {
 public:
+    /// Null, with a line, where memory runs out. Whatever is given no session takes the standard
+    /// one.
     static std::shared_ptr<Session> make(SessionOptions options = {});
     /// Lives as long as the process.
     static const std::shared_ptr<Session>& standard();
@@ -76,6 +78,7 @@ public:
     bool isClockDriven() const;
 
     /// Hands lines to another sink from now on (none: to standard output); gives the former one.
+    /// Where there is no memory for that, the former one stays and gets a line, and none is given.
     MessageSink setMessages(MessageSink messages);
 
     /// The next one of the session's random numbers, even over all 64 bits.

@@ -166,6 +166,7 @@ TEST(Feedback, KeepsTheHueOfATrail) {
 
 TEST(Feedback, AllocatesNothingInASteadyChain) {
     if (!countsAllocations()) GTEST_SKIP() << "allocations are not counted under a sanitizer";
+    const vorn::Session::Scope scope(cpuSession());
     filtered("VEDummy", frame(1, 1), {});
     const Bitmap source(200, 100);
     const CIImage image = source.image();
