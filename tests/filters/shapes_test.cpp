@@ -9,6 +9,11 @@ const char* const kPositioned =
     "YPosition \"Y Position\" min -0.5 from -0.5 to 1.5 default 0.5, "
     "Aspect \"aspect\" to 10 default 1.778, IsXY \"isXY\"";
 
+const char* const kBand = "Mixer \"mixer\" default 1, Size \"size\", "
+                          "Offset \"offset\" min -1 from -1, Edge \"edge\"";
+const std::string kShutters = "SizeX1 \"sizeX1\", SizeY1 \"sizeY1\", SizeX2 \"sizeX2\", "
+                              "SizeY2 \"sizeY2\"";
+
 const char* const kCropped = "Mixer \"mixer\" default 1, Size \"size\", Edge \"edge\"";
 
 INSTANTIATE_TEST_SUITE_P(
@@ -21,7 +26,19 @@ INSTANTIATE_TEST_SUITE_P(
             "Size \"size\" min -1 from -1, Edge \"edge\", Aspect \"aspect\" to 10 default 1.778, "
             "XPosition \"X Position\" min -0.5 from -0.5 to 1.5 default 0.5, "
             "YPosition \"Y Position\" min -0.5 from -0.5 to 1.5 default 0.5, Mode \"mode\""},
-        AdvertisedCase{"VEFalloff", kCropped}, AdvertisedCase{"VEFalloffXYPosition", kPositioned}),
+        AdvertisedCase{"VEFalloff", kCropped}, AdvertisedCase{"VEFalloffXYPosition", kPositioned},
+        AdvertisedCase{"VEHorizCrop", kBand}, AdvertisedCase{"VEVertCrop", kBand},
+        AdvertisedCase{"VEOrthShutters", "Mixer \"mixer\" default 1, " + kShutters},
+        AdvertisedCase{"VEOrthShutters_2", "Edge \"edge\" default 1, " + kShutters},
+        AdvertisedCase{"VECenterImage",
+                       "TargetSize \"Target Size\" no min no from no to default (800 600) no "
+                       "identity type kCIAttributeTypePosition"},
+        AdvertisedCase{"VELattice", "Mixer \"mixer\" default 1, Mode \"mode\" to 2, "
+                                    "Segments \"segments\" min 1 from 1 to 80 default 1, "
+                                    "Thickness \"thickness\" to 3"},
+        AdvertisedCase{"VEBars", "Mixer \"mixer\" default 1, Mode \"mode\" to 2, "
+                                 "Divisions \"divisions\" min 1 from 1 to 100 default 20, "
+                                 "Size \"size\" default 0.5"}),
     kByFilter);
 
 std::string circleXY(const char* kernel, const char* arguments) {
@@ -73,7 +90,41 @@ INSTANTIATE_TEST_SUITE_P(
         rectangle("RectangleXY5", 1, 5, rectXY("Reverse", "2, 0.5, 0, (0.253922 0.503922)")),
         rectangle("RectangleXY6", 1, 6, rectXY("", "1, 0.5, 0, (0.5 0.5)")), oval("Oval", 0, ""),
         oval("OvalReverse", 1, "Reverse"), oval("OvalMode2", 2, "Reverse"),
-        oval("OvalMode7", 7, "Reverse"), oval("OvalNegative", -1, "Reverse")),
+        oval("OvalMode7", 7, "Reverse"), oval("OvalNegative", -1, "Reverse"),
+        GraphCase{"HorizontalBand", "VEHorizCrop",
+                  inputs({{"Size", 1}, {"Offset", -1}, {"Edge", 3}}),
+                  "VE_HorizCrop_cropHoriz(source, 1, 0, 1, 3) own"},
+        GraphCase{"VerticalBand", "VEVertCrop", inputs({{"Offset", 1}}),
+                  "VE_VertCrop_cropVert(source, 1, 0.5, 0, 0) own"},
+        GraphCase{"Shutters", "VEOrthShutters",
+                  inputs({{"SizeX1", 0.2}, {"SizeY1", 0.4}, {"SizeX2", 0.6}}),
+                  "VE_OrthShutters_orthShtrLTRB(source, 1, 0.4, 0.3, 0.2, 0.5) own"},
+        GraphCase{"SoftShutters", "VEOrthShutters_2",
+                  inputs({{"Edge", 0.5}, {"SizeY1", 0.5}, {"SizeX2", 1}}),
+                  "VE_OrthShutters_2_softOrthShtrLRTB(source, 0.25, 1, 0.25, 0, 1) own"},
+        GraphCase{"CentredInASmallerFrame",
+                  "VECenterImage",
+                  {},
+                  "VE_CenterImageFilterKernel:VE_CenterImageFilterKernel_centerImage(source, (-240 "
+                  "-60), (1280 720)) [0 0 "
+                  "1280 720] at [0 0 800 600]",
+                  frame(1280, 720)},
+        GraphCase{"CentredInALargerFrame",
+                  "VECenterImage",
+                  {{"inputTargetSize", CIVector(105, 90)}},
+                  "VE_CenterImageFilterKernel:VE_CenterImageFilterKernel_centerImage(source, (27.5 "
+                  "15), (50 60)) [-7 9 50 60] "
+                  "at [0 0 105 90]",
+                  frame(50, 60, {-7, 9})},
+        GraphCase{"Lattice", "VELattice", inputs({{"Mode", -1}, {"Thickness", 0.5}}),
+                  "VE_Lattice_negLattice(source, 1, 1, 0.5, 1.77778) own"},
+        GraphCase{"LatticeKept", "VELattice", inputs({{"Mode", 2}}),
+                  "VE_Lattice_posLattice(source, 1, 1, 0, 0.5) own", frame(300, 600, {7, -9})},
+        GraphCase{"Bars", "VEBars", {}, "VE_Bars_horizontalBars(source, 1, 20, 0.5) own"},
+        GraphCase{"BarsUpright", "VEBars", inputs({{"Mode", 2}, {"Size", 0.25}}),
+                  "VE_Bars_verticalBars(source, 1, 20, 0.75) own"},
+        GraphCase{"BarsNegative", "VEBars", inputs({{"Mode", -2}}),
+                  "VE_Bars_horizontalBars(source, 1, 20, 0.5) own"}),
     kByTitle);
 
 /// How much of a pixel lies inside of a border at `radius`, seen from `distance`; in pixels.
@@ -91,9 +142,73 @@ double rectangleAt(int x, int y, double width, double height, double softness) {
            inside(std::fabs(y + 0.5 - kHeight / 2.0), height, softness * kHeight);
 }
 
+/// How much of pixel i lies from `low` to `high`.
+double within(int i, double low, double high) {
+    return std::clamp(std::min(i + 1.0, high) - std::max<double>(i, low), 0.0, 1.0);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Shapes, Pixels,
     testing::Values(
+        PixelCase{
+            "BandMovedUp", "VEHorizCrop", inputs({{"Size", 0.5}, {"Offset", 0.25}, {"Edge", 0.5}}),
+            [](const Bitmap& s, int x, int y) {
+                const double middle = 0.625 * kHeight, half = 0.25 * kHeight;
+                return times(s.pixel(x, y), inside(std::fabs(y + 0.5 - middle), half, half / 2));
+            }},
+        PixelCase{"BandMovedToTheRight", "VEVertCrop",
+                  inputs({{"Size", 0.8}, {"Offset", 0.5}, {"Mixer", 0.5}}),
+                  [](const Bitmap& s, int x, int y) {
+                      const double away = std::fabs(x + 0.5 - 0.75 * kWidth);
+                      return times(s.pixel(x, y), 0.5 + 0.5 * inside(away, 0.1 * kWidth, 0));
+                  }},
+        PixelCase{"ShuttersFromTheirSides", "VEOrthShutters",
+                  inputs({{"SizeX1", 0.1}, {"SizeY1", 0.2}, {"SizeX2", 0.3}, {"SizeY2", 0.4}}),
+                  [](const Bitmap& s, int x, int y) {
+                      const double across = within(x, 0.05 * kWidth, 0.85 * kWidth),
+                                   up = within(y, 0.2 * kHeight, 0.9 * kHeight);
+                      return times(s.pixel(x, y), across * up);
+                  }},
+        PixelCase{"SoftShuttersFromTheirSides", "VEOrthShutters_2",
+                  inputs({{"Edge", 0.8},
+                          {"SizeX1", 0.1},
+                          {"SizeY1", 0.2},
+                          {"SizeX2", 0.3},
+                          {"SizeY2", 0.4}}),
+                  [](const Bitmap& s, int x, int y) {
+                      const double soft = 0.64 * kHeight / 2;
+                      const auto open = [&](double size, double border, double away) {
+                          return smooth(((1 - size) * (1 - size) * (border + soft) - away) / soft);
+                      };
+                      const double u = x + 0.5 - kWidth / 2.0, v = y + 0.5 - kHeight / 2.0;
+                      return times(s.pixel(x, y),
+                                   open(0.1, kWidth / 2.0, -u) * open(0.2, kHeight / 2.0, v) *
+                                       open(0.3, kWidth / 2.0, u) * open(0.4, kHeight / 2.0, -v));
+                  }},
+        PixelCase{"OpenSoftShuttersLeaveThePicture",
+                  "VEOrthShutters_2",
+                  {},
+                  [](const Bitmap& s, int x, int y) { return s.pixel(x, y); }},
+        PixelCase{"ClosedSoftShuttersLeaveNothing", "VEOrthShutters_2",
+                  inputs({{"SizeX1", 1}, {"SizeX2", 1}}),
+                  [](const Bitmap&, int, int) { return Pixel{}; }},
+        PixelCase{"LatticeOfTwoLines", "VELattice", inputs({{"Segments", 2}, {"Thickness", 0.6}}),
+                  [](const Bitmap& s, int x, int y) {
+                      // Cells of 13 pixels, lines of 2.6 in their middles, one cell on the middle.
+                      double gone = 0, level = 0;
+                      for (int i = -3; i < 4; ++i)
+                          gone += within(x, 22 + 13 * i + 5.2, 22 + 13 * i + 7.8);
+                      for (int i = 0; i < 2; ++i) level += within(y, 13 * i + 5.2, 13 * i + 7.8);
+                      return times(s.pixel(x, y), (1 - gone) * (1 - level));
+                  }},
+        PixelCase{"LatticeFinerThanPixels", "VELattice",
+                  inputs({{"Mode", 1}, {"Segments", 52}, {"Thickness", 1.5}}),
+                  [](const Bitmap& s, int x, int y) { return times(s.pixel(x, y), 0.75); }},
+        PixelCase{"UprightBars", "VEBars", inputs({{"Mode", 1}, {"Divisions", 4}, {"Size", 0.35}}),
+                  [](const Bitmap& s, int x, int y) {
+                      const double start = x / 11 * 11 + 11 * 0.35 / 2;
+                      return times(s.pixel(x, y), within(x, start, start + 11 * 0.65));
+                  }},
         PixelCase{"Circle", "VECropCircle", inputs({{"Size", 0.3}, {"Edge", 0.5}}),
                   [](const Bitmap& s, int x, int y) {
                       return times(s.pixel(x, y), circleAt(x, y, 0.35, 0.1));
@@ -150,5 +265,37 @@ INSTANTIATE_TEST_SUITE_P(
                                    rectangleAt(x, y, 0.2 * kWidth, 0.4 * kHeight, 0.08));
                   }}),
     kByTitle);
+
+TEST(CenterImage, MovesWholePixelsOnly) {
+    Random random(3);
+    const Bitmap source = randomBitmap(random, 20, 14, CIFormat::RGBA8);
+    for (const CIVector size : {CIVector(27, 9), CIVector(13, 30), CIVector(20, 14)}) {
+        const CIImage image =
+            filtered("VECenterImage", source.image({-5, 8}), {{"inputTargetSize", size}});
+        const int left = int(std::floor((size.X() - 20) / 2 + 0.5)),
+                  below = int(std::floor((size.Y() - 14) / 2 + 0.5));
+        for (CIContext* context : everyContext())
+            EXPECT_TRUE(isClose(render(*context, image, image.extent()),
+                                [&](int x, int y) {
+                                    const int u = x - left, v = y - below;
+                                    return u < 0 || v < 0 || u >= 20 || v >= 14
+                                               ? Pixel{}
+                                               : source.pixel(u, v);
+                                },
+                                {}))
+                << nameOf(*context);
+    }
+}
+
+TEST(Bars, KeepTheirShareHoweverFineTheyAre) {
+    const Bitmap white = pictureOf(90, 60, [](int, int) { return Straight{1, 1, 1}; });
+    for (const double divisions : {3.0, 7.5, 29.0, 77.7, 100.0}) {
+        const Bitmap result =
+            lookOf("VEBars", inputs({{"Divisions", divisions}, {"Size", 0.4}}), white);
+        double sum = 0;
+        for (int y = 0; y < 60; ++y) sum += result.pixel(45, y)[3] / 60;
+        EXPECT_NEAR(sum, 0.6, divisions == std::floor(divisions) ? 1e-4 : 0.04) << divisions;
+    }
+}
 
 } // namespace

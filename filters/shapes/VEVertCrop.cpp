@@ -1,0 +1,46 @@
+// Vertical crop: keeps a vertical band of the image, with a soft edge.
+#include "core/FilterSupport.h"
+
+class VEVertCrop : public CIFilter {
+public:
+    VEVertCrop() {
+        loadKernel<VEVertCrop>(kernel, "VE_VertCropFilterKernel", "VE_VertCrop_cropVert");
+    }
+
+    static Attributes customAttributes() {
+        return {mixer(), scalar("inputSize", "size", {}),
+                scalar("inputOffset", "offset", {.min = -1, .sliderMin = -1}),
+                scalar("inputEdge", "edge", {})};
+    }
+
+    static FilterGuide guide() {
+        return {
+            .title = "Vertical band",
+            .sentence = "Keeps a vertical band of the picture, with a soft edge.",
+            .tags = {"crop", "band", "pillarbox", "mask"},
+            .inputs = {{.key = "inputSize", .purpose = "how narrow the band is; nothing at 1"},
+                       {.key = "inputOffset", .purpose = "how far the band is moved to the right"},
+                       {.key = "inputEdge", .purpose = "how far the edge is softened"}},
+            .beginWith = {{"inputSize", 0.4}, {"inputOffset", 0.15}, {"inputEdge", 0.2}}};
+    }
+
+    CIImage outputImage() override {
+        const CISampler source(inputImage);
+        return kernel.applyWithExtent(
+            source.extent(), RegionOfInterest::identity(),
+            {source, inputMixer, fromOpen(inputSize), fromOpen(inputOffset), inputEdge});
+    }
+
+    CIImage inputImage;
+    Number inputMixer, inputSize, inputOffset, inputEdge;
+    VORN_FILTER(VEVertCrop, inputImage, inputMixer, inputSize, inputOffset, inputEdge)
+
+private:
+    /// 0 gives 0.5, 1 gives 0, and -1 gives 1.
+    static float fromOpen(const Number& value) {
+        return static_cast<float>((1 - double(value.floatValue())) * 0.5);
+    }
+
+    inline static CIKernel kernel;
+};
+VORN_REGISTER(VEVertCrop)
