@@ -31,7 +31,7 @@ Trial trialOf(const std::string& name, int mode, Random* random, double shareOfS
     for (const InputInfo& input : filter.filterClass().inputs()) {
         const std::string key = input.key;
         if (input.kind == InputKind::Image)
-            filter.setValueForKey(makeImage(key == "inputImage"), key);
+            filter.setValueForKey(makeImage(key == filter.filterClass().guide().frameKey), key);
         if (input.kind != InputKind::Number) continue;
         for (const InputAttributes& attributes : filter.filterClass().customAttributes()) {
             if (attributes.key != key) continue;

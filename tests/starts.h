@@ -19,3 +19,11 @@ inline void setStarts(CIFilter& filter) {
         if (const double* start = std::get_if<double>(&input.start)) set(input.key, *start);
     for (const auto& [key, value] : guide.beginWith) set(key, value);
 }
+
+/// The frame, and another picture for each input that takes one.
+inline void setPictures(CIFilter& filter, const CIImage& frame, const CIImage& other) {
+    const std::string& frameKey = filter.filterClass().guide().frameKey;
+    for (const InputInfo& input : filter.filterClass().inputs())
+        if (input.kind == InputKind::Image)
+            filter.setValueForKey(input.key == frameKey ? frame : other, input.key);
+}

@@ -49,8 +49,7 @@ TEST(EveryEffect, IsTheSameOnEveryDeviceAndInEverySplit) {
         const Bitmap source =
             randomBitmap(random, random.whole(3, 90), random.whole(3, 60), random.format());
         const Bitmap target = randomBitmap(random, 30, 50, CIFormat::RGBA8);
-        filter.setValueForKey(source.image(origin), "inputImage");
-        filter.setValueForKey(target.image(origin), "inputTargetImage");
+        setPictures(filter, source.image(origin), target.image(origin));
         const CIImage image = filter.outputImage();
         ASSERT_TRUE(image) << name;
 
@@ -110,8 +109,7 @@ TEST(EveryEffect, TakesNoMoreMemoryInTenThousandFrames) {
                                            standardOf(input, kCIAttributeSliderMax))),
                         input.key);
             // The size changes now and then.
-            filter.setValueForKey(pictures[i / 97 % 2].image(), "inputImage");
-            filter.setValueForKey(pictures[0].image(), "inputTargetImage");
+            setPictures(filter, pictures[i / 97 % 2].image(), pictures[0].image());
             if (const CIImage image = filter.outputImage())
                 context.render(image, result.bytes(), result.bytesPerRow(), {0, 0, 24, 24},
                                CIFormat::RGBA8, CGColorSpace::None);
@@ -125,7 +123,8 @@ TEST(EveryEffect, LeavesTheSourceWhenItIsMixedOut) {
     forEachEffect([&](const std::string& name, CIFilter& filter) {
         if (!filter.setValueForKey(Number(0.0), "inputMixer")) return;
         const Bitmap source = randomBitmap(random, 64, 40, CIFormat::RGBA8);
-        filter.setValueForKey(source.image(), "inputImage");
+        const Bitmap target = randomBitmap(random, 30, 50, CIFormat::RGBA8);
+        setPictures(filter, source.image(), target.image());
         const CIImage image = filter.outputImage();
         ASSERT_TRUE(image) << name;
         for (CIContext* context : everyContext())
