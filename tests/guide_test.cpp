@@ -35,9 +35,20 @@ const std::vector<Bitmap>& frames() {
     return all;
 }
 
+/// A further picture, for masks as well: it fades out downwards.
+Bitmap secondFrame() {
+    Bitmap bitmap = frame(7);
+    bitmap.forEach([&](int x, int y) {
+        Pixel p = bitmap.pixel(x, y);
+        for (double& c : p) c *= y / (kHeight - 1.0);
+        bitmap.set(x, y, p);
+    });
+    return bitmap;
+}
+
 /// A filter with its defaults, and a picture for each input that takes a further one.
 CIFilterRef made(const std::string& name, const std::vector<Setting>& settings) {
-    static const Bitmap second = frame(7);
+    static const Bitmap second = secondFrame();
     CIFilterRef filter = CIFilter::filterWithName(name);
     filter->setDefaults();
     for (const InputInfo& input : filter->filterClass().inputs())
