@@ -152,8 +152,6 @@ std::vector<std::string> guideProblems(const FilterClassInfo& info) try {
             addTo("of its guide is no input of it");
         else if (!read && !input.isDead)
             addTo("is advertised, but is no input of it");
-        else if (read && input.isDead)
-            addTo("counts as dead, but is read");
         if (std::none_of(input.label.begin(), input.label.end(),
                          [](unsigned char letter) { return std::isalpha(letter); }))
             addTo("has no label");

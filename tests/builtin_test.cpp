@@ -402,8 +402,8 @@ TEST(RadialGradient, IsALineBetweenTwoRadiiInPremultipliedColour) {
             image, {-100, -90, 150, 40},
             [&, from = from, to = to](int x, int y) {
                 const double d = std::hypot(x + 0.5 - 20, y + 0.5 + 10);
-                const double t = from == to ? (d < from ? 0 : 1)
-                                            : std::clamp((d - from) / (to - from), 0.0, 1.0);
+                const double t =
+                    std::clamp(from == to ? d - from + 0.5 : (d - from) / (to - from), 0.0, 1.0);
                 return mixOf(kOrange, kClear, t);
             },
             1e-5);

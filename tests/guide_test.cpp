@@ -82,6 +82,7 @@ void addText(const ImageDescription* image, std::string& text) {
         text += key;
         if (const auto* below = std::get_if<std::shared_ptr<ImageDescription>>(&input))
             addImage(*below);
+        if (const auto* number = std::get_if<Number>(&input)) addNumber(number->doubleValue());
         if (const auto* vector = std::get_if<CIVector>(&input))
             for (size_t i = 0; i < vector->count(); ++i) addNumber(vector->valueAtIndex(i));
         if (const auto* t = std::get_if<CGAffineTransform>(&input))
@@ -185,6 +186,20 @@ TEST_F(Guides, BeginWithWhatShows) {
     }
 }
 
+TEST_F(Guides, SayWhichInputsAreNeverRead) {
+    for (const std::string& name : names(false))
+        for (const InputGuide& input :
+             CIFilter::filterWithName(name)->filterClass().guide().inputs) {
+            if (!input.isDead) continue;
+            const auto graphFor = [&](double value) {
+                PlatformClock::drive(kSecond);
+                const CIFilterRef filter = made(name, {{input.key, value}});
+                return textOf(outputFor(*filter, 0, 2 * kSecond));
+            };
+            EXPECT_EQ(graphFor(0.25), graphFor(77)) << name << " " << input.key;
+        }
+}
+
 TEST_F(Guides, SayWhatMovesAndWhatStays) {
     for (const std::string& name : names(false)) {
         const FilterGuide& guide = CIFilter::filterWithName(name)->filterClass().guide();
@@ -219,7 +234,7 @@ public:
     static FilterGuide guide() {
         return {.title = "Probe",
                 .sentence = "A sentence without an end",
-                .inputs = {{.key = "inputImagination"}, {.key = "input2", .isDead = true}},
+                .inputs = {{.key = "inputImagination"}, {.key = "input2"}},
                 .modes = {"a mode"},
                 .beginWith = {{"inputSpede", 1}}};
     }
@@ -237,8 +252,8 @@ TEST_F(Guides, NameWhatDoesNotFit) {
          {"no sentence that ends with a full stop", "gives no tags",
           "no input \"inputMode\" for its modes", "\"inputSpede\", which is no input",
           "\"inputMask\" does not say what it is for", "\"inputIntensity\" has no range",
-          "\"inputIntensity\" has nothing to begin with", "\"input2\" counts as dead, but is read",
-          "\"input2\" has no label", "\"inputIntensty\" is advertised, but is no input of it",
+          "\"inputIntensity\" has nothing to begin with", "\"input2\" has no label",
+          "\"inputIntensty\" is advertised, but is no input of it",
           "\"inputImagination\" of its guide is no input"})
         EXPECT_TRUE(std::any_of(problems.begin(), problems.end(), [&](const std::string& problem) {
             return problem.starts_with("MistypedProbe: ") &&

@@ -1,6 +1,6 @@
 // Radial gradient without end: the first colour up to the first radius, the second from the second
 // radius on, and between them a straight line in premultiplied colour (as in CSS Images Level 3,
-// section 3.4). With equal radii the edge is hard.
+// section 3.4), never shorter than a pixel: with equal radii it is a clean edge.
 #include "imaging/builtin/Builtin.h"
 
 class CIRadialGradient : public CIFilter {
@@ -26,9 +26,12 @@ public:
         if (!isFinite(inputCenter) || !isFinite(inputRadius0) || !isFinite(inputRadius1) ||
             !isFinite(inputColor0) || !isFinite(inputColor1))
             return refuse(*this, "an input is not finite");
-        const double from = inputRadius0.doubleValue(), to = inputRadius1.doubleValue();
-        // A hard edge is a ramp that is much shorter than a pixel.
-        const double slope = from == to ? 1e6 : 1 / (to - from);
+        double from = inputRadius0.doubleValue(), to = inputRadius1.doubleValue();
+        if (std::fabs(to - from) < 1) {
+            const double middle = from + (to - from) / 2, half = to < from ? -0.5 : 0.5;
+            from = middle - half, to = middle + half;
+        }
+        const double slope = from == to ? 1 : 1 / (to - from); // where a pixel is nothing
         auto node = applyFrameworkKernel(
             "CIGeneratorKernel", "CI_radialGradient", CGRect::infinite(),
             RegionOfInterest::identity(),

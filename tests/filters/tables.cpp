@@ -135,6 +135,10 @@ std::string textOf(const ImageDescription& node, const CIImage& source) {
             if (text.back() != '(') text += ", ";
             if (const auto* vector = std::get_if<CIVector>(&value))
                 text += textOf(*vector);
+            else if (const auto* number = std::get_if<Number>(&value))
+                text += textOf(number->doubleValue());
+            else if (const auto* c = std::get_if<CIColor>(&value))
+                text += textOf(CIVector(c->red(), c->green(), c->blue(), c->alpha()));
             else if (const auto* t = std::get_if<CGAffineTransform>(&value))
                 text +=
                     textOf(CIVector(t->a, t->b, t->c, t->d)) + "+" + textOf(CIVector(t->tx, t->ty));
