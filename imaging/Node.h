@@ -9,6 +9,7 @@
 #include <atomic>
 #include <memory>
 #include <memory_resource>
+#include <shared_mutex>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -47,6 +48,8 @@ struct PixelSource {
     CIFormat format = CIFormat::RGBA8;
     std::shared_ptr<const void> owner;
     std::shared_ptr<DevicePixels> device = nullptr; ///< gives the bytes that may not be here yet
+    /// Held by whoever draws on the pixels, shared by those who read them; null: nobody draws.
+    std::shared_ptr<std::shared_mutex> drawing = nullptr;
 };
 
 /// What is told of a node besides how it is computed.

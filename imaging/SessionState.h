@@ -5,6 +5,7 @@
 #include "platform/Surroundings.h"
 #include "vorneffects/Session.h"
 
+#include <map>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -15,6 +16,8 @@ namespace vulkan {
 class Device;
 class Renderer;
 } // namespace vulkan
+
+struct SharedDrawing;
 
 /// A GPU that contexts of a session render on, and renderers on it that its filters borrow. Each
 /// context holds it, so that it goes with the last one, and before a device of the host's does.
@@ -57,6 +60,7 @@ struct SessionState {
     std::vector<std::weak_ptr<SharedGpu>> gpus;   ///< the one that was opened first comes first
     std::shared_ptr<SharedGpu> gpu;               ///< of its own, where its options ask for one
     std::vector<std::weak_ptr<vulkan::Device>> openDevices; ///< by number; of `Device::open`
+    std::map<Class, std::shared_ptr<SharedDrawing>> drawings;
 };
 
 /// A context for a render of a filter, with the device and threads of the session that is current

@@ -18,6 +18,7 @@ struct FreePangoObject {
     void operator()(cairo_font_options_t* options) const { cairo_font_options_destroy(options); }
     void operator()(char* text) const { g_free(text); }
     void operator()(PangoContext* context) const { g_object_unref(context); }
+    void operator()(PangoAttrList* list) const { pango_attr_list_unref(list); }
     void operator()(PangoFont* font) const { g_object_unref(font); }
 };
 template <class T>
@@ -100,9 +101,13 @@ TextLine::TextLine(std::string_view utf8, std::string_view fontName, double pixe
     const Owned<PangoContext> context = makeContext();
     const Owned<PangoFontDescription> font = describeFont(fontName);
     pango_font_description_set_absolute_size(font.get(), pixelsPerEm * PANGO_SCALE);
+    const Owned<PangoAttrList> attributes(pango_attr_list_new());
     layout_.reset(pango_layout_new(context.get()));
     pango_layout_set_single_paragraph_mode(layout_.get(), TRUE);
     pango_layout_set_font_description(layout_.get(), font.get());
+    // Digits of one width, so that a number keeps still while it counts.
+    pango_attr_list_insert(attributes.get(), pango_attr_font_features_new("tnum"));
+    pango_layout_set_attributes(layout_.get(), attributes.get());
     pango_layout_set_text(layout_.get(), text.data(), static_cast<int>(text.size()));
 }
 

@@ -51,12 +51,20 @@ bool Plan::build(const CIImage& image, const IntRect& rect, const PlanSettings& 
     steps_.clear();
     edges_.clear();
     conversions_.clear();
+    drawings_.clear();
     problem_.clear();
     if (!addSteps(image)) return false;
     root_ = resolve(image, settings.outputSpace);
     if (!problem_.empty()) return false;
     propagateNeeds(rect);
     return true;
+}
+
+Plan::Reading::Reading(const Plan& plan) : held_(plan.drawings_) {
+    for (std::shared_mutex* drawing : held_) drawing->lock_shared();
+}
+Plan::Reading::~Reading() {
+    for (std::shared_mutex* drawing : held_) drawing->unlock_shared();
 }
 
 bool Plan::standsForAnother(const Node& node) const {
@@ -151,6 +159,11 @@ void Plan::addStep(const Node* node) {
     if (node->kind == Node::Kind::Pixels) {
         const PixelSource& pixels = node->pixels;
         step.isMemory = true;
+        if (std::shared_mutex* const drawing = pixels.drawing.get()) {
+            const auto place =
+                std::lower_bound(drawings_.begin(), drawings_.end(), drawing, std::less<>());
+            if (place == drawings_.end() || *place != drawing) drawings_.insert(place, drawing);
+        }
         step.extent.x1 = step.extent.x0 + static_cast<int>(pixels.width);
         step.extent.y1 = step.extent.y0 + static_cast<int>(pixels.height);
         step.memoryRect = step.extent;

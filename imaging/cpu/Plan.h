@@ -87,6 +87,18 @@ public:
     const Edge* edgesOf(const Step& step) const { return edges_.data() + step.firstEdge; }
     const Edge& root() const { return root_; }
 
+    /// Keeps what the plan reads from being drawn on.
+    class Reading {
+    public:
+        explicit Reading(const Plan& plan);
+        ~Reading();
+        Reading(const Reading&) = delete;
+        Reading& operator=(const Reading&) = delete;
+
+    private:
+        const std::vector<std::shared_mutex*>& held_;
+    };
+
 private:
     /// Makes steps of all that an image is computed from.
     bool addSteps(const CIImage& image);
@@ -122,6 +134,7 @@ private:
         size_t nextSource = 0;
     };
     std::vector<Pending> pending_;
+    std::vector<std::shared_mutex*> drawings_; ///< of the sources, each once, in order of address
     Edge root_;
     std::string problem_;
 };

@@ -23,6 +23,7 @@ public:
         if (!copy) problem_ = "the framework's copy kernel could not be loaded";
         if (!copy_.generic) return false;
         images_.clear();
+        const Plan::Reading reading(plan);
         for (Step& step : plan.steps()) compute(plan, step);
         const Whole result = gather(plan, plan.root(), rect);
         call(copy_, rect, &result.view, nullptr, targetView(target));

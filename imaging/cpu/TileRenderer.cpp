@@ -124,6 +124,7 @@ public:
         // A wide target is computed in 32-bit floats throughout.
         intermediate_ = target.format == CIFormat::RGBAf ? kFloat : kHalf;
         isTargetInBytes_ = bytesPerPixel(target.format) == 4;
+        const Plan::Reading reading(plan_);
         run(rect, target);
         return true;
     }

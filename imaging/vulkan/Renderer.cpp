@@ -490,6 +490,7 @@ void Renderer::copySources(Frame& frame) {
         frame.upload = std::make_unique<Buffer>(*device_, uploadBytes_, Buffer::Use::Upload);
         ++pixelAllocations_;
     }
+    const cpu::Plan::Reading reading(plan_);
     for (const Upload& upload : uploads_) {
         const Step& step = plan_.steps()[static_cast<size_t>(upload.step)];
         const Computed& computed = computed_[static_cast<size_t>(upload.step)];
