@@ -22,8 +22,75 @@ INSTANTIATE_TEST_SUITE_P(
                        "OffsetX \"offsetX\" to 8 default 1, OffsetY \"offsetY\" to 8 default 1"},
         AdvertisedCase{"VEWobble",
                        "Mixer \"mixer\" default 1, Mode \"mode\" to 10, Size \"size\" default 0.2, "
-                       "Speed \"speed\" default 0.2, C \"c\", D \"d\""}),
+                       "Speed \"speed\" default 0.2, C \"c\", D \"d\""},
+        AdvertisedCase{
+            "VE_FaceTrack",
+            "Scale \"scale\" default 0.5, Padding \"padding\" min 1.2 from 1.2 to 1.5 default 1.2, "
+            "Smoothing \"smoothing\" default 0.5, "
+            "Responsiveness \"responsiveness\" default 0.5, "
+            "PanStrength \"pan_strength\" default 0.5, "
+            "ScaleComputed \"scale_computed\" min 1 from 1 to 8 default 1 identity 1, "
+            "PanXComputed \"pan_x_computed\" no min no from no to, "
+            "PanYComputed \"pan_y_computed\" no min no from no to, "
+            "TrackingConfidence \"tracking_confidence\""}),
     kByFilter);
+
+GraphCase follow(const char* title, InputValue scale, double panX, const char* graph) {
+    return {title,
+            "VE_FaceTrack",
+            {{"inputScaleComputed", scale},
+             {"inputPanXComputed", panX},
+             {"inputPanYComputed", InputValue()}},
+            graph};
+}
+
+INSTANTIATE_TEST_SUITE_P(Faces, Graphs,
+                         testing::Values(follow("Followed", Number(3), 0.2,
+                                                "VE_FaceTrack_zoomPanScan(source, 3, 0.2, 0) own"),
+                                         follow("NeverSmaller", Number(0.5), 9,
+                                                "VE_FaceTrack_zoomPanScan(source, 1, 9, 0) own"),
+                                         follow("NoTracker", InputValue(), 0.2, "source"),
+                                         follow("NoZoom", Number(0), 0.2, "source"),
+                                         follow("Negative", Number(-2), 0.2, "source"),
+                                         follow("NoNumber", Number(NAN), 0.2, "source"),
+                                         follow("WithoutEnd", Number(1e39), 0.2, "source"),
+                                         follow("NowhereToGo", Number(2), -INFINITY, "source"),
+                                         GraphCase{"NoFace", "VE_FaceTrack", {}, "", CIImage()}),
+                         kByTitle);
+
+/// Between pixels, whose border goes on.
+Pixel between(const Bitmap& s, double x, double y) {
+    const auto column = std::floor(x - 0.5), row = std::floor(y - 0.5);
+    Pixel sum{};
+    for (const int i : {0, 1})
+        for (const int j : {0, 1}) {
+            const double across = x - 0.5 - column, up = y - 0.5 - row;
+            const Pixel p = s.pixel(std::clamp(static_cast<int>(column) + i, 0, kWidth - 1),
+                                    std::clamp(static_cast<int>(row) + j, 0, kHeight - 1));
+            for (size_t c = 0; c < 4; ++c)
+                sum[c] += p[c] * (i ? across : 1 - across) * (j ? up : 1 - up);
+        }
+    return sum;
+}
+const auto kFollowed = [](double zoom, double panX, double panY) {
+    return inputs({{"ScaleComputed", zoom}, {"PanXComputed", panX}, {"PanYComputed", panY}});
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Faces, Pixels,
+    testing::Values(PixelCase{"RightAndUp", "VE_FaceTrack", kFollowed(2, 0.125, 0.1),
+                              [](const Bitmap& s, int x, int y) {
+                                  return between(s, kWidth * 0.625 + (x + 0.5 - kWidth / 2) / 2,
+                                                 kHeight * 0.6 + (y + 0.5 - kHeight / 2) / 2);
+                              }},
+                    // No further than the border, which never comes in.
+                    PixelCase{"LowerLeftCorner", "VE_FaceTrack", kFollowed(4, -0.5, -7),
+                              [](const Bitmap& s, int x, int y) {
+                                  return between(s, (x + 0.5) / 4, (y + 0.5) / 4);
+                              }},
+                    PixelCase{"AsItIs", "VE_FaceTrack", kFollowed(1, 0.3, 0.3),
+                              [](const Bitmap& s, int x, int y) { return s.pixel(x, y); }}),
+    kByTitle);
 
 std::string repeats(int number, const char* arguments) {
     return "VE_Repeats_repeats" + std::to_string(number) + "(source, 1, 1, " + arguments +
