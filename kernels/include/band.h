@@ -8,9 +8,8 @@ float insideBand(float distance, uniform float halfWidth, uniform float edge) {
     return insideShare(abs(distance), max(halfWidth, 0.0), clamp(edge, 0.0, 1.0) * halfWidth, 0.5);
 }
 
-// The part of the source that stays, mixed with all of it.
+// The part of the source that stays, mixed with all of it. Kernels hand on first, in their own body and so
+// unread, what stays whole and what goes.
 vec4 kept(sampler image, float share, uniform float mixer) {
-    if (everywhere(share >= 1.0)) return sample(image, samplerCoord(image));
-    if (mixer == 1.0 && everywhere(share <= 0.0)) return vec4(0.0);
     return sample(image, samplerCoord(image)) * (1.0 - mixer * (1.0 - share));
 }

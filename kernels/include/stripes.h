@@ -9,11 +9,11 @@ uniform float stripeShift(uniform float count) {
 }
 
 // How much of a stretch of that width about x lies in stripes that reach from each whole number as far
-// as `share` beyond it.
-float inStripes(float x, float share, float width) {
+// as `share` beyond it. `perWidth` is 1 / width.
+float inStripes(float x, float share, float width, float perWidth) {
     float low = x - 0.5 * width;
     float start = low - floor(low);
     float end = start + width;
     float whole = floor(end);
-    return clamp((whole * share + min(end - whole, share) - min(start, share)) / width, 0.0, 1.0);
+    return clamp((whole * share + min(end - whole, share) - min(start, share)) * perWidth, 0.0, 1.0);
 }

@@ -374,4 +374,24 @@ TEST(Transitions, DissolveImagesWithoutEnd) {
         }
 }
 
+TEST(Transitions, WipesDissolveInAFrameWithoutEnd) {
+    const CIImage red = CIImage::imageWithColor(CIColor(1, 0, 0, 1)),
+                  blue = CIImage::imageWithColor(CIColor(0, 0, 1, 1));
+    for (const auto& [name, mode] :
+         {std::pair{"VEXFWipes", 0}, {"VEXFWipes", 3}, {"VEXFWipes", 4}, {"VEXFCircularWipe", 0}})
+        for (const double time : {0.25, 1.0}) {
+            const CIImage image = filtered(name, red,
+                                           {{"inputTargetImage", blue},
+                                            {"inputMode", Number(mode)},
+                                            {"inputFadeStatus", Number(time)}});
+            for (CIContext* context : everyContext())
+                EXPECT_TRUE(isClose(render(*context, image, {-50, 9, 40, 20}, CIFormat::RGBAf),
+                                    [&](int, int) {
+                                        return Pixel{1 - time, 0, time, 1};
+                                    },
+                                    {1e-3}))
+                    << name << " " << mode << ", " << nameOf(*context);
+        }
+}
+
 } // namespace
