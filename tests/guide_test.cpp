@@ -208,7 +208,10 @@ TEST_F(Guides, SayWhatMovesAndWhatStays) {
             PlatformClock::drive(birth);
             const CIFilterRef filter = made(name, settings);
             std::string graph;
-            for (const uint64_t time : times) graph = textOf(outputFor(*filter, 0, time));
+            for (const uint64_t time : times) {
+                filter->setVornFrameTime(time);
+                graph = textOf(outputFor(*filter, 0, time));
+            }
             return graph;
         };
         const auto moves = [&](const auto& settings) {
@@ -217,11 +220,12 @@ TEST_F(Guides, SayWhatMovesAndWhatStays) {
         const auto keeps = [&](const auto& settings) {
             const std::string graph = graphAt(settings, {3 * kSecond});
             return graph != graphAt(settings, {3 * kSecond, 3 * kSecond}) ||
+                   graph != graphAt(settings, {5 * kSecond / 2, 3 * kSecond}) ||
                    graph != graphAt(settings, {3 * kSecond}, 2 * kSecond);
         };
         EXPECT_EQ(guide.movesByItself, inSomeMode(guide, moves)) << name;
         EXPECT_EQ(guide.keepsState, inSomeMode(guide, keeps)) << name;
-        EXPECT_EQ(guide.takesFrameTime, name == "VEWobble") << name;
+        EXPECT_EQ(guide.takesFrameTime, name == "VEWobble" || name == "VE_Ripple") << name;
         EXPECT_TRUE(guide.framesRemembered == 0 || guide.keepsState) << name;
     }
 }

@@ -150,6 +150,8 @@ std::string textOf(const ImageDescription& node, const CIImage& source) {
         return text + ")";
     case ImageDescription::Kind::Composite:
         return "{" + below(node.over) + " over " + below(node.under) + "}";
+    case ImageDescription::Kind::Intermediate:
+        return "<" + below(node.image) + ">";
     case ImageDescription::Kind::ErrorImage:
         return "error " + node.label;
     case ImageDescription::Kind::Surface:
