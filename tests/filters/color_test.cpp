@@ -599,6 +599,16 @@ TEST(Signs, AreOfTheirColoursInStepsThatTheScaleCounts) {
     }
 }
 
+TEST(Signs, BoostColoursAndNotTheTintOfGreys) {
+    const auto spread = [](const Straight& color) {
+        const Pixel p =
+            lookOf("VE_TrafficSign", inputs({{"Mixer", 1}, {"Scale", 10}, {"Boost", 5}}), color);
+        return std::max({p[0], p[1], p[2]}) - std::min({p[0], p[1], p[2]});
+    };
+    EXPECT_LT(spread({0.86, 0.8, 0.76}), 1e-5);
+    EXPECT_GT(spread({0.85, 0.65, 0.55}), 0.3);
+}
+
 TEST(Signs, HaveThinBorders) {
     const Bitmap halves = pictureOf(40, 8, [](int x, int) {
         return x < 20 ? Straight{0.9, 0.1, 0.1} : Straight{0.1, 0.3, 0.8};

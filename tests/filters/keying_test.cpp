@@ -529,6 +529,19 @@ TEST(BlackTakenOut, LeavesNoDarkFringe) {
     }
 }
 
+TEST(TakingAColourOut, LeavesNoneOfTheOpposite) {
+    const Straight orange{0.9, 0.4, 0.27}, cream{0.8, 0.75, 0.7};
+    for (const double threshold : {0.0, 0.1, 0.2})
+        for (const auto& [mode, color] : {std::pair{2, orange}, std::pair{1, cream}}) {
+            const Pixel p =
+                lookOf("VEBlackAlpha",
+                       inputs({{"Mode", mode}, {"Amount", 1}, {"Threshold", threshold}}), color);
+            EXPECT_GE(p[0], p[1] - 1e-5) << mode << ", " << threshold << ": " << textOf(p);
+            EXPECT_GE(p[1], p[2] + 0.005) << mode << ", " << threshold << ": " << textOf(p);
+            EXPECT_LE(p[0], p[3] + 1e-5) << mode << ", " << threshold << ": " << textOf(p);
+        }
+}
+
 TEST(OnlyModes, ChooseRatherThanGhost) {
     const Straight red{0.9, 0.1, 0.1}, cyan{0.1, 0.8, 0.8}, white{0.95, 0.95, 0.95};
     const auto alpha = [](double mode, double amount, const Straight& color) {
