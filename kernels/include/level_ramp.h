@@ -18,13 +18,18 @@ uniform float steepness(uniform float high, uniform float low, uniform float all
 }
 
 // How much of a pixel stays whose measure by `weights` is `own`, and which lies `above` the middle of the
-// ramp.
+// ramp. No edge is wider than one from black to white: further from the middle the neighbours need not be
+// read.
 float levelShare(sampler image, float own, float above, uniform vec3 weights, uniform vec2 ramp,
                  uniform float steep) {
     if (steep <= 0.0) return smoothShare(above / ramp.y + 0.5);
+    uniform float widest = max(1.0186 * steep * (weights.x + weights.y + weights.z), ramp.y);
+    float beyond = abs(above) - 0.5001 * widest;
+    if (everywhere(beyond >= 0.0)) return step(0.0, above);
     float left = measureAt(image, -1, 0, weights, own) * steep;
     float right = measureAt(image, 1, 0, weights, own) * steep;
     float below = measureAt(image, 0, -1, weights, own) * steep;
     float top = measureAt(image, 0, 1, weights, own) * steep;
-    return smoothShare(shareAbove(above, left, right, below, top, ramp.y));
+    float share = smoothShare(shareAbove(above, left, right, below, top, ramp.y));
+    return select(beyond >= 0.0, step(0.0, above), share);
 }
