@@ -42,12 +42,11 @@ public:
         const Scale& scale = kScales[mode > 0];
         advance(phase, speed * elapsed * scale.speed);
         const float mix = inputMixer.floatValue() / 255;
-        const CIImage waves =
-            kernels[mode].applyWithExtent(source.extent(), RegionOfInterest::whole(source),
-                                          {KernelArgument::orNothing(source), mix,
-                                           static_cast<float>(std::fmod(phase, kManyTurns)),
-                                           static_cast<float>(frequency * scale.frequency),
-                                           static_cast<float>(intensity * scale.intensity)});
+        const CIImage waves = kernels[mode].applyWithExtent(
+            source.extent(), RegionOfInterest::whole(source),
+            {KernelArgument::orNothing(source), mix, static_cast<float>(phase),
+             static_cast<float>(frequency * scale.frequency),
+             static_cast<float>(intensity * scale.intensity)});
         return mix == 0 || intensity == 0 ? waves.imageKnownToEqual(inputImage) : waves;
     }
 
@@ -62,9 +61,6 @@ private:
         double speed, frequency, intensity;
     };
     static constexpr Scale kScales[] = {{0.002, 0.1, 4.5e-05}, {0.004, 0.4, 0.0009}};
-    /// Whole turns of the phase, which goes on without end; beyond them single precision would make
-    /// it jerk.
-    static constexpr double kManyTurns = 262144;
 
     static constexpr std::string_view kFunctions[] = {
         "VE_Waves_waves", "VE_Waves_wave_distort_1", "VE_Waves_wave_distort_2",
