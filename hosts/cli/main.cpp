@@ -1,9 +1,9 @@
 // `vorn`: the effects on the command line.
-#include "catalog.h"
-#include "commands.h"
-#include "output.h"
-#include "suggest.h"
-#include "talk.h"
+#include "catalogue/catalog.h"
+#include "catalogue/suggest.h"
+#include "commands/commands.h"
+#include "terminal/output.h"
+#include "terminal/talk.h"
 
 #include "vorneffects/VornEffects.h"
 
@@ -16,7 +16,7 @@
 
 #include <CLI/CLI.hpp>
 
-namespace vorn::cli {
+namespace vorn::hosts::cli {
 
 namespace {
 
@@ -43,8 +43,8 @@ CLI::App& findCommand(CLI::App& app, const std::string& name) {
     if (isCommand(app, name)) return *app.get_subcommand(name);
     const std::vector<std::string> names = commandNames(app);
     const std::string hint = suggestion(name, names);
-    throw CommandError(ExitCode::Usage, fmt::format("there is no command \"{}\"{}", name,
-                                                    hint.empty() ? "; try `vorn help`" : hint));
+    throw HostError(ExitCode::Usage, fmt::format("there is no command \"{}\"{}", name,
+                                                 hint.empty() ? "; try `vorn help`" : hint));
 }
 
 void addHelpCommand(CLI::App& app, Action& action) {
@@ -110,22 +110,23 @@ ExitCode run(int argc, char** argv) {
         talk(printable(complaint.str(), true));
         return code == 0 ? ExitCode::Done : ExitCode::Usage;
     }
-    if (!action) throw CommandError(ExitCode::Usage, "no command is given; try `vorn help`");
+    if (!action) throw HostError(ExitCode::Usage, "no command is given; try `vorn help`");
     return action();
 }
 
 } // namespace
 
-} // namespace vorn::cli
+} // namespace vorn::hosts::cli
 
 int main(int argc, char** argv) {
-    using namespace vorn::cli;
+    using namespace vorn::hosts;
+    using namespace vorn::hosts::cli;
     occupyStandardDescriptors();
     ExitCode code = ExitCode::Failed;
     try {
         vorn::Session::standard()->setMessages(sayOnStandardError);
         code = run(argc, argv);
-    } catch (const CommandError& error) {
+    } catch (const HostError& error) {
         say("{}", error.what());
         code = error.code();
     } catch (const std::bad_alloc&) {

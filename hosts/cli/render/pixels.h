@@ -1,0 +1,45 @@
+// Between the frames of the media layer and the images of the framework. Pictures of 8 bits are
+// worked on where they lie; deeper ones pass as 32-bit floats, which hold 16 bits exactly.
+#pragma once
+
+#include "media/frame.h"
+
+#include "vorneffects/CIContext.h"
+
+namespace vorn::hosts::cli {
+
+/// A lazy image of a frame, which goes back to its pool with the last image that is made of it.
+/// The frame's alpha is opaque or premultiplied. Deep frames take their floats from `pool`.
+CIImage imageOfFrame(media::Frame frame, media::FramePool& pool);
+
+/// Where the pixels of targets come from; blocks of one size each, so that none is ever too small.
+struct TargetPools {
+    media::FramePool rendered, words;
+};
+
+/// A picture on its way from the effects to the encoder.
+class RenderTarget {
+public:
+    /// `pools` outlives the target.
+    RenderTarget(media::Size size, media::PixelFormat format, TargetPools& pools);
+
+    /// Starts to render the rectangle (0, 0, width, height) of an image.
+    void start(CIContext& context, const CIImage& image);
+    /// Waits for that. A `HostError` when it has failed.
+    void wait(const CIContext& context);
+    /// The frame of the format that was asked for, with its alpha stated. Called once.
+    media::Frame takeFrame();
+
+    /// The time of the picture, which becomes that of the frame.
+    std::int64_t pts = 0, duration = 0;
+    media::Rational timeBase{1, 1};
+
+private:
+    media::Size size_;
+    media::FramePool* words_;
+    media::Frame frame_; ///< what is rendered into: 8-bit pixels or floats
+    RenderTask task_;
+    bool isDeep_;
+};
+
+} // namespace vorn::hosts::cli

@@ -1,0 +1,88 @@
+// Where pictures come from: films, still pictures, image sequences and the test card.
+#pragma once
+
+#include "values/text.h"
+
+#include "media/info.h"
+#include "media/reader.h"
+
+#include "vorneffects/CIImage.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vorn::hosts::cli {
+
+/// A picture and when it is shown, in units of `timeBase` seconds from the start of its file.
+struct SourceFrame {
+    CIImage image;
+    std::int64_t pts = 0, duration = 0;
+    media::Rational timeBase{1, 1};
+
+    std::int64_t timeNanoseconds() const;
+};
+
+/// Gives pictures one after the other, in the order of their times.
+class FrameSource {
+public:
+    virtual ~FrameSource() = default;
+    /// False at the end. Throws media::ReadError and media::Interrupted.
+    virtual bool read(SourceFrame& frame) = 0;
+    /// What went wrong so far without being fatal, one line each.
+    virtual std::vector<std::string> warnings() const { return {}; }
+};
+
+struct SourceRequest {
+    std::string name; ///< a file, a pattern of numbered files, "-" or "test:…"
+    std::optional<media::Size> size;
+    /// Pictures per second; a film is resampled to it.
+    std::optional<media::Rational> rate;
+    /// The same for what knows no rate of its own: still and numbered pictures.
+    media::Rational usualRate{25, 1};
+    media::TimeRange range;
+    /// How many frames are wanted at most, which makes a still picture that long.
+    std::optional<std::int64_t> frames;
+    int threads = 0;
+    media::FileAccess access;
+};
+
+struct OpenedSource {
+    std::unique_ptr<FrameSource> frames;
+    media::Size size;
+    media::PixelFormat format = media::PixelFormat::Rgba8;
+    int bitsPerComponent = 8;
+    bool hasAlpha = false;
+    media::Rational rate{25, 1};
+    /// What a film made of it takes over; nothing for the test card.
+    std::optional<media::MediaInfo> info;
+    media::TimeRange range;
+    std::optional<std::int64_t> expectedFrames;
+};
+
+/// Throws media::ReadError, media::Interrupted and, for a test card that cannot be made,
+/// `HostError`.
+OpenedSource openSource(const SourceRequest& request);
+
+/// A second image, which stands still or runs in step with the main one.
+class SecondImage {
+public:
+    /// A test card without a size takes that of the main image. `firstSeconds` is when the main
+    /// image begins.
+    SecondImage(const std::string& name, media::Size mainSize, media::Rational mainRate,
+                double firstSeconds, int threads, const media::FileAccess& access);
+
+    /// The image that is shown at that time; the first one before it, the last one after it. Times
+    /// must not decrease.
+    CIImage at(std::int64_t nanoseconds);
+    std::vector<std::string> warnings() const { return source_->warnings(); }
+
+private:
+    std::unique_ptr<FrameSource> source_;
+    SourceFrame current_, next_;
+    bool hasNext_ = false;
+};
+
+} // namespace vorn::hosts::cli

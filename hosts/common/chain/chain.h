@@ -1,0 +1,48 @@
+// A chain of filters at work.
+#pragma once
+
+#include "settings/chain_plan.h"
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace vorn::hosts {
+
+/// The filters of a chain at work. The platform clock must be driven when they are made and before
+/// each frame.
+class Chain {
+public:
+    explicit Chain(const ChainPlan& plan);
+
+    /// The image that the chain makes; `nanoseconds` is the media time of the frame, `seconds` the
+    /// time that animations run on. A `HostError` that names the filter when one gives no image.
+    CIImage apply(const CIImage& source, const std::vector<CIImage>& secondImages,
+                  std::uint64_t nanoseconds, double seconds);
+
+    /// What the filters had to say since the last call, each line once in a chain's life.
+    std::vector<std::string> takeMessages();
+
+    /// How many frames showed an error picture in place of a filter's work, a line for each kind.
+    std::vector<std::string> errorPictures() const;
+
+private:
+    struct Stage {
+        const ChainLink* link;
+        CIFilterRef filter;
+    };
+    void note(const Stage& stage, const std::vector<std::string>& lines);
+    void noteErrorImage(const Stage& stage, const CIImage& image);
+    [[noreturn]] void failWithoutImage(const Stage& stage,
+                                       const std::vector<std::string>& lines) const;
+
+    std::vector<Stage> stages_;
+    std::set<std::string> said_;
+    std::vector<std::string> messages_;
+    std::map<std::string, std::int64_t> errorPictures_; ///< frames by filter and error
+    std::int64_t frames_ = 0;
+};
+
+} // namespace vorn::hosts

@@ -1,0 +1,112 @@
+// A chain at work on a filter that looks at what it is given.
+#include "chain/chain.h"
+#include "host_error.h"
+#include "vorneffects/VornEffects.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+using namespace vorn;
+
+namespace {
+
+using namespace vorn::hosts;
+
+struct Seen {
+    std::uint64_t frameTime = 0;
+    CIImage frame, matte, further;
+    std::optional<double> level;
+    std::string words;
+    CIVector place;
+} seen;
+
+/// Takes its frame as some masks do, and has an inputImage that is not the frame.
+class ChainProbe : public CIFilter {
+public:
+    static FilterGuide guide() {
+        return {.frameKey = "inputLayerImage",
+                .inputs = {{.key = "inputLevel", .start = 0.25},
+                           {.key = "inputWords", .start = "as written"},
+                           {.key = "inputPlace", .start = CIVector(3, 4)}}};
+    }
+    CIImage outputImage() override {
+        seen = {frameTime, inputLayerImage, inputMatteImage, inputImage,
+                {},        inputWords,      inputPlace};
+        if (inputLevel.isSet()) seen.level = inputLevel.doubleValue();
+        return inputLayerImage;
+    }
+    void setVornFrameTime(uint64_t nanoseconds) override { frameTime = nanoseconds; }
+
+    CIImage inputImage, inputLayerImage, inputMatteImage;
+    Number inputLevel, inputUntold;
+    std::string inputWords;
+    CIVector inputPlace;
+    VORN_FILTER(ChainProbe, inputImage, inputLayerImage, inputMatteImage, inputLevel, inputUntold,
+                inputWords, inputPlace)
+
+private:
+    uint64_t frameTime = 0;
+};
+VORN_REGISTER(ChainProbe)
+
+class ProbeConstructor final : public CIFilterConstructor {
+public:
+    CIFilterRef filterWithName(std::string_view) override {
+        return ChainProbe::theClass()->filter->create();
+    }
+};
+
+ChainPlan planOf(const std::string& filter) {
+    CIFilter::registerFilterName("ChainProbe", std::make_shared<ProbeConstructor>(), {});
+    ChainPlan plan;
+    plan.addFilter(filter);
+    return plan;
+}
+
+CIImage grey(double level) {
+    return CIImage::imageWithColor(CIColor(level, level, level))
+        .imageByCroppingToRect({0, 0, 8, 8});
+}
+
+TEST(Chains, GiveEachPictureToItsInputAndTheTimeWithIt) {
+    ChainPlan plan = planOf("ChainProbe");
+    plan.addImage("matteImage=matte.png");
+    plan.addImage("image=further.png");
+    Chain chain(plan);
+    const CIImage frame = grey(0.1), matte = grey(0.2), further = grey(0.3);
+    EXPECT_EQ(chain.apply(frame, {matte, further}, 40'000'000, 0), frame);
+    EXPECT_EQ(seen.frame, frame);
+    EXPECT_EQ(seen.matte, matte);
+    EXPECT_EQ(seen.further, further);
+    EXPECT_EQ(seen.frameTime, 40'000'000u);
+}
+
+TEST(Chains, BeginWithWhatTheGuideTellsAndThenDoAsTheyAreTold) {
+    const CIImage frame = grey(0.1);
+    Chain(planOf("ChainProbe")).apply(frame, {}, 0, 0);
+    EXPECT_EQ(seen.level, 0.25);
+    EXPECT_EQ(seen.words, "as written");
+    EXPECT_EQ(seen.place.Y(), 4);
+    EXPECT_FALSE(seen.further) << "not the frame";
+    Chain(planOf("ChainProbe:level=0.5,place=none")).apply(frame, {}, 0, 0);
+    EXPECT_EQ(seen.level, 0.5);
+    EXPECT_FALSE(seen.place.isSet());
+}
+
+TEST(Chains, RefuseToSetTheFrame) {
+    try {
+        planOf("ChainProbe:layerImage=none");
+        FAIL() << "is taken";
+    } catch (const HostError& error) {
+        EXPECT_NE(std::string(error.what()).find("inputLayerImage is the picture that the chain"),
+                  std::string::npos)
+            << error.what();
+    }
+    ChainPlan plan = planOf("ChainProbe");
+    EXPECT_THROW(plan.addImage("layerImage=frame.png"), HostError);
+}
+
+} // namespace
