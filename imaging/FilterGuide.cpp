@@ -79,7 +79,8 @@ bool needsRange(const InputGuide& input, const InputInfo* info) {
 } // namespace
 
 const char* inputFeedName(InputFeed feed) {
-    constexpr const char* names[] = {"setting", "picture", "time", "data", "tracking"};
+    constexpr const char* names[] = {"setting", "picture",  "time",
+                                     "data",    "tracking", "media time"};
     const auto index = static_cast<size_t>(feed);
     return index < std::size(names) ? names[index] : "unknown";
 }

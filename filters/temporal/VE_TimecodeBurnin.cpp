@@ -39,7 +39,7 @@ public:
                             .to = 86'400e9,
                             .start = 3'723.5e9,
                             .unit = "nanoseconds",
-                            .feed = InputFeed::Time}},
+                            .feed = InputFeed::MediaTime}},
                 .beginWith = {{"input1", 255}, {"input2", 60}, {"input3", 127}, {"input4", 20}}};
     }
 

@@ -21,11 +21,12 @@ namespace vorn {
 
 /// What a host gives an input.
 enum class InputFeed : uint8_t {
-    Setting,  ///< a value that somebody chooses
-    Picture,  ///< the frame or a further picture
-    Time,     ///< a number that runs with the time, such as how far a transition has come
-    Data,     ///< bytes or a text
-    Tracking, ///< numbers that a tracker finds in the frame
+    Setting,   ///< a value that somebody chooses
+    Picture,   ///< the frame or a further picture
+    Time,      ///< a number that runs with the time, such as how far a transition has come
+    Data,      ///< bytes or a text
+    Tracking,  ///< numbers that a tracker finds in the frame
+    MediaTime, ///< the time of the frame, in nanoseconds, for as long as nobody chooses another
 };
 /// "setting", "picture", ...
 VORN_EXPORT const char* inputFeedName(InputFeed feed);

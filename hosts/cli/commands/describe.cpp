@@ -99,6 +99,7 @@ std::string purposeOf(const ListedInput& input) {
         text += (text.empty() ? "" : "; ") + std::string(note);
     };
     if (input.guide.feed == InputFeed::Time) add("runs with the time");
+    if (input.guide.feed == InputFeed::MediaTime) add("the time of the frame unless it is set");
     if (input.guide.feed == InputFeed::Tracking) add("from a tracker");
     if (input.guide.isDead)
         add("dead: advertised, but not read");

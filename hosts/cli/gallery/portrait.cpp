@@ -86,7 +86,10 @@ private:
     bool moves(const Settings& settings) {
         const Pixels lived = studio_.film(filter_, settings, {0, kStillFrame + 1}).back();
         if (lived != studio_.film(filter_, settings, {kStillFrame, 1}).back()) return true;
-        if (!guide().takesFrameTime) return false;
+        const bool takesMediaTime =
+            std::any_of(guide().inputs.begin(), guide().inputs.end(),
+                        [](const InputGuide& input) { return input.feed == InputFeed::MediaTime; });
+        if (!guide().takesFrameTime && !takesMediaTime) return false;
         const Film held = studio_.film(filter_, settings, {0, kFrames, {}, true});
         return std::any_of(held.begin(), held.end(),
                            [&](const Pixels& pixels) { return pixels != held[0]; });

@@ -163,6 +163,10 @@ Film Studio::film(const GalleryFilter& filter, const Settings& settings, const T
     for (int i = take.first; i < take.first + take.frames; ++i) {
         PlatformClock::drive(timeOf(i));
         instance->setVornFrameTime(timeOf(i));
+        setMediaTime(*instance, filter.entry, timeOf(i), [&](const std::string& key) {
+            return std::any_of(settings.begin(), settings.end(),
+                               [&](const auto& set) { return set.first == key; });
+        });
         instance->setValueForKey(sources_[static_cast<size_t>(isSourceHeld ? 0 : i)],
                                  filter.entry.guide().frameKey);
         if (!take.fade.empty()) { // there in the first half, and back in the second

@@ -117,6 +117,13 @@ void setStarts(CIFilter& filter, const FilterEntry& entry) {
     }
 }
 
+void setMediaTime(CIFilter& filter, const FilterEntry& entry, std::uint64_t nanoseconds,
+                  const std::function<bool(const std::string& key)>& isSet) {
+    for (const InputGuide& input : entry.guide().inputs)
+        if (input.feed == InputFeed::MediaTime && !isSet(input.key))
+            filter.setValueForKey(Number(static_cast<double>(nanoseconds)), input.key);
+}
+
 std::vector<ListedInput> listInputs(const FilterEntry& entry) {
     std::vector<ListedInput> inputs;
     for (const InputInfo& info : entry.info->inputs()) {

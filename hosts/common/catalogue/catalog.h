@@ -3,6 +3,8 @@
 
 #include "vorneffects/VornEffects.h"
 
+#include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,6 +32,11 @@ CIFilterRef makeFilter(const FilterEntry& entry);
 /// Sets inputs to where they start: what is advertised to its default, and what is not to the start
 /// that the guide tells, if it tells one.
 void setStarts(CIFilter& filter, const FilterEntry& entry);
+
+/// Sets the inputs that run with the time of the frame, in nanoseconds, but for those that `isSet`
+/// knows.
+void setMediaTime(CIFilter& filter, const FilterEntry& entry, std::uint64_t nanoseconds,
+                  const std::function<bool(const std::string& key)>& isSet);
 
 /// One input as it can be listed: those that the class reads, in its order, then those that are
 /// only advertised (`info` is null).

@@ -8,6 +8,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
+
 namespace vorn::hosts {
 
 Chain::Chain(const ChainPlan& plan) {
@@ -35,6 +37,12 @@ CIImage Chain::apply(const CIImage& source, const std::vector<CIImage>& secondIm
             stage.filter->setValueForKey(animation.valueAt(seconds), key);
         }
         stage.filter->setVornFrameTime(nanoseconds);
+        const ChainLink& link = *stage.link;
+        setMediaTime(*stage.filter, link.entry, nanoseconds, [&](const std::string& key) {
+            const auto isIt = [&](const auto& set) { return set.first == key; };
+            return std::any_of(link.settings.begin(), link.settings.end(), isIt) ||
+                   std::any_of(link.animations.begin(), link.animations.end(), isIt);
+        });
         image = stage.filter->outputImage();
         const std::vector<std::string> lines = printed.take();
         if (!image) failWithoutImage(stage, lines);

@@ -78,6 +78,18 @@ TEST_F(RenderTest, TellsFiltersTheMediaTimeOfEachFrame) {
     }
 }
 
+TEST_F(RenderTest, WritesTheMediaTimeUnlessAnotherIsSet) {
+    const auto burned = [](std::vector<std::string> more) {
+        std::vector<std::string> arguments{"--filter", "VE_TimecodeBurnin:input1=255,input2=0",
+                                           "--range", "1-1.3"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return pixelsOf("test:160x90@10,2s", arguments);
+    };
+    const Pixels running = burned({});
+    EXPECT_EQ(running, burned({"--animate", "inputTimecode=0:1e9,1:2e9"}));
+    EXPECT_NE(running, burned({"--animate", "inputTimecode=0:0,1:1e9"}));
+}
+
 TEST_F(RenderTest, BeginsWithTheStartsOfInputsThatAreNotAdvertised) {
     const std::string card = "test:64x36@10,0.1s", filter = "VEColorBrightContrast";
     EXPECT_EQ(pixelsOf(card, {"--filter", filter}), pixelsOf(card)); // brightness at its middle
