@@ -70,17 +70,13 @@ public:
             "using KernelBase<memory>::sampleSum; using KernelBase<memory>::sampleGaussian;\n"
             "using KernelBase<memory>::samplerCoord; using KernelBase<memory>::samplerSize;\n"
             "using KernelBase<memory>::samplerOrigin; using KernelBase<memory>::samplerExtent;\n";
-        size_t at = 0;
+        findFunctions();
         int readsInFunctions = 0;
-        for (const KernelDeclaration& kernel : source_.kernels) {
-            readsInFunctions += readsIn(at, kernel.firstToken);
-            at = kernel.endToken;
-        }
-        readsInFunctions += readsIn(at, tokens_.size());
-        // Functions are inlined in every kernel.
-        const bool hasFewInFunctions =
-            readsInFunctions * static_cast<int>(source_.kernels.size()) < 2 * kFewReads;
-        at = 0;
+        for (const KernelDeclaration& kernel : source_.kernels)
+            readsInFunctions += inlined(kernel.bodyToken, kernel.endToken).reads -
+                                readsIn(kernel.bodyToken, kernel.endToken);
+        const bool hasFewInFunctions = readsInFunctions <= kFewReads;
+        size_t at = 0;
         for (const KernelDeclaration& kernel : source_.kernels) {
             inlinesReads_ = hasFewInFunctions;
             body(at, kernel.firstToken);
@@ -102,6 +98,13 @@ public:
         }
         inlinesReads_ = hasFewInFunctions;
         body(at, tokens_.size());
+        // One for all calls of a function, which are compiled once so.
+        for (const std::string& name : latticeFunctions_)
+            out_ += "\ntemplate <class... Rest> VORN_INLINE auto latticeOf_" + name +
+                    "(int site, Int x, Int y, Rest... rest) {\n"
+                    "return this->latticeAt(site, [=, this](Int latticeX, Int latticeY) "
+                    "VORN_LATTICE_FUNCTION { return " +
+                    name + "(latticeX, latticeY, rest...); }, x, y, rest...);\n}";
         out_ += "\n};\n";
         for (const KernelDeclaration& kernel : source_.kernels) entry(kernel);
         out_ += "} // namespace\n"
@@ -109,8 +112,9 @@ public:
                 "const TableEntry vorn_kernel_table[] = {\n";
         for (const KernelDeclaration& kernel : source_.kernels) {
             const std::string& name = kernel.function.name;
-            out_ += "{\"" + name + "\", VORN_PACKED(run_" + name + "<Memory::Packed>), &run_" +
-                    name + "<Memory::Any>},\n";
+            out_ += "{\"" + name + "\", VORN_PACKED(run_" + name +
+                    (isLong(kernel) ? "<Memory::Any>" : "<Memory::Packed>") + "), &run_" + name +
+                    "<Memory::Any>},\n";
         }
         out_ += "{nullptr, nullptr, nullptr}};\n";
         return out_;
@@ -132,6 +136,56 @@ private:
         return reads;
     }
 
+    /// Finds the bodies of the functions that kernels call.
+    void findFunctions() {
+        int depth = 0;
+        for (size_t at = 0; at < tokens_.size(); ++at) {
+            if (depth == 0 && token(at).is("(")) {
+                const std::string& name = token(at - 1).text;
+                at = closing(at);
+                if (!token(at + 1).is("{")) continue;
+                size_t end = at + 1;
+                for (int braces = 0; end < tokens_.size(); ++end) {
+                    braces += token(end).is("{") ? 1 : token(end).is("}") ? -1 : 0;
+                    if (braces == 0) break;
+                }
+                functions_[name] = {at + 1, end};
+                at = end;
+                continue;
+            }
+            depth += token(at).is("{") ? 1 : token(at).is("}") ? -1 : 0;
+        }
+    }
+
+    struct Amount {
+        int tokens = 0, reads = 0; ///< reads at any place
+        bool readsInRows = false;  ///< of whole pixels
+    };
+    /// What stands between two tokens, with the functions that are called there as often as they
+    /// are: they are always inlined.
+    Amount inlined(size_t from, size_t to) const {
+        Amount amount{static_cast<int>(to - from), readsIn(from, to)};
+        for (size_t at = from; at < to; ++at) {
+            amount.readsInRows |= token(at).is("sampleOffset") || token(at).is("sampleStrided") ||
+                                  token(at).is("sampleMoved") || token(at).is("sampleMirrored");
+            const auto function = functions_.find(token(at).text);
+            const bool isCall = token(at + 1).is("(") && function != functions_.end();
+            // A function never calls one that stands below it, so this ends.
+            if (!isCall || function->second.second >= from) continue;
+            const Amount inside = inlined(function->second.first, function->second.second);
+            amount.tokens += inside.tokens, amount.reads += inside.reads;
+            amount.readsInRows |= inside.readsInRows;
+        }
+        return amount;
+    }
+
+    /// Whether a kernel is so long that loads and stores are little of it: it is compiled once, for
+    /// memory of any layout. Reads in rows would choose between layouts each time.
+    bool isLong(const KernelDeclaration& kernel) const {
+        const Amount amount = inlined(kernel.bodyToken, kernel.endToken);
+        return (amount.tokens > kMuchText || amount.reads > kManyReads) && !amount.readsInRows;
+    }
+
     /// The parenthesis that closes the one at a token.
     size_t closing(size_t at) const {
         int depth = 0;
@@ -140,6 +194,14 @@ private:
             if (depth == 0) break;
         }
         return at;
+    }
+
+    /// Whether a kernel reads a sampler at the own pixel.
+    bool readsHere(const KernelDeclaration& kernel, const std::string& sampler) const {
+        size_t length = 0;
+        for (size_t at = kernel.bodyToken; at < kernel.endToken; ++at)
+            if (isReadHere(tokens_, at, length) && token(at + 2).is(sampler)) return true;
+        return false;
     }
 
     /// Whether the kernel that is being written reads a sampler at the own pixel and nowhere else.
@@ -212,12 +274,12 @@ private:
         shared_ = false;
         out_ += "{\n" + setup + "}\n";
         if (onlyMirrors(kernel)) {
-            out_ += "bool moves_" + name + "(const KernelCall& call, ";
+            out_ += "VORN_INLINE void moves_" + name + "(const KernelCall& call, ";
             shared_ = true;
             parentheses_ = 1;
             body(kernel.parametersToken + 1, kernel.bodyToken);
             shared_ = false;
-            out_ += "{ return moveMirrored(call, " + token(kernel.bodyToken + 4).text + ".view";
+            out_ += "{ callMirrored<memory>(call, " + token(kernel.bodyToken + 4).text + ".view";
             body(kernel.bodyToken + 5, kernel.endToken);
         }
         line_ = -1;
@@ -352,13 +414,8 @@ private:
         if (commas.empty())
             source_.fail(at, "a function of a lattice takes two coordinates and what else it "
                              "depends on");
-        const size_t rest = commas.size() > 1 ? commas[1] : callEnd;
-        out_ += "this->template latticeAt<" + std::to_string(sites_++) +
-                ">([&](Int latticeX, Int latticeY) VORN_LATTICE_FUNCTION "
-                "{ return " +
-                token(at + 2).text + "(latticeX, latticeY ";
-        body(rest, callEnd);
-        out_ += "); }, ";
+        latticeFunctions_.insert(token(at + 2).text);
+        out_ += "latticeOf_" + token(at + 2).text + "(" + std::to_string(sites_++) + ", ";
         body(at + 4, callEnd);
         out_ += ") ";
         return end - at + 1;
@@ -384,20 +441,32 @@ private:
         const std::string& name = function.name;
         out_ += "template <Memory memory> void run_" + name + "(const KernelCall* call) {\n";
         // How a call of the kernel spells its arguments in a memory mode, `%` standing for it.
-        std::string arguments, setupArguments, opaque;
+        std::string arguments, setupArguments, opaque, rows, unusual;
         bool onlyOwnPixels = true;
         int source = function.kind == FunctionKind::Warp ? 1 : 0, offset = 0;
-        if (function.kind == FunctionKind::Warp) out_ += view(0);
+        if (function.kind == FunctionKind::Warp) out_ += view(0), unusual = "!isCommon(view0)";
         for (const Parameter& parameter : function.parameters) {
             if (!arguments.empty()) arguments += ", ", setupArguments += ", ";
             if (isImage(parameter.type)) {
                 out_ += view(source);
                 const std::string number = "view" + std::to_string(source++);
                 const bool sampler = parameter.type != ParameterType::Pixel;
-                arguments +=
-                    sampler ? "Sampler<%>{" + number + "}" : "loadHere<%>(" + number + ", place)";
-                setupArguments += sampler ? "Sampler<%>{" + number + "}" : "Pixel()";
-                onlyOwnPixels &= parameter.readsOwnPixelOnly;
+                const bool isOwn = !sampler || parameter.readsOwnPixelOnly;
+                const bool hasRow = !sampler || (isOwn && readsHere(kernel, parameter.name));
+                const std::string row = hasRow ? "row" + number.substr(4) : "kNoRow";
+                arguments += sampler ? "Sampler<%>{" + number + ", " + row + "}"
+                                     : "loadHere<%>(" + number + ", " + row + ", place)";
+                setupArguments += sampler ? "Sampler<%>{" + number + ", kNoRow}" : "Pixel()";
+                if (hasRow) {
+                    const std::string room = "room" + number.substr(4);
+                    out_ +=
+                        "FloatRow " + row + "{};\n[[maybe_unused]] RowRoom<memory> " + room + ";\n";
+                    rows += row + " = rowOf<memory>(" + number + ", x, y, count, " + room +
+                            ".bytes);\n";
+                } else if (!isOwn) {
+                    unusual += (unusual.empty() ? "!isCommon(" : " || !isCommon(") + number + ")";
+                }
+                onlyOwnPixels &= isOwn;
                 opaque += (opaque.empty() ? "" : " && ") + ("isOpaqueHere(" + number + ", place)");
                 continue;
             }
@@ -406,36 +475,55 @@ private:
             arguments += argument, setupArguments += argument;
             offset += flattenedSize(parameter.type);
         }
-        const bool opaqueToo =
-            onlyOwnPixels && !opaque.empty() && function.kind != FunctionKind::Warp;
+        const Amount amount = inlined(kernel.bodyToken, kernel.endToken);
+        // Opaque pixels spare little of a long text.
+        const bool opaqueToo = onlyOwnPixels && !opaque.empty() &&
+                               function.kind != FunctionKind::Warp && amount.tokens <= kMuchText;
         const bool usesLattices = sites_ > 0;
         const auto instance = [&](const char* variable, const char* memory) {
             out_ += std::string("Text<") + memory + "> " + variable + ";\n" + variable +
-                    ".vornTarget = target;\n" + variable + ".vornPoints = &points;\n" + variable +
-                    (usesLattices ? ".vornLattices = &lattices;\n" + std::string(variable) : "") +
-                    ".setup_" + name + "(" + inMode(setupArguments, memory) + ");\n";
+                    ".vornTarget = target;\n" + variable + ".vornPoints = &points;\n" +
+                    (usesLattices ? std::string(variable) + ".vornLattices = &lattices;\n" : "");
+        };
+        const auto setup = [&](const char* variable, const char* memory) {
+            out_ += std::string(variable) + ".setup_" + name + "(" +
+                    inMode(setupArguments, memory) + ");\n";
         };
         const auto call = [&](const char* variable, const char* memory) {
             std::string result =
                 std::string(variable) + "." + name + "(" + inMode(arguments, memory) + ")";
             if (function.kind == FunctionKind::Warp)
-                result =
-                    std::string("sampleAt<") + memory + ">(view0, Vec2<Float>(" + result + "))";
-            out_ += std::string(variable) + ".vornPlace = place;\n" + variable +
-                    ".vornTo = to;\npoints.next = 0;\n" +
+                result = std::string(variable) + ".sample(Sampler<" + memory +
+                         ">{view0, kNoRow}, Vec2<Float>(" + result + "))";
+            out_ += std::string(variable) + ".vornPlace = place;\n" + variable + ".vornTo = to;\n" +
+                    variable + ".vornPlaneBytes = planeBytes;\npoints.next = 0;\n" +
                     (usesLattices ? "lattices.next = 0;\n" : "") +
                     (function.kind == FunctionKind::Warp ? variable + (".give(" + result + ")")
                                                          : result) +
                     ";\n";
         };
+        if (onlyMirrors(kernel)) {
+            out_ += "Text<memory>().moves_" + name + "(*call, " + inMode(setupArguments, "memory") +
+                    ");\n}\n";
+            return;
+        }
+        // What is packed and read elsewhere is read in the common way; other sources are rare.
+        if (!unusual.empty() && (amount.reads > 0 || function.kind == FunctionKind::Warp))
+            out_ += "#ifdef VORN_HAS_PAIRS\nif constexpr (isPacked(memory)) if (" + unusual +
+                    ") return run_" + name + "<Memory::Any>(call);\n#endif\n";
         out_ += "const TargetView target = call->target;\nOnePoints points;\n";
         if (usesLattices) out_ += "Lattices lattices;\n";
         instance("text", "memory");
-        if (onlyMirrors(kernel))
-            out_ += "if constexpr (isPacked(memory)) if (text.moves_" + name + "(*call, " +
-                    inMode(setupArguments, "memory") + ")) return;\n";
-        if (opaqueToo) instance("opaqueText", "Memory::Opaque");
-        out_ += "forEachGroup<memory>(*call, [&](Place place, uint8_t* to) "
+        setup("text", "memory");
+        if (opaqueToo) {
+            instance("opaqueText", "Memory::Opaque");
+            out_ += "if constexpr (isPacked(memory)) ";
+            setup("opaqueText", "Memory::Opaque");
+        }
+        out_ += "forEachGroup<memory>(*call, [&](int x, int y, int count) "
+                "__attribute__((always_inline)) {\nif constexpr (!isPacked(memory)) {\n" +
+                rows +
+                "}\n}, [&](Place place, uint8_t* to, int64_t planeBytes) "
                 "__attribute__((always_inline)) {\n";
         if (opaqueToo) {
             out_ += "if constexpr (memory == Memory::Packed) if (" + opaque + ") {\n";
@@ -481,10 +569,12 @@ private:
     const Source& source_;
     const std::vector<Token>& tokens_;
     std::string out_;
-    static constexpr int kFewReads = 2;
+    static constexpr int kFewReads = 2, kManyReads = 4, kMuchText = 2000;
+    std::map<std::string, std::pair<size_t, size_t>, std::less<>> functions_; ///< their bodies
     bool inlinesReads_ = true;                  ///< of the text that is being written
     const KernelDeclaration* kernel_ = nullptr; ///< the one whose body is being written
     int sites_ = 0;                             ///< calls of `lattice` so far
+    std::set<std::string> latticeFunctions_;
     int line_ = -1, file_ = -1;
     int depth_ = 0, parentheses_ = 0;
     int forHeader_ = 0; ///< the parenthesis depth of the `for` header that we are in, or 0

@@ -15,6 +15,8 @@
 
 #include <cstdio>
 #include <cstring>
+#include <deque>
+#include <exception>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -103,8 +105,14 @@ std::string readFile(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-/// Runs a program; its output goes to `log` when one is given, and shows only when it fails.
-void run(const std::vector<std::string>& command, const std::string& log = {}) {
+struct Process {
+    pid_t id;
+    std::vector<std::string> command;
+    std::string log;
+};
+
+/// Starts a program; its output goes to `log` when one is given, and shows only when it fails.
+Process start(const std::vector<std::string>& command, const std::string& log = {}) {
     std::vector<char*> arguments;
     for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
@@ -120,13 +128,40 @@ void run(const std::vector<std::string>& command, const std::string& log = {}) {
         posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (failure != 0) throw SourceError(command[0] + ": " + std::strerror(failure));
+    return {child, command, log};
+}
+
+/// Waits for a program's end, which is to be a good one.
+void finish(const Process& process) {
     int status = 0;
-    waitpid(child, &status, 0);
+    waitpid(process.id, &status, 0);
     if (status == 0) return;
-    if (!log.empty()) std::fputs(readFile(log).c_str(), stderr);
+    if (!process.log.empty()) std::fputs(readFile(process.log).c_str(), stderr);
     std::string line;
-    for (const std::string& word : command) line += word + " ";
+    for (const std::string& word : process.command) line += word + " ";
     throw SourceError("failed: " + line);
+}
+
+/// Runs programs two at a time: who waits for one kernel has a second core to spare, and a build
+/// of all kernels keeps every core busy as it is.
+void runAll(const std::vector<std::vector<std::string>>& commands) {
+    std::deque<Process> running;
+    std::exception_ptr failure;
+    const auto finishOne = [&] {
+        try {
+            finish(running.front());
+        } catch (...) {
+            if (!failure) failure = std::current_exception();
+        }
+        running.pop_front();
+    };
+    for (const auto& command : commands) {
+        if (running.size() == 2) finishOne();
+        if (failure) break;
+        running.push_back(start(command));
+    }
+    while (!running.empty()) finishOne();
+    if (failure) std::rethrow_exception(failure);
 }
 
 /// The compiler with what headers and kernels of a level have in common.
@@ -156,16 +191,18 @@ std::string commonObject(const std::string& folder, const Options::Level& level)
 void prepare(const Options& options) {
     const std::string folder = options.prepare + "/kernel.h.gch";
     std::filesystem::create_directories(folder);
+    std::vector<std::vector<std::string>> commands;
     for (const Options::Level& level : options.levels) {
         std::vector<std::string> header = compilerOf(options, level), common = header;
         header.insert(header.end(), {"-x", "c++-header", options.lanesFolder + "/kernel.h", "-o",
                                      folder + "/" + level.name});
-        run(header);
         common.insert(common.end(),
                       {"-ffunction-sections", "-c", options.lanesFolder + "/common.cpp", "-o",
                        commonObject(options.prepare, level)});
-        run(common);
+        commands.push_back(std::move(header));
+        commands.push_back(std::move(common));
     }
+    runAll(commands);
 }
 
 void compile(const Options& options) {
@@ -177,18 +214,24 @@ void compile(const Options& options) {
 
     const std::string cpp = base + ".cpp";
     writeFile(cpp, emitCpp(source));
+    const auto objectOf = [&](const Options::Level& level) {
+        return base + "." + level.name + ".so";
+    };
+    std::vector<std::vector<std::string>> commands;
     for (const Options::Level& level : options.levels) {
-        const std::string object = base + "." + level.name + ".so";
         std::vector<std::string> command = compilerOf(options, level);
         command.insert(command.end(),
                        {cpp,
                         options.prepared.empty() ? options.lanesFolder + "/common.cpp"
                                                  : commonObject(options.prepared, level),
-                        "-shared", "-o", object, "-nostartfiles", "-Wl,-s", "-Wl,--gc-sections",
-                        "-Wl,-z,noseparate-code", "-Wl,--as-needed", "-lsleef", "-lm"});
-        run(command);
-        library.code.push_back({level.name, level.lanes, readFile(object)});
+                        "-shared", "-o", objectOf(level), "-nostartfiles", "-Wl,-s",
+                        "-Wl,--gc-sections", "-Wl,-z,noseparate-code", "-Wl,--as-needed", "-lsleef",
+                        "-lm"});
+        commands.push_back(std::move(command));
     }
+    runAll(commands);
+    for (const Options::Level& level : options.levels)
+        library.code.push_back({level.name, level.lanes, readFile(objectOf(level))});
     for (const KernelDeclaration& kernel : source.kernels) {
         const std::string shader = base + "." + kernel.function.name;
         const std::string glsl = emitGlsl(source, kernel);
@@ -197,7 +240,8 @@ void compile(const Options& options) {
         function.spirv = spirvOf(glsl, shader + ".comp");
         writeFile(shader + ".spv", {reinterpret_cast<const char*>(function.spirv.data()),
                                     function.spirv.size() * sizeof(uint32_t)});
-        run({options.validator, "--target-env", "vulkan1.2", shader + ".spv"}, shader + ".log");
+        finish(start({options.validator, "--target-env", "vulkan1.2", shader + ".spv"},
+                     shader + ".log"));
         library.functions.push_back(std::move(function));
     }
     writeFile(options.output + ".new", serialize(library));

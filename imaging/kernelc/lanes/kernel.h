@@ -12,22 +12,26 @@ struct Place {
     int x, y, count;
 };
 
+/// An image that a kernel reads. `row` has its pixels at the own place where memory is not packed
+/// and the kernel reads no others.
 template <Memory memory>
 struct Sampler {
     const SourceView& view;
+    const FloatRow& row;
 };
 
-/// The pixels of a source at the place that is written (the engine makes sure that they are there).
-template <Memory memory>
+/// The bytes of a packed source at the place that is written (the engine makes sure that they are
+/// there), and its pixels.
 VORN_INLINE const uint8_t* bytesHere(const SourceView& view, Place place) {
-    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
     const int64_t row = view.y0 + view.height - 1 - place.y;
-    return view.bytes + row * view.rowBytes +
-           static_cast<int64_t>(place.x - view.x0) * bytesPerPixel(layout);
+    return view.bytes + row * view.rowBytes + static_cast<int64_t>(place.x - view.x0) * 4;
 }
 template <Memory memory>
-VORN_INLINE Pixel loadHere(const SourceView& view, Place place) {
-    return loadGroup<memory>(view, bytesHere<memory>(view, place), place.count);
+VORN_INLINE Pixel loadHere(const SourceView& view, const FloatRow& row, Place place) {
+    if constexpr (isPacked(memory))
+        return unpack<memory>(loadTexels(bytesHere(view, place), place.count), view.order);
+    else
+        return loadPlanes(row.bytes + static_cast<int64_t>(place.x - row.x) * 4, row.planeBytes);
 }
 
 /// 32 bits at each lane's byte offset.
@@ -54,8 +58,7 @@ template <Memory memory>
 VORN_INLINE Pixel fetch(const SourceView& view, Int column, Int row) {
     const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
     const int64_t bytes = view.rowBytes * view.height;
-    if (bytes > 0x7fffffff || layout == kPlanar) [[unlikely]] {
-        // Offsets past 31 bits, and scratch memory, one lane at a time.
+    if (bytes > 0x7fffffff) [[unlikely]] { // offsets past 31 bits, one lane at a time
         int32_t x[N], y[N];
         float out[4][N];
         std::memcpy(x, &column, sizeof x);
@@ -63,7 +66,7 @@ VORN_INLINE Pixel fetch(const SourceView& view, Int column, Int row) {
         for (int i = 0; i < N; ++i) {
             const uint8_t* at = view.bytes + y[i] * view.rowBytes +
                                 static_cast<int64_t>(x[i]) * bytesPerPixel(layout);
-            const Pixel one = loadGroup<memory>(view, at, 1);
+            const Pixel one = loadSome(view, at, 1);
             float lanes[4][N];
             std::memcpy(lanes, &one, sizeof lanes);
             for (int c = 0; c < 4; ++c) out[c][i] = lanes[c][0];
@@ -103,6 +106,79 @@ VORN_INLINE Mask isWithin(Int value, int32_t limit) {
     return value >= Int(0) && value < Int(limit);
 }
 
+// Whole and fractional parts are taken of the point itself, not of its distance to the source's
+// corner: rounding then does not depend on which part of a source is at hand. Whole parts are
+// limited to just outside of the source, so that the integers that are made of them are safe; a
+// coordinate that is not a number ends there as well.
+VORN_INLINE Float wholePart(Float value, int32_t origin, int32_t size) {
+    const Float low = static_cast<float>(origin) - 2.0f;
+    const Float high = static_cast<float>(origin) + static_cast<float>(size) + 1.0f;
+    return min1(max1(floor1(value), low), high);
+}
+
+/// Where a bilinear read lies: its lower left pixel, and which of its four are there.
+struct Spot {
+    Float fx, fy;
+    Int column, row;
+    Mask left, right, lower, upper;
+    bool isInside, isOutside;
+
+    VORN_INLINE Spot(const SourceView& view, Vec2<Float> point) {
+        const Float u = point.x - Float(0.5f), v = point.y - Float(0.5f);
+        // Not a number where the point is infinite: 0 then.
+        fx = max1(u - floor1(u), Float(0.0f)), fy = max1(v - floor1(v), Float(0.0f));
+        column = toInt(wholePart(u, view.x0, view.width)) - Int(view.x0);
+        row = Int(view.y0 + view.height - 1) - toInt(wholePart(v, view.y0, view.height));
+        left = isWithin(column, view.width), right = isWithin(column + Int(1), view.width);
+        lower = isWithin(row, view.height), upper = isWithin(row - Int(1), view.height);
+        isInside = allLanes(left && right && lower && upper);
+        isOutside = !isInside && allLanes(!((left || right) && (lower || upper)));
+    }
+};
+
+#ifdef VORN_HAS_PAIRS
+/// Whether reads of a source are of the common kind: bilinear, of packed pixels.
+VORN_INLINE bool isCommon(const SourceView& view) {
+    return view.layout == kPacked8 && !view.nearest && view.width > 0 && view.height > 0 &&
+           view.rowBytes * view.height <= 0x7fffffff;
+}
+
+/// `sampleAt` of such a source.
+VORN_INLINE Pixel commonSampleAt(const SourceView& view, Vec2<Float> point) {
+    const Spot s(view, point);
+    if (s.isOutside) {
+        const Float zero = 0.0f;
+        return {zero, zero, zero, zero};
+    }
+    const Int line = s.row * Int(static_cast<int32_t>(view.rowBytes));
+    const Int at = line + (s.column << 2);
+    Nearby nearby;
+    Pairs lowerRow, upperRow;
+    if (s.isInside && areNearby(s.column, s.row, nearby) && nearby.first + N + 1 <= view.width) {
+        const uint8_t* from = view.bytes + line.v[0] + nearby.first * 4;
+        const auto read = [&](const uint8_t* first) {
+            return joinTexels(loadNearby(first, nearby.places),
+                              loadNearby(first + 4, nearby.places));
+        };
+        lowerRow = read(from);
+        upperRow = read(from - view.rowBytes);
+    } else if (s.isInside) [[likely]] {
+        lowerRow = gatherPairs(view.bytes, at);
+        upperRow = gatherPairs(view.bytes - view.rowBytes, at);
+    } else {
+        // The blend is the same as inside: which pixels are computed together must not show.
+        const int32_t up = static_cast<int32_t>(-view.rowBytes);
+        const auto texels = [&](int32_t distance, Mask isThere) {
+            const Uint there = gather32(view.bytes, pick(isThere, at + Int(distance), Int(0)));
+            return bitsAs<Texels>(pick(isThere, there, Uint(0u)));
+        };
+        lowerRow = joinTexels(texels(0, s.left && s.lower), texels(4, s.right && s.lower));
+        upperRow = joinTexels(texels(up, s.left && s.upper), texels(up + 4, s.right && s.upper));
+    }
+    return blendPacked(lowerRow, upperRow, view.order, s.fx, s.fy);
+}
+#endif
+
 /// Reads a source at a point of the working space: nearest or bilinear; outside the source is
 /// transparent black, and a bilinear read at the border blends with that.
 template <Memory memory>
@@ -111,75 +187,32 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
         const Float zero = 0.0f;
         return {zero, zero, zero, zero};
     }
-    // Whole and fractional parts are taken of the point itself, not of its distance to the source's
-    // corner: rounding then does not depend on which part of a source is at hand. Whole parts are
-    // limited to just outside of the source, so that the integers below are safe; a coordinate that
-    // is not a number ends there as well.
-    const auto whole = [](Float value, int32_t origin, int32_t size) {
-        const Float low = static_cast<float>(origin) - 2.0f;
-        const Float high = static_cast<float>(origin) + static_cast<float>(size) + 1.0f;
-        return min1(max1(floor1(value), low), high);
-    };
-    const int32_t top = view.y0 + view.height - 1;
     if (view.nearest) {
-        const Int column = toInt(whole(point.x, view.x0, view.width)) - Int(view.x0);
-        const Int row = Int(top) - toInt(whole(point.y, view.y0, view.height));
+        const Int column = toInt(wholePart(point.x, view.x0, view.width)) - Int(view.x0);
+        const Int row =
+            Int(view.y0 + view.height - 1) - toInt(wholePart(point.y, view.y0, view.height));
         return fetchOrNothing<memory>(view, column, row,
                                       isWithin(column, view.width) && isWithin(row, view.height));
     }
-    const Float u = point.x - Float(0.5f), v = point.y - Float(0.5f);
-    const Float u0 = whole(u, view.x0, view.width), v0 = whole(v, view.y0, view.height);
-    // Not a number where the point is infinite: 0 then.
-    const Float fx = max1(u - floor1(u), Float(0.0f)), fy = max1(v - floor1(v), Float(0.0f));
-    const Int column = toInt(u0) - Int(view.x0), row = Int(top) - toInt(v0);
-    const Mask left = isWithin(column, view.width), right = isWithin(column + Int(1), view.width);
-    const Mask lower = isWithin(row, view.height), upper = isWithin(row - Int(1), view.height);
-    const bool isInside = allLanes(left && right && lower && upper);
-    if (!isInside && allLanes(!((left || right) && (lower || upper)))) {
+#ifdef VORN_HAS_PAIRS
+    if (isCommon(view)) [[likely]]
+        return commonSampleAt(view, point);
+#endif
+    const auto [fx, fy, column, row, left, right, lower, upper, isInside, isOutside] =
+        Spot(view, point);
+    if (isOutside) {
         const Float zero = 0.0f;
         return {zero, zero, zero, zero};
     }
-#ifdef VORN_HAS_PAIRS
-    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
-    const bool isInReach = view.rowBytes * view.height <= 0x7fffffff;
-    const Int line = row * Int(static_cast<int32_t>(view.rowBytes));
-    const uint8_t* above = view.bytes - view.rowBytes;
-    Nearby nearby;
-    const bool isTogether =
-        isInside && areNearby(column, row, nearby) && nearby.first + N + 1 <= view.width;
-    if (isInReach && layout == kPacked8) [[likely]] {
-        const Int at = line + (column << 2);
-        Pairs lowerRow, upperRow;
-        if (isTogether) {
-            const uint8_t* from = view.bytes + line.v[0] + nearby.first * 4;
-            const auto read = [&](const uint8_t* first) {
-                return joinTexels(loadNearby(first, nearby.places),
-                                  loadNearby(first + 4, nearby.places));
-            };
-            lowerRow = read(from);
-            upperRow = read(from - view.rowBytes);
-        } else if (isInside) [[likely]] {
-            lowerRow = gatherPairs(view.bytes, at);
-            upperRow = gatherPairs(above, at);
-        } else {
-            // The blend is the same as inside: which pixels are computed together must not show.
-            const int32_t up = static_cast<int32_t>(-view.rowBytes);
-            const auto texels = [&](int32_t distance, Mask isThere) {
-                const Uint there = gather32(view.bytes, pick(isThere, at + Int(distance), Int(0)));
-                return bitsAs<Texels>(pick(isThere, there, Uint(0u)));
-            };
-            lowerRow = joinTexels(texels(0, left && lower), texels(4, right && lower));
-            upperRow = joinTexels(texels(up, left && upper), texels(up + 4, right && upper));
-        }
-        return blendPacked(lowerRow, upperRow, view.order, fx, fy);
-    }
-#endif
     Pixel p00, p10, p01, p11;
     if (isInside) [[likely]] {
 #ifdef VORN_HAS_PAIRS
-        if (isInReach && layout == kHalf) {
+        if (view.layout == kHalf && view.rowBytes * view.height <= 0x7fffffff) {
+            const Int line = row * Int(static_cast<int32_t>(view.rowBytes));
+            const uint8_t* above = view.bytes - view.rowBytes;
 #if VORN_LANES == 16
-            if (isTogether) {
+            Nearby nearby;
+            if (areNearby(column, row, nearby) && nearby.first + N + 1 <= view.width) {
                 const uint8_t* from = view.bytes + line.v[0] + nearby.first * 8;
                 return blendNearbyHalves(from, from - view.rowBytes, nearby.places, fx, fy);
             }
@@ -213,7 +246,7 @@ VORN_INLINE Pixel sampleAt(const SourceView& view, Vec2<Float> point) {
 
 #ifdef VORN_HAS_PAIRS
 VORN_INLINE bool canReadOnePoint(const SourceView& view) {
-    return view.layout != kPlanar && !view.nearest && view.width > 0 && view.height > 0;
+    return !view.nearest && view.width > 0 && view.height > 0;
 }
 /// Whether all lanes read one point, bilinear.
 VORN_INLINE bool isOnePoint(const SourceView& view, Vec2<Float> point) {
@@ -371,11 +404,30 @@ VORN_INLINE Pixel fetchInRow(const SourceView& view, int x, int y, int stride) {
     const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
     const uint8_t* from =
         view.bytes + row * view.rowBytes + static_cast<int64_t>(first) * bytesPerPixel(layout);
-    if (stride == 1) return loadGroup<memory>(view, from, N);
+    if (stride == 1) return loadGroup<memory>(view, from);
     if (layout == kPacked8) return unpack<memory>(reversed(loadTexels(from)), view.order);
-    const Pixel p = loadGroup<memory>(view, from, N);
+    const Pixel p = loadGroup<memory>(view, from);
     return {reversed(p.x), reversed(p.y), reversed(p.z), reversed(p.w)};
 }
+
+#ifdef VORN_HAS_PAIRS
+/// Kernels choose between the layouts where they read.
+template <Memory memory>
+VORN_INLINE Pixel readInRow(const SourceView& view, int x, int y, int stride) {
+    return fetchInRow<memory>(view, x, y, stride);
+}
+#else
+/// Half floats take so long without instructions for them that a call is little beside it.
+template <Memory memory>
+__attribute__((noinline)) Pixel calledFetchInRow(const SourceView& view, int x, int y, int stride) {
+    return fetchInRow<memory>(view, x, y, stride);
+}
+template <Memory memory>
+VORN_INLINE Pixel readInRow(const SourceView& view, int x, int y, int stride) {
+    if constexpr (isPacked(memory)) return fetchInRow<memory>(view, x, y, stride);
+    return calledFetchInRow<memory>(view, x, y, stride);
+}
+#endif
 
 /// The sum of the pixels on a line through each of N pixels by the weights of a Gaussian.
 template <Memory memory>
@@ -483,7 +535,7 @@ __attribute__((noinline)) Pixel sumsOfBlocks(SourceView view, int x, int y, int 
             const uint8_t* from = rowBytes(row);
             for (int i = first; i < last; i += N) {
                 const int count = last - i < N ? last - i : N;
-                const Pixel p = loadGroup<memory>(
+                const Pixel p = loadSome(
                     view, from + static_cast<int64_t>(i - first) * bytesPerPixel(view.layout),
                     count);
                 const Float planes[4] = {p.x, p.y, p.z, p.w}; // 0 from `count` on
@@ -612,6 +664,38 @@ VORN_INLINE Pixel fetchMirrored(const SourceView& view, Place place, int acrossS
     return fetchFromRow<memory, SourceView>(view, at, view.y0 + view.height - 1 - y);
 }
 
+/// Whether a mirroring takes pixels to pixels.
+VORN_INLINE bool isOnPixels(Vec2<float> sum, int across, int up) {
+    const auto isWhole = [](float v) { return v == std::floor(v) && std::fabs(v) < 1.0e9f; };
+    return (across == kAsItIs || isWhole(sum.x)) && (up == kAsItIs || isWhole(sum.y));
+}
+
+/// The centres of the pixels of a group.
+VORN_INLINE Vec2<Float> centersOf(Place place) {
+    float steps[N];
+    for (int i = 0; i < N; ++i) steps[i] = static_cast<float>(i) + 0.5f;
+    Float ramp;
+    std::memcpy(&ramp, steps, sizeof ramp);
+    return {Float(static_cast<float>(place.x)) + ramp, Float(static_cast<float>(place.y) + 0.5f)};
+}
+
+template <Memory memory>
+VORN_INLINE Pixel mirroredSample(SourceView view, Place place, Vec2<float> sum, int across,
+                                 int up) {
+    if (isOnPixels(sum, across, up))
+        return fetchMirrored<memory>(view, place,
+                                     across == kAsItIs ? 0 : static_cast<int>(sum.x) - 1,
+                                     up == kAsItIs ? 0 : static_cast<int>(sum.y) - 1, across, up);
+    const Vec2<Float> p = centersOf(place);
+    return calledSampleAt<memory>(
+        view, {mirrored(p.x, Float(sum.x) - p.x, across), mirrored(p.y, Float(sum.y) - p.y, up)});
+}
+template <Memory memory>
+__attribute__((noinline)) Pixel calledMirroredSample(const SourceView& view, Place place,
+                                                     Vec2<float> sum, int across, int up) {
+    return mirroredSample<memory>(view, place, sum, across, up);
+}
+
 /// Moves packed pixels of a row to the places [x0, x1), transparent where there are none; flipped,
 /// the place x gets the pixel at sum - x.
 VORN_INLINE void moveInRow(const SourceView& source, const uint8_t* from, uint8_t* to, int x0,
@@ -639,20 +723,14 @@ VORN_INLINE void moveInRow(const SourceView& source, const uint8_t* from, uint8_
     std::memset(to + static_cast<int64_t>(last - first) * 4, 0, static_cast<size_t>(x1 - last) * 4);
 }
 
-/// Whether a mirroring takes pixels to pixels.
-VORN_INLINE bool isOnPixels(Vec2<float> sum, int across, int up) {
-    const auto isWhole = [](float v) { return v == std::floor(v) && std::fabs(v) < 1.0e9f; };
-    return (across == kAsItIs || isWhole(sum.x)) && (up == kAsItIs || isWhole(sum.y));
-}
-
 VORN_INLINE bool isSameOrder(ChannelOrder a, ChannelOrder b) {
     return a.r == b.r && a.g == b.g && a.b == b.b && a.a == b.a;
 }
 
 /// A call whose kernel does nothing but mirror packed pixels, as bytes; false where it has to blend
 /// them or to change their order.
-__attribute__((noinline)) inline bool moveMirrored(const KernelCall& call, const SourceView& source,
-                                                   Vec2<float> sum, int across, int up) {
+VORN_INLINE bool moveMirrored(const KernelCall& call, const SourceView& source, Vec2<float> sum,
+                              int across, int up) {
     if (!isSameOrder(source.order, call.target.order) || !isOnPixels(sum, across, up)) return false;
     const int acrossSum = across == kAsItIs ? 0 : static_cast<int>(sum.x) - 1;
     const int upSum = up == kAsItIs ? 0 : static_cast<int>(sum.y) - 1;
@@ -682,22 +760,18 @@ template <Memory memory>
 struct KernelBase {
     Place vornPlace;
     TargetView vornTarget;
-    uint8_t* vornTo; ///< the target's bytes of that place
+    uint8_t* vornTo; ///< the target's bytes of that place, or those of a row of floats
+    int64_t vornPlaneBytes;
     OnePoints* vornPoints;
     Lattices* vornLattices;
 
-    VORN_INLINE Vec2<Float> destCoord() const {
-        float steps[N];
-        for (int i = 0; i < N; ++i) steps[i] = static_cast<float>(i) + 0.5f;
-        Float ramp;
-        std::memcpy(&ramp, steps, sizeof ramp);
-        return {Float(static_cast<float>(vornPlace.x)) + ramp,
-                Float(static_cast<float>(vornPlace.y) + 0.5f)};
-    }
+    VORN_INLINE Vec2<Float> destCoord() const { return centersOf(vornPlace); }
     VORN_INLINE Pixel sample(Sampler<memory> source, Vec2<Float> point) const {
-        if constexpr (isPacked(memory)) return sampleAt<memory>(source.view, point);
-        // A picture as it was handed over, in the middle of a chain.
-        if (source.view.layout == kPacked8) return sampleAt<Memory::Packed>(source.view, point);
+#ifdef VORN_HAS_PAIRS
+        // Packed memory is read in no other way here: see the kernel's entry.
+        if (isPacked(memory) || isCommon(source.view)) [[likely]]
+            return commonSampleAt(source.view, point);
+#endif
         return calledSampleAt<memory>(source.view, point);
     }
     VORN_INLINE Pixel calledSample(Sampler<memory> source, Vec2<Float> point) const {
@@ -706,9 +780,9 @@ struct KernelBase {
     VORN_INLINE Pixel sampleShared(Sampler<memory> source, Vec2<Float> point) const {
         return sharedSampleAt<memory>(source.view, point, *vornPoints);
     }
-    template <int site, class Function, class... Rest>
-    VORN_INLINE auto latticeAt(Function function, Int x, Int y, Rest... rest) const {
-        return lanes::latticeAt<site>(*vornLattices, function, x, y, rest...);
+    template <class Function, class... Rest>
+    VORN_INLINE auto latticeAt(int site, Function function, Int x, Int y, Rest... rest) const {
+        return lanes::latticeAt(*vornLattices, site, function, x, y, rest...);
     }
     /// At a point that is the same for every pixel: what uniforms are made of.
     Vec4<float> sampleOnce(Sampler<memory> source, Vec2<float> point) const {
@@ -720,12 +794,12 @@ struct KernelBase {
         return {first[0], first[1], first[2], first[3]};
     }
     VORN_INLINE Pixel sampleOffset(Sampler<memory> source, int x, int y) const {
-        return fetchInRow<memory>(source.view, vornPlace.x + x, vornPlace.y + y, 1);
+        return readInRow<memory>(source.view, vornPlace.x + x, vornPlace.y + y, 1);
     }
     VORN_INLINE Pixel sampleStrided(Sampler<memory> source, int strideX, int strideY, int x,
                                     int y) const {
-        return fetchInRow<memory>(source.view, vornPlace.x * strideX + x, vornPlace.y * strideY + y,
-                                  strideX);
+        return readInRow<memory>(source.view, vornPlace.x * strideX + x, vornPlace.y * strideY + y,
+                                 strideX);
     }
     VORN_INLINE Pixel sampleSum(Sampler<memory> source, int across, int up, int x, int y) const {
         return sumsOfBlocks<memory>(source.view, vornPlace.x * across + x, vornPlace.y * up + y,
@@ -744,27 +818,26 @@ struct KernelBase {
     }
     VORN_INLINE Pixel sampleMirrored(Sampler<memory> source, Vec2<float> sum, int across,
                                      int up) const {
-        if (isOnPixels(sum, across, up))
-            return fetchMirrored<memory>(
-                source.view, vornPlace, across == kAsItIs ? 0 : static_cast<int>(sum.x) - 1,
-                up == kAsItIs ? 0 : static_cast<int>(sum.y) - 1, across, up);
-        const Vec2<Float> p = destCoord();
-        const SourceView view = source.view;
-        return calledSampleAt<memory>(view, {mirrored(p.x, Float(sum.x) - p.x, across),
-                                             mirrored(p.y, Float(sum.y) - p.y, up)});
+        if constexpr (isPacked(memory))
+            return mirroredSample<memory>(source.view, vornPlace, sum, across, up);
+        else
+            return calledMirroredSample<memory>(source.view, vornPlace, sum, across, up);
     }
     VORN_INLINE Pixel sampleHere(Sampler<memory> source) const {
-        return loadHere<memory>(source.view, vornPlace);
+        return loadHere<memory>(source.view, source.row, vornPlace);
     }
 
     /// Stores the pixels that a kernel returns. Packed ones that it hands on as they are go past
     /// the arithmetic.
     VORN_INLINE void give(Pixel p) const {
-        storeGroup<memory>(vornTarget, vornTo, p, vornPlace.count);
+        if constexpr (isPacked(memory))
+            storeTexels(vornTo, pack(p, vornTarget.order), vornPlace.count);
+        else
+            storePlanes(vornTo, vornPlaneBytes, p);
     }
     VORN_INLINE void giveHere(Sampler<memory> source) const {
         if constexpr (isPacked(memory))
-            giveTexels(loadTexels(bytesHere<memory>(source.view, vornPlace), vornPlace.count),
+            giveTexels(loadTexels(bytesHere(source.view, vornPlace), vornPlace.count),
                        source.view.order);
         else
             give(sampleHere(source));
@@ -777,12 +850,15 @@ struct KernelBase {
             give(sampleOffset(source, x, y));
     }
     VORN_INLINE void giveNothing() const {
-        if constexpr (isPacked(memory))
-            return storeTexels(vornTo, bitsAs<Texels>(Uint(0u)), vornPlace.count);
         const Float zero = 0.0f;
-        give({zero, zero, zero, zero});
+        if constexpr (isPacked(memory))
+            storeTexels(vornTo, bitsAs<Texels>(Uint(0u)), vornPlace.count);
+        else
+            give({zero, zero, zero, zero});
     }
-    VORN_INLINE Vec2<Float> samplerCoord(Sampler<memory>) const { return destCoord(); }
+    VORN_INLINE Vec2<Float> samplerCoord(Sampler<memory>) const {
+        return destCoord();
+    }
     VORN_INLINE Vec2<float> samplerOrigin(Sampler<memory> source) const {
         return {source.view.extent[0], source.view.extent[1]};
     }
@@ -810,17 +886,54 @@ VORN_INLINE bool isOpaqueHere(const SourceView& view, Place place) {
         view.order);
 }
 
-/// Calls `group(place, memory to write)` for every group of a call.
-template <Memory memory, class GroupFunction>
-VORN_INLINE void forEachGroup(const KernelCall& call, GroupFunction group) {
+/// Calls `group(place, memory to write, bytes of a plane of it)` for every group of a call. Where
+/// memory is not packed, `rows(x, y, count)` comes before the groups of those pixels.
+template <Memory memory, class RowsFunction, class GroupFunction>
+VORN_INLINE void forEachGroup(const KernelCall& call, RowsFunction rows, GroupFunction group) {
     // Copies: the pixels that are written could otherwise be taken for them.
     const TargetView target = call.target;
     const int x0 = call.x0, x1 = call.x1, y0 = call.y0, y1 = call.y1;
-    const int bytes = bytesPerPixel(isPacked(memory) ? static_cast<int>(kPacked8) : target.layout);
-    for (int y = y1 - 1; y >= y0; --y) {
-        uint8_t* to = target.bytes + (y1 - 1 - y) * target.rowBytes;
-        for (int x = x0; x < x1; x += N, to += N * bytes)
-            group(Place{x, y, x1 - x < N ? x1 - x : N}, to);
+    if constexpr (isPacked(memory)) {
+        for (int y = y1 - 1; y >= y0; --y) {
+            uint8_t* to = target.bytes + (y1 - 1 - y) * target.rowBytes;
+            for (int x = x0; x < x1; x += N, to += N * 4)
+                group(Place{x, y, x1 - x < N ? x1 - x : N}, to, 0);
+        }
+    } else {
+        RowRoom<memory> room;
+        const int bytes = bytesPerPixel(target.layout);
+        for (int y = y1 - 1; y >= y0; --y) {
+            uint8_t* to = target.bytes + (y1 - 1 - y) * target.rowBytes;
+            for (int x = x0; x < x1; x += kRowPixels, to += kRowPixels * bytes) {
+                const int count = x1 - x < kRowPixels ? x1 - x : kRowPixels;
+                rows(x, y, count);
+                const bool isDirect = target.layout == kPlanar && count % N == 0;
+                uint8_t* out = isDirect ? to : room.bytes;
+                const int64_t planeBytes =
+                    isDirect ? target.planeBytes : RowRoom<memory>::kPlaneBytes;
+                for (int i = 0; i < count; i += N)
+                    group(Place{x + i, y, N}, out + 4 * i, planeBytes);
+                if (!isDirect) storeRow<memory>(target, to, count, room.bytes);
+            }
+        }
+    }
+}
+
+/// A call whose kernel does nothing but mirror an image.
+template <Memory memory>
+__attribute__((noinline)) void callMirrored(const KernelCall& call, SourceView source,
+                                            Vec2<float> sum, int across, int up) {
+    if constexpr (isPacked(memory))
+        if (moveMirrored(call, source, sum, across, up)) return;
+    const TargetView target = call.target;
+    const int bytes = bytesPerPixel(target.layout);
+    for (int y = call.y1 - 1; y >= call.y0; --y) {
+        uint8_t* to = target.bytes + (call.y1 - 1 - y) * target.rowBytes;
+        for (int x = call.x0; x < call.x1; x += N, to += N * bytes) {
+            const int count = call.x1 - x < N ? call.x1 - x : N;
+            storeSome(target, to,
+                      mirroredSample<memory>(source, Place{x, y, count}, sum, across, up), count);
+        }
     }
 }
 
@@ -835,6 +948,10 @@ VORN_INLINE void forEachGroup(const KernelCall& call, GroupFunction group) {
                                                                    int);                           \
     keyword template Pixel gaussianSum<memory>(const SourceView&, Place, int, int, int, Gaussian); \
     keyword template Pixel sumsOfBlocks<memory>(SourceView, int, int, int, int);                   \
+    keyword template Pixel calledMirroredSample<memory>(const SourceView&, Place, Vec2<float>,     \
+                                                        int, int);                                 \
+    keyword template void callMirrored<memory>(const KernelCall&, SourceView, Vec2<float>, int,    \
+                                               int);                                               \
     keyword template Pixel calledFetchMoved<memory>(SourceView, Place, Vec2<float>);
 #ifdef VORN_HAS_PAIRS
 #define VORN_COMMON_POINTS_IN(keyword, memory)                                                     \
@@ -842,13 +959,16 @@ VORN_INLINE void forEachGroup(const KernelCall& call, GroupFunction group) {
     keyword template Pixel sampleFewPoints<memory>(const SourceView&, Vec2<Float>,                 \
                                                    OnePoints::Known&);
 #else
-#define VORN_COMMON_POINTS_IN(keyword, memory)
+#define VORN_COMMON_POINTS_IN(keyword, memory)                                                     \
+    keyword template Pixel calledFetchInRow<memory>(const SourceView&, int, int, int);
 #endif
 #define VORN_COMMON(keyword)                                                                       \
     VORN_COMMON_IN(keyword, Memory::Packed)                                                        \
     VORN_COMMON_IN(keyword, Memory::Any)                                                           \
     VORN_COMMON_POINTS_IN(keyword, Memory::Packed)                                                 \
-    VORN_COMMON_POINTS_IN(keyword, Memory::Any)
+    VORN_COMMON_POINTS_IN(keyword, Memory::Any)                                                    \
+    keyword template FloatRow rowOf<Memory::Any>(SourceView, int, int, int, uint8_t*);             \
+    keyword template void storeRow<Memory::Any>(TargetView, uint8_t*, int, const uint8_t*);
 VORN_COMMON(extern)
 
 } // namespace vorn::lanes

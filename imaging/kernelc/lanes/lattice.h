@@ -86,9 +86,9 @@ template <>
 inline constexpr bool isOneValue<Vec4<float>> = true;
 
 /// `function` at the points (x, y). `rest` is what else it depends on, the same for every pixel.
-template <int site, class Function, class... Rest>
-VORN_INLINE auto latticeAt([[maybe_unused]] Lattices& lattices, Function function, Int x, Int y,
-                           [[maybe_unused]] Rest... rest) {
+template <class Function, class... Rest>
+VORN_INLINE auto latticeAt([[maybe_unused]] Lattices& lattices, [[maybe_unused]] int site,
+                           Function function, Int x, Int y, [[maybe_unused]] Rest... rest) {
     using Value = std::remove_cvref_t<decltype(function(x, y))>;
     static_assert(sizeof(Value) <= Lattices::kMostParts * sizeof(Float));
     static_assert((sizeof(rest) + ... + 0) <= Lattices::kMostWords * sizeof(uint32_t),

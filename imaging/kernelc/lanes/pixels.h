@@ -433,89 +433,192 @@ VORN_INLINE Float loadPlane(const uint8_t* from) {
     return f;
 }
 
-// ---- Whole and partial groups ------------------------------------------------------------------
+// ---- Groups ------------------------------------------------------------------------------------
 
-/// N pixels from `from`, of which only `count` are there to be read; the others are 0.
-template <Memory memory>
-VORN_INLINE Pixel loadGroup(const SourceView& view, const uint8_t* from, int count) {
-    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
-    int64_t planeBytes = view.planeBytes;
-    alignas(64) uint8_t partial[16 * N];
-    if (count < N) [[unlikely]] {
-        std::memset(partial, 0, sizeof partial);
-        const int64_t bytes = static_cast<int64_t>(count) * bytesPerPixel(layout);
-        if (layout == kPlanar) {
-            for (int plane = 0; plane < 4; ++plane)
-                std::memcpy(partial + plane * 4 * N, from + plane * planeBytes,
-                            static_cast<size_t>(bytes));
-            planeBytes = 4 * N;
-        } else {
-            std::memcpy(partial, from, static_cast<size_t>(bytes));
-        }
-        from = partial;
-    }
-    if constexpr (isPacked(memory)) return unpack<memory>(loadTexels(from), view.order);
-    switch (layout) {
-    case kPacked8:
-        return unpack<memory>(loadTexels(from), view.order);
-    case kHalf:
-        return loadHalves(from);
-    case kFloat:
-        return loadFloats(from);
-    default:
-        return {loadPlane(from), loadPlane(from + planeBytes), loadPlane(from + 2 * planeBytes),
-                loadPlane(from + 3 * planeBytes)};
-    }
+#if VORN_LANES == 8 && defined(__AVX2__)
+VORN_INLINE __m256i firstLanes(int count) {
+    return _mm256_cmpgt_epi32(_mm256_set1_epi32(count), _mm256_set_epi32(7, 6, 5, 4, 3, 2, 1, 0));
 }
+#endif
 
-/// `loadGroup` and `storeGroup` of packed pixels that stay as they are.
+/// Packed pixels of which only `count` are there to be read; the others are 0. Where the processor
+/// can, no memory is called to help: a call in the loop over the pixels would cost all of it
+/// registers, and the compiler time.
 VORN_INLINE Texels loadTexels(const uint8_t* from, int count) {
     if (count >= N) [[likely]]
         return loadTexels(from);
+#if VORN_LANES == 16 && defined(__AVX512BW__)
+    return _mm512_maskz_loadu_epi32(static_cast<__mmask16>((1u << count) - 1), from);
+#elif VORN_LANES == 8 && defined(__AVX2__)
+    return _mm256_maskload_epi32(reinterpret_cast<const int*>(from), firstLanes(count));
+#else
+    uint32_t texels[N] = {};
+    for (int i = 0; i < count; ++i) std::memcpy(&texels[i], from + 4 * i, 4);
     Texels t;
-    std::memset(&t, 0, sizeof t);
-    std::memcpy(&t, from, static_cast<size_t>(count) * 4);
+    std::memcpy(&t, texels, sizeof t);
     return t;
+#endif
 }
 VORN_INLINE void storeTexels(uint8_t* to, Texels t, int count) {
-    if (count >= N) [[likely]]
+    if (count >= N) [[likely]] {
         std::memcpy(to, &t, sizeof t);
-    else
-        std::memcpy(to, &t, static_cast<size_t>(count) * 4);
+        return;
+    }
+#if VORN_LANES == 16 && defined(__AVX512BW__)
+    _mm512_mask_storeu_epi32(to, static_cast<__mmask16>((1u << count) - 1), t);
+#elif VORN_LANES == 8 && defined(__AVX2__)
+    _mm256_maskstore_epi32(reinterpret_cast<int*>(to), firstLanes(count), t);
+#else
+    uint32_t texels[N];
+    std::memcpy(texels, &t, sizeof t);
+    for (int i = 0; i < count; ++i) std::memcpy(to + 4 * i, &texels[i], 4);
+#endif
 }
 
+/// N pixels from `from`, all of them there, of memory that is no scratch memory.
 template <Memory memory>
-VORN_INLINE void storeGroup(const TargetView& view, uint8_t* to, Pixel p, int count) {
-    const int layout = isPacked(memory) ? static_cast<int>(kPacked8) : view.layout;
-    int64_t planeBytes = view.planeBytes;
-    alignas(64) uint8_t partial[16 * N];
-    uint8_t* out = to;
-    if (count < N) [[unlikely]] {
-        out = partial;
-        planeBytes = 4 * N;
+VORN_INLINE Pixel loadGroup(const SourceView& view, const uint8_t* from) {
+    if (isPacked(memory) || view.layout == kPacked8)
+        return unpack<memory>(loadTexels(from), view.order);
+    return view.layout == kHalf ? loadHalves(from) : loadFloats(from);
+}
+
+/// The planes of N pixels.
+VORN_INLINE Pixel loadPlanes(const uint8_t* from, int64_t planeBytes) {
+    return {loadPlane(from), loadPlane(from + planeBytes), loadPlane(from + 2 * planeBytes),
+            loadPlane(from + 3 * planeBytes)};
+}
+VORN_INLINE void storePlanes(uint8_t* to, int64_t planeBytes, Pixel p) {
+    std::memcpy(to, &p.x, sizeof p.x);
+    std::memcpy(to + planeBytes, &p.y, sizeof p.y);
+    std::memcpy(to + 2 * planeBytes, &p.z, sizeof p.z);
+    std::memcpy(to + 3 * planeBytes, &p.w, sizeof p.w);
+}
+
+// ---- Rows of floats ----------------------------------------------------------------------------
+
+// A kernel that takes memory of any layout computes rows of floats in planes: what it reads at the
+// own place is brought into them before, and what it gives from them after, by functions that all
+// kernels share. In the kernels themselves every read and every store would have to choose between
+// four layouts.
+
+constexpr int kRowPixels = 256; ///< of a row at a time: planes that stay in the nearest cache
+
+/// Pixels from x on; there are whole groups of them.
+struct FloatRow {
+    const uint8_t* bytes;
+    int64_t planeBytes;
+    int x;
+};
+inline constexpr FloatRow kNoRow{};
+
+/// Room for such a row, which packed memory does not need.
+template <Memory memory>
+struct RowRoom {
+    static constexpr int64_t kPlaneBytes = kRowPixels * 4;
+    alignas(64) uint8_t bytes[4 * kPlaneBytes];
+};
+template <>
+struct RowRoom<Memory::Packed> {
+    uint8_t* bytes = nullptr;
+};
+
+/// N pixels from `from` of any layout, of which only `count` are there to be read; the others are
+/// 0. This and the next one are for functions that kernels share.
+VORN_INLINE Pixel loadSome(const SourceView& view, const uint8_t* from, int count) {
+    if (view.layout == kPlanar) {
+        float planes[4][N] = {};
+        for (int plane = 0; plane < 4; ++plane)
+            std::memcpy(planes[plane], from + plane * view.planeBytes, size_t(count) * 4);
+        Pixel p;
+        std::memcpy(&p, planes, sizeof p);
+        return p;
     }
-    if (isPacked(memory) || layout == kPacked8) {
+    alignas(64) uint8_t partial[16 * N];
+    if (count < N) {
+        std::memset(partial, 0, sizeof partial);
+        std::memcpy(partial, from, size_t(count) * size_t(bytesPerPixel(view.layout)));
+        from = partial;
+    }
+    return loadGroup<Memory::Any>(view, from);
+}
+
+VORN_INLINE void storeSome(const TargetView& view, uint8_t* to, Pixel p, int count) {
+    if (view.layout == kPlanar) {
+        float planes[4][N];
+        std::memcpy(planes, &p, sizeof p);
+        for (int plane = 0; plane < 4; ++plane)
+            std::memcpy(to + plane * view.planeBytes, planes[plane], size_t(count) * 4);
+        return;
+    }
+    alignas(64) uint8_t partial[16 * N];
+    uint8_t* out = count < N ? partial : to;
+    if (view.layout == kPacked8) {
         const Texels t = pack(p, view.order);
         std::memcpy(out, &t, sizeof t);
-    } else if (layout == kHalf) {
+    } else if (view.layout == kHalf) {
         storeHalves(out, p);
-    } else if (layout == kFloat) {
-        storeFloats(out, p);
     } else {
-        std::memcpy(out, &p.x, sizeof p.x);
-        std::memcpy(out + planeBytes, &p.y, sizeof p.y);
-        std::memcpy(out + 2 * planeBytes, &p.z, sizeof p.z);
-        std::memcpy(out + 3 * planeBytes, &p.w, sizeof p.w);
+        storeFloats(out, p);
     }
-    if (count < N) [[unlikely]] {
-        const size_t bytes =
-            static_cast<size_t>(count) * static_cast<size_t>(bytesPerPixel(layout));
-        if (layout == kPlanar)
-            for (int plane = 0; plane < 4; ++plane)
-                std::memcpy(to + plane * view.planeBytes, partial + plane * planeBytes, bytes);
-        else
-            std::memcpy(to, partial, bytes);
+    if (count < N) std::memcpy(to, partial, size_t(count) * size_t(bytesPerPixel(view.layout)));
+}
+
+/// `count` pixels of a source from (x, y) on, which are there, as floats.
+template <Memory memory>
+__attribute__((noinline)) FloatRow rowOf(SourceView view, int x, int y, int count, uint8_t* room) {
+    const int64_t row = view.y0 + view.height - 1 - y;
+    const int bytes = bytesPerPixel(view.layout);
+    const uint8_t* from =
+        view.bytes + row * view.rowBytes + static_cast<int64_t>(x - view.x0) * bytes;
+    if (view.layout == kPlanar && count % N == 0) return {from, view.planeBytes, x};
+    const auto convert = [&](auto&& load) __attribute__((always_inline)) {
+        int i = 0;
+        for (; i + N <= count; i += N)
+            storePlanes(room + 4 * i, RowRoom<memory>::kPlaneBytes, load(from + i * bytes));
+        if (i < count)
+            storePlanes(room + 4 * i, RowRoom<memory>::kPlaneBytes,
+                        loadSome(view, from + i * bytes, count - i));
+    };
+    if (view.layout == kPacked8)
+        convert([&](const uint8_t* at) { return unpack<memory>(loadTexels(at), view.order); });
+    else if (view.layout == kHalf)
+        convert([](const uint8_t* at) { return loadHalves(at); });
+    else if (view.layout == kFloat)
+        convert([](const uint8_t* at) { return loadFloats(at); });
+    else
+        convert([&](const uint8_t* at) { return loadPlanes(at, view.planeBytes); });
+    return {room, RowRoom<memory>::kPlaneBytes, x};
+}
+
+/// Stores `count` pixels of a row of floats.
+template <Memory memory>
+__attribute__((noinline)) void storeRow(TargetView view, uint8_t* to, int count,
+                                        const uint8_t* room) {
+    const int layout = view.layout;
+    if (layout == kPlanar) {
+        for (int plane = 0; plane < 4; ++plane)
+            std::memcpy(to + plane * view.planeBytes, room + plane * RowRoom<memory>::kPlaneBytes,
+                        static_cast<size_t>(count) * 4);
+        return;
     }
+    const auto convert = [&](int bytes, auto&& store) __attribute__((always_inline)) {
+        int i = 0;
+        for (; i + N <= count; i += N)
+            store(to + i * bytes, loadPlanes(room + 4 * i, RowRoom<memory>::kPlaneBytes));
+        if (i < count)
+            storeSome(view, to + i * bytes, loadPlanes(room + 4 * i, RowRoom<memory>::kPlaneBytes),
+                      count - i);
+    };
+    if (layout == kPacked8)
+        convert(4, [&](uint8_t* at, Pixel p) {
+            const Texels t = pack(p, view.order);
+            std::memcpy(at, &t, sizeof t);
+        });
+    else if (layout == kHalf)
+        convert(8, [](uint8_t* at, Pixel p) { storeHalves(at, p); });
+    else
+        convert(16, [](uint8_t* at, Pixel p) { storeFloats(at, p); });
 }
 
 } // namespace vorn::lanes
