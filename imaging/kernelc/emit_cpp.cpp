@@ -183,7 +183,7 @@ private:
     /// memory of any layout. Reads in rows would choose between layouts each time.
     bool isLong(const KernelDeclaration& kernel) const {
         const Amount amount = inlined(kernel.bodyToken, kernel.endToken);
-        return (amount.tokens > kMuchText || amount.reads > kManyReads) && !amount.readsInRows;
+        return amount.tokens > kMuchText && !amount.readsInRows;
     }
 
     /// The parenthesis that closes the one at a token.
@@ -569,7 +569,7 @@ private:
     const Source& source_;
     const std::vector<Token>& tokens_;
     std::string out_;
-    static constexpr int kFewReads = 2, kManyReads = 4, kMuchText = 2000;
+    static constexpr int kFewReads = 2, kMuchText = 2000;
     std::map<std::string, std::pair<size_t, size_t>, std::less<>> functions_; ///< their bodies
     bool inlinesReads_ = true;                  ///< of the text that is being written
     const KernelDeclaration* kernel_ = nullptr; ///< the one whose body is being written
