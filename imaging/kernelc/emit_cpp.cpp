@@ -3,6 +3,7 @@
 
 #include "imaging/kernelc/source.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -70,12 +71,16 @@ public:
             "using KernelBase<memory>::sampleSum; using KernelBase<memory>::sampleGaussian;\n"
             "using KernelBase<memory>::samplerCoord; using KernelBase<memory>::samplerSize;\n"
             "using KernelBase<memory>::samplerOrigin; using KernelBase<memory>::samplerExtent;\n";
+        findLoops();
         findFunctions();
-        int readsInFunctions = 0;
-        for (const KernelDeclaration& kernel : source_.kernels)
-            readsInFunctions += inlined(kernel.bodyToken, kernel.endToken).reads -
-                                readsIn(kernel.bodyToken, kernel.endToken);
-        const bool hasFewInFunctions = readsInFunctions <= kFewReads;
+        int inFunctions = 0, outsideOfLoops = 0;
+        for (const KernelDeclaration& kernel : source_.kernels) {
+            const Amount all = inlined(kernel.bodyToken, kernel.endToken);
+            inFunctions += all.reads - readsIn(kernel.bodyToken, kernel.endToken);
+            outsideOfLoops += all.readsOutsideOfLoops;
+        }
+        const bool hasFewInFunctions = inFunctions <= kFewReads;
+        inlinesFirstReads_ = outsideOfLoops <= kFewFirstReads;
         size_t at = 0;
         for (const KernelDeclaration& kernel : source_.kernels) {
             inlinesReads_ = hasFewInFunctions;
@@ -136,6 +141,21 @@ private:
         return reads;
     }
 
+    /// Finds what stands in loops.
+    void findLoops() {
+        isInLoop_.assign(tokens_.size(), false);
+        for (size_t at = 0; at < tokens_.size(); ++at) {
+            if (!token(at).is("for")) continue;
+            size_t end = closing(at + 1) + 1;
+            for (int braces = 0; end < tokens_.size(); ++end) {
+                braces += token(end).is("{") ? 1 : token(end).is("}") ? -1 : 0;
+                if (braces == 0 && (token(end).is(";") || token(end).is("}"))) break;
+            }
+            for (size_t i = at; i < std::min(end, tokens_.size()); ++i) isInLoop_[i] = true;
+        }
+    }
+    bool isInLoop(size_t at) const { return at < isInLoop_.size() && isInLoop_[at]; }
+
     /// Finds the bodies of the functions that kernels call.
     void findFunctions() {
         int depth = 0;
@@ -159,12 +179,15 @@ private:
 
     struct Amount {
         int tokens = 0, reads = 0; ///< reads at any place
-        bool readsInRows = false;  ///< of whole pixels
+        int readsOutsideOfLoops = 0;
+        bool readsInRows = false; ///< of whole pixels
     };
     /// What stands between two tokens, with the functions that are called there as often as they
     /// are: they are always inlined.
     Amount inlined(size_t from, size_t to) const {
         Amount amount{static_cast<int>(to - from), readsIn(from, to)};
+        for (size_t at = from; at < to; ++at)
+            if (!isInLoop(at)) amount.readsOutsideOfLoops += readsIn(at, at + 1);
         for (size_t at = from; at < to; ++at) {
             amount.readsInRows |= token(at).is("sampleOffset") || token(at).is("sampleStrided") ||
                                   token(at).is("sampleMoved") || token(at).is("sampleMirrored");
@@ -174,6 +197,7 @@ private:
             if (!isCall || function->second.second >= from) continue;
             const Amount inside = inlined(function->second.first, function->second.second);
             amount.tokens += inside.tokens, amount.reads += inside.reads;
+            if (!isInLoop(at)) amount.readsOutsideOfLoops += inside.readsOutsideOfLoops;
             amount.readsInRows |= inside.readsInRows;
         }
         return amount;
@@ -310,7 +334,8 @@ private:
         }
         if (givesPixels() && now.is("return")) return result(at);
         if (now.is("lattice") && token(at + 1).is("(")) return lattice(at);
-        if (now.is("sample") && !inlinesReads_) {
+        if (now.is("sample") && !inlinesReads_ &&
+            (kernel_ || !inlinesFirstReads_ || isInLoop(at))) {
             out_ += "calledSample ";
             return 1;
         }
@@ -569,9 +594,11 @@ private:
     const Source& source_;
     const std::vector<Token>& tokens_;
     std::string out_;
-    static constexpr int kFewReads = 2, kMuchText = 2000;
+    static constexpr int kFewReads = 2, kFewFirstReads = 5, kMuchText = 2000;
     std::map<std::string, std::pair<size_t, size_t>, std::less<>> functions_; ///< their bodies
     bool inlinesReads_ = true;                  ///< of the text that is being written
+    bool inlinesFirstReads_ = false;            ///< those of functions outside of loops
+    std::vector<bool> isInLoop_;                ///< by token
     const KernelDeclaration* kernel_ = nullptr; ///< the one whose body is being written
     int sites_ = 0;                             ///< calls of `lattice` so far
     std::set<std::string> latticeFunctions_;
