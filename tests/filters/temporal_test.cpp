@@ -194,6 +194,22 @@ TEST(Feedback, AllocatesNothingInASteadyChain) {
     }
 }
 
+TEST(Lines, AreHardlyWiderOnSoftEdges) {
+    const auto widthOf = [](double softness) {
+        const Bitmap edge = pictureOf(48, 16, [&](int x, int) {
+            const double t = std::clamp((x - 24.0) / softness + 0.5, 0.0, 1.0);
+            const double grey = t * t * (3 - 2 * t) * 0.6 + 0.2;
+            return Straight{grey, grey, grey};
+        });
+        const Bitmap lines =
+            lookOf("VEEdgeDetect2", inputs({{"Width", 0.5}, {"ReduceBrightness", 0}}), edge);
+        double sum = 0;
+        for (int x = 0; x < 48; ++x) sum += lines.pixel(x, 8)[0];
+        return sum;
+    };
+    for (const double softness : {4.0, 5.0}) EXPECT_LT(widthOf(softness), 1.6 * widthOf(1));
+}
+
 TEST(Lines, AreEvenAndAsWideAsTheyAreSet) {
     const int width = 48, height = 40;
     const Bitmap step = pictureOf(width, height, [](int x, int y) {
