@@ -28,6 +28,13 @@ vec4 matteAt(sampler matte, vec2 p, uniform vec2 scale) {
     return sum * (1.0 / (count.x * count.y));
 }
 
+// A matte that covers the frame pixel by pixel, at the own pixel, or else in the frame's pixel p.
+vec4 matteOver(sampler matte, vec2 p, uniform vec2 scale, uniform vec2 frameOrigin) {
+    uniform vec2 apart = abs(samplerOrigin(matte) - frameOrigin) + abs(scale - 1.0);
+    if (apart.x + apart.y == 0.0) return sample(matte, samplerCoord(matte));
+    return matteAt(matte, p * scale, scale);
+}
+
 // How much of a rectangle of that half-size a pixel shows, at q from its middle in pixels of the result.
 float covered(vec2 q, uniform vec2 halfSize) {
     vec2 inside = clamp(halfSize - abs(q) + 0.5, 0.0, 1.0);
