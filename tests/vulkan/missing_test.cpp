@@ -4,8 +4,6 @@
 #include "imaging/vulkan/Renderer.h"
 #include "vorneffects/VulkanInterop.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <fcntl.h>
 #include <filesystem>
@@ -37,10 +35,6 @@ TEST(VulkanErrors, NoDriverMeansTheCpuOrExitCodeFive) {
 
 VKAPI_ATTR void VKAPI_CALL haveNoFeatures(VkPhysicalDevice, VkPhysicalDeviceFeatures2* features) {
     features->features = {}; // those of version 1.2, which are linked to it, stay zero as well
-}
-VKAPI_ATTR PFN_vkVoidFunction VKAPI_CALL plainLoader(VkInstance, const char* name) {
-    static void* const loader = dlopen("libvulkan.so.1", RTLD_NOW);
-    return reinterpret_cast<PFN_vkVoidFunction>(dlsym(loader, name));
 }
 VKAPI_ATTR PFN_vkVoidFunction VKAPI_CALL poorLoader(VkInstance instance, const char* name) {
     if (std::string_view(name) == "vkGetPhysicalDeviceFeatures2")

@@ -1,8 +1,8 @@
 // The file in which pipelines are kept, and whom it belongs to.
 #include "vulkan_support.h"
 
+#include "imaging/vulkan/PipelineCache.h"
 #include "imaging/vulkan/Renderer.h"
-#include "vorneffects/VulkanInterop.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -36,17 +36,6 @@ TEST(VulkanCache, TakesNothingButWhatItWroteForThisDriver) {
         EXPECT_EQ(vulkan::usableCache(file, properties), "");
         --*other;
     }
-}
-
-/// Runs the command line with other surroundings; its exit code and what it wrote.
-std::pair<int, std::string> runVorn(const std::string& surroundings, const std::string& arguments) {
-    const std::string command =
-        "env " + surroundings + " '" VORN_CLI_PATH "' " + arguments + " 2>&1 </dev/null";
-    FILE* const pipe = popen(command.c_str(), "r");
-    std::string text;
-    for (int c; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);
-    const int status = pclose(pipe);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text};
 }
 
 TEST(VulkanCache, DoesWithoutWhenItIsDamagedOrCannotBeWritten) {
