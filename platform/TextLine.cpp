@@ -98,9 +98,12 @@ TextLine::TextLine(std::string_view utf8, std::string_view fontName, double pixe
         text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
 
     if (!haveFonts()) return;
+    // Laid out in one size and drawn in any: of each size the fonts' caches would keep some 20 KB.
+    constexpr double kLaidOut = 1024;
+    scale_ = pixelsPerEm / kLaidOut;
     const Owned<PangoContext> context = makeContext();
     const Owned<PangoFontDescription> font = describeFont(fontName);
-    pango_font_description_set_absolute_size(font.get(), pixelsPerEm * PANGO_SCALE);
+    pango_font_description_set_absolute_size(font.get(), kLaidOut * PANGO_SCALE);
     const Owned<PangoAttrList> attributes(pango_attr_list_new());
     layout_.reset(pango_layout_new(context.get()));
     pango_layout_set_single_paragraph_mode(layout_.get(), TRUE);
@@ -116,12 +119,19 @@ double TextLine::width() const {
     PangoRectangle extents;
     pango_layout_line_get_extents(pango_layout_get_line_readonly(layout_.get(), 0), nullptr,
                                   &extents);
-    return static_cast<double>(extents.width) / PANGO_SCALE;
+    return static_cast<double>(extents.width) / PANGO_SCALE * scale_;
 }
 
 void TextLine::addToPath(cairo_t* context) const {
     if (!layout_) return;
+    double x = 0, y = 0;
+    cairo_get_current_point(context, &x, &y);
+    cairo_save(context);
+    cairo_translate(context, x, y);
+    cairo_scale(context, scale_, scale_);
+    cairo_move_to(context, 0, 0);
     pango_cairo_layout_line_path(context, pango_layout_get_line_readonly(layout_.get(), 0));
+    cairo_restore(context);
 }
 
 } // namespace vorn::platform

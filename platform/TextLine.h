@@ -28,6 +28,7 @@ private:
         void operator()(void* object) const;
     };
     std::unique_ptr<PangoLayout, Unreference> layout_; ///< null for an empty line
+    double scale_ = 1;                                 ///< the size over that of the layout
 };
 
 } // namespace vorn::platform
