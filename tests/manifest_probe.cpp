@@ -1,5 +1,7 @@
 // A small host that the tests run on copies of the library. Its arguments are steps, done in
 // order: "verb" or "verb:argument:argument". It prints what came of each.
+#include "starts.h"
+
 #include "core/FilterSupport.h"
 
 #include <array>
@@ -106,7 +108,7 @@ CIImage outputOf(CIFilter& filter) {
         for (uint32_t i = 0; i < pixels.size(); ++i) pixels[i] = 0xFF000000 | i * 0x030507;
         return pixels;
     }();
-    filter.setDefaults();
+    setStarts(filter);
     for (const InputInfo& input : filter.filterClass().inputs())
         if (input.kind == InputKind::Image)
             filter.setValueForKey(
