@@ -76,7 +76,7 @@ const std::map<std::string, Nearness> kDeviations = {
     // Rounds to steps: a value in the middle between two may fall to either side.
     {"VE_TrafficSign", {1, 0.001}},
     // Places come out of the map: where map and picture are noise, the last bit of one shows.
-    {"VEUVMapFromLayer", {2, 0.01}},
+    {"VEUVMapFromLayer", {2, 0.02}},
 };
 
 /// Whether a kernel anywhere below reads something else than its own pixel.
