@@ -1,5 +1,5 @@
 // `vorn describe`: what a filter does, its inputs and its modes.
-#include "catalogue/catalog.h"
+#include "catalogue/wording.h"
 #include "commands.h"
 #include "terminal/output.h"
 #include "json/json.h"
@@ -81,76 +81,6 @@ Json filterJson(const FilterEntry& entry) {
                 {"beginWith", std::move(settings)}};
 }
 
-/// Plain numbers, and vectors as they are written for --set.
-std::string startText(const ListedInput& input) {
-    const auto* standard = std::get_if<double>(&input.guide.start);
-    if (standard) return fmt::format("{:.4g}", *standard);
-    if (const auto* text = std::get_if<std::string>(&input.guide.start))
-        return fmt::format("\"{}\"", *text);
-    return attributeText(input.attributes, kCIAttributeDefault);
-}
-std::string numberText(const std::optional<double>& number) {
-    return number ? fmt::format("{:.4g}", *number) : "-";
-}
-
-std::string purposeOf(const ListedInput& input) {
-    std::string text = input.guide.purpose;
-    const auto add = [&](const char* note) {
-        text += (text.empty() ? "" : "; ") + std::string(note);
-    };
-    if (input.guide.feed == InputFeed::Time) add("runs with the time");
-    if (input.guide.feed == InputFeed::MediaTime) add("the time of the frame unless it is set");
-    if (input.guide.feed == InputFeed::Tracking) add("from a tracker");
-    if (input.guide.isDead)
-        add("dead: advertised, but not read");
-    else if (!input.isAdvertised && input.kind != InputKind::Image)
-        add("not advertised");
-    return text;
-}
-
-/// What it does besides looking at its frame.
-std::vector<std::string> factsOf(const FilterGuide& guide) {
-    std::vector<std::string> facts;
-    if (!guide.frameKey.empty() && guide.frameKey != "inputImage")
-        facts.push_back("takes the frame as " + guide.frameKey);
-    if (guide.movesByItself) facts.push_back("moves by itself");
-    if (guide.takesFrameTime) facts.push_back("can follow the host's frame time");
-    if (guide.framesRemembered > 0)
-        facts.push_back(fmt::format("remembers {} earlier {}", guide.framesRemembered,
-                                    guide.framesRemembered == 1 ? "picture" : "pictures"));
-    else if (guide.keepsState)
-        facts.push_back("keeps its place from frame to frame");
-    if (guide.canFlash) facts.push_back("can flash quickly, which is not safe for everybody");
-    return facts;
-}
-
-/// A command line that shows what it does.
-std::string exampleOf(const FilterEntry& entry) {
-    const FilterGuide& guide = entry.guide();
-    std::vector<Setting> settings;
-    std::string more;
-    for (const Setting& setting : guide.beginWith) {
-        const auto input =
-            std::find_if(guide.inputs.begin(), guide.inputs.end(),
-                         [&](const InputGuide& known) { return known.key == setting.first; });
-        if (input == guide.inputs.end() || input->feed != InputFeed::Time)
-            settings.push_back(setting);
-    }
-    bool isFilm = guide.movesByItself || guide.keepsState;
-    for (const InputGuide& input : guide.inputs) {
-        if (input.feed == InputFeed::Picture && input.key != guide.frameKey)
-            more += fmt::format(" --image {}=second.png", input.key);
-        if (input.feed == InputFeed::Time) {
-            more += fmt::format(" --animate {}=0:{:.4g},2:{:.4g}", input.key,
-                                input.from.value_or(0), input.to.value_or(1));
-            isFilm = true;
-        }
-    }
-    return fmt::format("vorn render test:1280x720@25,2s {} --filter {}{}{}{}",
-                       isFilm ? "out.mp4" : "out.png", entry.name, settings.empty() ? "" : ":",
-                       settingsText(settings), more);
-}
-
 void printDescription(const FilterEntry& entry) {
     const FilterGuide& guide = entry.guide();
     printResult("{}: {}\n{}\n\n", entry.name, guide.title, guide.sentence);
@@ -159,6 +89,10 @@ void printDescription(const FilterEntry& entry) {
         about.push_back({"Tags", fmt::format("{}", fmt::join(guide.tags, ", "))});
     const std::vector<std::string> facts = factsOf(guide);
     if (!facts.empty()) about.push_back({"It", fmt::format("{}", fmt::join(facts, "; "))});
+    for (const FrameLimit& limit : frameLimits(entry))
+        about.push_back({"Frames", fmt::format("up to {:.4g} megapixels{}{}", limit.pixels * 1e-6,
+                                               limit.modes.empty() ? "" : " in the modes ",
+                                               fmt::join(limit.modes, ", "))});
     about.push_back({"Category", entry.category});
     if (entry.name != entry.className()) about.push_back({"Class", entry.className()});
     printTable(about);

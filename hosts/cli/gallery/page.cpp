@@ -2,7 +2,7 @@
 // whoever wants to see it move.
 #include "page.h"
 
-#include "json/json.h"
+#include "catalogue/wording.h"
 
 #include <algorithm>
 
@@ -110,18 +110,16 @@ std::string rangeText(const ListedInput& input) {
     return fmt::format("{:.4g} to {:.4g}", *input.guide.from, *input.guide.to);
 }
 
-std::string startText(const ListedInput& input) {
-    if (const auto* number = std::get_if<double>(&input.guide.start))
-        return fmt::format("{:.4g}", *number);
-    const std::string standard = attributeText(input.attributes, kCIAttributeDefault);
-    return standard == "-" ? "" : standard;
+std::string startCell(const ListedInput& input) {
+    const std::string start = startText(input);
+    return start == "-" ? "" : start;
 }
 
 std::string inputRow(const ListedInput& input) {
     return fmt::format("<tr><th scope=\"row\">{}<code>{}</code></th><td>{}</td><td>{}</td>"
                        "<td>{}</td></tr>\n",
                        escaped(input.guide.label), escaped(input.key), escaped(rangeText(input)),
-                       escaped(startText(input)), escaped(input.guide.purpose));
+                       escaped(startCell(input)), escaped(input.guide.purpose));
 }
 
 std::string inputTable(const GalleryFilter& filter) {

@@ -92,14 +92,6 @@ Json attributeJson(const AttributeValue& value) {
         value);
 }
 
-std::string attributeText(const InputAttributes& attributes, std::string_view name) {
-    const AttributeValue* value = attributes.find(name);
-    if (!value) return "-";
-    const Json json = attributeJson(*value);
-    if (json.is_string()) return json.get<std::string>();
-    return jsonLine(json.is_object() ? json.front() : json);
-}
-
 std::string jsonLine(const Json& json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }

@@ -23,9 +23,6 @@ Json colorComponentsJson(const CIColor& color);
 /// A set value as data ("hex:…" for bytes); null for an unset value and for images.
 Json valueJson(const InputValue& value);
 Json attributeJson(const AttributeValue& value);
-/// An attribute as people read it: plain numbers, and vectors as they are written for --set; "-"
-/// where it is not advertised.
-std::string attributeText(const InputAttributes& attributes, std::string_view name);
 
 /// One line of text; bytes that are no UTF-8 become replacement characters.
 std::string jsonLine(const Json& json);

@@ -71,6 +71,11 @@ TEST(Describe, GivesTheAttributesInTheOrderOfTheFilter) {
 }
 
 TEST(Describe, TellsAllOfTheGuideWithAnExampleThatRuns) {
+    EXPECT_NE(runVorn("describe VE_Strobe_2").results.find("up to 23.76 megapixels\n"),
+              std::string::npos);
+    EXPECT_NE(
+        runVorn("describe VEWobble").results.find("up to 23.76 megapixels in the modes flicker\n"),
+        std::string::npos);
     const std::string text = runVorn("describe VEXFBrightness").results;
     for (const char* part : {"VEXFBrightness: Dissolve", "Transitions", "the incoming picture",
                              "1  through dark pictures", "\n  vorn render "})
