@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/FilterSupport.h"
+#include "platform/Messages.h"
 
 namespace vorn::filters {
 
@@ -18,6 +19,26 @@ inline std::vector<ModeGuide> channelModes(double first = 0) {
 inline CIVector maskScale(const CIImage& mask, const CIImage& picture) {
     const CGRect from = mask.extent(), to = picture.extent();
     return {from.width / to.width, from.height / to.height};
+}
+
+/// A picture or a mask that the masking kernels do not stretch.
+inline bool isTooLargeToMask(const CIImage& picture, const CIImage& mask) {
+    return area(picture) > kFixedArea23764000 || area(mask) > kFixedArea23764000;
+}
+
+/// The picture through a mask that is stretched over it; where there is none, a line that says so
+/// for the filter, and the picture itself.
+inline CIImage masked(const CIKernel& kernel, const CIImage& picture, const CIImage& mask,
+                      const Number& mixer, const char* filter) {
+    const CISampler source(picture);
+    CISampler masking(mask);
+    if (!masking) {
+        report(Severity::Warning, "### %s - no mask!", filter);
+        masking = source;
+    }
+    return kernel.applyWithExtent(source.extent(),
+                                  RegionOfInterest::wholeByIndex(picture.extent(), mask.extent()),
+                                  {source, masking, maskScale(mask, picture), mixer});
 }
 
 /// A control on 0 to 255 that rests at 127, as a scale: shrinking below, growing above, by one more

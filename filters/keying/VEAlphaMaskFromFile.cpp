@@ -1,6 +1,5 @@
 // Alpha mask: makes the picture transparent by the alpha of a mask, or by what the mask leaves out.
 #include "filters/keying/Mattes.h"
-#include "platform/Messages.h"
 
 class VEAlphaMaskFromFile : public CIFilter {
 public:
@@ -27,19 +26,9 @@ public:
     }
 
     CIImage outputImage() override {
-        if (area(inputImage) > kFixedArea23764000 || area(inputMaskImage) > kFixedArea23764000)
-            return errorImage.imageFor("FX 090");
-        const CISampler source(inputImage);
-        CISampler mask(inputMaskImage);
-        if (!mask) {
-            report(Severity::Warning, "### VEAlphaMaskFromFile - no mask!");
-            mask = source;
-        }
-        return kernelForMode(kernels, inputMode)
-            .applyWithExtent(
-                source.extent(),
-                RegionOfInterest::wholeByIndex(inputImage.extent(), inputMaskImage.extent()),
-                {source, mask, maskScale(inputMaskImage, inputImage), inputMixer});
+        if (isTooLargeToMask(inputImage, inputMaskImage)) return errorImage.imageFor("FX 090");
+        return masked(kernelForMode(kernels, inputMode), inputImage, inputMaskImage, inputMixer,
+                      "VEAlphaMaskFromFile");
     }
 
     CIImage inputImage, inputMaskImage;

@@ -1,6 +1,5 @@
 // Mask: makes the picture transparent by the brightness or a channel of a second one.
 #include "filters/keying/Mattes.h"
-#include "platform/Messages.h"
 
 class VEAlphaMaskFromImage : public CIFilter {
 public:
@@ -24,19 +23,9 @@ public:
     }
 
     CIImage outputImage() override {
-        if (area(inputImage) > kFixedArea23764000 || area(inputMaskImage) > kFixedArea23764000)
-            return errorImage.imageFor("FX 091");
-        const CISampler source(inputImage);
-        CISampler mask(inputMaskImage);
-        if (!mask) {
-            report(Severity::Warning, "### VEAlphaMaskFromImage - no mask!");
-            mask = source;
-        }
-        return kernelForMode(kernels, inputMode)
-            .applyWithExtent(
-                source.extent(),
-                RegionOfInterest::wholeByIndex(inputImage.extent(), inputMaskImage.extent()),
-                {source, mask, maskScale(inputMaskImage, inputImage), inputMixer});
+        if (isTooLargeToMask(inputImage, inputMaskImage)) return errorImage.imageFor("FX 091");
+        return masked(kernelForMode(kernels, inputMode), inputImage, inputMaskImage, inputMixer,
+                      "VEAlphaMaskFromImage");
     }
 
     CIImage inputImage, inputMaskImage;

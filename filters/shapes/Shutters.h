@@ -1,7 +1,7 @@
 // What the hard and the soft shutters tell alike.
 #pragma once
 
-#include "core/FilterSupport.h"
+#include "filters/shapes/SoftShape.h"
 
 namespace vorn::filters {
 

@@ -5,7 +5,8 @@
 
 namespace vorn::filters {
 
-/// A size of 0 gives 0.5, one of 1 gives 0; in heights of the frame.
+/// Half of what stays open: a size of 0 gives 0.5, one of 1 gives 0; in parts of a side, for a
+/// circle in heights of the frame.
 inline float radiusOf(const Number& size) {
     return static_cast<float>((1 - double(size.floatValue())) * 0.5);
 }

@@ -1,5 +1,5 @@
 // Horizontal crop: keeps a horizontal band of the image, with a soft edge.
-#include "core/FilterSupport.h"
+#include "filters/shapes/SoftShape.h"
 
 class VEHorizCrop : public CIFilter {
 public:
@@ -27,7 +27,7 @@ public:
         const CISampler source(inputImage);
         return kernel.applyWithExtent(
             source.extent(), RegionOfInterest::identity(),
-            {source, inputMixer, fromOpen(inputSize), fromOpen(inputOffset), inputEdge});
+            {source, inputMixer, radiusOf(inputSize), radiusOf(inputOffset), inputEdge});
     }
 
     CIImage inputImage;
@@ -35,11 +35,6 @@ public:
     VORN_FILTER(VEHorizCrop, inputImage, inputMixer, inputSize, inputOffset, inputEdge)
 
 private:
-    /// 0 gives 0.5, 1 gives 0, and -1 gives 1.
-    static float fromOpen(const Number& value) {
-        return static_cast<float>((1 - double(value.floatValue())) * 0.5);
-    }
-
     inline static CIKernel kernel;
 };
 VORN_REGISTER(VEHorizCrop)

@@ -23,13 +23,10 @@ public:
 
     CIImage outputImage() override {
         const CISampler source(inputImage);
-        const auto fromOpen = [](const Number& size) {
-            return static_cast<float>((1 - double(size.floatValue())) * 0.5);
-        };
         return kernel.applyWithExtent(source.extent(), RegionOfInterest::identity(),
-                                      {source, inputMixer, fromOpen(inputSizeX1),
-                                       fromOpen(inputSizeY1), fromOpen(inputSizeX2),
-                                       fromOpen(inputSizeY2)});
+                                      {source, inputMixer, radiusOf(inputSizeX1),
+                                       radiusOf(inputSizeY1), radiusOf(inputSizeX2),
+                                       radiusOf(inputSizeY2)});
     }
 
     CIImage inputImage;

@@ -1,5 +1,5 @@
 // Vertical crop: keeps a vertical band of the image, with a soft edge.
-#include "core/FilterSupport.h"
+#include "filters/shapes/SoftShape.h"
 
 class VEVertCrop : public CIFilter {
 public:
@@ -28,7 +28,7 @@ public:
         const CISampler source(inputImage);
         return kernel.applyWithExtent(
             source.extent(), RegionOfInterest::identity(),
-            {source, inputMixer, fromOpen(inputSize), fromOpen(inputOffset), inputEdge});
+            {source, inputMixer, radiusOf(inputSize), radiusOf(inputOffset), inputEdge});
     }
 
     CIImage inputImage;
@@ -36,11 +36,6 @@ public:
     VORN_FILTER(VEVertCrop, inputImage, inputMixer, inputSize, inputOffset, inputEdge)
 
 private:
-    /// 0 gives 0.5, 1 gives 0, and -1 gives 1.
-    static float fromOpen(const Number& value) {
-        return static_cast<float>((1 - double(value.floatValue())) * 0.5);
-    }
-
     inline static CIKernel kernel;
 };
 VORN_REGISTER(VEVertCrop)

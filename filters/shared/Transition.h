@@ -27,4 +27,12 @@ inline CIImage movable(const CIImage& incoming, CGRect frame) {
     return incoming.extent().isFinite() ? incoming : incoming.imageByCroppingToRect(frame);
 }
 
+/// A transition that moves whole pictures, as far as the state says.
+inline CIImage movedBetween(const CIKernel& kernel, const CIImage& outgoing,
+                            const CIImage& incoming, const Number& state) {
+    const CISampler source(outgoing), target(movable(incoming, source.extent()));
+    return kernel.applyWithExtent(source.extent(), RegionOfInterest::identity(),
+                                  {source, target, state});
+}
+
 } // namespace vorn::filters

@@ -26,10 +26,8 @@ public:
     }
 
     CIImage outputImage() override {
-        const CISampler source(inputImage), target(movable(inputTargetImage, source.extent()));
-        return kernelForMode(kernels, inputMode)
-            .applyWithExtent(source.extent(), RegionOfInterest::identity(),
-                             {source, target, inputFadeStatus});
+        return movedBetween(kernelForMode(kernels, inputMode), inputImage, inputTargetImage,
+                            inputFadeStatus);
     }
 
     CIImage inputImage, inputTargetImage;
