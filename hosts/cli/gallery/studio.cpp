@@ -1,12 +1,11 @@
 #include "studio.h"
 
+#include "chain/film_clock.h"
 #include "chain/printed_lines.h"
 #include "host_error.h"
 #include "media/writer.h"
 #include "terminal/interrupt.h"
 #include "testcard/testcard.h"
-
-#include "vorneffects/Platform.h"
 
 #include <algorithm>
 #include <cmath>
@@ -152,7 +151,8 @@ Studio::Studio() : targetPixels(paintedEvening()) {
 Film Studio::film(const GalleryFilter& filter, const Settings& settings, const Take& take) {
     PrintedLines printed;
     Film film;
-    PlatformClock::drive(timeOf(take.first));
+    FilmClock clock;
+    clock.driveTo(timeOf(take.first), static_cast<uint64_t>(take.first));
     const CIFilterRef instance = makeFilter(filter.entry);
     setStarts(*instance, filter.entry);
     for (const ListedInput& input : filter.inputs) {
@@ -161,7 +161,7 @@ Film Studio::film(const GalleryFilter& filter, const Settings& settings, const T
     for (const auto& [key, value] : settings) instance->setValueForKey(Number(value), key);
     const bool isSourceHeld = take.isSourceHeld || !take.fade.empty();
     for (int i = take.first; i < take.first + take.frames; ++i) {
-        PlatformClock::drive(timeOf(i));
+        clock.driveTo(timeOf(i), static_cast<uint64_t>(i));
         instance->setVornFrameTime(timeOf(i));
         setMediaTime(*instance, filter.entry, timeOf(i), [&](const std::string& key) {
             return std::any_of(settings.begin(), settings.end(),

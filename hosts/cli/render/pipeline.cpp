@@ -1,5 +1,6 @@
 #include "pipeline.h"
 
+#include "chain/film_clock.h"
 #include "commands/commands.h"
 #include "pixels.h"
 #include "queue.h"
@@ -170,7 +171,7 @@ private:
     UnderWay start(const DecodedFrame& decoded) {
         const std::int64_t time = decoded.frame.timeNanoseconds();
         const auto mediaTime = static_cast<uint64_t>(std::max<std::int64_t>(0, time));
-        PlatformClock::drive(mediaTime);
+        clock_.driveTo(mediaTime, static_cast<uint64_t>(framesStarted_));
         if (!chain_) {
             firstTime_ = source_.range.startSeconds > 0 ? time : 0;
             chain_.emplace(options_.chain);
@@ -329,6 +330,7 @@ private:
     BoundedQueue<RenderTarget> rendered_{queueLength};
     const Session::Scope session_;
     CIContext context_;
+    FilmClock clock_;
     std::optional<Chain> chain_;
     std::optional<media::Writer> writer_;
     std::exception_ptr encodingFailure_;

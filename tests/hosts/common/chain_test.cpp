@@ -1,5 +1,6 @@
 // A chain at work on a filter that looks at what it is given.
 #include "chain/chain.h"
+#include "chain/film_clock.h"
 #include "host_error.h"
 #include "vorneffects/VornEffects.h"
 
@@ -7,6 +8,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 using namespace vorn;
@@ -107,6 +109,31 @@ TEST(Chains, RefuseToSetTheFrame) {
     }
     ChainPlan plan = planOf("ChainProbe");
     EXPECT_THROW(plan.addImage("layerImage=frame.png"), HostError);
+}
+
+TEST(Chains, RunOnAClockThatIsNeverQuiteExactAndAlwaysTheSame) {
+    constexpr uint64_t kFrame = 40'000'000;
+    const Session::Scope scope(Session::make());
+    FilmClock clock, again;
+    const auto timeBy = [](FilmClock& which, uint64_t time, uint64_t frame) {
+        which.driveTo(time, frame);
+        return VornEffectsGetUptimeInNanoseconds();
+    };
+    std::set<uint64_t> ahead;
+    uint64_t last = 0;
+    for (uint64_t i = 0; i < 50; ++i) {
+        last = timeBy(clock, i * kFrame, i);
+        EXPECT_EQ(last, timeBy(again, i * kFrame, i));
+        EXPECT_LT(last - i * kFrame, 1000u);
+        ahead.insert(last - i * kFrame);
+    }
+    EXPECT_GT(ahead.size(), 40u);
+    // Frames of one time follow each other all the same.
+    for (uint64_t i = 50; i < 80; ++i) {
+        const uint64_t time = timeBy(clock, 49 * kFrame, i);
+        EXPECT_GE(time, last) << i;
+        last = time;
+    }
 }
 
 } // namespace
