@@ -8,10 +8,11 @@
 namespace vorn::filters {
 
 /// Measures the time between frames on the platform's clock; the first frame counts from when the
-/// filter was made.
+/// filter was made, or from the clock's zero.
 class FrameClock {
 public:
-    FrameClock() : last_(VornEffectsGetUptimeInNanoseconds()) {}
+    FrameClock() : FrameClock(VornEffectsGetUptimeInNanoseconds()) {}
+    static FrameClock fromZero() { return FrameClock(0); }
 
     /// Nanoseconds since the last call.
     double nanoseconds() {
@@ -24,6 +25,8 @@ public:
     void restart() { last_ = VornEffectsGetUptimeInNanoseconds(); }
 
 private:
+    explicit FrameClock(uint64_t start) : last_(start) {}
+
     uint64_t last_;
 };
 

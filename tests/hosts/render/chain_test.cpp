@@ -78,6 +78,17 @@ TEST_F(RenderTest, TellsFiltersTheMediaTimeOfEachFrame) {
     }
 }
 
+TEST_F(RenderTest, FlickersTheSameEachTime) {
+    constexpr std::size_t frame = 64 * 36 * 4;
+    const std::string still = file("test:64x36@10,0.1s", "still.png");
+    const Arguments old{"--filter", "VEOldFilm", "--duration", "0.4"};
+    const Pixels film = pixelsOf(still, old);
+    ASSERT_EQ(film.size(), 10 * frame);
+    for (std::size_t i = 2; i < 10; ++i)
+        EXPECT_NE(frameOf(film, i, frame), frameOf(film, i - 1, frame)) << i;
+    EXPECT_EQ(film, pixelsOf(still, old));
+}
+
 TEST_F(RenderTest, WritesTheMediaTimeUnlessAnotherIsSet) {
     const auto burned = [](std::vector<std::string> more) {
         std::vector<std::string> arguments{"--filter", "VE_TimecodeBurnin:input1=255,input2=0",
