@@ -1,42 +1,39 @@
-// Shadows: the alpha of a picture, moved and blurred.
+// Shadows: the alpha of a picture, moved and blurred. How soft one is is the standard deviation of its blur,
+// in pixels. Soft ones are made of the reduced picture, hard ones, of which there is none, of the picture.
 
-// The weights of four blocks in a row for a place `t` beyond the middle of the second, 0 to 1: the bell
-// (1 - (d / r)^2)^2, which is nothing from r blocks on, brought to a sum of 1. As one blends with linear
-// reads: where the two reads lie, counted from that middle, and the share of the second.
+// Where a place of the picture lies in the reduced one when the picture is moved by `offset`: times xy, plus
+// zw; counted from the middle of its first block. An infinite picture is not reduced.
+uniform vec4 toBlocks(uniform vec4 picture, uniform vec4 blocks, uniform vec2 offset) {
+    uniform vec2 share = blocks.zw / picture.zw;
+    uniform vec2 first = blocks.xy - (picture.xy + offset) * share - 0.5;
+    return vec4(share.x, share.y, first.x, first.y);
+}
+uniform bool isReduced(uniform vec4 toBlocks) { return min(toBlocks.x, toBlocks.y) < 1.0; }
+
+// Blocks are blended by bells, (1 - (d / r)^2)^2 at the distance d, in blocks. The variances of a block and
+// of a bell, 1 / 12 and r^2 / 7, add up to that of the softness. This is 1 / r^2, across and up.
+uniform vec2 bellsFor(uniform float softness, uniform vec4 toBlocks) {
+    uniform vec2 deviation = softness * toBlocks.xy;
+    return 1.0 / clamp(7.0 * (deviation * deviation - 0.0833333), 1.21, 4.0);
+}
+
+// The weights of four blocks in a row, brought to a sum of 1, for a place `t` beyond the middle of the
+// second, 0 to 1. Linear reads blend two each: where the first lies, counted from the second's lower end,
+// where the second, and its share.
 vec3 bell(float t, uniform float perSquare) {
     float u = 1.0 - t;
     float a = max(1.0 - (1.0 + t) * (1.0 + t) * perSquare, 0.0);
-    float b = max(1.0 - t * t * perSquare, 0.0);
-    float c = max(1.0 - u * u * perSquare, 0.0);
+    float b = 1.0 - t * t * perSquare;
+    float c = 1.0 - u * u * perSquare;
     float d = max(1.0 - (1.0 + u) * (1.0 + u) * perSquare, 0.0);
     float low = a * a + b * b;
     float high = c * c + d * d;
-    return vec3(b * b / low - 1.0, 1.0 + d * d / high, high / (low + high));
+    return vec3(b * b / low - 0.5, 1.5 + d * d / high, high / (low + high));
 }
 
-// What a shadow of that softness, the standard deviation of its blur in pixels, covers of a pixel when the
-// picture's alpha is moved by `offset`. A soft one is made of the reduced picture, 4 x 4 blocks by 4 linear
-// reads, with bells whose r makes the variances of a block and of the bell, 1 / 12 and r^2 / 7, add up
-// to that of the softness. A hard one has the mean of four reads that lie about so far from the middle, and
-// side by side evenly along either axis.
-float shadowAt(sampler image, sampler small, uniform vec2 offset, uniform float softness) {
-    if (!(softness > 0.0)) return sampleMoved(image, -offset).a;
-    uniform vec2 share = samplerSize(small) / samplerSize(image);
-    if (min(share.x, share.y) < 1.0) {
-        uniform vec2 spread = softness * softness * share * share - 0.0833333;
-        uniform vec2 perSquare = 1.0 / clamp(7.0 * spread, 1.21, 4.0);
-        uniform vec2 zero = samplerOrigin(small) - (samplerOrigin(image) + offset) * share - 0.5;
-        vec2 p = samplerCoord(image) * share + zero;
-        vec2 first = floor(p);
-        vec3 x = bell(p.x - first.x, perSquare.x);
-        vec3 y = bell(p.y - first.y, perSquare.y);
-        vec2 middle = first + 0.5;
-        float below = mix(sample(small, middle + vec2(x.x, y.x)).a,
-                          sample(small, middle + vec2(x.y, y.x)).a, x.z);
-        float above = mix(sample(small, middle + vec2(x.x, y.y)).a,
-                          sample(small, middle + vec2(x.y, y.y)).a, x.z);
-        return mix(below, above, y.z);
-    }
+// The mean of four reads, side by side evenly when seen along either axis.
+float hardShadow(sampler image, uniform vec2 offset, uniform float softness) {
+    if (softness <= 0.0) return sampleMoved(image, -offset).a;
     uniform float near = softness * 0.4472136;
     uniform float far = softness * 1.3416408;
     return 0.25 * (sampleMoved(image, vec2(near, far) - offset).a +
