@@ -1,8 +1,9 @@
 // Shadows: the alpha of a picture, moved and blurred. How soft one is is the standard deviation of its blur,
-// in pixels. Soft ones are made of the reduced picture, hard ones, of which there is none, of the picture.
+// in pixels. Soft ones are made of the reduced picture, in which a pixel is the mean of a block of the
+// picture's; hard ones, for which there is none, of the picture.
 
 // Where a place of the picture lies in the reduced one when the picture is moved by `offset`: times xy, plus
-// zw; counted from the middle of its first block. An infinite picture is not reduced.
+// zw; counted from the middle of its first block.
 uniform vec4 toBlocks(uniform vec4 picture, uniform vec4 blocks, uniform vec2 offset) {
     uniform vec2 share = blocks.zw / picture.zw;
     uniform vec2 first = blocks.xy - (picture.xy + offset) * share - 0.5;
@@ -31,15 +32,17 @@ vec3 bell(float t, uniform float perSquare) {
     return vec3(b * b / low - 0.5, 1.5 + d * d / high, high / (low + high));
 }
 
-// The mean of four reads, side by side evenly when seen along either axis.
+// Five reads: one in the middle, which counts a third, and four on a ring about it, which lie evenly side by
+// side seen along either axis.
 float hardShadow(sampler image, uniform vec2 offset, uniform float softness) {
-    if (softness <= 0.0) return sampleMoved(image, -offset).a;
-    uniform float near = softness * 0.4472136;
-    uniform float far = softness * 1.3416408;
-    return 0.25 * (sampleMoved(image, vec2(near, far) - offset).a +
-                   sampleMoved(image, vec2(-near, -far) - offset).a +
-                   sampleMoved(image, vec2(far, -near) - offset).a +
-                   sampleMoved(image, vec2(-far, near) - offset).a);
+    float middle = sampleMoved(image, -offset).a;
+    if (softness <= 0.0) return middle;
+    uniform float near = softness * 0.7745967;
+    uniform float far = 2.0 * near;
+    return (2.0 * middle + sampleMoved(image, vec2(far, near) - offset).a +
+            sampleMoved(image, vec2(-near, far) - offset).a +
+            sampleMoved(image, vec2(-far, -near) - offset).a +
+            sampleMoved(image, vec2(near, -far) - offset).a) * 0.16666667;
 }
 
 // The source over a black shadow: only where the source lets something through does it show.
