@@ -35,6 +35,16 @@ const std::vector<Bitmap>& frames() {
     return all;
 }
 
+/// The same with holes, for what shows where a picture lets something through.
+std::vector<Bitmap> framesWithHoles() {
+    std::vector<Bitmap> all = frames();
+    for (Bitmap& bitmap : all)
+        bitmap.forEach([&](int x, int y) {
+            if (x % 16 < 6 || y % 16 < 6) bitmap.set(x, y, {});
+        });
+    return all;
+}
+
 /// A further picture, for masks as well: it fades out downwards.
 Bitmap secondFrame() {
     Bitmap bitmap = frame(7);
@@ -58,9 +68,10 @@ CIFilterRef made(const std::string& name, const std::vector<Setting>& settings) 
     return filter;
 }
 
-CIImage outputFor(CIFilter& filter, int frame, uint64_t time) {
+CIImage outputFor(CIFilter& filter, int frame, uint64_t time,
+                  const std::vector<Bitmap>& pictures = frames()) {
     PlatformClock::drive(time);
-    filter.setValueForKey(frames()[static_cast<size_t>(frame)].image(),
+    filter.setValueForKey(pictures[static_cast<size_t>(frame)].image(),
                           filter.filterClass().guide().frameKey);
     return filter.outputImage();
 }
@@ -142,7 +153,11 @@ TEST_F(Guides, NameEachModeOnce) {
             const CIFilterRef filter = made(name, guide.beginWith);
             filter->setValueForKey(mode, guide.modeKey);
             outputFor(*filter, 0, kSecond); // what is remembered is there in the second frame
-            return textOf(outputFor(*filter, 1, 2 * kSecond));
+            std::string text = textOf(outputFor(*filter, 1, 2 * kSecond));
+            // Its kernels are handed the mode as it was set, beside being chosen by it.
+            const std::string number = ' ' + std::to_string(mode);
+            if (name == "VEDropShadow2") text.erase(text.find(number), number.size());
+            return text;
         };
         std::map<std::string, std::string> graphs;
         for (const ModeGuide& mode : guide.modes) {
@@ -158,11 +173,13 @@ TEST_F(Guides, NameEachModeOnce) {
 
 TEST_F(Guides, BeginWithWhatShows) {
     CIContext context({.device = DeviceKind::CPU});
-    const auto changes = [&](const std::string& name, const std::vector<Setting>& settings) {
+    const auto changesAny = [&](const std::string& name, const std::vector<Setting>& settings,
+                                const std::vector<Bitmap>& pictures) {
         PlatformClock::drive(0);
         const CIFilterRef filter = made(name, settings);
         CIImage image;
-        for (int i = 0; i < 3; ++i) image = outputFor(*filter, i, uint64_t(i + 1) * kSecond / 3);
+        for (int i = 0; i < 3; ++i)
+            image = outputFor(*filter, i, uint64_t(i + 1) * kSecond / 3, pictures);
         Bitmap result(kWidth, kHeight);
         EXPECT_TRUE(context.render(image, result.bytes(), size_t{kWidth} * 4,
                                    {0, 0, kWidth, kHeight}, CIFormat::RGBA8))
@@ -171,9 +188,14 @@ TEST_F(Guides, BeginWithWhatShows) {
         result.forEach([&](int x, int y) {
             for (size_t c = 0; c < 4; ++c)
                 most =
-                    std::max(most, std::fabs(result.pixel(x, y)[c] - frames()[2].pixel(x, y)[c]));
+                    std::max(most, std::fabs(result.pixel(x, y)[c] - pictures[2].pixel(x, y)[c]));
         });
         return most > 3 / 255.0;
+    };
+    const auto changes = [&](const std::string& name, const std::vector<Setting>& settings) {
+        // Shadows lie under a picture, and show where it is transparent.
+        static const std::vector<Bitmap> cutOut = framesWithHoles();
+        return changesAny(name, settings, name.starts_with("VEDropShadow") ? cutOut : frames());
     };
     for (const std::string& name : names(false)) {
         const CIFilterRef filter = CIFilter::filterWithName(name);

@@ -13,17 +13,17 @@ public:
     }
 
     static FilterGuide guide() {
-        return {.title = "Automatic matte",
-                .sentence = "Makes the first of two colours transparent and keeps the second: black "
-                            "and white or black and a colour, either way round.",
-                .tags = {"key", "matte", "transparency", "black", "white", "primary"},
-                .inputs = {{.key = "inputMode",
-                            .purpose = "which colour goes; the one that is named first, always"}},
-                .modes = {"black goes, white stays", "white goes, black stays",
-                          "black goes, red stays", "red goes, black stays",
-                          "black goes, green stays", "green goes, black stays",
-                          "black goes, blue stays", "blue goes, black stays",
-                          "black goes, magenta stays", "magenta goes, black stays"}};
+        return {
+            .title = "Automatic matte",
+            .sentence = "Makes the first of two colours transparent and keeps the second: black "
+                        "and white or black and a colour, either way round.",
+            .tags = {"key", "matte", "transparency", "black", "white", "primary"},
+            .inputs = {{.key = "inputMode",
+                        .purpose = "which colour goes; the one that is named first, always"}},
+            .modes = {"black goes, white stays", "white goes, black stays", "black goes, red stays",
+                      "red goes, black stays", "black goes, green stays", "green goes, black stays",
+                      "black goes, blue stays", "blue goes, black stays",
+                      "black goes, magenta stays", "magenta goes, black stays"}};
     }
 
     CIImage outputImage() override {

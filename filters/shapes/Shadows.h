@@ -13,11 +13,11 @@ inline RegionOfInterest shadowReads() {
     return RegionOfInterest::grownBy(1);
 }
 
-/// A shadow of that softness, in pixels, is read in means of somewhat more pixels, up to the 64 that the
-/// framework adds up; a hard one, or one of no strength, as the picture is.
+/// A shadow of that softness, in pixels, is read in means of somewhat more pixels, up to the 64
+/// that the framework adds up; a hard one, or one of no strength, as the picture is.
 inline CIImage softShadow(const CIImage& shadow, double softness, const Number& level) {
     if (!(level.floatValue() > 0) || !(softness > 1.25)) return shadow;
-    const int block = static_cast<int>(std::ceil(std::min(softness / 0.8, 64.0)));
+    const int block = static_cast<int>(std::ceil(std::min(softness / 0.87, 64.0)));
     return shadow.imageWithReduction(block, block);
 }
 

@@ -10,27 +10,27 @@ public:
     static Attributes customAttributes() {
         constexpr ScalarRange pixels{.min = -40, .sliderMin = -40, .sliderMax = 40};
         // The labels of the level and the blur are hosts' old ones, and kept.
-        return {scalar("inputLevel", "size", {}),
-                scalar("inputBlur", "edge", {.sliderMax = 5}),
+        return {scalar("inputLevel", "size", {}), scalar("inputBlur", "edge", {.sliderMax = 5}),
                 scalar("inputXPosition", "X Position", pixels),
                 scalar("inputYPosition", "Y Position", pixels)};
     }
 
     static FilterGuide guide() {
-        return {.title = "Drop shadow",
-                .sentence = "Lays a soft black shadow under a picture that is transparent in "
-                            "places; under an opaque one there is nothing to see.",
-                .tags = {"shadow", "depth", "transparency", "title"},
-                .inputs = {{.key = "inputLevel", .purpose = "how dark the shadow is; none at 0"},
-                           {.key = "inputBlur", .purpose = "how soft the shadow is"},
-                           {.key = "inputXPosition",
-                            .purpose = "how many pixels the shadow lies to the right"},
-                           {.key = "inputYPosition",
-                            .purpose = "how many pixels it lies higher; below the picture under 0"}},
-                .beginWith = {{"inputLevel", 0.7},
-                              {"inputBlur", 2.5},
-                              {"inputXPosition", 12},
-                              {"inputYPosition", -12}}};
+        return {
+            .title = "Drop shadow",
+            .sentence = "Lays a soft black shadow under a picture that is transparent in "
+                        "places; under an opaque one there is nothing to see.",
+            .tags = {"shadow", "depth", "transparency", "title"},
+            .inputs = {{.key = "inputLevel", .purpose = "how dark the shadow is; none at 0"},
+                       {.key = "inputBlur", .purpose = "how soft the shadow is"},
+                       {.key = "inputXPosition",
+                        .purpose = "how many pixels the shadow lies to the right"},
+                       {.key = "inputYPosition",
+                        .purpose = "how many pixels it lies higher; below the picture under 0"}},
+            .beginWith = {{"inputLevel", 0.7},
+                          {"inputBlur", 2.5},
+                          {"inputXPosition", 12},
+                          {"inputYPosition", -12}}};
     }
 
     CIImage outputImage() override {

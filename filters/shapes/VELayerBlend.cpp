@@ -26,10 +26,12 @@ public:
                              "left or at the top"},
                  {.key = "inputEdgeA", .purpose = "how wide it is; at 1 as wide as its way"},
                  {.key = "inputSizeB",
-                  .purpose = "the same on the right or at the bottom, in the modes \"each its own\""},
+                  .purpose =
+                      "the same on the right or at the bottom, in the modes \"each its own\""},
                  {.key = "inputEdgeB", .purpose = "the same for its width"},
                  {.key = "inputAngle",
-                  .purpose = "leans clockwise above 127, the other way below; 0 is upright as well"}},
+                  .purpose =
+                      "leans clockwise above 127, the other way below; 0 is upright as well"}},
             .modes = {"left", "right", "top", "bottom", "left and right", "top and bottom",
                       "left and right, each its own", "top and bottom, each its own"},
             .beginWith = {{"inputSizeA", 0.4},

@@ -12,7 +12,8 @@ uniform vec4 toBlocks(uniform vec4 picture, uniform vec4 blocks, uniform vec2 of
 uniform bool isReduced(uniform vec4 toBlocks) { return min(toBlocks.x, toBlocks.y) < 1.0; }
 
 // Blocks are blended by bells, (1 - (d / r)^2)^2 at the distance d, in blocks. The variances of a block and
-// of a bell, 1 / 12 and r^2 / 7, add up to that of the softness. This is 1 / r^2, across and up.
+// of a bell, 1 / 12 and r^2 / 7, add up to that of the softness, r within 1.1 and 2, for blocks have to
+// blend evenly and four in a row are read. This is 1 / r^2, across and up.
 uniform vec2 bellsFor(uniform float softness, uniform vec4 toBlocks) {
     uniform vec2 deviation = softness * toBlocks.xy;
     return 1.0 / clamp(7.0 * (deviation * deviation - 0.0833333), 1.21, 4.0);

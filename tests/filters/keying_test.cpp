@@ -30,6 +30,7 @@ INSTANTIATE_TEST_SUITE_P(
         AdvertisedCase{"VELumaKey", kRamp}, AdvertisedCase{"VEBlackAlpha2ctl", kRamp},
         AdvertisedCase{"VEBlackAlpha",
                        "Amount \"amount\", Threshold \"threshold\", Mode \"mode\" to 9"},
+        AdvertisedCase{"VEAutoAlphaMatte", "Mode \"mode\" to 7"},
         AdvertisedCase{"VEAlphaMaskFromFile", "Mixer \"mixer\" default 1, Mode \"mode\" to 8"},
         AdvertisedCase{"VEAlphaMaskFromImage", "Mixer \"mixer\" default 1, Mode \"mode\" to 10"},
         AdvertisedCase{"VE_AlphaMatteFromLayerXY",
@@ -79,6 +80,10 @@ GraphCase refused(const char* title, const char* filter, const char* key, CGSize
 INSTANTIATE_TEST_SUITE_P(
     Mattes, Graphs,
     testing::Values(
+        GraphCase{"AutomaticMatte", "VEAutoAlphaMatte", inputs({{"Mode", -4}}),
+                  "VE_AutoAlphaMatte_BlackWhite(source)"},
+        GraphCase{"AutomaticMattePastTheLast", "VEAutoAlphaMatte", inputs({{"Mode", 12}}),
+                  "VE_AutoAlphaMatte_MagentaBlack(source)"},
         masked("MaskFirst", "VEAlphaMaskFromFile", -1, "VE_AlphaMaskFromFile_multiplyAlpha1"),
         masked("MaskUpsideDown", "VEAlphaMaskFromFile", 2,
                "VE_AlphaMaskFromFile_multiplyAlpha1MirrorV"),
@@ -554,6 +559,46 @@ TEST(OnlyModes, ChooseRatherThanGhost) {
         EXPECT_LT(alpha(5, amount, {0, 0, 0}), 0.2) << amount;
     }
     EXPECT_NEAR(alpha(6, 0, cyan), 1, 1e-6);
+}
+
+const Straight kOpposites[] = {{1, 1, 1}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 0, 1}};
+
+TEST(AutomaticMatte, TakesTheFirstColourOfEachPair) {
+    for (int mode = 0; mode < 10; ++mode)
+        for (const double share : {0.0, 0.3, 1.0}) {
+            // From black to the colour, then the other way.
+            Straight color = kOpposites[mode / 2];
+            for (double& c : color) c *= mode % 2 == 0 ? share : 1 - share;
+            const Pixel p = lookOf("VEAutoAlphaMatte", inputs({{"Mode", mode}}), color);
+            EXPECT_NEAR(p[3], share, 1e-6) << mode;
+            for (size_t c = 0; c < 3; ++c)
+                EXPECT_NEAR(p[c], mode % 2 == 0 ? color[c] : 0, 1e-6) << mode << ", " << share;
+        }
+}
+
+TEST(AutomaticMatte, GivesTheSourceBackOverWhatItTook) {
+    Random random(12);
+    const Bitmap source = pictureOf(20, 12, [&](int, int) {
+        return Straight{random.real(0, 1), random.real(0, 1), random.real(0, 1)};
+    });
+    for (int mode = 0; mode < 10; ++mode) {
+        const bool takesBlack = mode % 2 == 0;
+        const Straight& color = kOpposites[mode / 2];
+        const Bitmap result = lookOf("VEAutoAlphaMatte", inputs({{"Mode", mode}}), source);
+        result.forEach([&](int x, int y) {
+            const Pixel from = source.pixel(x, y), p = result.pixel(x, y);
+            double most = 0, light = 0;
+            for (size_t c = 0; c < 3; ++c) {
+                EXPECT_LE(p[c], p[3] + 1e-6) << mode << ": " << textOf(from);
+                most = std::max(most, from[c]), light = std::max(light, from[c] * color[c]);
+            }
+            // What has more of other light than of the second colour's fades as a whole.
+            const double level = takesBlack ? light / most : 1;
+            for (size_t c = 0; c < 3; ++c)
+                EXPECT_NEAR(p[c] + (takesBlack ? 0 : color[c] * (1 - p[3])), from[c] * level, 1e-5)
+                    << mode << ": " << textOf(from);
+        });
+    }
 }
 
 } // namespace

@@ -38,7 +38,14 @@ INSTANTIATE_TEST_SUITE_P(
                                     "Thickness \"thickness\" to 3"},
         AdvertisedCase{"VEBars", "Mixer \"mixer\" default 1, Mode \"mode\" to 2, "
                                  "Divisions \"divisions\" min 1 from 1 to 100 default 20, "
-                                 "Size \"size\" default 0.5"}),
+                                 "Size \"size\" default 0.5"},
+        AdvertisedCase{"VELayerBlend",
+                       "Mode \"mode\" to 8, SizeA \"size A\", EdgeA \"edge A\", "
+                       "SizeB \"size B\", EdgeB \"edge B\", Angle \"angle\" to 255"},
+        AdvertisedCase{"VEDropShadow", "Level \"size\", Blur \"edge\" to 5, "
+                                       "XPosition \"X Position\" min -40 from -40 to 40, "
+                                       "YPosition \"Y Position\" min -40 from -40 to 40"},
+        AdvertisedCase{"VEDropShadow2", "Mode \"Mode\" to 255, Level \"Level\""}),
     kByFilter);
 
 std::string circleXY(const char* kernel, const char* arguments) {
@@ -64,6 +71,15 @@ GraphCase oval(const char* title, double mode, const char* kernel) {
             inputs({{"Mode", mode}, {"Size", -1}, {"XPosition", 0.25}}),
             std::string("VE_CropOvalXYPosition_cropOvalXY") + kernel +
                 "(source, (0.4445 0.5), 1.778, 1, 0) own"};
+}
+GraphCase blend(const char* title, double mode, double angle, const char* kernel,
+                const char* lean) {
+    return {title, "VELayerBlend", inputs({{"Mode", mode}, {"SizeA", 0.3}, {"Angle", angle}}),
+            std::string("VE_LayerBlend_") + kernel + "(source, 0.3, 0, 0, 0, " + lean + ") own"};
+}
+GraphCase corner(const char* title, double mode, const std::string& kernel) {
+    return {title, "VEDropShadow2", inputs({{"Mode", mode}, {"Level", 0.5}}),
+            "VE_DropShadow2_" + kernel + " [99 100 52 53]"};
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -124,7 +140,22 @@ INSTANTIATE_TEST_SUITE_P(
         GraphCase{"BarsUpright", "VEBars", inputs({{"Mode", 2}, {"Size", 0.25}}),
                   "VE_Bars_verticalBars(source, 1, 20, 0.75) own"},
         GraphCase{"BarsNegative", "VEBars", inputs({{"Mode", -2}}),
-                  "VE_Bars_horizontalBars(source, 1, 20, 0.5) own"}),
+                  "VE_Bars_horizontalBars(source, 1, 20, 0.5) own"},
+        blend("BlendUpright", 1, 0, "rightAngle", "0"),
+        blend("BlendJumps", 0, 1, "leftAngle", "-0.496063"),
+        blend("BlendInTheMiddle", 3, 127, "bottomAngle", "0"),
+        blend("BlendOfTheTop", 2, 254, "topAngle", "0.736"),
+        blend("BlendOfBothSides", 4, 254, "leftRight", "1"),
+        blend("BlendPastTheLast", 8, 190.5, "topBottomSeparate", "0.5"),
+        blend("BlendNegative", -1, 254, "leftAngle", "0.5"),
+        GraphCase{"Shadow", "VEDropShadow",
+                  inputs({{"Level", 0.5}, {"Blur", 2}, {"XPosition", -40}, {"YPosition", 7.5}}),
+                  "VE_DropShadow_dropShadow(source, (-40 7.5), 0.5, 2) [99 100 52 53]"},
+        corner("CornerAtTheEndOfItsRange", 63.9, "bottomRight(source, 63.9, 0.5)"),
+        corner("CornerAtTheStartOfItsRange", 64, "bottomLeft(source, 64, 0.5)"),
+        corner("ThirdCorner", 128, "topLeft(source, 128, 0.5)"),
+        corner("LastCorner", 255, "topRight(source, 255, 0.5)"),
+        corner("FirstCornerAgain", 256, "bottomRight(source, 256, 0.5)")),
     kByTitle);
 
 /// How much of a pixel lies inside of a border at `radius`, seen from `distance`; in pixels.
@@ -147,9 +178,50 @@ double within(int i, double low, double high) {
     return std::clamp(std::min(i + 1.0, high) - std::max<double>(i, low), 0.0, 1.0);
 }
 
+/// What a fade along a direction leaves at a pixel; its way is `share` of the frame.
+double faded(int x, int y, double right, double up, double share, double size, double edge) {
+    const double pixel = std::fabs(right) + std::fabs(up);
+    const double half = (std::fabs(right) * kWidth + std::fabs(up) * kHeight) / 2;
+    const double way = share < 1 ? half + pixel / 2 : 2 * half, width = edge * way;
+    const double place = (x + 0.5 - kWidth / 2.0) * right + (y + 0.5 - kHeight / 2.0) * up + half;
+    return smooth((place + pixel / 2 + width - size * (way + width)) / (width + pixel));
+}
+Settings fade(double mode, double sizeA, double edgeA, double sizeB, double edgeB, double angle) {
+    return inputs({{"Mode", mode},
+                   {"SizeA", sizeA},
+                   {"EdgeA", edgeA},
+                   {"SizeB", sizeB},
+                   {"EdgeB", edgeB},
+                   {"Angle", angle}});
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Shapes, Pixels,
     testing::Values(
+        PixelCase{"FadeFromTheLeftLeansClockwise", "VELayerBlend", fade(0, 0.3, 0.4, 0, 0, 190.5),
+                  [](const Bitmap& s, int x, int y) {
+                      return times(s.pixel(x, y),
+                                   faded(x, y, std::cos(0.25), -std::sin(0.25), 1, 0.3, 0.4));
+                  }},
+        PixelCase{"FadeFromTheTop", "VELayerBlend", fade(2, 0.6, 0.2, 1, 1, 0),
+                  [](const Bitmap& s, int x, int y) {
+                      return times(s.pixel(x, y), faded(x, y, 0, -1, 1, 0.6, 0.2));
+                  }},
+        PixelCase{"FadesOfBothSidesShareTheFrame", "VELayerBlend", fade(4, 0.5, 0.5, 1, 1, 127),
+                  [](const Bitmap& s, int x, int y) {
+                      return times(s.pixel(x, y), faded(x, y, 1, 0, 0.5, 0.5, 0.5) *
+                                                      faded(x, y, -1, 0, 0.5, 0.5, 0.5));
+                  }},
+        PixelCase{"FadesOfBothEndsEachItsOwn", "VELayerBlend", fade(7, 0.4, 0.6, 0.2, 0, 63.5),
+                  [](const Bitmap& s, int x, int y) {
+                      const double right = std::sin(-0.5), up = std::cos(-0.5);
+                      return times(s.pixel(x, y), faded(x, y, -right, -up, 1, 0.4, 0.6) *
+                                                      faded(x, y, right, up, 1, 0.2, 0));
+                  }},
+        PixelCase{"FadesOfSize0LeaveThePicture", "VELayerBlend", fade(6, 0, 1, 0, 0.3, 200),
+                  [](const Bitmap& s, int x, int y) { return s.pixel(x, y); }},
+        PixelCase{"FadesThatHaveMetLeaveNothing", "VELayerBlend", fade(4, 1, 0.2, 0, 0, 170),
+                  [](const Bitmap&, int, int) { return Pixel{}; }},
         PixelCase{
             "BandMovedUp", "VEHorizCrop", inputs({{"Size", 0.5}, {"Offset", 0.25}, {"Edge", 0.5}}),
             [](const Bitmap& s, int x, int y) {
@@ -226,15 +298,15 @@ INSTANTIATE_TEST_SUITE_P(
                       const double pixel = std::hypot(u / kWidth, v / kHeight) / d;
                       return times(s.pixel(x, y), smooth((0.5 - d) / pixel + 0.5));
                   }},
-        PixelCase{"OvalAsSoftAcrossAsUp", "VECropOvalXYPosition",
-                  inputs({{"Aspect", 1}, {"Edge", 0.5}}),
-                  [](const Bitmap& s, int x, int y) {
-                      const double u = (x + 0.5) / kWidth - 0.5, v = (y + 0.5) / kHeight - 0.5;
-                      const double d = std::hypot(u, v);
-                      const double pixel = std::hypot(u / kWidth, v / kHeight) / d;
-                      const double ramp = std::min(0.1 * kHeight, 0.5 / pixel) + 1;
-                      return times(s.pixel(x, y), smooth(((0.5 - d) / pixel + 0.5) / ramp));
-                  }},
+        PixelCase{
+            "OvalAsSoftAcrossAsUp", "VECropOvalXYPosition", inputs({{"Aspect", 1}, {"Edge", 0.5}}),
+            [](const Bitmap& s, int x, int y) {
+                const double u = (x + 0.5) / kWidth - 0.5, v = (y + 0.5) / kHeight - 0.5;
+                const double d = std::hypot(u, v);
+                const double pixel = std::hypot(u / kWidth, v / kHeight) / d;
+                const double ramp = std::min(0.1 * kHeight, 0.5 / pixel) + 1;
+                return times(s.pixel(x, y), smooth(((0.5 - d) / pixel + 0.5) / ramp));
+            }},
         PixelCase{"EdgeOfASmallCircle", "VECropCircle", inputs({{"Size", 0.8}, {"Edge", 0.5}}),
                   [](const Bitmap& s, int x, int y) {
                       return times(s.pixel(x, y), circleAt(x, y, 0.1, 0.05));
@@ -296,6 +368,87 @@ TEST(Bars, KeepTheirShareHoweverFineTheyAre) {
         for (int y = 0; y < 60; ++y) sum += result.pixel(45, y)[3] / 60;
         EXPECT_NEAR(sum, 0.6, divisions == std::floor(divisions) ? 1e-4 : 0.04) << divisions;
     }
+}
+
+TEST(LayerBlend, LayersOfOppositeSidesAddUp) {
+    const Bitmap white = pictureOf(60, 40, [](int, int) { return Straight{1, 1, 1}; });
+    for (const double angle : {0.0, 30.0, 254.0})
+        for (const double size : {0.1, 0.5, 0.83})
+            for (const double mode : {0.0, 2.0}) {
+                const Bitmap one =
+                    lookOf("VELayerBlend", fade(mode, size, 0.35, 0, 0, angle), white);
+                const Bitmap other =
+                    lookOf("VELayerBlend", fade(mode + 1, 1 - size, 0.35, 0, 0, angle), white);
+                one.forEach([&](int x, int y) {
+                    ASSERT_NEAR(one.pixel(x, y)[3] + other.pixel(x, y)[3], 1, 1e-5)
+                        << mode << ", " << size << ", " << angle << " at " << x << ", " << y;
+                });
+            }
+}
+
+/// A picture that is as opaque as a shape says, and red.
+Bitmap layer(int width, int height, const std::function<double(int, int)>& alpha) {
+    Bitmap picture(width, height, CIFormat::RGBA8);
+    picture.forEach([&](int x, int y) {
+        const double a = alpha(x, y);
+        picture.set(x, y, {a, 0, 0, a});
+    });
+    return picture;
+}
+
+TEST(DropShadow, FallsWhereItsSlidersPointAndNotOnTheLayer) {
+    Random random(5);
+    const Bitmap source =
+        layer(100, 90, [&](int, int) { return random.chance(0.4) ? random.real(0, 1) : 0; });
+    const CIImage image = filtered("VEDropShadow", source.image({-9, 4}),
+                                   inputs({{"Level", 0.6}, {"XPosition", 40}, {"YPosition", -31}}));
+    const auto expected = [&](int x, int y) {
+        Pixel p = source.pixel(x, y);
+        const bool isThere = x >= 40 && y + 31 < source.height();
+        p[3] += (isThere ? 0.6 * source.pixel(x - 40, y + 31)[3] : 0) * (1 - p[3]);
+        return p;
+    };
+    for (CIContext* context : everyContext())
+        EXPECT_TRUE(isClose(render(*context, image, image.extent()), expected, {1.01 / 255}))
+            << nameOf(*context);
+}
+
+TEST(DropShadow, IsAsSoftAsItsSliderSaysWhereverTheEdgeIs) {
+    for (const double blur : {0.3, 0.62, 0.63, 0.86, 0.88, 1.2, 2.0, 3.3, 5.0})
+        for (const int edge : {60, 63, 67}) {
+            const Bitmap source = layer(160, 120, [&](int x, int) { return x < edge ? 1 : 0; });
+            const Bitmap result = lookOf(
+                "VEDropShadow", inputs({{"Level", 1}, {"Blur", blur}, {"XPosition", 30}}), source);
+            for (int x = edge; x < 160; ++x) {
+                const double away = (x + 0.5 - edge - 30) / (2 * blur);
+                EXPECT_NEAR(result.pixel(x, 60)[3], 0.5 * std::erfc(away / std::sqrt(2)), 0.09)
+                    << blur << " at " << x - edge;
+                const double before = x > edge ? result.pixel(x - 1, 60)[3] : 1;
+                EXPECT_LE(result.pixel(x, 60)[3], before + 1e-4) << blur << " at " << x - edge;
+            }
+        }
+}
+
+TEST(DropShadow2, LiesTowardsItsCornerAlikeOnFramesOfAnySize) {
+    const std::pair<double, CGPoint> corners[] = {
+        {0, {1, -1}}, {64, {-1, -1}}, {128, {-1, 1}}, {192, {1, 1}}};
+    for (const auto& [mode, towards] : corners)
+        for (const int side : {64, 256}) {
+            const auto inside = [&](int i) { return std::abs(2 * i + 1 - side) < side / 2; };
+            const Bitmap source =
+                layer(side, side, [&](int x, int y) { return inside(x) && inside(y) ? 0.5 : 0; });
+            const Bitmap result =
+                lookOf("VEDropShadow2", inputs({{"Mode", mode}, {"Level", 1}}), source);
+            double sum = 0, right = 0, up = 0;
+            result.forEach([&](int x, int y) {
+                const double own = source.pixel(x, y)[3];
+                const double shadow = (result.pixel(x, y)[3] - own) / (1 - own);
+                sum += shadow, right += shadow * (x + 0.5 - side / 2.0),
+                    up += shadow * (y + 0.5 - side / 2.0);
+            });
+            EXPECT_NEAR(right / sum / side, towards.x / 64, 0.001) << mode << ", " << side;
+            EXPECT_NEAR(up / sum / side, towards.y / 64, 0.001) << mode << ", " << side;
+        }
 }
 
 } // namespace
