@@ -46,6 +46,9 @@ INSTANTIATE_TEST_SUITE_P(
         AdvertisedCase{"VEColorShift",
                        "Mixer \"mixer\" default 1, Range \"range\", Speed \"speed\""},
         AdvertisedCase{"VEColorSwitch", "Mode \"mode\" to 5, Mixer \"intensity\""},
+        AdvertisedCase{"VE_CTO", "Mixer no label, Colortemp no label to 2 default 1, "
+                                 "MinusGreen no label"},
+        AdvertisedCase{"VE_TempAndTint", fourOf("80") + ", 5 no label to 255 default 80"},
         AdvertisedCase{"VEChannelShift",
                        "Mixer \"mixer\" default 1, XShift \"x_shift\" min -100 from -100 to 100, "
                        "YShift \"y_shift\" min -100 from -100 to 100"}),
@@ -137,6 +140,22 @@ INSTANTIATE_TEST_SUITE_P(
         color("HueSaturationValueUnsetAndFull", "VEHueSaturationValue",
               {{"inputHue", Number()}, {"inputSaturation", Number(1)}, {"inputValue", Number()}},
               "CIColorControls(CIHueAdjust(source, -3.14159), 2.00787, -1, 1)"),
+        color("GelDefaults", "VE_CTO", {}, "VE_CTO_ctoAdjust(source, 0, 0, 0, 0)"),
+        color("GelOrange", "VE_CTO", inputs({{"Mixer", 0.7}, {"Colortemp", 0}}),
+              "VE_CTO_ctoAdjust(source, 0.7, 0, 0.5, 0)"),
+        color("GelBlue", "VE_CTO", inputs({{"Colortemp", 2}, {"MinusGreen", 0.3}}),
+              "VE_CTO_ctoAdjust(source, 0, 0.25, 0, 0.3)"),
+        color("GelUnset", "VE_CTO", {{"inputColortemp", Number()}},
+              "VE_CTO_ctoAdjust(source, 0, 0, 0.5, 0)"),
+        color("BalanceDefaults", "VE_TempAndTint", {},
+              "VE_TempAndTint_mixer(source, source, 0.313726)"),
+        color("BalanceZero", "VE_TempAndTint",
+              inputs({{"1", 0}, {"2", 0}, {"3", 0}, {"4", 0}, {"5", 0}}),
+              "VE_TempAndTint_mixer(source, source, 0)"),
+        color("BalanceEnds", "VE_TempAndTint",
+              inputs({{"1", 255}, {"2", 0}, {"3", 255}, {"4", 255}, {"5", 127}}),
+              "VE_TempAndTint_mixer(source, CITemperatureAndTint(source, (2516 100.392), (10516 "
+              "-1.42e-08)), 1)"),
         colorSwitch("SwitchFirst", -1, "rbg"), colorSwitch("SwitchBySecond", 2, "brg"),
         colorSwitch("SwitchPastTheLast", 5, "grb"),
         color("ChannelsApart", "VEChannelShift", inputs({{"XShift", -30}, {"YShift", 7.5}}),
@@ -304,6 +323,20 @@ Formula tints(double threshold, Straight dark, Straight bright) {
     };
 }
 
+/// What a gel leaves of the light, with the luma of greys given back, in video of a gamma of 2.2.
+Formula gel(double mixer, double warmth, double minusGreen) {
+    const Straight left{1, std::exp2(-2.1 * warmth - minusGreen), std::exp2(-5.1 * warmth)};
+    const Straight gain =
+        each(left, [&](double c, size_t) { return std::pow(c / luma(left), 1 / 2.2); });
+    const double most = *std::max_element(gain.begin(), gain.end());
+    return [=](Straight v) {
+        const Straight lit = each(v, [&](double c, size_t i) { return c * gain[i]; });
+        const double m = *std::max_element(lit.begin(), lit.end());
+        const double bend = 1 / std::sqrt(1 + (1 - 1 / (most * most)) * m * m);
+        return mix(v, each(lit, [&](double c, size_t) { return c * bend; }), mixer);
+    };
+}
+
 // ---- The table ----------------------------------------------------------------------------------
 
 struct PictureCase {
@@ -403,6 +436,13 @@ const PictureCase kCases[] = {
      [](Straight v) {
          return Straight{v[1], v[2], v[0]};
      }},
+    {"GelNone", "VE_CTO", inputs({{"Mixer", 1}}), kUnchanged, true},
+    {"GelOrange", "VE_CTO", inputs({{"Mixer", 1}, {"Colortemp", 0}}), gel(1, 0.5, 0)},
+    {"GelBlueInPart", "VE_CTO", inputs({{"Mixer", 0.4}, {"Colortemp", 2}}), gel(0.4, -0.25, 0)},
+    {"GelMagenta", "VE_CTO", inputs({{"Mixer", 1}, {"Colortemp", 0.5}, {"MinusGreen", 0.8}}),
+     gel(1, 0.25, 0.8)},
+    {"BalanceBetweenEqualLights", "VE_TempAndTint", numbered({200, 30, 40, 30, 40}), kUnchanged,
+     true},
     {"ShiftDefault", "VEColorShift", {}, kUnchanged, true},
     {"ChannelsTogether", "VEChannelShift", {}, kUnchanged, true},
 };
@@ -622,6 +662,36 @@ TEST(Signs, HaveThinBorders) {
     }
     EXPECT_GE(dark, 1);
     EXPECT_LE(dark, 3);
+}
+
+// ---- Light --------------------------------------------------------------------------------------
+
+TEST(Gels, TintWhiteAndKeepTheLight) {
+    const Settings gels[] = {inputs({{"Mixer", 1}, {"Colortemp", 0}}),
+                             inputs({{"Mixer", 1}, {"Colortemp", 2}}),
+                             inputs({{"Mixer", 1}, {"MinusGreen", 1}})};
+    const size_t strongest[] = {0, 2, 0}, weakest[] = {2, 0, 1};
+    for (size_t i = 0; i < 3; ++i) {
+        const auto look = [&](double v) { return lookOf("VE_CTO", gels[i], Straight{v, v, v}); };
+        const Pixel white = look(1), grey = look(0.25);
+        EXPECT_NEAR(white[strongest[i]], 1, 1e-4) << i;
+        EXPECT_LT(white[weakest[i]], 0.75) << i;
+        // The luma of light, not of video.
+        double light = 0;
+        const double weights[] = {0.2126, 0.7152, 0.0722};
+        for (size_t c = 0; c < 3; ++c) light += weights[c] * std::pow(grey[c], 2.2);
+        EXPECT_NEAR(std::pow(light, 1 / 2.2), 0.25, 0.01) << i;
+        // Tones stay apart up to white.
+        EXPECT_GT(white[1] - look(0.9)[1], 0.035) << i;
+    }
+}
+
+TEST(WhiteBalance, MixesTheBalancedPictureIn) {
+    const Straight grey{0.5, 0.5, 0.5};
+    const Pixel full = lookOf("VE_TempAndTint", numbered({255, 127, 127, 20, 127}), grey);
+    EXPECT_GT(full[0], full[2] + 0.15) << "a lower temperature is warmer";
+    const Pixel part = lookOf("VE_TempAndTint", numbered({51, 127, 127, 20, 127}), grey);
+    for (size_t c = 0; c < 3; ++c) EXPECT_NEAR(part[c], 0.8 * 0.5 + 0.2 * full[c], 1e-3);
 }
 
 } // namespace
