@@ -1,4 +1,5 @@
 // From one picture to another.
+#include "starts.h"
 #include "tables.h"
 
 namespace {
@@ -32,7 +33,9 @@ INSTANTIATE_TEST_SUITE_P(
                        "Mode \"mode\" to 2, Softness \"softness\" min 0.0001 from 0.0001 "
                        "default 0.0001 identity 0.0001"},
         AdvertisedCase{"VEXFRotateLeft", "Mode \"mode\" to 10, FadeStatus \"Time\""},
-        AdvertisedCase{"VEXFZoom", "Mode \"mode\" to 2, FadeStatus \"Time\""}),
+        AdvertisedCase{"VEXFZoom", "Mode \"mode\" to 2, FadeStatus \"Time\""},
+        AdvertisedCase{"VEXFCustomWipe", "Mode \"Mode\" to 2, FadeStatus \"Time\""},
+        AdvertisedCase{"VEXFFromLayer", "Mode \"Mode\" to 2, FadeStatus \"Time\""}),
     kByFilter);
 
 Settings toSecond(Settings settings) {
@@ -42,6 +45,11 @@ Settings toSecond(Settings settings) {
 
 Settings withData(Settings settings, std::vector<uint8_t> bytes) {
     settings.emplace_back("inputData", std::make_shared<const std::vector<uint8_t>>(bytes));
+    return settings;
+}
+
+Settings byMatte(const CIImage& matte, Settings settings) {
+    settings.emplace_back("inputMaskImage", matte);
     return settings;
 }
 
@@ -111,7 +119,28 @@ INSTANTIATE_TEST_SUITE_P(
         GraphCase{"ZoomOut", "VEXFZoom", toSecond({}),
                   "VEXFZoom_zoomOut(source, target, 0) own own"},
         GraphCase{"ZoomIn", "VEXFZoom", toSecond(inputs({{"Mode", 2}})),
-                  "VEXFZoom_zoomIn(source, target, 0) own own"}),
+                  "VEXFZoom_zoomIn(source, target, 0) own own"},
+        // The matte's corner counts for nothing, nor does the frame's.
+        GraphCase{"WipeByAMatte", "VEXFCustomWipe",
+                  byMatte(frame(640, 480, {20, 0}), toSecond(inputs({{"FadeStatus", 0.3}}))),
+                  "VEXFCustomWipe_hardWipe(source, target, CIPerspectiveTransformWithExtent("
+                  "CICrop(something else, (20 0 640 480)), (0 0 640 480), (0 270), (480 270), (480 "
+                  "0), (0 0)), 0.3) "
+                  "own own own",
+                  frame(480, 270, {30, 40})},
+        GraphCase{"WipeSoftlyByAMatteInPlace", "VEXFCustomWipe",
+                  byMatte(secondFrame(), toSecond(inputs({{"FadeStatus", 0.3}, {"Mode", 2}}))),
+                  "VEXFCustomWipe_softWipe(source, target, target, 0.3) own own own",
+                  frame(640, 480)},
+        GraphCase{"WipeWithoutAMatte", "VEXFCustomWipe",
+                  toSecond(inputs({{"FadeStatus", 0.3}, {"Mode", -1}})),
+                  "VEXFCustomWipe_hardWipe(source, target, source, 0.3) own own own"},
+        GraphCase{"WipeByALayerDarkFirst", "VEXFFromLayer",
+                  byMatte(secondFrame(), toSecond(inputs({{"FadeStatus", 0.3}}))),
+                  "VEXFFromLayer_darkFirst(source, target, target, 0.3) own own own",
+                  frame(640, 480)},
+        GraphCase{"WipeByALayerBrightFirst", "VEXFFromLayer", toSecond(inputs({{"Mode", 2}})),
+                  "VEXFFromLayer_brightFirst(source, target, source, 0) own own own"}),
     kByTitle);
 
 // ---- Into a colour without end ------------------------------------------------------------------
@@ -123,6 +152,14 @@ Settings toGreen(Settings settings) {
 Pixel greener(Pixel p, double share) {
     for (size_t c = 0; c < 4; ++c) p[c] = p[c] * (1 - share) + (c & 1 ? share : 0);
     return p;
+}
+/// Dark on the left, bright on the right.
+const Bitmap& ramp() {
+    static const Bitmap picture = pictureOf(kWidth, kHeight, [](int x, int) {
+        const double v = (x + 0.5) / kWidth;
+        return Straight{v, v, v};
+    });
+    return picture;
 }
 double fromMiddle(int x, int y) {
     return std::hypot(x + 0.5 - kWidth / 2.0, y + 0.5 - kHeight / 2.0);
@@ -207,6 +244,27 @@ INSTANTIATE_TEST_SUITE_P(
                               for (size_t c = 0; c < 4; ++c) mean[c] += p[c] / 4;
                           }
                       return greener(mean, y == 6 || y == 19 ? 0.5 : 0);
+                  }},
+        // A gradient of the frame's size, which moves with the frame; one of a few pixels and one
+        // colour, whose borders are stretched; and nothing, which is black.
+        PixelCase{"WipeSoftlyAcross", "VEXFCustomWipe",
+                  toGreen(byMatte(ramp().image(), inputs({{"FadeStatus", 0.4}, {"Mode", 1}}))),
+                  [](const Bitmap& s, int x, int y) {
+                      return greener(s.pixel(x, y),
+                                     smooth((0.4 * 1.25 - (x + 0.5) / kWidth) / 0.25));
+                  }},
+        PixelCase{"WipeByABrightLayerFirst", "VEXFFromLayer",
+                  toGreen(byMatte(frame(3, 2), inputs({{"FadeStatus", 0.5}, {"Mode", 1}}))),
+                  [](const Bitmap& s, int x, int y) {
+                      const double y0 = 0.2126 * 0.2 + 0.7152 * 0.4 + 0.0722 * 0.6;
+                      return greener(s.pixel(x, y), smooth((0.5 * 1.5 - (1 - y0)) / 0.5));
+                  }},
+        PixelCase{"WipeByATransparentLayer", "VEXFFromLayer",
+                  toGreen(byMatte(CIImage::imageWithColor(CIColor(1, 1, 1, 0))
+                                      .imageByCroppingToRect({0, 0, 4, 4}),
+                                  inputs({{"FadeStatus", 0.25}}))),
+                  [](const Bitmap& s, int x, int y) {
+                      return greener(s.pixel(x, y), smooth(0.25 * 1.5 / 0.5));
                   }}),
     kByTitle);
 
@@ -289,7 +347,8 @@ const std::pair<const char*, int> kModes[] = {
     {"VEXFColorBlend", 1},   {"VEXFBrightness", 2},
     {"VEXFWipes", 6},        {"VEXFSlides", 6},
     {"VEXFCircularWipe", 2}, {"VEXFRotateLeft", 10},
-    {"VEXFZoom", 2}};
+    {"VEXFZoom", 2},         {"VEXFCustomWipe", 2},
+    {"VEXFFromLayer", 2}};
 
 TEST(Transitions, BeginWithOneImageAndEndWithTheOther) {
     Random random(5);
@@ -377,8 +436,12 @@ TEST(Transitions, DissolveImagesWithoutEnd) {
 TEST(Transitions, WipesDissolveInAFrameWithoutEnd) {
     const CIImage red = CIImage::imageWithColor(CIColor(1, 0, 0, 1)),
                   blue = CIImage::imageWithColor(CIColor(0, 0, 1, 1));
-    for (const auto& [name, mode] :
-         {std::pair{"VEXFWipes", 0}, {"VEXFWipes", 3}, {"VEXFWipes", 4}, {"VEXFCircularWipe", 0}})
+    for (const auto& [name, mode] : {std::pair{"VEXFWipes", 0},
+                                     {"VEXFWipes", 3},
+                                     {"VEXFWipes", 4},
+                                     {"VEXFCircularWipe", 0},
+                                     {"VEXFCustomWipe", 0},
+                                     {"VEXFFromLayer", 1}})
         for (const double time : {0.25, 1.0}) {
             const CIImage image = filtered(name, red,
                                            {{"inputTargetImage", blue},
@@ -392,6 +455,110 @@ TEST(Transitions, WipesDissolveInAFrameWithoutEnd) {
                                     {1e-3}))
                     << name << " " << mode << ", " << nameOf(*context);
         }
+}
+
+// ---- By a matte ---------------------------------------------------------------------------------
+
+TEST(WipesByAMatte, SayThatThereIsNoneInEachFrame) {
+    filtered("VEDummy", frame(1, 1), {}); // registers the filters
+    for (const std::string name : {"VEXFCustomWipe", "VEXFFromLayer"}) {
+        const CIFilterRef filter = CIFilter::filterWithName(name);
+        setStarts(*filter);
+        filter->setValueForKey(frame(8, 6), "inputImage");
+        filter->setValueForKey(secondFrame(), "inputTargetImage");
+        const std::string line = "### " + name + " - no wipe image!\n";
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(filter->outputImage().extent(), frame(8, 6).extent());
+        filter->outputImage();
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), line + line);
+    }
+}
+
+CIImage plane(double grey, double width, double height) {
+    return CIImage::imageWithColor(CIColor(grey, grey, grey))
+        .imageByCroppingToRect({0, 0, width, height});
+}
+
+/// What has come in of white over black, along a row of a wipe with a hard edge.
+std::vector<double> rowOf(double time, const Bitmap& matte, int row, CIContext& context) {
+    const double width = matte.width(), height = matte.height();
+    const CIImage image =
+        filtered("VEXFCustomWipe", plane(0, width, height),
+                 byMatte(matte.image(), {{"inputTargetImage", plane(1, width, height)},
+                                         {"inputFadeStatus", Number(time)}}));
+    const Bitmap result = render(context, image, {0, double(row), width, 1}, CIFormat::RGBAf);
+    std::vector<double> shares;
+    for (int x = 0; x < matte.width(); ++x) shares.push_back(result.pixel(x, 0)[1]);
+    return shares;
+}
+
+/// A gradient in steps of 8 bits, each eight pixels wide, with black and white on its sides.
+TEST(WipesByAMatte, MoveEvenlyThroughTheStepsOfEightBits) {
+    constexpr int kSteps = 40, kStep = 8, kSide = 20;
+    Bitmap matte(kSteps * kStep + 2 * kSide, 40, CIFormat::RGBA8);
+    matte.forEach([&](int x, int y) {
+        const int step = (x - kSide) / kStep;
+        const double v = x < kSide ? 0 : step >= kSteps ? 1 : (100 + step) / 255.0;
+        matte.set(x, y, {v, v, v, 1});
+    });
+    for (CIContext* context : everyContext()) {
+        double before = 0;
+        for (int i = 0; i <= 40; ++i) {
+            const double time = (110 + i * 0.25) / 255;
+            const std::vector<double> shares = rowOf(time, matte, 20, *context);
+            double in = 0;
+            for (const double share : shares) in += share;
+            // A quarter of a step at a time, and never more than half of the picture's contrast
+            // from one pixel to the next.
+            if (i > 0) EXPECT_NEAR(in - before, 2, 0.9) << time << ", " << nameOf(*context);
+            before = in;
+            for (size_t x = kSide + 1; x < shares.size() - kSide; ++x)
+                EXPECT_LT(std::fabs(shares[x] - shares[x - 1]), 0.5)
+                    << time << " at " << x << ", " << nameOf(*context);
+        }
+        // Black has come in as soon as the first step begins, white not before the last has ended.
+        for (const double time : {0.01, 0.5, 0.99}) {
+            const std::vector<double> shares = rowOf(time, matte, 20, *context);
+            EXPECT_EQ(shares.front(), 1) << time;
+            EXPECT_EQ(shares.back(), 0) << time;
+        }
+    }
+}
+
+TEST(WipesByAMatte, DrawAnEdgeOfAPixelAndAHalf) {
+    const Bitmap matte = pictureOf(60, 30, [](int x, int y) {
+        const double v = leaningEdge(x, y, 0);
+        return Straight{v, v, v};
+    });
+    for (CIContext* context : everyContext())
+        for (int row = 3; row < 27; ++row) {
+            const std::vector<double> shares = rowOf(0.5, matte, row, *context);
+            double in = 0, partly = 0;
+            for (const double share : shares) {
+                in += share;
+                partly += share > 0 && share < 1;
+            }
+            EXPECT_NEAR(in, 16 + row / 3.0 + 3, 0.1) << row << ", " << nameOf(*context);
+            EXPECT_GE(partly, 1) << row;
+            EXPECT_LE(partly, 3) << row;
+        }
+}
+
+/// In a context of linear light a matte is still read as stored, a layer is not.
+TEST(WipesByAMatte, ReadTheirMatteAsStored) {
+    const Bitmap grey = pictureOf(8, 8, [](int, int) { return Straight{0.5, 0.5, 0.5}; });
+    const Settings settings =
+        byMatte(grey.image({}, CGColorSpace::SRGB),
+                {{"inputTargetImage", plane(1, 8, 8)}, {"inputFadeStatus", Number(0.42)}});
+    for (const DeviceKind device : {DeviceKind::Reference, DeviceKind::CPU}) {
+        CIContext linear({.device = device, .workingSpace = CGColorSpace::LinearSRGB});
+        const auto shareOf = [&](const char* name, int mode) {
+            const CIImage image = filtered(name, plane(0, 8, 8), with(settings, "Mode", mode));
+            return render(linear, image, {4, 4, 1, 1}, CIFormat::RGBAf).pixel(0, 0)[1];
+        };
+        EXPECT_NEAR(shareOf("VEXFCustomWipe", 1), smooth((0.42 * 1.25 - 0.5) / 0.25), 1e-3);
+        EXPECT_NEAR(shareOf("VEXFFromLayer", 0), smooth((0.42 * 1.5 - 0.2140411) / 0.5), 1e-3);
+    }
 }
 
 } // namespace
