@@ -3,12 +3,37 @@
 
 namespace {
 
-INSTANTIATE_TEST_SUITE_P(Stylize, Advertised,
-                         testing::Values(AdvertisedCase{
-                             "VE_ASCII_Art",
-                             "Mixer \"mixer\" default 1, "
-                             "Scale \"Divisions\" min 1 from 1 to 100, Colour \"Gap Width\""}),
-                         kByFilter);
+INSTANTIATE_TEST_SUITE_P(
+    Stylize, Advertised,
+    testing::Values(AdvertisedCase{"VE_ASCII_Art", "Mixer \"mixer\" default 1, "
+                                                   "Scale \"Divisions\" min 1 from 1 to 100, "
+                                                   "Colour \"Gap Width\""},
+                    AdvertisedCase{"VEPillowBlocks",
+                                   "Mixer \"mixer\" default 1, "
+                                   "MixerMult \"mixerMultiplier\" min 1 from 1 to 10 default 1, "
+                                   "Brightness \"divisions\" min 1 from 1 to 60 default 20, "
+                                   "Size \"size\" min 1 from 1 to 300 default 1, "
+                                   "Mode \"mode\" to 255"}),
+    kByFilter);
+
+INSTANTIATE_TEST_SUITE_P(
+    Stylize, Graphs,
+    testing::Values(
+        GraphCase{"Cushions", "VEPillowBlocks",
+                  inputs({{"Mixer", 1},
+                          {"MixerMult", 2},
+                          {"Size", 30},
+                          {"Brightness", 10},
+                          {"Mode", 0}}),
+                  "VE_PillowBlocks_pillowblocks(source, 1, 2, 30, 10) own"},
+        GraphCase{"CushionsInAlpha", "VEPillowBlocks",
+                  inputs({{"Mixer", 1},
+                          {"MixerMult", 2},
+                          {"Size", 30},
+                          {"Brightness", 10},
+                          {"Mode", 200}}),
+                  "VE_PillowBlocks_pillowblocksAlpha(source, 1, 2, 30, 10) own"}),
+    kByTitle);
 
 INSTANTIATE_TEST_SUITE_P(
     Characters, Stories,
