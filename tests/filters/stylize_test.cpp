@@ -8,6 +8,10 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(AdvertisedCase{"VE_ASCII_Art", "Mixer \"mixer\" default 1, "
                                                    "Scale \"Divisions\" min 1 from 1 to 100, "
                                                    "Colour \"Gap Width\""},
+                    AdvertisedCase{"VELiteBrite", "Mixer \"mixer\" default 1, "
+                                                  "Divisions \"divisions\" min 1 from 1 to 100 "
+                                                  "default 80, "
+                                                  "Size \"size\" min 20 from 20 to 100 default 90"},
                     AdvertisedCase{"VEPillowBlocks",
                                    "Mixer \"mixer\" default 1, "
                                    "MixerMult \"mixerMultiplier\" min 1 from 1 to 10 default 1, "
@@ -19,6 +23,11 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Stylize, Graphs,
     testing::Values(
+        GraphCase{"Lights", "VELiteBrite", inputs({{"Mixer", 0.5}, {"Divisions", 80}, {"Size", 90}}),
+                  "VE_LiteBrite_ledWall(source, 0.5, (24 24), 10.8) [89.2 90.2 71.6 72.6]"},
+        GraphCase{"OneLight", "VELiteBrite", inputs({{"Mixer", 1}, {"Divisions", 1}, {"Size", 90}}),
+                  "VE_LiteBrite_ledWall(source, 1, (1000 1000), 450) [-350 -349 950 951]",
+                  frame(1000, 500)},
         GraphCase{"Cushions", "VEPillowBlocks",
                   inputs({{"Mixer", 1},
                           {"MixerMult", 2},
