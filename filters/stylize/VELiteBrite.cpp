@@ -25,7 +25,8 @@ public:
                 .inputs = {{.key = "inputDivisions", .purpose = "lights across"},
                            {.key = "inputSize",
                             .purpose = "how wide a light is; at 100 neighbours touch",
-                            .unit = "percent"}}};
+                            .unit = "percent"}},
+                .beginWith = {{"inputDivisions", 40}}};
     }
 
     CIImage outputImage() override {

@@ -17,8 +17,23 @@ INSTANTIATE_TEST_SUITE_P(
                                    "MixerMult \"mixerMultiplier\" min 1 from 1 to 10 default 1, "
                                    "Brightness \"divisions\" min 1 from 1 to 60 default 20, "
                                    "Size \"size\" min 1 from 1 to 300 default 1, "
-                                   "Mode \"mode\" to 255"}),
+                                   "Mode \"mode\" to 255"},
+                    AdvertisedCase{"VE_Meta_Image",
+                                   "Mixer \"mixer\" default 1, "
+                                   "Scale \"Scale\" min 1 from 1 to 100, "
+                                   "Desaturate \"Saturation\", "
+                                   "Size \"Steps\" min 1 from 1 to 50, "
+                                   "Width \"Width\" min 1 from 1 to 800, "
+                                   "Height \"Height\" min 1 from 1 to 800"},
+                    AdvertisedCase{"VE_Meta_Image2",
+                                   "Mixer \"mixer\" default 1, "
+                                   "ColorMix \"color mix\" min 1 from 1 to 100, "
+                                   "Divisor \"tile size\" min 1 from 1 to 100"}),
     kByFilter);
+
+const Settings kOfTiles{{"inputMetaImage", secondFrame()},  {"inputDesaturate", Number(0.5)},
+                        {"inputWidth", Number(16)},         {"inputHeight", Number(20)},
+                        {"inputSize", Number(8)}};
 
 INSTANTIATE_TEST_SUITE_P(
     Stylize, Graphs,
@@ -41,7 +56,31 @@ INSTANTIATE_TEST_SUITE_P(
                           {"Size", 30},
                           {"Brightness", 10},
                           {"Mode", 200}}),
-                  "VE_PillowBlocks_pillowblocksAlpha(source, 1, 2, 30, 10) own"}),
+                  "VE_PillowBlocks_pillowblocksAlpha(source, 1, 2, 30, 10) own"},
+        GraphCase{"TilesOfAnother", "VE_Meta_Image",
+                  with(with(kOfTiles, "Mixer", 0.001), "Scale", 30),
+                  "VE_Meta_Image_metaImageOne(source, target, 0.001, 30, 0.5, 16, 20, 8) "
+                  "[0 0 1920 1080] [0 0 640 480]"},
+        GraphCase{"TilesMixedOut", "VE_Meta_Image",
+                  with(with(kOfTiles, "Mixer", 0), "Scale", 30),
+                  "VE_Meta_Image_metaImageOne(source, target, 0, 1, 0.5, 16, 20, 8) "
+                  "[0 0 1920 1080] [0 0 640 480]"},
+        GraphCase{"TilesOfTheLimit", "VE_Meta_Image", with(kOfTiles, "Mixer", 1),
+                  "VE_Meta_Image_metaImageOne(source, target, 1, 0, 0.5, 16, 20, 8) "
+                  "[0 0 5760 3240] [0 0 640 480]",
+                  frame(5760, 3240)},
+        GraphCase{"TilesBeyondTheLimit", "VE_Meta_Image", with(kOfTiles, "Mixer", 1),
+                  "error FX 176", frame(5761, 3240)},
+        GraphCase{"TilesFromTooLargeAPicture", "VE_Meta_Image",
+                  {{"inputMetaImage", frame(5761, 3240)}, {"inputMixer", Number(1)}},
+                  "error FX 176"},
+        GraphCase{"TilesFromNothing", "VE_Meta_Image", inputs({{"Mixer", 1}}), ""},
+        GraphCase{"CopiesOfItself", "VE_Meta_Image2",
+                  inputs({{"Mixer", 1}, {"Divisor", 16}, {"ColorMix", 60}}),
+                  "VE_Meta_Image2_metaImageTwo(source, (16 16), 60, 1) [0 0 1920 1080]"},
+        GraphCase{"CopiesBeyondTheLimit", "VE_Meta_Image2",
+                  inputs({{"Mixer", 1}, {"Divisor", 16}, {"ColorMix", 60}}), "error FX 193",
+                  frame(5761, 3240)}),
     kByTitle);
 
 INSTANTIATE_TEST_SUITE_P(
