@@ -1,7 +1,7 @@
 // The mean of a picture over the cells of a mosaic. The reduced image has means of a quarter of a cell
 // each way, or of 64 pixels where that is more; a bilinear read takes two of them together each way, and as
 // many reads as it takes to cover the cell make its mean: 2 by 2 as a rule, up to 4 by 4 in cells of
-// more than 256 pixels, and in the smallest, whose pixels are read themselves.
+// more than 256 pixels.
 
 // Reads along each axis of a cell of that many pixels. A pixel's hundredth more or less makes no
 // further read.

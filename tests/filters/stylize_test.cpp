@@ -12,6 +12,10 @@ INSTANTIATE_TEST_SUITE_P(
                                                   "Divisions \"divisions\" min 1 from 1 to 100 "
                                                   "default 80, "
                                                   "Size \"size\" min 20 from 20 to 100 default 90"},
+                    AdvertisedCase{"VELumaLines", "Mixer \"mixer\" default 1, Mode \"mode\" to 2, "
+                                                  "Divisions \"Divisions\" to 100, "
+                                                  "Gap \"Gap Width\" to 5, "
+                                                  "Scale \"Scale\" min 1 from 1 to 1024"},
                     AdvertisedCase{"VEPillowBlocks",
                                    "Mixer \"mixer\" default 1, "
                                    "MixerMult \"mixerMultiplier\" min 1 from 1 to 10 default 1, "
@@ -31,9 +35,19 @@ INSTANTIATE_TEST_SUITE_P(
                                    "Divisor \"tile size\" min 1 from 1 to 100"}),
     kByFilter);
 
-const Settings kOfTiles{{"inputMetaImage", secondFrame()},  {"inputDesaturate", Number(0.5)},
-                        {"inputWidth", Number(16)},         {"inputHeight", Number(20)},
-                        {"inputSize", Number(8)}};
+Settings lined(double mode) {
+    return inputs({{"Mixer", 1}, {"Mode", mode}, {"Divisions", 40}, {"Gap", 2}, {"Scale", 8}});
+}
+Settings tiled(double mixer, double scale) {
+    Settings settings = inputs({{"Mixer", mixer},
+                                {"Scale", scale},
+                                {"Desaturate", 0.5},
+                                {"Width", 16},
+                                {"Height", 20},
+                                {"Size", 8}});
+    settings.emplace_back("inputMetaImage", secondFrame());
+    return settings;
+}
 
 INSTANTIATE_TEST_SUITE_P(
     Stylize, Graphs,
@@ -43,6 +57,10 @@ INSTANTIATE_TEST_SUITE_P(
         GraphCase{"OneLight", "VELiteBrite", inputs({{"Mixer", 1}, {"Divisions", 1}, {"Size", 90}}),
                   "VE_LiteBrite_ledWall(source, 1, (1000 1000), 450) [-350 -349 950 951]",
                   frame(1000, 500)},
+        GraphCase{"Lines", "VELumaLines", lined(-1),
+                  "VE_LumaLines_lumaLines(source, 1, 40, 2, 8) [92 93 66 67]"},
+        GraphCase{"Blocks", "VELumaLines", lined(2),
+                  "VE_LumaLines_lumaBlocks(source, 1, 40, 2, 8) [92 93 66 67]"},
         GraphCase{"Cushions", "VEPillowBlocks",
                   inputs({{"Mixer", 1},
                           {"MixerMult", 2},
@@ -58,18 +76,18 @@ INSTANTIATE_TEST_SUITE_P(
                           {"Mode", 200}}),
                   "VE_PillowBlocks_pillowblocksAlpha(source, 1, 2, 30, 10) own"},
         GraphCase{"TilesOfAnother", "VE_Meta_Image",
-                  with(with(kOfTiles, "Mixer", 0.001), "Scale", 30),
+                  tiled(0.001, 30),
                   "VE_Meta_Image_metaImageOne(source, target, 0.001, 30, 0.5, 16, 20, 8) "
                   "[0 0 1920 1080] [0 0 640 480]"},
         GraphCase{"TilesMixedOut", "VE_Meta_Image",
-                  with(with(kOfTiles, "Mixer", 0), "Scale", 30),
+                  tiled(0, 30),
                   "VE_Meta_Image_metaImageOne(source, target, 0, 1, 0.5, 16, 20, 8) "
                   "[0 0 1920 1080] [0 0 640 480]"},
-        GraphCase{"TilesOfTheLimit", "VE_Meta_Image", with(kOfTiles, "Mixer", 1),
+        GraphCase{"TilesOfTheLimit", "VE_Meta_Image", tiled(1, 0),
                   "VE_Meta_Image_metaImageOne(source, target, 1, 0, 0.5, 16, 20, 8) "
                   "[0 0 5760 3240] [0 0 640 480]",
                   frame(5760, 3240)},
-        GraphCase{"TilesBeyondTheLimit", "VE_Meta_Image", with(kOfTiles, "Mixer", 1),
+        GraphCase{"TilesBeyondTheLimit", "VE_Meta_Image", tiled(1, 0),
                   "error FX 176", frame(5761, 3240)},
         GraphCase{"TilesFromTooLargeAPicture", "VE_Meta_Image",
                   {{"inputMetaImage", frame(5761, 3240)}, {"inputMixer", Number(1)}},
@@ -144,6 +162,154 @@ TEST(Characters, AreAsBrightAsThePicture) {
             EXPECT_GT(most[cell] - least[cell], 0.3) << cell;
         }
     }
+}
+
+// ---- Mosaics ------------------------------------------------------------------------------------
+
+/// What is redrawn, with something to see at 240 by 160 pixels.
+struct Redrawn {
+    const char* filter;
+    Settings settings;
+    double brightest, tolerance; ///< up to which level the mean is kept, and how well
+};
+std::vector<Redrawn> redrawn(const Bitmap& tiles) {
+    Settings ofTiles = inputs({{"Mixer", 1}, {"Scale", 12}, {"Desaturate", 1}});
+    ofTiles.emplace_back("inputMetaImage", tiles.image());
+    return {{"VELiteBrite", inputs({{"Mixer", 1}, {"Divisions", 10}, {"Size", 90}}), 0.5, 0.05},
+            {"VELumaLines", inputs({{"Mixer", 1}, {"Divisions", 10}, {"Scale", 16}}), 1, 0.01},
+            {"VELumaLines", inputs({{"Mixer", 1}, {"Mode", 1}, {"Divisions", 10}, {"Scale", 50}}), 1,
+             0.01},
+            {"VEPillowBlocks", inputs({{"Mixer", 1}, {"MixerMult", 1}, {"Brightness", 6}}), 0.5, 0.05},
+            {"VEPillowBlocks", inputs({{"Mixer", 1}, {"MixerMult", 9}, {"Brightness", 6}}), 0.3, 0.05},
+            {"VE_Meta_Image", ofTiles, 0.6, 0.03},
+            {"VE_Meta_Image2", inputs({{"Mixer", 1}, {"ColorMix", 100}, {"Divisor", 20}}), 1, 0.03}};
+}
+constexpr int kMosaicWidth = 240, kMosaicHeight = 160;
+
+TEST(Mosaics, AreAsBrightAsThePicture) {
+    Random random(9);
+    const Bitmap tiles = randomBitmap(random, 64, 40, CIFormat::RGBA8);
+    for (const auto& [filter, settings, brightest, tolerance] : redrawn(tiles))
+        for (double level = 0.1; level <= brightest; level += 0.1) {
+            const Bitmap result =
+                lookOf(filter, settings, pictureOf(kMosaicWidth, kMosaicHeight, [&](int, int) {
+                           return Straight{level, level, level};
+                       }));
+            double sum = 0;
+            result.forEach([&](int x, int y) { sum += luma(result.pixel(x, y)); });
+            EXPECT_NEAR(sum / (kMosaicWidth * kMosaicHeight), level, tolerance) << filter;
+        }
+}
+
+TEST(Mosaics, StayCalmWhenTheFinestPatternMoves) {
+    // Of the cells nothing but their means shows, which are the same in both frames.
+    const auto frameAt = [](int shift) {
+        return pictureOf(kMosaicWidth, kMosaicHeight, [&](int x, int y) {
+            const double level = ((x + y + shift) & 1) * 0.8 + 0.1;
+            return Straight{level, level * 0.5, 0.2};
+        });
+    };
+    for (const auto& [filter, settings, brightest, tolerance] : redrawn(Bitmap(8, 8))) {
+        if (filter == std::string("VEPillowBlocks")) continue; // shows the picture itself
+        const Bitmap one = lookOf(filter, settings, frameAt(0));
+        EXPECT_TRUE(isClose(
+            lookOf(filter, settings, frameAt(1)), [&](int x, int y) { return one.pixel(x, y); },
+            {0.015}))
+            << filter;
+    }
+}
+
+TEST(Mosaics, LightsKeepToTheNewestRadiusOfTheirFilter) {
+    filtered("VEDummy", frame(1, 1), {}); // registers the filters
+    const CIFilterRef filter = CIFilter::filterWithName("VELiteBrite");
+    filter->setDefaults();
+    const CIImage source = frame(1920, 1080);
+    filter->setValueForKey(source, "inputImage");
+    const CIImage first = filter->outputImage();
+    filter->setValueForKey(Number(50), "inputSize");
+    const CIImage second = filter->outputImage();
+    EXPECT_EQ(graphOf(first, source),
+              "VE_LiteBrite_ledWall(source, 1, (24 24), 10.8) [94 95 62 63]");
+}
+
+TEST(Mosaics, TilesAreChosenByBrightnessAndStandUpright) {
+    // Four tiles of four by four pixels, two and two, each bright in another corner.
+    const auto isBright = [](int tile, int x, int y) { return x / 2 == tile % 2 && y / 2 == tile / 2; };
+    const Bitmap tiles = pictureOf(8, 8, [&](int x, int y) {
+        const int row = 1 - y / 4; // from the top
+        const double level = isBright(row * 2 + x / 4, x % 4, y % 4) ? 0.9 : 0.1;
+        return Straight{level, level, level};
+    });
+    Settings settings = inputs(
+        {{"Mixer", 1}, {"Scale", 4}, {"Desaturate", 1}, {"Width", 4}, {"Height", 4}, {"Size", 4}});
+    settings.emplace_back("inputMetaImage", tiles.image());
+    for (int tile = 0; tile < 4; ++tile) {
+        const double level = (tile + 0.5) / 4;
+        const Bitmap result = lookOf("VE_Meta_Image", settings, pictureOf(16, 4, [&](int, int) {
+                                         return Straight{level, level, level};
+                                     }));
+        for (int y = 0; y < 4; ++y)
+            for (int x = 0; x < 16; ++x)
+                EXPECT_EQ(result.pixel(x, y)[0] > level, isBright(tile, x % 4, y))
+                    << "tile " << tile << " at " << x << ", " << y;
+    }
+}
+
+TEST(Mosaics, CopiesShowTheWholePicture) {
+    const Bitmap source = pictureOf(kMosaicWidth, kMosaicHeight, [](int x, int y) {
+        return Straight{x < kMosaicWidth / 2 ? 0.8 : 0.2, y < kMosaicHeight / 2 ? 0.8 : 0.2, 0.5};
+    });
+    // Eight by eight copies of thirty by twenty pixels, in colours of their own.
+    const Bitmap result = lookOf("VE_Meta_Image2",
+                                 inputs({{"Mixer", 1}, {"ColorMix", 1}, {"Divisor", 30}}), source);
+    for (const int x : {5, 25, 125, 145})
+        for (const int y : {4, 16, 84, 96}) {
+            EXPECT_NEAR(result.pixel(x, y)[0], x % 30 < 15 ? 0.8 : 0.2, 0.02) << x << ", " << y;
+            EXPECT_NEAR(result.pixel(x, y)[1], y % 20 < 10 ? 0.8 : 0.2, 0.02) << x << ", " << y;
+        }
+}
+
+TEST(Mosaics, LinesAndBlocksAreAsWideAsTheyAreBright) {
+    for (const double level : {0.2, 0.5, 0.9}) {
+        const Bitmap source = pictureOf(80, 80, [&](int, int) {
+            return Straight{level, level * 0.5, 0};
+        });
+        // Two rows of forty pixels; the gap leaves 36 of them.
+        const Settings settings =
+            inputs({{"Mixer", 1}, {"Divisions", 2}, {"Gap", 4}, {"Scale", 16}});
+        const Bitmap lines = lookOf("VELumaLines", settings, source);
+        const Bitmap blocks = lookOf("VELumaLines", with(settings, "Mode", 1), source);
+        double across = 0, up = 0, area = 0;
+        for (int i = 0; i < 80; ++i) up += lines.pixel(7, i)[0] / 2;
+        blocks.forEach([&](int x, int y) { area += blocks.pixel(x, y)[0] / 4; });
+        for (int i = 20; i < 60; ++i) across += blocks.pixel(i, 60)[0];
+        EXPECT_NEAR(up, std::min(level * 40, 36.0), 0.01) << level;
+        EXPECT_NEAR(across, std::min(std::sqrt(level) * 40, 36.0), 0.01) << level;
+        EXPECT_NEAR(area, across * across, 0.1) << level;
+        EXPECT_NEAR(lines.pixel(7, 20)[0], 1, 1e-5) << "in full brightness";
+        EXPECT_NEAR(lines.pixel(7, 20)[1], 0.5, 1e-5) << "in its own hue";
+    }
+}
+
+TEST(Mosaics, CushionsAreRoundAndTheirSeamsTransparent) {
+    const Bitmap source = pictureOf(120, 120, [](int, int) { return Straight{0.4, 0.3, 0.2}; });
+    const Settings settings = inputs({{"Mixer", 1}, {"MixerMult", 1}, {"Brightness", 3}, {"Size", 1}});
+    const Bitmap shaded = lookOf("VEPillowBlocks", settings, source);
+    const Bitmap cut = lookOf("VEPillowBlocks", with(settings, "Mode", 255), source);
+    // The block in the middle, from 40 to 80; light comes from the upper left.
+    EXPECT_GT(shaded.pixel(50, 70)[0], 1.2 * shaded.pixel(70, 50)[0]);
+    EXPECT_GT(shaded.pixel(60, 60)[0], 3 * shaded.pixel(60, 40)[0]);
+    EXPECT_GT(cut.pixel(60, 60)[3], 0.99);
+    EXPECT_LT(cut.pixel(40, 60)[3], 0.5);
+    cut.forEach([&](int x, int y) {
+        const Pixel p = cut.pixel(x, y);
+        ASSERT_NEAR(p[0], 0.4 * p[3], 1e-5);
+        ASSERT_NEAR(p[3], cut.pixel(y, x)[3], 1e-5) << "as wide as high";
+    });
+    // At size 34 a block is twice as large.
+    const Bitmap large = lookOf("VEPillowBlocks", with(with(settings, "Mode", 1), "Size", 34.333333),
+                                source);
+    EXPECT_GT(large.pixel(40, 60)[3], 0.9);
 }
 
 } // namespace
