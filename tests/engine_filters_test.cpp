@@ -75,6 +75,8 @@ struct Nearness {
 const std::map<std::string, Nearness> kDeviations = {
     // Rounds to steps: a value in the middle between two may fall to either side.
     {"VE_TrafficSign", {1, 0.001}},
+    // Cells take a tile for a step of brightness: one between two steps may take either.
+    {"VE_Meta_Image", {2, 0.01}},
     // Places come out of the map: where map and picture are noise, the last bit of one shows.
     {"VEUVMapFromLayer", {2, 0.02}},
 };

@@ -42,11 +42,11 @@ public:
         const auto reads = RegionOfInterest::computed([newest = radius](int, CGRect rect) {
             return rect.grownBy(newest->load(std::memory_order_relaxed));
         });
-        const CIImage lights = kernel
-                                   .applyWithExtent(source.extent(), reads,
-                                                    {source, inputMixer, CIVector(cellX, cellY), lit})
-                                   .imageWithReduction(reductionForCells(cellX),
-                                                       reductionForCells(cellY));
+        const CIImage lights =
+            kernel
+                .applyWithExtent(source.extent(), reads,
+                                 {source, inputMixer, CIVector(cellX, cellY), lit})
+                .imageWithReduction(reductionForCells(cellX), reductionForCells(cellY));
         return inputMixer.floatValue() == 0 ? lights.imageKnownToEqual(inputImage) : lights;
     }
 

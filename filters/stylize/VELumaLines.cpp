@@ -14,21 +14,21 @@ public:
     }
 
     static FilterGuide guide() {
-        return {.title = "Luma lines",
-                .sentence = "Redraws the picture in lines, or in blocks, that are wider where it "
-                            "is brighter.",
-                .tags = {"lines", "engraving", "halftone", "blocks"},
-                .inputs = {{.key = "inputDivisions",
-                            .purpose = "rows of lines or blocks; 60 below 1"},
-                           {.key = "inputGap",
-                            .purpose = "what stays dark between them at least",
-                            .unit = "pixels"},
-                           {.key = "inputScale",
-                            .purpose = "how long the pieces are whose brightness counts: at 1 a "
-                                       "quarter of their height, at 16 and below 1 as long as "
-                                       "high, at 1024 eight times that"}},
-                .modes = {"lines", "blocks"},
-                .beginWith = {{"inputDivisions", 60}, {"inputGap", 1}, {"inputScale", 16}}};
+        return {
+            .title = "Luma lines",
+            .sentence = "Redraws the picture in lines, or in blocks, that are wider where it "
+                        "is brighter.",
+            .tags = {"lines", "engraving", "halftone", "blocks"},
+            .inputs = {{.key = "inputDivisions", .purpose = "rows of lines or blocks; 60 below 1"},
+                       {.key = "inputGap",
+                        .purpose = "what stays dark between them at least",
+                        .unit = "pixels"},
+                       {.key = "inputScale",
+                        .purpose = "how long the pieces are whose brightness counts: at 1 a "
+                                   "quarter of their height, at 16 and below 1 as long as "
+                                   "high, at 1024 eight times that"}},
+            .modes = {"lines", "blocks"},
+            .beginWith = {{"inputDivisions", 60}, {"inputGap", 1}, {"inputScale", 16}}};
     }
 
     CIImage outputImage() override {

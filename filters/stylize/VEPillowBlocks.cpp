@@ -20,15 +20,15 @@ public:
     }
 
     static FilterGuide guide() {
-        return {.title = "Pillow blocks",
-                .sentence = "Shades the picture as if it were printed on rows of cushions.",
-                .tags = {"cushions", "blocks", "quilt", "relief"},
-                .inputs = {{.key = "inputMixerMult",
-                            .purpose = "how deep the shading is; 10 leaves little but the tops"},
-                           {.key = "inputBrightness", .purpose = "blocks across at size 1"},
-                           {.key = "inputSize",
-                            .purpose = "enlarges the blocks, to ten times at 300"}},
-                .modes = {"shaded", "transparent seams"}};
+        return {
+            .title = "Pillow blocks",
+            .sentence = "Shades the picture as if it were printed on rows of cushions.",
+            .tags = {"cushions", "blocks", "quilt", "relief"},
+            .inputs = {{.key = "inputMixerMult",
+                        .purpose = "how deep the shading is; 10 leaves little but the tops"},
+                       {.key = "inputBrightness", .purpose = "blocks across at size 1"},
+                       {.key = "inputSize", .purpose = "enlarges the blocks, to ten times at 300"}},
+            .modes = {"shaded", "transparent seams"}};
     }
 
     CIImage outputImage() override {

@@ -16,7 +16,8 @@ public:
                 scalar("inputScale", "Scale", {.min = 1, .sliderMin = 1, .sliderMax = 100}),
                 scalar("inputDesaturate", "Saturation", {}),
                 scalar("inputSize", "Steps", {.min = 1, .sliderMin = 1, .sliderMax = 50}),
-                scalar("inputWidth", "Width", pixels), scalar("inputHeight", "Height", pixels)};
+                scalar("inputWidth", "Width", pixels),
+                scalar("inputHeight", "Height", pixels)};
     }
 
     static FilterGuide guide() {
@@ -32,8 +33,7 @@ public:
                        {.key = "inputScale", .purpose = "tiles across the frame; 40 below 1"},
                        {.key = "inputDesaturate",
                         .purpose = "from grey to the colours of the picture and of the tiles"},
-                       {.key = "inputSize",
-                        .purpose = "steps of brightness, with a tile for each"},
+                       {.key = "inputSize", .purpose = "steps of brightness, with a tile for each"},
                        {.key = "inputWidth",
                         .purpose = "how wide a tile is in its picture, which is divided evenly "
                                    "among the steps below 1",
@@ -54,8 +54,8 @@ public:
         const CGRect frame = source.extent(), there = tiles.extent();
         // The kernel's cells, which have the proportions of its tiles.
         const double cellWidth = frame.width / (scale < 1 ? kStandardTiles : scale);
-        const double cellHeight = cellWidth * (height < 1 ? there.height : height) /
-                                  (width < 1 ? there.width : width);
+        const double cellHeight =
+            cellWidth * (height < 1 ? there.height : height) / (width < 1 ? there.width : width);
         const CIImage mosaic =
             kernel
                 .applyWithExtent(frame, RegionOfInterest::wholeByIndex(frame, there),

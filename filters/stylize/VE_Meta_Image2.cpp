@@ -17,16 +17,18 @@ public:
     }
 
     static FilterGuide guide() {
-        return {.title = "Mosaic of itself",
-                .sentence = "Redraws the picture as a mosaic of small copies of itself.",
-                .tags = {"photomosaic", "tiles", "copies"},
-                .inputs = {{.key = "inputColorMix",
-                            .purpose = "how much a copy takes on the colour of its place; 75 below 1",
-                            .unit = "percent"},
-                           {.key = "inputDivisor",
-                            .purpose = "how large a copy is; its longer side, a 40th of the frame's below 1",
-                            .unit = "pixels"}},
-                .beginWith = {{"inputColorMix", 75}, {"inputDivisor", 48}}};
+        return {
+            .title = "Mosaic of itself",
+            .sentence = "Redraws the picture as a mosaic of small copies of itself.",
+            .tags = {"photomosaic", "tiles", "copies"},
+            .inputs = {{.key = "inputColorMix",
+                        .purpose = "how much a copy takes on the colour of its place; 75 below 1",
+                        .unit = "percent"},
+                       {.key = "inputDivisor",
+                        .purpose =
+                            "how large a copy is; its longer side, a 40th of the frame's below 1",
+                        .unit = "pixels"}},
+            .beginWith = {{"inputColorMix", 75}, {"inputDivisor", 48}}};
     }
 
     CIImage outputImage() override {
@@ -42,11 +44,11 @@ public:
             return std::min(reductionForCopies(static_cast<float>(perTile)),
                             timesSmaller(static_cast<float>(length / perTile)));
         };
-        const CIImage copies = kernel
-                                   .applyWithExtent(extent, RegionOfInterest::whole(source),
-                                                    {source, CIVector(tile, tile), inputColorMix,
-                                                     inputMixer})
-                                   .imageWithReduction(smaller(extent.width), smaller(extent.height));
+        const CIImage copies =
+            kernel
+                .applyWithExtent(extent, RegionOfInterest::whole(source),
+                                 {source, CIVector(tile, tile), inputColorMix, inputMixer})
+                .imageWithReduction(smaller(extent.width), smaller(extent.height));
         return inputMixer.floatValue() == 0 ? copies.imageKnownToEqual(inputImage) : copies;
     }
 

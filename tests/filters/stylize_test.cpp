@@ -22,17 +22,15 @@ INSTANTIATE_TEST_SUITE_P(
                                    "Brightness \"divisions\" min 1 from 1 to 60 default 20, "
                                    "Size \"size\" min 1 from 1 to 300 default 1, "
                                    "Mode \"mode\" to 255"},
-                    AdvertisedCase{"VE_Meta_Image",
-                                   "Mixer \"mixer\" default 1, "
-                                   "Scale \"Scale\" min 1 from 1 to 100, "
-                                   "Desaturate \"Saturation\", "
-                                   "Size \"Steps\" min 1 from 1 to 50, "
-                                   "Width \"Width\" min 1 from 1 to 800, "
-                                   "Height \"Height\" min 1 from 1 to 800"},
-                    AdvertisedCase{"VE_Meta_Image2",
-                                   "Mixer \"mixer\" default 1, "
-                                   "ColorMix \"color mix\" min 1 from 1 to 100, "
-                                   "Divisor \"tile size\" min 1 from 1 to 100"}),
+                    AdvertisedCase{"VE_Meta_Image", "Mixer \"mixer\" default 1, "
+                                                    "Scale \"Scale\" min 1 from 1 to 100, "
+                                                    "Desaturate \"Saturation\", "
+                                                    "Size \"Steps\" min 1 from 1 to 50, "
+                                                    "Width \"Width\" min 1 from 1 to 800, "
+                                                    "Height \"Height\" min 1 from 1 to 800"},
+                    AdvertisedCase{"VE_Meta_Image2", "Mixer \"mixer\" default 1, "
+                                                     "ColorMix \"color mix\" min 1 from 1 to 100, "
+                                                     "Divisor \"tile size\" min 1 from 1 to 100"}),
     kByFilter);
 
 Settings lined(double mode) {
@@ -52,7 +50,8 @@ Settings tiled(double mixer, double scale) {
 INSTANTIATE_TEST_SUITE_P(
     Stylize, Graphs,
     testing::Values(
-        GraphCase{"Lights", "VELiteBrite", inputs({{"Mixer", 0.5}, {"Divisions", 80}, {"Size", 90}}),
+        GraphCase{"Lights", "VELiteBrite",
+                  inputs({{"Mixer", 0.5}, {"Divisions", 80}, {"Size", 90}}),
                   "VE_LiteBrite_ledWall(source, 0.5, (24 24), 10.8) [89.2 90.2 71.6 72.6]"},
         GraphCase{"OneLight", "VELiteBrite", inputs({{"Mixer", 1}, {"Divisions", 1}, {"Size", 90}}),
                   "VE_LiteBrite_ledWall(source, 1, (1000 1000), 450) [-350 -349 950 951]",
@@ -61,35 +60,29 @@ INSTANTIATE_TEST_SUITE_P(
                   "VE_LumaLines_lumaLines(source, 1, 40, 2, 8) [92 93 66 67]"},
         GraphCase{"Blocks", "VELumaLines", lined(2),
                   "VE_LumaLines_lumaBlocks(source, 1, 40, 2, 8) [92 93 66 67]"},
-        GraphCase{"Cushions", "VEPillowBlocks",
-                  inputs({{"Mixer", 1},
-                          {"MixerMult", 2},
-                          {"Size", 30},
-                          {"Brightness", 10},
-                          {"Mode", 0}}),
-                  "VE_PillowBlocks_pillowblocks(source, 1, 2, 30, 10) own"},
-        GraphCase{"CushionsInAlpha", "VEPillowBlocks",
-                  inputs({{"Mixer", 1},
-                          {"MixerMult", 2},
-                          {"Size", 30},
-                          {"Brightness", 10},
-                          {"Mode", 200}}),
-                  "VE_PillowBlocks_pillowblocksAlpha(source, 1, 2, 30, 10) own"},
-        GraphCase{"TilesOfAnother", "VE_Meta_Image",
-                  tiled(0.001, 30),
+        GraphCase{
+            "Cushions", "VEPillowBlocks",
+            inputs({{"Mixer", 1}, {"MixerMult", 2}, {"Size", 30}, {"Brightness", 10}, {"Mode", 0}}),
+            "VE_PillowBlocks_pillowblocks(source, 1, 2, 30, 10) own"},
+        GraphCase{
+            "CushionsInAlpha", "VEPillowBlocks",
+            inputs(
+                {{"Mixer", 1}, {"MixerMult", 2}, {"Size", 30}, {"Brightness", 10}, {"Mode", 200}}),
+            "VE_PillowBlocks_pillowblocksAlpha(source, 1, 2, 30, 10) own"},
+        GraphCase{"TilesOfAnother", "VE_Meta_Image", tiled(0.001, 30),
                   "VE_Meta_Image_metaImageOne(source, target, 0.001, 30, 0.5, 16, 20, 8) "
                   "[0 0 1920 1080] [0 0 640 480]"},
-        GraphCase{"TilesMixedOut", "VE_Meta_Image",
-                  tiled(0, 30),
+        GraphCase{"TilesMixedOut", "VE_Meta_Image", tiled(0, 30),
                   "VE_Meta_Image_metaImageOne(source, target, 0, 1, 0.5, 16, 20, 8) "
                   "[0 0 1920 1080] [0 0 640 480]"},
         GraphCase{"TilesOfTheLimit", "VE_Meta_Image", tiled(1, 0),
                   "VE_Meta_Image_metaImageOne(source, target, 1, 0, 0.5, 16, 20, 8) "
                   "[0 0 5760 3240] [0 0 640 480]",
                   frame(5760, 3240)},
-        GraphCase{"TilesBeyondTheLimit", "VE_Meta_Image", tiled(1, 0),
-                  "error FX 176", frame(5761, 3240)},
-        GraphCase{"TilesFromTooLargeAPicture", "VE_Meta_Image",
+        GraphCase{"TilesBeyondTheLimit", "VE_Meta_Image", tiled(1, 0), "error FX 176",
+                  frame(5761, 3240)},
+        GraphCase{"TilesFromTooLargeAPicture",
+                  "VE_Meta_Image",
                   {{"inputMetaImage", frame(5761, 3240)}, {"inputMixer", Number(1)}},
                   "error FX 176"},
         GraphCase{"TilesFromNothing", "VE_Meta_Image", inputs({{"Mixer", 1}}), ""},
@@ -175,14 +168,15 @@ struct Redrawn {
 std::vector<Redrawn> redrawn(const Bitmap& tiles) {
     Settings ofTiles = inputs({{"Mixer", 1}, {"Scale", 12}, {"Desaturate", 1}});
     ofTiles.emplace_back("inputMetaImage", tiles.image());
-    return {{"VELiteBrite", inputs({{"Mixer", 1}, {"Divisions", 10}, {"Size", 90}}), 0.5, 0.05},
-            {"VELumaLines", inputs({{"Mixer", 1}, {"Divisions", 10}, {"Scale", 16}}), 1, 0.01},
-            {"VELumaLines", inputs({{"Mixer", 1}, {"Mode", 1}, {"Divisions", 10}, {"Scale", 50}}), 1,
-             0.01},
-            {"VEPillowBlocks", inputs({{"Mixer", 1}, {"MixerMult", 1}, {"Brightness", 6}}), 0.5, 0.05},
-            {"VEPillowBlocks", inputs({{"Mixer", 1}, {"MixerMult", 9}, {"Brightness", 6}}), 0.3, 0.05},
-            {"VE_Meta_Image", ofTiles, 0.6, 0.03},
-            {"VE_Meta_Image2", inputs({{"Mixer", 1}, {"ColorMix", 100}, {"Divisor", 20}}), 1, 0.03}};
+    return {
+        {"VELiteBrite", inputs({{"Mixer", 1}, {"Divisions", 10}, {"Size", 90}}), 0.5, 0.05},
+        {"VELumaLines", inputs({{"Mixer", 1}, {"Divisions", 10}, {"Scale", 16}}), 1, 0.01},
+        {"VELumaLines", inputs({{"Mixer", 1}, {"Mode", 1}, {"Divisions", 10}, {"Scale", 50}}), 1,
+         0.01},
+        {"VEPillowBlocks", inputs({{"Mixer", 1}, {"MixerMult", 1}, {"Brightness", 6}}), 0.5, 0.05},
+        {"VEPillowBlocks", inputs({{"Mixer", 1}, {"MixerMult", 9}, {"Brightness", 6}}), 0.3, 0.05},
+        {"VE_Meta_Image", ofTiles, 0.6, 0.03},
+        {"VE_Meta_Image2", inputs({{"Mixer", 1}, {"ColorMix", 100}, {"Divisor", 20}}), 1, 0.03}};
 }
 constexpr int kMosaicWidth = 240, kMosaicHeight = 160;
 
@@ -212,9 +206,8 @@ TEST(Mosaics, StayCalmWhenTheFinestPatternMoves) {
     for (const auto& [filter, settings, brightest, tolerance] : redrawn(Bitmap(8, 8))) {
         if (filter == std::string("VEPillowBlocks")) continue; // shows the picture itself
         const Bitmap one = lookOf(filter, settings, frameAt(0));
-        EXPECT_TRUE(isClose(
-            lookOf(filter, settings, frameAt(1)), [&](int x, int y) { return one.pixel(x, y); },
-            {0.015}))
+        EXPECT_TRUE(isClose(lookOf(filter, settings, frameAt(1)),
+                            [&](int x, int y) { return one.pixel(x, y); }, {0.015}))
             << filter;
     }
 }
@@ -234,7 +227,9 @@ TEST(Mosaics, LightsKeepToTheNewestRadiusOfTheirFilter) {
 
 TEST(Mosaics, TilesAreChosenByBrightnessAndStandUpright) {
     // Four tiles of four by four pixels, two and two, each bright in another corner.
-    const auto isBright = [](int tile, int x, int y) { return x / 2 == tile % 2 && y / 2 == tile / 2; };
+    const auto isBright = [](int tile, int x, int y) {
+        return x / 2 == tile % 2 && y / 2 == tile / 2;
+    };
     const Bitmap tiles = pictureOf(8, 8, [&](int x, int y) {
         const int row = 1 - y / 4; // from the top
         const double level = isBright(row * 2 + x / 4, x % 4, y % 4) ? 0.9 : 0.1;
@@ -260,8 +255,8 @@ TEST(Mosaics, CopiesShowTheWholePicture) {
         return Straight{x < kMosaicWidth / 2 ? 0.8 : 0.2, y < kMosaicHeight / 2 ? 0.8 : 0.2, 0.5};
     });
     // Eight by eight copies of thirty by twenty pixels, in colours of their own.
-    const Bitmap result = lookOf("VE_Meta_Image2",
-                                 inputs({{"Mixer", 1}, {"ColorMix", 1}, {"Divisor", 30}}), source);
+    const Bitmap result =
+        lookOf("VE_Meta_Image2", inputs({{"Mixer", 1}, {"ColorMix", 1}, {"Divisor", 30}}), source);
     for (const int x : {5, 25, 125, 145})
         for (const int y : {4, 16, 84, 96}) {
             EXPECT_NEAR(result.pixel(x, y)[0], x % 30 < 15 ? 0.8 : 0.2, 0.02) << x << ", " << y;
@@ -293,7 +288,8 @@ TEST(Mosaics, LinesAndBlocksAreAsWideAsTheyAreBright) {
 
 TEST(Mosaics, CushionsAreRoundAndTheirSeamsTransparent) {
     const Bitmap source = pictureOf(120, 120, [](int, int) { return Straight{0.4, 0.3, 0.2}; });
-    const Settings settings = inputs({{"Mixer", 1}, {"MixerMult", 1}, {"Brightness", 3}, {"Size", 1}});
+    const Settings settings =
+        inputs({{"Mixer", 1}, {"MixerMult", 1}, {"Brightness", 3}, {"Size", 1}});
     const Bitmap shaded = lookOf("VEPillowBlocks", settings, source);
     const Bitmap cut = lookOf("VEPillowBlocks", with(settings, "Mode", 255), source);
     // The block in the middle, from 40 to 80; light comes from the upper left.
@@ -307,8 +303,8 @@ TEST(Mosaics, CushionsAreRoundAndTheirSeamsTransparent) {
         ASSERT_NEAR(p[3], cut.pixel(y, x)[3], 1e-5) << "as wide as high";
     });
     // At size 34 a block is twice as large.
-    const Bitmap large = lookOf("VEPillowBlocks", with(with(settings, "Mode", 1), "Size", 34.333333),
-                                source);
+    const Bitmap large =
+        lookOf("VEPillowBlocks", with(with(settings, "Mode", 1), "Size", 34.333333), source);
     EXPECT_GT(large.pixel(40, 60)[3], 0.9);
 }
 
