@@ -17,18 +17,17 @@ public:
                 .sentence = "Draws the picture as bright lines in its own hues on black, wherever "
                             "its colours change.",
                 .tags = {"outline", "lines", "contour", "neon"},
-                .inputs = {
-                    {.key = "inputWidth", .purpose = "how thick the lines are"},
-                    {.key = "inputReduce", .purpose = "how many of the weaker lines are left out"}}};
+                .inputs = {{.key = "inputWidth", .purpose = "how thick the lines are"},
+                           {.key = "inputReduce",
+                            .purpose = "how many of the weaker lines are left out"}}};
     }
 
     CIImage outputImage() override {
         const CISampler source(inputImage);
         // Counts downwards: 0 for the thickest lines.
         const auto thinness = static_cast<float>((1.0 - inputWidth.doubleValue()) * 0.01);
-        const CIImage lines =
-            kernel.applyWithExtent(source.extent(), RegionOfInterest::identity(),
-                                   {source, inputMixer, thinness, inputReduce});
+        const CIImage lines = kernel.applyWithExtent(source.extent(), RegionOfInterest::identity(),
+                                                     {source, inputMixer, thinness, inputReduce});
         return inputMixer.floatValue() == 0 ? lines.imageKnownToEqual(inputImage) : lines;
     }
 

@@ -44,15 +44,15 @@ private:
     /// The pixels of a block along an axis for a reach. Three blocks are read each way and, where
     /// the blur runs both ways and blocks are large, two, which keeps the number of reads down.
     static int blockFor(float reach, bool isBothWays) {
-        constexpr float kMost = 64;
-        if (!(reach > 0)) return 1;
+        constexpr float kMost = 64, kMostAddedUp = 15; // as in the kernels
+        if (!(reach > 0) || (!isBothWays && reach <= kMostAddedUp)) return 1;
         const float wide = std::ceil((reach + 1) / 2.5f);
         const bool isLarge = isBothWays && wide >= 8 && wide <= kMost;
         return static_cast<int>(std::min(isLarge ? wide : std::ceil((reach + 1) / 3.5f), kMost));
     }
 
-    static constexpr std::string_view kFunctions[] = {
-        "VE_QuickBlur2_xyBlur", "VE_QuickBlur2_xBlur", "VE_QuickBlur2_yBlur"};
+    static constexpr std::string_view kFunctions[] = {"VE_QuickBlur2_xyBlur", "VE_QuickBlur2_xBlur",
+                                                      "VE_QuickBlur2_yBlur"};
     inline static CIKernel kernels[std::size(kFunctions)];
     float blockFar = 0, blockNear = 0;
 };

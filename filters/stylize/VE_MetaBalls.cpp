@@ -13,15 +13,15 @@ public:
     }
 
     static FilterGuide guide() {
-        return {
-            .title = "Metaballs",
-            .sentence = "Melts the bright parts of the picture into soft blobs of one colour.",
-            .tags = {"blobs", "liquid", "blur", "silhouette"},
-            .inputs = {{.key = "inputBlur", .purpose = "how far bright parts run together"},
-                       {.key = "inputThreshold",
-                        .purpose = "how bright a blob has to be; more blur asks for less"},
-                       color("inputRed", "red", 255), color("inputGreen", "green", 112),
-                       color("inputBlue", "blue", 32)}};
+        return {.title = "Metaballs",
+                .sentence = "Melts the bright parts of the picture into soft blobs of one colour.",
+                .tags = {"blobs", "liquid", "blur", "silhouette"},
+                .inputs = {{.key = "inputBlur", .purpose = "how far bright parts run together"},
+                           {.key = "inputThreshold",
+                            .purpose = "how bright a blob has to be; more blur asks for less"},
+                           color("inputRed", "red", 255),
+                           color("inputGreen", "green", 112),
+                           color("inputBlue", "blue", 32)}};
     }
 
     CIImage outputImage() override {

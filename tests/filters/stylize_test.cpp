@@ -118,7 +118,9 @@ INSTANTIATE_TEST_SUITE_P(
         GraphCase{"QuickBlurNegativeMode", "VEQuickBlur2", inputs({{"Mode", -1}}),
                   "VE_QuickBlur2_xyBlur(source, 1, 0, 0) own"},
         GraphCase{"QuickBlurOfNothing", "VEQuickBlur2", {}, "", CIImage()},
-        GraphCase{"EdgeDetect", "VEEdgeDetect", {},
+        GraphCase{"EdgeDetect",
+                  "VEEdgeDetect",
+                  {},
                   "VE_EdgeDetect_edgeDetect(source, 1, 0.005, 0.5) own"},
         GraphCase{"EdgeDetectThick", "VEEdgeDetect", inputs({{"Width", 1}, {"Reduce", 2}}),
                   "VE_EdgeDetect_edgeDetect(source, 1, 0, 2) own"},
@@ -459,8 +461,9 @@ TEST(Metaballs, AreSmoothAndOfTheChosenColour) {
     constexpr int kSize = 120;
     for (const double blur : {2.0, 8.0, 16.0}) {
         SCOPED_TRACE(blur);
-        const Bitmap result = lookOf(
-            "VE_MetaBalls", inputs({{"Blur", blur}, {"Red", 255}, {"Green", 102}}), disc(kSize, 30));
+        const Bitmap result =
+            lookOf("VE_MetaBalls", inputs({{"Blur", blur}, {"Red", 255}, {"Green", 102}}),
+                   disc(kSize, 30));
         // The blurred disc's level set is a circle: its area and how far its edge reaches agree.
         double area = 0, soft = 0;
         result.forEach([&](int x, int y) {
