@@ -79,6 +79,8 @@ const std::map<std::string, Nearness> kDeviations = {
     {"VE_Meta_Image", {2, 0.01}},
     // Places come out of the map: where map and picture are noise, the last bit of one shows.
     {"VEUVMapFromLayer", {2, 0.02}},
+    // A threshold on a gentle slope of half floats: their last bit moves the edge a little.
+    {"VE_MetaBalls", {20, 0.002}},
 };
 
 /// Whether a kernel anywhere below reads something else than its own pixel.
