@@ -69,7 +69,9 @@ public:
         if (inputImage.extent().isEmpty()) return inputImage;
         CIImage image = inputImage;
         std::shared_ptr<Node> node;
-        for (const bool alongX : {false, true}) {
+        // Reads across are the dearer ones. They come last where fewer rows are left for them, else
+        // first, while there are few rows still.
+        for (const bool alongX : {y >= 1, y < 1}) {
             if ((alongX ? x : y) == 1) continue;
             node = scaled(image, alongX, alongX ? x : y);
             image = CIImage(node);
