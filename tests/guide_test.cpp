@@ -173,10 +173,11 @@ TEST_F(Guides, NameEachModeOnce) {
 
 TEST_F(Guides, BeginWithWhatShows) {
     CIContext context({.device = DeviceKind::CPU});
-    const auto changesAny = [&](const std::string& name, const std::vector<Setting>& settings,
-                                const std::vector<Bitmap>& pictures) {
+    const std::vector<Bitmap> cutOut = framesWithHoles();
+    const auto changes = [&](const std::string& name, const std::vector<Setting>& settings) {
         PlatformClock::drive(0);
         const CIFilterRef filter = made(name, settings);
+        const auto& pictures = filter->filterClass().guide().needsTransparency ? cutOut : frames();
         CIImage image;
         for (int i = 0; i < 3; ++i)
             image = outputFor(*filter, i, uint64_t(i + 1) * kSecond / 3, pictures);
@@ -191,11 +192,6 @@ TEST_F(Guides, BeginWithWhatShows) {
                     std::max(most, std::fabs(result.pixel(x, y)[c] - pictures[2].pixel(x, y)[c]));
         });
         return most > 3 / 255.0;
-    };
-    const auto changes = [&](const std::string& name, const std::vector<Setting>& settings) {
-        // Shadows lie under a picture, and show where it is transparent.
-        static const std::vector<Bitmap> cutOut = framesWithHoles();
-        return changesAny(name, settings, name.starts_with("VEDropShadow") ? cutOut : frames());
     };
     for (const std::string& name : names(false)) {
         const CIFilterRef filter = CIFilter::filterWithName(name);

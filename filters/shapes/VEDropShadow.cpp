@@ -27,6 +27,7 @@ public:
                         .purpose = "how many pixels the shadow lies to the right"},
                        {.key = "inputYPosition",
                         .purpose = "how many pixels it lies higher; below the picture under 0"}},
+            .needsTransparency = true,
             .beginWith = {{"inputLevel", 0.7},
                           {"inputBlur", 2.5},
                           {"inputXPosition", 12},

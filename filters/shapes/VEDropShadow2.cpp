@@ -23,6 +23,7 @@ public:
                           {"bottom left", 64},
                           {"top left", 128},
                           {"top right", 192}},
+                .needsTransparency = true,
                 .beginWith = {{"inputLevel", 0.7}}};
     }
 

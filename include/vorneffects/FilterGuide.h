@@ -72,6 +72,7 @@ struct FilterGuide {
     bool keepsState = false;  ///< what comes out depends on what was there before this frame
     int framesRemembered = 0; ///< how many earlier pictures it holds
     bool canFlash = false;    ///< whole pictures may flash, quicker than is safe for everybody
+    bool needsTransparency = false; ///< nothing to see in a frame that is opaque everywhere
     /// Settings that show what it does; there wherever the defaults change nothing.
     std::vector<Setting> beginWith{};
 

@@ -78,6 +78,7 @@ Json filterJson(const FilterEntry& entry) {
                 {"framesRemembered", guide.framesRemembered},
                 {"takesFrameTime", guide.takesFrameTime},
                 {"canFlash", guide.canFlash},
+                {"needsTransparency", guide.needsTransparency},
                 {"beginWith", std::move(settings)}};
 }
 

@@ -167,8 +167,9 @@ Film Studio::film(const GalleryFilter& filter, const Settings& settings, const T
             return std::any_of(settings.begin(), settings.end(),
                                [&](const auto& set) { return set.first == key; });
         });
-        instance->setValueForKey(sources_[static_cast<size_t>(isSourceHeld ? 0 : i)],
-                                 filter.entry.guide().frameKey);
+        const CIImage& card = sources_[static_cast<size_t>(isSourceHeld ? 0 : i)];
+        const FilterGuide& guide = filter.entry.guide();
+        instance->setValueForKey(guide.needsTransparency ? cutOut(card) : card, guide.frameKey);
         if (!take.fade.empty()) { // there in the first half, and back in the second
             constexpr int half = kFrames / 2;
             instance->setValueForKey(Number(double(half - std::abs(i - half)) / half), take.fade);
@@ -177,6 +178,14 @@ Film Studio::film(const GalleryFilter& filter, const Settings& settings, const T
     }
     for (const std::string& line : printed.take()) messages.insert(filter.entry.name + ": " + line);
     return film;
+}
+
+CIImage Studio::cutOut(const CIImage& image) {
+    const CIFilterRef oval = makeFilter(findFilter("VECropOvalXYPosition"));
+    oval->setDefaults();
+    oval->setValueForKey(Number(0.2), "inputSize");
+    oval->setValueForKey(image, "inputImage");
+    return oval->outputImage();
 }
 
 Pixels Studio::rendered(const CIImage& image) {

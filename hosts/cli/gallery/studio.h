@@ -51,6 +51,8 @@ public:
     std::set<std::string> messages; ///< what filters had to say, each line once
 
 private:
+    /// An oval of it.
+    static CIImage cutOut(const CIImage& image);
     /// Transparent where the filter gives no image.
     Pixels rendered(const CIImage& image);
 

@@ -72,6 +72,7 @@ std::vector<std::string> factsOf(const FilterGuide& guide) {
                                     guide.framesRemembered == 1 ? "picture" : "pictures"));
     else if (guide.keepsState)
         facts.push_back("keeps its place from frame to frame");
+    if (guide.needsTransparency) facts.push_back("needs a picture that is transparent in places");
     if (guide.canFlash) facts.push_back("can flash quickly, which is not safe for everybody");
     return facts;
 }
@@ -87,6 +88,7 @@ std::string exampleOf(const FilterEntry& entry) {
         if (input == guide.inputs.end() || input->feed != InputFeed::Time)
             settings.push_back(setting);
     }
+    const char* before = guide.needsTransparency ? " --filter VECropOvalXYPosition:size=0.2" : "";
     bool isFilm = guide.movesByItself || guide.keepsState;
     for (const InputGuide& input : guide.inputs) {
         if (input.feed == InputFeed::Picture && input.key != guide.frameKey)
@@ -97,9 +99,9 @@ std::string exampleOf(const FilterEntry& entry) {
             isFilm = true;
         }
     }
-    return fmt::format("vorn render test:1280x720@25,2s {} --filter {}{}{}{}",
-                       isFilm ? "out.mp4" : "out.png", entry.name, settings.empty() ? "" : ":",
-                       settingsText(settings), more);
+    return fmt::format("vorn render test:1280x720@25,2s {}{} --filter {}{}{}{}",
+                       isFilm ? "out.mp4" : "out.png", before, entry.name,
+                       settings.empty() ? "" : ":", settingsText(settings), more);
 }
 
 namespace {
