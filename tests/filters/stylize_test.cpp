@@ -343,6 +343,9 @@ TEST(Mosaics, CushionsAreRoundAndTheirSeamsTransparent) {
     const Bitmap large =
         lookOf("VEPillowBlocks", with(with(settings, "Mode", 1), "Size", 34.333333), source);
     EXPECT_GT(large.pixel(40, 60)[3], 0.9);
+}
+
+// ---- Blur, edges and blobs -----------------------------------------------------------------------
 
 Bitmap blurred(int mode, double reach, const Bitmap& source) {
     return lookOf("VEQuickBlur2",
