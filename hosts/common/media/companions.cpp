@@ -2,33 +2,51 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 namespace vorn::media {
 
 namespace {
 
 constexpr double kLargestInterleavingSeconds = 30;
+/// Decoders of sound give right samples only some packets after they have begun.
+constexpr double kPrerollSeconds = 0.2;
 
-// Names of the program that wrote the source say nothing true about the output.
-void copyMetadata(AVDictionary** target, const AVDictionary* source) {
-    av_dict_copy(target, source, AV_DICT_DONT_OVERWRITE);
-    for (const char* key : {"encoder", "encoded_by", "major_brand", "minor_version",
-                            "compatible_brands", "timecode", "duration"})
-        av_dict_set(target, key, nullptr, 0);
+std::string nameOf(const AVStream& stream) {
+    const AVMediaType type = stream.codecpar->codec_type;
+    std::string name = type == AVMEDIA_TYPE_AUDIO      ? "sound"
+                       : type == AVMEDIA_TYPE_SUBTITLE ? "subtitles"
+                       : type == AVMEDIA_TYPE_VIDEO    ? "a further track of pictures"
+                                                       : "a track of data";
+    if (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) name = "the cover";
+    if (type == AVMEDIA_TYPE_ATTACHMENT) name = "an attachment";
+    const AVDictionaryEntry* file = av_dict_get(stream.metadata, "filename", nullptr, 0);
+    const AVDictionaryEntry* language = av_dict_get(stream.metadata, "language", nullptr, 0);
+    if (file) return name + " (" + file->value + ")";
+    name += std::string(" (") + avcodec_get_name(stream.codecpar->codec_id);
+    if (language && std::string(language->value) != "und")
+        name += std::string(", ") + language->value;
+    return name + ")";
 }
 
-bool canHold(const AVFormatContext& output, AVCodecID codec) {
-    const int answer = avformat_query_codec(output.oformat, codec, FF_COMPLIANCE_NORMAL);
-    if (answer != AVERROR_PATCHWELCOME) return answer == 1;
-    const AVMediaType type = avcodec_get_type(codec);
-    const AVCodecID usual =
-        type == AVMEDIA_TYPE_AUDIO ? output.oformat->audio_codec : output.oformat->subtitle_codec;
-    return usual != AV_CODEC_ID_NONE;
+/// The text track that holds the names of chapters, which are copied as chapters.
+bool isChapterTrack(const AVStream& stream, const AVFormatContext& input) {
+    return input.nb_chapters > 0 && stream.codecpar->codec_id == AV_CODEC_ID_BIN_DATA;
 }
 
-const char* kindName(AVMediaType type) {
-    return type == AVMEDIA_TYPE_AUDIO ? "sound" : "subtitles";
+/// QuickTime knows languages by the older of their two codes.
+void useOlderLanguageCode(AVDictionary** tags) {
+    constexpr std::pair<const char*, const char*> kOlder[] = {
+        {"bod", "tib"}, {"ces", "cze"}, {"cym", "wel"}, {"deu", "ger"}, {"ell", "gre"},
+        {"eus", "baq"}, {"fas", "per"}, {"fra", "fre"}, {"hye", "arm"}, {"isl", "ice"},
+        {"kat", "geo"}, {"mkd", "mac"}, {"msa", "may"}, {"mya", "bur"}, {"nld", "dut"},
+        {"ron", "rum"}, {"slk", "slo"}, {"sqi", "alb"}, {"zho", "chi"},
+    };
+    const AVDictionaryEntry* language = av_dict_get(*tags, "language", nullptr, 0);
+    for (const auto& [code, older] : kOlder) {
+        if (!language || std::string(language->value) != code) continue;
+        av_dict_set(tags, "language", older, 0);
+        return;
+    }
 }
 
 } // namespace
@@ -38,9 +56,11 @@ Companions::Companions(const WriterOptions& options, AVFormatContext& output, Wa
       startTimeBase_(toAv(options.source->startTimeBase)), endSeconds_(options.range.endSeconds) {
     const MediaInfo& source = *options.source;
     if (source.kind != MediaKind::Video || source.path.empty()) return;
+    const bool isSilent = options.sound.kind == TrackWish::Kind::None &&
+                          options.subtitles.kind == TrackWish::Kind::None;
     if (source.isReadOnce) {
-        if (!source.companions.empty())
-            warnings_.add("sound cannot be carried over from " +
+        if (!source.companions.empty() && !isSilent)
+            warnings_.add("sound and subtitles cannot be carried over from " +
                           (source.path == "-" ? "standard input" : source.path + ", a pipe"));
         return;
     }
@@ -59,90 +79,142 @@ Companions::Companions(const WriterOptions& options, AVFormatContext& output, Wa
             warnings_.add(std::string("sound is not carried over: ") + error.what());
         return;
     }
-    addStreams(source);
-    addChapters(options.range);
-    copyMetadata(&output_.metadata, input_->metadata);
+    addStreams(source, options);
+    const double fileStart = double(startTime_) * av_q2d(startTimeBase_);
+    copyChapters(*input_, fileStart, options.range, output_);
+    copyTags(&output_.metadata, input_->metadata);
+    warnOfLostTags(*input_, output_, warnings_);
 }
 
-void Companions::addStreams(const MediaInfo& source) {
-    for (unsigned i = 0; i < input_->nb_streams; ++i) input_->streams[i]->discard = AVDISCARD_ALL;
-    for (const CompanionStream& companion : source.companions) {
-        if (companion.index >= int(input_->nb_streams)) continue;
-        AVStream& from = *input_->streams[companion.index];
-        if (addStream(from)) from.discard = AVDISCARD_DEFAULT;
+void Companions::addStreams(const MediaInfo& source, const WriterOptions& options) {
+    for (unsigned i = 0; i < input_->nb_streams; ++i) {
+        AVStream& from = *input_->streams[i];
+        from.discard = AVDISCARD_ALL;
+        const AVMediaType type = from.codecpar->codec_type;
+        if (int(i) == source.pictureStream)
+            copyTags(&output_.streams[0]->metadata, from.metadata);
+        else if (type == AVMEDIA_TYPE_AUDIO)
+            addTrack(from, options.sound);
+        else if (type == AVMEDIA_TYPE_SUBTITLE)
+            addTrack(from, options.subtitles);
+        else
+            addOther(from);
     }
+    for (const Track& track : tracks_) input_->streams[track.input]->discard = AVDISCARD_DEFAULT;
 }
 
-bool Companions::addStream(const AVStream& from) {
-    const AVCodecParameters& codec = *from.codecpar;
-    const std::string name = avcodec_get_name(codec.codec_id);
-    if (codec.codec_id == AV_CODEC_ID_NONE || !canHold(output_, codec.codec_id)) {
-        warnings_.add(std::string(kindName(codec.codec_type)) + " left out: the container " +
-                      output_.oformat->name + " cannot hold " + name);
-        return false;
-    }
+void Companions::addTrack(const AVStream& from, const TrackWish& wish) {
+    TrackPlan plan = planTrack(from, output_, wish, warnings_);
+    say(from, plan);
+    if (plan.way == TrackPlan::Way::LeftOut) return;
     AVStream* to = avformat_new_stream(&output_, nullptr);
-    if (!to || avcodec_parameters_copy(to->codecpar, &codec) < 0) throw std::bad_alloc();
-    // A tag of the source's container is kept only if it means the same in the output's.
-    const AVCodecTag* const* tags = output_.oformat->codec_tag;
-    if (tags && av_codec_get_id(tags, codec.codec_tag) != codec.codec_id)
-        to->codecpar->codec_tag = 0;
-    to->time_base = from.time_base;
+    if (!to) throw std::bad_alloc();
+    int result = 0;
+    if (plan.converter) {
+        result = avcodec_parameters_from_context(to->codecpar, &plan.converter->encoder());
+        to->time_base = plan.converter->encoder().time_base;
+    } else {
+        result = avcodec_parameters_copy(to->codecpar, from.codecpar);
+        // A tag of the source's container is kept only if it means the same in the output's.
+        const AVCodecTag* const* tags = output_.oformat->codec_tag;
+        if (tags && av_codec_get_id(tags, to->codecpar->codec_tag) != to->codecpar->codec_id)
+            to->codecpar->codec_tag = 0;
+        to->time_base = from.time_base;
+    }
+    if (result < 0) throw std::bad_alloc();
     to->disposition = from.disposition;
     av_dict_copy(&to->metadata, from.metadata, 0);
     av_dict_set(&to->metadata, "encoder", nullptr, 0);
-    streams_.push_back({from.index, to->index, AV_NOPTS_VALUE, false});
-    return true;
-}
-
-void Companions::addChapters(const TimeRange& range) {
-    const double fileStart = double(startTime_) * av_q2d(startTimeBase_);
-    for (unsigned i = 0; i < input_->nb_chapters; ++i) {
-        const AVChapter& from = *input_->chapters[i];
-        const double unit = av_q2d(from.time_base);
-        const double shift = fileStart + range.startSeconds;
-        double start = double(from.start) * unit - shift, end = double(from.end) * unit - shift;
-        start = std::max(start, 0.0);
-        if (range.endSeconds) end = std::min(end, *range.endSeconds - range.startSeconds);
-        if (end <= start) continue;
-        // The output owns its chapters and frees them with FFmpeg's functions.
-        auto* chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
-        if (!chapter) throw std::bad_alloc();
-        chapter->id = from.id;
-        chapter->time_base = from.time_base;
-        chapter->start = std::llround(start / unit);
-        chapter->end = std::llround(end / unit);
-        av_dict_copy(&chapter->metadata, from.metadata, 0);
-        auto** grown = static_cast<AVChapter**>(
-            av_realloc_array(output_.chapters, output_.nb_chapters + 1, sizeof(AVChapter*)));
-        if (!grown) {
-            av_dict_free(&chapter->metadata);
-            av_free(chapter);
-            throw std::bad_alloc();
-        }
-        output_.chapters = grown;
-        output_.chapters[output_.nb_chapters++] = chapter;
+    if (std::string(output_.oformat->name) == "mov") useOlderLanguageCode(&to->metadata);
+    // Matroska moves sound by what its encoder needs to begin; FFmpeg would move all the rest, too.
+    const std::string container = output_.oformat->name;
+    if (plan.converter && (container == "matroska" || container == "webm")) {
+        output_.avoid_negative_ts = 0;
+        beginsAtZero_ = true;
     }
+    tracks_.push_back({from.index, to->index, from.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE,
+                       std::move(plan.converter), AV_NOPTS_VALUE, false});
 }
 
-Companions::Stream* Companions::streamOf(int input) {
-    const auto found =
-        std::find_if(streams_.begin(), streams_.end(),
-                     [input](const Stream& stream) { return stream.input == input; });
-    return found == streams_.end() ? nullptr : &*found;
+void Companions::say(const AVStream& from, const TrackPlan& plan) {
+    if (plan.way == TrackPlan::Way::Converted)
+        warnings_.note(nameOf(from) + " converted to " +
+                       avcodec_get_name(plan.converter->encoder().codec_id) +
+                       (plan.reason.empty() ? "" : ": " + plan.reason));
+    else if (plan.way == TrackPlan::Way::LeftOut && !plan.reason.empty())
+        warnings_.add(nameOf(from) + " left out: " + plan.reason);
+}
+
+void Companions::addOther(const AVStream& from) {
+    if (isChapterTrack(from, *input_)) return;
+    const bool isAttached = from.codecpar->codec_type == AVMEDIA_TYPE_ATTACHMENT ||
+                            (from.disposition & AV_DISPOSITION_ATTACHED_PIC);
+    if (isAttached && copyAttachment(from, output_, covers_)) return;
+    warnings_.add(nameOf(from) + " left out" +
+                  (isAttached ? std::string(": the container ") + output_.oformat->name +
+                                    " has no place for it"
+                              : ""));
+}
+
+Companions::Track* Companions::trackOf(int input) {
+    const auto found = std::find_if(tracks_.begin(), tracks_.end(),
+                                    [input](const Track& track) { return track.input == input; });
+    return found == tracks_.end() ? nullptr : &*found;
 }
 
 void Companions::begin(std::int64_t origin, AVRational timeBase) {
     origin_ = origin;
     originTimeBase_ = timeBase;
-    if (streams_.empty() || origin <= 0) return;
+    const double originSeconds = double(origin) * av_q2d(timeBase);
+    for (Track& track : tracks_)
+        if (track.converter && endSeconds_) track.converter->setEnd(*endSeconds_ - originSeconds);
+    for (const Cover& cover : covers_) {
+        if (av_packet_ref(pending_.get(), cover.picture) < 0) throw std::bad_alloc();
+        pending_->stream_index = cover.output;
+        pending_->pts = pending_->dts = 0;
+        const int result = av_interleaved_write_frame(&output_, pending_.get());
+        if (result < 0) throw std::runtime_error(reasonFor(result));
+    }
+    if (tracks_.empty() || origin <= 0) return;
     const std::int64_t target = av_rescale_q(startTime_, startTimeBase_, AV_TIME_BASE_Q) +
-                                av_rescale_q(origin, timeBase, AV_TIME_BASE_Q);
+                                av_rescale_q(origin, timeBase, AV_TIME_BASE_Q) -
+                                std::int64_t(kPrerollSeconds * AV_TIME_BASE);
     // A file that cannot seek is read from its start and what comes too early is dropped.
     avformat_seek_file(input_.get(), -1, INT64_MIN, target, target, 0);
 }
 
-/// Reads the next packet that belongs to the output, with times moved to the output's.
+/// Moves a packet's times to the output's; false when it is not for the output.
+bool Companions::move(AVPacket& packet, Track& track) {
+    const AVRational unit = input_->streams[track.input]->time_base;
+    std::int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
+    if (time == AV_NOPTS_VALUE) return false;
+    const std::int64_t fileStart = av_rescale_q(startTime_, startTimeBase_, unit);
+    const double seconds = double(time - fileStart) * av_q2d(unit);
+    if (endSeconds_ && seconds >= *endSeconds_) {
+        // Streams lie side by side in the file, so the others may still have something to say.
+        track.hasEnded = true;
+        isAtEnd_ = seconds > *endSeconds_ + kLargestInterleavingSeconds ||
+                   std::all_of(tracks_.begin(), tracks_.end(),
+                               [](const Track& each) { return each.hasEnded; });
+        return false;
+    }
+    const std::int64_t shift = fileStart + av_rescale_q(origin_, originTimeBase_, unit);
+    time -= shift;
+    if (packet.pts != AV_NOPTS_VALUE) packet.pts -= shift;
+    if (packet.dts != AV_NOPTS_VALUE) packet.dts -= shift;
+    packet.time_base = unit;
+    // Without a range, packets before zero prime the decoder and stay.
+    if (beginsAtZero_ && time < 0 && !track.converter) return false;
+    if (origin_ <= 0 || time >= 0) return true;
+    if (track.isText && time + packet.duration > 0) { // still shown when the output begins
+        packet.duration += time;
+        packet.pts = packet.dts = 0;
+        return true;
+    }
+    return track.converter && double(time) * av_q2d(unit) >= -kPrerollSeconds;
+}
+
+/// Reads the next packet that belongs to the output.
 bool Companions::fetch() {
     while (!hasPending_ && !isAtEnd_) {
         av_packet_unref(pending_.get());
@@ -150,66 +222,72 @@ bool Companions::fetch() {
             isAtEnd_ = true;
             break;
         }
-        Stream* stream = streamOf(pending_->stream_index);
-        if (!stream) continue;
-        AVPacket& packet = *pending_;
-        const AVRational unit = input_->streams[stream->input]->time_base;
-        std::int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
-        if (time == AV_NOPTS_VALUE) continue;
-        const std::int64_t fileStart = av_rescale_q(startTime_, startTimeBase_, unit);
-        const double seconds = double(time - fileStart) * av_q2d(unit);
-        if (endSeconds_ && seconds >= *endSeconds_) {
-            // Streams lie side by side in the file, so the others may still have something to say.
-            stream->hasEnded = true;
-            isAtEnd_ = seconds > *endSeconds_ + kLargestInterleavingSeconds ||
-                       std::all_of(streams_.begin(), streams_.end(),
-                                   [](const Stream& each) { return each.hasEnded; });
-            continue;
-        }
-
-        const std::int64_t shift = fileStart + av_rescale_q(origin_, originTimeBase_, unit);
-        time -= shift;
-        // Without a range, packets before zero prime the decoder and stay.
-        if (origin_ > 0 && time < 0) continue;
-        if (packet.pts != AV_NOPTS_VALUE) packet.pts -= shift;
-        if (packet.dts != AV_NOPTS_VALUE) packet.dts -= shift;
-        packet.time_base = unit;
-        hasPending_ = true;
+        Track* track = trackOf(pending_->stream_index);
+        hasPending_ = track && move(*pending_, *track);
     }
     return hasPending_;
 }
 
-void Companions::writePending() {
-    Stream& stream = *streamOf(pending_->stream_index);
-    AVPacket& packet = *pending_;
-    const AVRational unit = output_.streams[stream.output]->time_base;
+void Companions::deliver() {
+    Track& track = *trackOf(pending_->stream_index);
+    hasPending_ = false;
+    if (!track.converter) {
+        write(*pending_, track);
+        return;
+    }
+    track.converter->send(pending_.get());
+    drain(track);
+}
+
+void Companions::drain(Track& track) {
+    while (track.converter->receive(*converted_)) {
+        converted_->time_base = track.converter->encoder().time_base;
+        write(*converted_, track);
+    }
+}
+
+void Companions::write(AVPacket& packet, Track& track) {
+    const AVRational unit = output_.streams[track.output]->time_base;
     av_packet_rescale_ts(&packet, packet.time_base, unit);
     // Rounding to a coarser unit may make two decoding times equal, which muxers refuse.
-    if (packet.dts != AV_NOPTS_VALUE && stream.lastDts != AV_NOPTS_VALUE &&
-        packet.dts < stream.lastDts)
-        packet.dts = stream.lastDts;
+    if (packet.dts != AV_NOPTS_VALUE && track.lastDts != AV_NOPTS_VALUE &&
+        packet.dts < track.lastDts)
+        packet.dts = track.lastDts;
     if (packet.pts != AV_NOPTS_VALUE && packet.dts != AV_NOPTS_VALUE)
         packet.pts = std::max(packet.pts, packet.dts);
-    stream.lastDts = packet.dts;
-    packet.stream_index = stream.output;
+    track.lastDts = packet.dts;
+    packet.stream_index = track.output;
     packet.pos = -1;
-    hasPending_ = false;
     const int result = av_interleaved_write_frame(&output_, &packet);
     if (result < 0) throw std::runtime_error(reasonFor(result));
 }
 
 void Companions::copyUntil(std::int64_t limit, AVRational timeBase) {
-    if (streams_.empty()) return;
+    if (tracks_.empty()) return;
     while (fetch()) {
         const std::int64_t time = pending_->pts != AV_NOPTS_VALUE ? pending_->pts : pending_->dts;
         if (av_compare_ts(time, pending_->time_base, limit, timeBase) >= 0) return;
-        writePending();
+        deliver();
     }
 }
 
-void Companions::copyRest() {
-    if (streams_.empty()) return;
-    while (fetch()) writePending();
+void Companions::finish() {
+    if (tracks_.empty()) return;
+    while (fetch()) deliver();
+    for (Track& track : tracks_) {
+        if (!track.converter) continue;
+        track.converter->send(nullptr);
+        drain(track);
+    }
+}
+
+void Companions::finishAt(std::int64_t limit, AVRational timeBase) {
+    for (Track& track : tracks_)
+        if (track.converter) track.converter->setEnd(double(limit) * av_q2d(timeBase));
+    copyUntil(limit, timeBase);
+    isAtEnd_ = true;
+    hasPending_ = false;
+    finish();
 }
 
 } // namespace vorn::media

@@ -1,53 +1,63 @@
-// Sound, subtitles, chapters and metadata, carried from one file to another untouched. Internal.
+// Sound, subtitles, chapters, attachments and tags, carried from one file to another. Internal.
 #pragma once
 
-#include "libav.h"
-#include "writer.h"
+#include "file_extras.h"
+#include "track_converter.h"
 
 namespace vorn::media {
 
-/// Reads the source a second time and copies the packets of its sound and subtitle streams into an
-/// output that someone else writes the pictures to.
+/// Reads the source a second time and carries its sound and subtitles into an output that someone
+/// else writes the pictures to: untouched where the container takes them, else in another codec.
 class Companions {
 public:
-    /// Adds streams, chapters and metadata of the source of `options` to `output`, whose header is
-    /// not written yet. What the container cannot hold is left out with a warning. The range of
-    /// `options` limits the chapters and the sound.
+    /// Adds streams, chapters and tags of the source of `options` to `output`, whose header is not
+    /// written yet and whose first stream is that of the pictures. What the container cannot hold
+    /// is left out alone, with a warning. The range of `options` limits the chapters and tracks.
     Companions(const WriterOptions& options, AVFormatContext& output, Warnings& warnings);
 
-    int streamCount() const { return int(streams_.size()); }
+    int streamCount() const { return int(tracks_.size()); }
 
     /// Sets the time of the source (from its start) that becomes zero in the output. Comes before
     /// the first copy, after the header.
     void begin(std::int64_t origin, AVRational timeBase);
 
-    /// Copies all packets that start before `limit` (in the output's time), or all that the range
-    /// leaves. Throws std::runtime_error.
+    /// Copies all packets that start before `limit` (in the output's time). Throws
+    /// std::runtime_error.
     void copyUntil(std::int64_t limit, AVRational timeBase);
-    void copyRest();
+    /// Copies what is left to the end of the range, or to that of an output that ends early.
+    void finish();
+    void finishAt(std::int64_t limit, AVRational timeBase);
 
 private:
-    struct Stream {
+    struct Track {
         int input = 0;
         int output = 0;
-        std::int64_t lastDts = AV_NOPTS_VALUE; ///< in the output's time base
-        bool hasEnded = false;                 ///< reached the end of the range
+        bool isText = false;
+        std::unique_ptr<TrackConverter> converter; ///< null: copied
+        std::int64_t lastDts = AV_NOPTS_VALUE;     ///< in the output's time base
+        bool hasEnded = false;                     ///< reached the end of the range
     };
 
-    void addStreams(const MediaInfo& source);
-    bool addStream(const AVStream& from);
-    void addChapters(const TimeRange& range);
-    Stream* streamOf(int input);
+    void addStreams(const MediaInfo& source, const WriterOptions& options);
+    void addTrack(const AVStream& from, const TrackWish& wish);
+    void addOther(const AVStream& from);
+    void say(const AVStream& from, const TrackPlan& plan);
+    Track* trackOf(int input);
     bool fetch();
-    void writePending();
+    bool move(AVPacket& packet, Track& track);
+    void deliver();
+    void drain(Track& track);
+    void write(AVPacket& packet, Track& track);
 
     AVFormatContext& output_;
     Warnings& warnings_;
     AvInput input_;
-    std::vector<Stream> streams_;
-    AvPacket pending_ = makePacket();
+    std::vector<Track> tracks_;
+    std::vector<Cover> covers_;
+    AvPacket pending_ = makePacket(), converted_ = makePacket();
     bool hasPending_ = false;
     bool isAtEnd_ = false;
+    bool beginsAtZero_ = false;  ///< no copied packet has a time below
     std::int64_t startTime_ = 0; ///< of the file
     AVRational startTimeBase_{1, 1};
     std::int64_t origin_ = 0; ///< from the start of the file

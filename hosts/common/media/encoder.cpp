@@ -1,12 +1,12 @@
 #include "encoder.h"
 
+#include "colour.h"
 #include "palette.h"
 #include "pixel_format_choice.h"
 #include "pixels.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 
 extern "C" {
@@ -18,75 +18,33 @@ namespace vorn::media {
 
 namespace {
 
-// How an encoder is told the quality, and the quality that is hard to tell from the source.
-struct Quality {
-    const char* encoder;
-    const char* option; ///< "qscale": the fixed quantiser, otherwise an option of the encoder
-    double standard;    ///< 0: the encoder's own default
-};
-
-constexpr Quality kQualities[] = {
-    {"libx264", "crf", 18},          {"libx264rgb", "crf", 18},   {"libx265", "crf", 20},
-    {"libvpx-vp9", "crf", 24},       {"libvpx", "crf", 8},        {"libsvtav1", "crf", 26},
-    {"libaom-av1", "crf", 22},       {"librav1e", "qp", 70},      {"mpeg4", "qscale", 2},
-    {"mpeg2video", "qscale", 2},     {"mpeg1video", "qscale", 2}, {"mjpeg", "qscale", 2},
-    {"msmpeg4", "qscale", 2},        {"msmpeg4v2", "qscale", 2},  {"wmv1", "qscale", 2},
-    {"wmv2", "qscale", 2},           {"flv", "qscale", 2},        {"h263p", "qscale", 2},
-    {"libxvid", "qscale", 2},        {"libtheora", "qscale", 9},  {"libwebp", "quality", 92},
-    {"libwebp_anim", "quality", 92}, {"prores_ks", "qscale", 0},
-};
-
-struct EncoderOption {
-    const char* encoder;
-    const char* key;
-    const char* value;
-};
-
-constexpr EncoderOption kStandardOptions[] = {
-    {"libx264", "preset", "medium"},
-    {"libx265", "preset", "medium"},
-    {"libx265", "x265-params", "log-level=none"},
-    {"libvpx-vp9", "deadline", "good"},
-    {"libvpx-vp9", "cpu-used", "4"},
-    {"libvpx-vp9", "row-mt", "1"},
-    {"libvpx", "deadline", "good"},
-    {"libvpx", "cpu-used", "2"},
-    {"libaom-av1", "cpu-used", "6"},
-    {"libaom-av1", "row-mt", "1"},
-    {"libsvtav1", "preset", "8"},
-    {"prores_ks", "vendor", "apl0"},
-    {"ffv1", "level", "3"},
-};
-
-const Quality* qualityOf(const AVCodec& codec) {
-    const auto found =
-        std::find_if(std::begin(kQualities), std::end(kQualities),
-                     [&](const Quality& q) { return std::string(q.encoder) == codec.name; });
-    return found == std::end(kQualities) ? nullptr : found;
-}
-
-std::string numberText(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%g", value);
-    return text;
-}
-
 AVColorRange avRange(ColourRange range) {
     if (range == ColourRange::Full) return AVCOL_RANGE_JPEG;
     return range == ColourRange::Limited ? AVCOL_RANGE_MPEG : AVCOL_RANGE_UNSPECIFIED;
 }
 
-// x264 and x265 complain about an unknown preset on the terminal, past FFmpeg's messages.
-void checkPreset(const std::string& preset) {
-    constexpr const char* kPresets[] = {"ultrafast", "superfast", "veryfast", "faster",
-                                        "fast",      "medium",    "slow",     "slower",
-                                        "veryslow",  "placebo"};
-    std::string names;
-    for (const char* name : kPresets) {
-        if (preset.empty() || preset == name) return;
-        names += std::string(names.empty() ? "" : ", ") + name;
+/// The next size that the format's chroma divides.
+Size evenSize(Size size, AVPixelFormat format) {
+    const AVPixFmtDescriptor& descriptor = *av_pix_fmt_desc_get(format);
+    const int x = (1 << descriptor.log2_chroma_w) - 1, y = (1 << descriptor.log2_chroma_h) - 1;
+    return {(size.width + x) & ~x, (size.height + y) & ~y};
+}
+
+/// Repeats the last column and row of a picture.
+void pad(const Frame& source, Frame& target) {
+    const auto pixel = std::size_t(bytesPerPixel(source.format()));
+    for (int y = 0; y < target.height(); ++y) {
+        const std::uint8_t* in = source.row(std::min(y, source.height() - 1));
+        std::uint8_t* out = target.row(y);
+        std::memcpy(out, in, pixel * std::size_t(source.width()));
+        for (int x = source.width(); x < target.width(); ++x)
+            std::memcpy(out + pixel * std::size_t(x), out + pixel * std::size_t(x - 1), pixel);
     }
-    throw std::runtime_error("unknown preset " + preset + "; there are: " + names);
+    target.alpha = source.alpha;
+}
+
+std::string sizeText(Size size) {
+    return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
 
 bool canCodeFields(const AVCodec& codec) {
@@ -106,36 +64,50 @@ Encoder::Encoder(const EncoderRequest& request, Warnings& warnings)
         fieldOrder_ = source->fieldOrder;
     if (source && !request.container) iccProfile_ = source->iccProfile;
 
-    std::string reason;
-    const std::vector<AVPixelFormat> formats = candidateFormats(request);
-    const bool isOpen = std::any_of(formats.begin(), formats.end(), [&](AVPixelFormat format) {
-        return open(request, format, reason);
-    });
-    if (!isOpen)
-        throw std::runtime_error("the encoder " + std::string(request.codec->name) +
-                                 " does not open: " + reason);
-    // The quality was taken by the open encoder; what it does not know is only worth a remark.
-    if (request.options->crf && !qualityOf(*request.codec))
-        warnings.add("the encoder " + std::string(request.codec->name) + " has no quality setting");
-    keepsAlpha_ = media::hasAlpha(context_->pix_fmt) || context_->pix_fmt == AV_PIX_FMT_PAL8;
+    openAny(request, warnings);
+    remarkOnQuality(request, warnings);
+    const std::string name = request.codec->name;
+    keepsAlpha_ = media::hasAlpha(format_) || format_ == AV_PIX_FMT_PAL8;
     if (request.options->hasAlpha && !keepsAlpha_)
-        warnings.add("transparency, if there is any, is composed over black: " +
-                     std::string(request.codec->name) + " cannot hold it here");
+        warnings.add("transparency, if there is any, is composed over black: " + name +
+                     " cannot hold it here; a mov, webm or mkv file keeps it");
+    if (source && isHighDynamicRange(source->colour) && !tagsTransfer(request))
+        warnings.add("the file cannot say that its values are coded for HDR: players will show "
+                     "them dull");
 }
 
-bool Encoder::open(const EncoderRequest& request, AVPixelFormat format, std::string& reason) {
-    beginCatchingMessages();
-    const WriterOptions& options = *request.options;
-    const AVCodec& codec = *request.codec;
-    context_.reset(avcodec_alloc_context3(&codec));
-    if (!context_) throw std::bad_alloc();
-    AVCodecContext& context = *context_;
+void Encoder::openAny(const EncoderRequest& request, Warnings& warnings) {
+    std::string reason;
+    for (const AVPixelFormat format : candidateFormats(request)) {
+        if (open(request, format, request.storedSize, reason)) return;
+        const Size even = evenSize(request.storedSize, format);
+        if (even == request.storedSize || !open(request, format, even, reason)) continue;
+        warnings.note("the film is stored as " + sizeText(even) + " instead of " +
+                      sizeText(request.storedSize) + ": " + request.codec->name +
+                      " takes even sizes only, so the last column or row stands twice");
+        return;
+    }
+    std::string needs = HardwareFrames::needsOf(*request.codec);
+    constexpr int kLeastSide = 64;
+    const Size size = request.storedSize;
+    if (std::string(request.codec->name) == "libsvtav1" &&
+        std::min(size.width, size.height) < kLeastSide)
+        needs = "it takes pictures from 64x64 on";
+    throw std::runtime_error("the encoder " + std::string(request.codec->name) +
+                             " does not open: " + reason + (needs.empty() ? "" : "; " + needs));
+}
 
-    const ColourChoice colour = chooseColour(request, format);
+void Encoder::describePictures(const EncoderRequest& request, AVPixelFormat format, Size size) {
+    const WriterOptions& options = *request.options;
+    AVCodecContext& context = *context_;
+    EncoderRequest stored = request;
+    stored.storedSize = size;
+    const ColourChoice colour = chooseColour(stored, format);
     coding_ = colour.coding;
+    format_ = format;
     context.pix_fmt = format;
-    context.width = request.storedSize.width;
-    context.height = request.storedSize.height;
+    context.width = size.width;
+    context.height = size.height;
     context.time_base = request.timeBase;
     context.framerate = request.frameRate;
     context.colorspace = AVColorSpace(colour.tags.matrix);
@@ -151,19 +123,30 @@ bool Encoder::open(const EncoderRequest& request, AVPixelFormat format, std::str
             std::swap(aspect.num, aspect.den);
         context.sample_aspect_ratio = aspect;
     }
-    context.thread_count = options.threads;
-    context.flags |= AV_CODEC_FLAG_BITEXACT;
-    if (request.container && (request.container->flags & AVFMT_GLOBALHEADER))
-        context.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    // FFmpeg writes B-frames to AVI only with times that players do not understand.
-    if (request.container && std::string(request.container->name) == "avi")
-        context.max_b_frames = 0;
     if (fieldOrder_ != FieldOrder::Progressive) {
         context.flags |= AV_CODEC_FLAG_INTERLACED_DCT;
         context.field_order = fieldOrder_ == FieldOrder::TopFirst ? AV_FIELD_TT : AV_FIELD_BB;
     } else {
         context.field_order = AV_FIELD_PROGRESSIVE;
     }
+}
+
+bool Encoder::open(const EncoderRequest& request, AVPixelFormat format, Size size,
+                   std::string& reason) {
+    beginCatchingMessages();
+    const AVCodec& codec = *request.codec;
+    hardware_.reset();
+    context_.reset(avcodec_alloc_context3(&codec));
+    if (!context_) throw std::bad_alloc();
+    AVCodecContext& context = *context_;
+    describePictures(request, format, size);
+    context.thread_count = request.options->threads;
+    context.flags |= AV_CODEC_FLAG_BITEXACT;
+    if (request.container && (request.container->flags & AVFMT_GLOBALHEADER))
+        context.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    // FFmpeg writes B-frames to AVI only with times that players do not understand.
+    if (request.container && std::string(request.container->name) == "avi")
+        context.max_b_frames = 0;
     // HEVC players in the MP4 family look for this tag.
     if (codec.id == AV_CODEC_ID_HEVC && request.container && request.container->codec_tag)
         if (av_codec_get_id(request.container->codec_tag, MKTAG('h', 'v', 'c', '1')) == codec.id)
@@ -171,6 +154,14 @@ bool Encoder::open(const EncoderRequest& request, AVPixelFormat format, std::str
 
     AvOptions encoderOptions;
     setOptions(request, encoderOptions);
+    if (HardwareFrames::isNeededBy(codec)) {
+        try {
+            hardware_ = std::make_unique<HardwareFrames>(context, format);
+        } catch (const std::runtime_error& error) {
+            reason = error.what();
+            return false;
+        }
+    }
     const int result = avcodec_open2(&context, &codec, encoderOptions.address());
     if (result < 0) {
         reason = reasonFor(result);
@@ -183,41 +174,13 @@ bool Encoder::open(const EncoderRequest& request, AVPixelFormat format, std::str
     return true;
 }
 
-void Encoder::setOptions(const EncoderRequest& request, AvOptions& target) {
-    const WriterOptions& options = *request.options;
-    const std::string name = request.codec->name;
-    for (const auto& [key, value] : options.encoderOptions) target.set(key, value);
-    if (!options.preset.empty()) target.set("preset", options.preset);
-    for (const EncoderOption& standard : kStandardOptions)
-        if (name == standard.encoder) target.setDefault(standard.key, standard.value);
-
-    if (name.starts_with("libx26")) checkPreset(target.get("preset"));
-    const bool isVpx = name == "libvpx" || name == "libvpx-vp9";
-    if (isVpx && media::hasAlpha(context_->pix_fmt)) target.setDefault("auto-alt-ref", "0");
-    // VP8 takes the bit rate as the ceiling of constant quality; VP9 has none at zero.
-    if (name == "libvpx") context_->bit_rate = 50'000'000;
-    // SVT-AV1 writes to the terminal by itself; its variable is the only way to quiet it.
-    if (name == "libsvtav1") ::setenv("SVT_LOG", "1", 0);
-
-    const Quality* quality = qualityOf(*request.codec);
-    if (!quality) return;
-    const double value = options.crf.value_or(quality->standard);
-    if (value == 0 && !options.crf) return;
-    if (std::string(quality->option) == "qscale") {
-        context_->flags |= AV_CODEC_FLAG_QSCALE;
-        context_->global_quality = int(std::lround(value * FF_QP2LAMBDA));
-    } else {
-        target.setDefault(quality->option, numberText(value));
-    }
-}
-
 AVFrame& Encoder::idlePicture() {
     for (const AvFrame& picture : pictures_)
         if (av_frame_is_writable(picture.get())) return *picture;
     AvFrame picture = makeFrame();
     picture->width = context_->width;
     picture->height = context_->height;
-    picture->format = context_->pix_fmt;
+    picture->format = format_;
     picture->colorspace = context_->colorspace;
     picture->color_range = context_->color_range;
     picture->color_primaries = context_->color_primaries;
@@ -246,8 +209,8 @@ void Encoder::fill(const Frame& frame, AVFrame& picture) {
         stage = &alphaStage_;
     }
     // Between RGB formats of different depth the scaler would go through YCbCr.
-    if (isRgb(context_->pix_fmt)) {
-        const bool isDeep = media::bitsPerComponent(context_->pix_fmt) > 8;
+    if (isRgb(format_)) {
+        const bool isDeep = media::bitsPerComponent(format_) > 8;
         const PixelFormat depth = isDeep ? PixelFormat::Rgba16 : PixelFormat::Rgba8;
         if (stage->format() != depth) {
             depthStage_.reshape(stage->size(), depth);
@@ -260,7 +223,12 @@ void Encoder::fill(const Frame& frame, AVFrame& picture) {
         reorient(*stage, toStored_, storedStage_);
         stage = &storedStage_;
     }
-    if (context_->pix_fmt == AV_PIX_FMT_PAL8) {
+    if (stage->size() != coding_.size) {
+        paddedStage_.reshape(coding_.size, stage->format());
+        pad(*stage, paddedStage_);
+        stage = &paddedStage_;
+    }
+    if (format_ == AV_PIX_FMT_PAL8) {
         reduceToPalette(*stage, picture);
         return;
     }
@@ -280,7 +248,8 @@ void Encoder::send(const Frame& frame, std::int64_t pts, std::int64_t duration) 
     picture.pts = pts;
     picture.pkt_duration = duration;
     if (context_->flags & AV_CODEC_FLAG_QSCALE) picture.quality = context_->global_quality;
-    const int result = avcodec_send_frame(context_.get(), &picture);
+    const AVFrame& sent = hardware_ ? hardware_->bring(picture) : picture;
+    const int result = avcodec_send_frame(context_.get(), &sent);
     if (result < 0) throw std::runtime_error("encoding failed: " + reasonFor(result));
 }
 

@@ -1,6 +1,7 @@
 // One FFmpeg video encoder and the way of a frame into it. Internal.
 #pragma once
 
+#include "hardware.h"
 #include "libav.h"
 #include "orientation.h"
 #include "scaler.h"
@@ -27,6 +28,7 @@ public:
     const AVCodecContext& context() const { return *context_; }
     const AVCodec& codec() const { return *context_->codec; }
     bool keepsAlpha() const { return keepsAlpha_; }
+    AVPixelFormat pixelFormat() const { return format_; }
 
     /// Encodes an upright frame. `pts` and `duration` are in the request's time base. Throws
     /// std::runtime_error.
@@ -37,12 +39,18 @@ public:
     bool receive(AVPacket& packet);
 
 private:
-    bool open(const EncoderRequest& request, AVPixelFormat format, std::string& reason);
+    bool open(const EncoderRequest& request, AVPixelFormat format, Size size, std::string& reason);
+    void openAny(const EncoderRequest& request, Warnings& warnings);
+    void describePictures(const EncoderRequest& request, AVPixelFormat format, Size size);
     void setOptions(const EncoderRequest& request, AvOptions& target);
+    void setQuality(const EncoderRequest& request, AvOptions& target);
+    static void remarkOnQuality(const EncoderRequest& request, Warnings& warnings);
     AVFrame& idlePicture();
     void fill(const Frame& frame, AVFrame& picture);
 
     AvCodecContext context_;
+    std::unique_ptr<HardwareFrames> hardware_; ///< null: pictures come from the main memory
+    AVPixelFormat format_ = AV_PIX_FMT_NONE;   ///< of the pictures in the main memory
     PictureCoding coding_;
     Orientation toStored_;
     bool keepsAlpha_ = false;
@@ -51,7 +59,7 @@ private:
     Scaler scaler_;
     AvFrame shell_ = makeFrame();
     std::vector<AvFrame> pictures_; ///< reused as soon as the encoder lets go of them
-    Frame alphaStage_, depthStage_, storedStage_;
+    Frame alphaStage_, depthStage_, storedStage_, paddedStage_;
 };
 
 } // namespace vorn::media

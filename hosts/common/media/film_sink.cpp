@@ -117,12 +117,6 @@ Clock chooseClock(const Target& target, const WriterOptions& options) {
     return clock;
 }
 
-/// The container says only when its header is written that it cannot take a sound stream.
-class RefusedCompanions : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
 class FilmSink final : public Sink {
 public:
     FilmSink(const std::string& path, const Target& target, const WriterOptions& options,
@@ -153,7 +147,7 @@ public:
             hasBegun_ = true;
             origin_ = startsAtFirstFrame_ ? frame.pts : 0;
             originTimeBase_ = unit;
-            if (companions_) companions_->begin(origin_, unit);
+            copyCompanions([&] { companions_->begin(origin_, unit); });
         }
         const std::int64_t start = frame.pts - av_rescale_q(origin_, originTimeBase_, unit);
         std::int64_t pts = av_rescale_q(start, unit, clock_.timeBase);
@@ -181,9 +175,9 @@ public:
         store();
         writeLast();
         if (ending == Ending::Interrupted)
-            copyCompanions([&] { companions_->copyUntil(end_, clock_.timeBase); });
+            copyCompanions([&] { companions_->finishAt(end_, clock_.timeBase); });
         else
-            copyCompanions([&] { companions_->copyRest(); });
+            copyCompanions([&] { companions_->finish(); });
         check(av_write_trailer(output_.get()));
         avio_flush(output_->pb);
         check(output_->pb->error);
@@ -194,7 +188,7 @@ public:
         OutputInfo info;
         info.container = output_->oformat->name;
         info.encoder = encoder_->codec().name;
-        info.pixelFormat = av_get_pix_fmt_name(encoder_->context().pix_fmt);
+        info.pixelFormat = av_get_pix_fmt_name(encoder_->pixelFormat());
         info.storedSize = {encoder_->context().width, encoder_->context().height};
         info.keepsAlpha = encoder_->keepsAlpha();
         info.keepsRotation = keepsRotation_;
@@ -281,9 +275,6 @@ private:
         // Edit lists count in the film's own ticks; the usual milliseconds would move the sound.
         if (holdsDisplayMatrix(*output_->oformat)) options.set("movie_timescale", "90000");
         const int result = avformat_write_header(output_.get(), options.address());
-        bytes_.rethrow();
-        if (result < 0 && companions_ && companions_->streamCount() > 0)
-            throw RefusedCompanions(reasonFor(result));
         check(result);
     }
 
@@ -368,20 +359,7 @@ private:
 
 std::unique_ptr<Sink> openFilm(const std::string& path, const Target& target,
                                const WriterOptions& options, Warnings& warnings) {
-    try {
-        return std::make_unique<FilmSink>(path, target, options, warnings);
-    } catch (const RefusedCompanions& refusal) {
-        std::string codecs;
-        for (const CompanionStream& stream : options.source->companions)
-            codecs += (codecs.empty() ? "" : ", ") + stream.codec;
-        warnings.add("sound and subtitles left out: the container " +
-                     std::string(target.container->name) + " refuses " + codecs + ": " +
-                     refusal.what());
-    }
-    beginCatchingMessages();
-    WriterOptions silent = options;
-    silent.copyCompanions = false;
-    return std::make_unique<FilmSink>(path, target, silent, warnings);
+    return std::make_unique<FilmSink>(path, target, options, warnings);
 }
 
 } // namespace vorn::media

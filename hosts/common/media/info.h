@@ -83,6 +83,7 @@ struct MediaInfo {
     FieldOrder fieldOrder = FieldOrder::Unknown;
     std::vector<std::uint8_t> iccProfile; ///< of a picture, empty if it has none
 
+    int pictureStream = 0; ///< number of the stream that is read in the file
     std::vector<CompanionStream> companions;
     std::vector<StreamSideData> sideData;
     int firstNumber = 0; ///< of a sequence

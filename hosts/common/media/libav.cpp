@@ -95,6 +95,10 @@ void Warnings::add(const std::string& text) {
         ++found->second;
 }
 
+void Warnings::note(const std::string& text) {
+    if (std::find(notes_.begin(), notes_.end(), text) == notes_.end()) notes_.push_back(text);
+}
+
 std::vector<std::string> Warnings::lines() const {
     std::vector<std::string> lines;
     for (const auto& [text, times] : counted_)

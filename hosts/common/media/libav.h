@@ -112,7 +112,12 @@ public:
     void add(const std::string& text);
     std::vector<std::string> lines() const;
 
+    /// What is worth knowing and no fault, each line once.
+    void note(const std::string& text);
+    const std::vector<std::string>& notes() const { return notes_; }
+
 private:
+    std::vector<std::string> notes_;
     std::vector<std::pair<std::string, int>> counted_;
 };
 

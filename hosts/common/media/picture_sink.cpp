@@ -47,7 +47,7 @@ public:
         info.container = pattern_ ? "sequence" : "picture";
         info.isSinglePicture = !pattern_;
         info.encoder = encoder_.codec().name;
-        info.pixelFormat = av_get_pix_fmt_name(encoder_.context().pix_fmt);
+        info.pixelFormat = av_get_pix_fmt_name(encoder_.pixelFormat());
         info.storedSize = {encoder_.context().width, encoder_.context().height};
         info.keepsAlpha = encoder_.keepsAlpha();
         return info;

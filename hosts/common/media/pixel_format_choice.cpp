@@ -1,5 +1,8 @@
 #include "pixel_format_choice.h"
 
+#include "colour.h"
+#include "hardware.h"
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -91,6 +94,10 @@ bool canTagFullRange(const EncoderRequest& request) {
 
 } // namespace
 
+bool tagsTransfer(const EncoderRequest& request) {
+    return request.container && canTagMatrix(request);
+}
+
 std::vector<AVPixelFormat> candidateFormats(const EncoderRequest& request) {
     const WriterOptions& options = *request.options;
     const AVCodecID codec = request.codec->id;
@@ -103,7 +110,10 @@ std::vector<AVPixelFormat> candidateFormats(const EncoderRequest& request) {
     // Only Matroska has a place for the alpha plane of VP8 and VP9.
     const bool alpha = options.hasAlpha &&
                        (!isIn({AV_CODEC_ID_VP8, AV_CODEC_ID_VP9}, codec) || isMatroska(request));
-    const int bits = options.bitsPerComponent;
+    // Players of HDR take HEVC with 10 bits, neither fewer nor more.
+    const bool isHdr = options.source && isHighDynamicRange(options.source->colour);
+    const int bits = isHdr && codec == AV_CODEC_ID_HEVC ? 10 : options.bitsPerComponent;
+    if (HardwareFrames::isNeededBy(*request.codec)) return {HardwareFrames::formatInMemory(bits)};
     const bool isFilm = isYCbCrFilm(options.source);
     const bool holdsRgb = std::any_of(formats.begin(), formats.end(), isRgb);
     const bool prefersRgb =
@@ -115,11 +125,7 @@ std::vector<AVPixelFormat> candidateFormats(const EncoderRequest& request) {
 
     const int shiftX = isFilm ? options.source->chromaShiftX : 1;
     const int shiftY = isFilm ? options.source->chromaShiftY : 1;
-    const AVPixelFormat first = bestOf(formats, wantedYCbCr(shiftX, shiftY, bits, alpha), alpha);
-    // Encoders that refuse an odd size when chroma is subsampled get full chroma.
-    const AVPixelFormat full = bestOf(formats, wantedYCbCr(0, 0, bits, alpha), alpha);
-    if (first == full) return {first};
-    return {first, full};
+    return {bestOf(formats, wantedYCbCr(shiftX, shiftY, bits, alpha), alpha)};
 }
 
 namespace {

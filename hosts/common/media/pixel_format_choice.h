@@ -9,6 +9,9 @@ namespace vorn::media {
 /// exist in the encoder.
 std::vector<AVPixelFormat> candidateFormats(const EncoderRequest& request);
 
+/// Whether the file says with which curve its light is coded.
+bool tagsTransfer(const EncoderRequest& request);
+
 /// How the encoder's pictures are coded, and how they are tagged.
 struct ColourChoice {
     PictureCoding coding;

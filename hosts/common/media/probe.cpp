@@ -79,6 +79,16 @@ void describeTimes(AVFormatContext& input, AVStream& stream, MediaInfo& info) {
     }
 }
 
+/// What only the pictures say, as in MPEG-TS; both kinds hold the same bytes.
+void addFrameSideData(const AVFrame& first, AVFrameSideDataType type, AVPacketSideDataType as,
+                      MediaInfo& info) {
+    const AVFrameSideData* found = av_frame_get_side_data(&first, type);
+    const bool isThere = std::any_of(info.sideData.begin(), info.sideData.end(),
+                                     [as](const auto& each) { return each.type == int(as); });
+    if (found && !isThere)
+        info.sideData.push_back({int(as), {found->data, found->data + found->size}});
+}
+
 void describeSideData(const AVStream& stream, const AVFrame& first, MediaInfo& info) {
     std::array<std::int32_t, 9> matrix;
     std::size_t bytes = 0;
@@ -98,6 +108,10 @@ void describeSideData(const AVStream& stream, const AVFrame& first, MediaInfo& i
         const std::uint8_t* data = av_stream_get_side_data(&stream, type, &bytes);
         if (data) info.sideData.push_back({int(type), {data, data + bytes}});
     }
+    addFrameSideData(first, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA,
+                     AV_PKT_DATA_MASTERING_DISPLAY_METADATA, info);
+    addFrameSideData(first, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL, AV_PKT_DATA_CONTENT_LIGHT_LEVEL,
+                     info);
     if (const AVFrameSideData* icc = av_frame_get_side_data(&first, AV_FRAME_DATA_ICC_PROFILE))
         info.iccProfile.assign(icc->data, icc->data + icc->size);
 }
@@ -140,6 +154,20 @@ ColourTags colourTags(const AVFrame& frame, const AVCodecParameters& stream) {
     return tags;
 }
 
+bool saysFieldsByPicture(const AVCodecParameters& stream) {
+    return stream.codec_id == AV_CODEC_ID_H264 || stream.codec_id == AV_CODEC_ID_MPEG2VIDEO;
+}
+
+FieldOrder fieldOrderOf(const AVFrame& picture, const AVCodecParameters& stream) {
+    if (picture.interlaced_frame)
+        return picture.top_field_first ? FieldOrder::TopFirst : FieldOrder::BottomFirst;
+    if (saysFieldsByPicture(stream)) return FieldOrder::Progressive;
+    const AVFieldOrder order = stream.field_order;
+    if (order == AV_FIELD_TT || order == AV_FIELD_TB) return FieldOrder::TopFirst;
+    return order == AV_FIELD_BB || order == AV_FIELD_BT ? FieldOrder::BottomFirst
+                                                        : FieldOrder::Progressive;
+}
+
 std::optional<std::int64_t> endOfPictures(const AVStream& stream) {
     if (stream.duration > 0)
         return stream.duration + (stream.start_time == AV_NOPTS_VALUE ? 0 : stream.start_time);
@@ -171,10 +199,7 @@ MediaInfo describe(AVFormatContext& input, AVStream& stream, const AVFrame& firs
     const AVRational aspect =
         av_guess_sample_aspect_ratio(&input, &stream, const_cast<AVFrame*>(&first));
     if (aspect.num > 0 && aspect.den > 0) info.sampleAspectRatio = fromAv(aspect);
-    if (first.interlaced_frame)
-        info.fieldOrder = first.top_field_first ? FieldOrder::TopFirst : FieldOrder::BottomFirst;
-    else
-        info.fieldOrder = FieldOrder::Progressive;
+    info.fieldOrder = fieldOrderOf(first, codec);
 
     describeTimes(input, stream, info);
     describeSideData(stream, first, info);
@@ -183,6 +208,7 @@ MediaInfo describe(AVFormatContext& input, AVStream& stream, const AVFrame& firs
     info.uprightSize = orientation.apply(info.storedSize);
     info.rotationDegrees = orientation.rotationDegrees();
     info.isMirrored = orientation.isMirrored();
+    info.pictureStream = stream.index;
     info.companions = companionsOf(input);
     return info;
 }

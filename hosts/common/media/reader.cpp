@@ -56,7 +56,7 @@ void Reader::State::feed() {
         warnDamaged("a damaged packet was skipped");
 }
 
-bool Reader::State::decode(AVFrame& frame) {
+bool Reader::State::decodeStored(AVFrame& frame) {
     while (true) {
         const int result = avcodec_receive_frame(decoder.get(), &frame);
         if (result >= 0) {
@@ -73,6 +73,44 @@ bool Reader::State::decode(AVFrame& frame) {
             if (isDraining && ++faultsWhileDraining > 64) return false;
         }
     }
+}
+
+bool Reader::State::decode(AVFrame& frame) {
+    if (options.deinterlacing == Deinterlacing::None) return decodeStored(frame);
+    try {
+        while (!deinterlacer || !deinterlacer->receive(frame)) {
+            if (isDeinterlacerEnded) return false;
+            sendToDeinterlacer();
+        }
+    } catch (const std::runtime_error& error) {
+        fail(error.what());
+    }
+    return true;
+}
+
+void Reader::State::sendToDeinterlacer() {
+    if (!decodeStored(*fields)) {
+        isDeinterlacerEnded = true;
+        if (deinterlacer) deinterlacer->send(nullptr);
+        return;
+    }
+    if (storedFieldOrder == FieldOrder::Unknown)
+        storedFieldOrder = fieldOrderOf(*fields, *stream->codecpar);
+    // Some codecs leave it to the container to say that there are fields.
+    if (!fields->interlaced_frame && storedFieldOrder != FieldOrder::Progressive &&
+        !saysFieldsByPicture(*stream->codecpar)) {
+        fields->interlaced_frame = 1;
+        fields->top_field_first = storedFieldOrder == FieldOrder::TopFirst;
+    }
+    if (!deinterlacer)
+        deinterlacer = std::make_unique<Deinterlacer>(*fields, stream->time_base,
+                                                      options.deinterlacing == Deinterlacing::All);
+    deinterlacer->send(fields.get());
+}
+
+void Reader::State::resetDeinterlacer() {
+    deinterlacer.reset();
+    isDeinterlacerEnded = false;
 }
 
 std::int64_t Reader::State::timeOf(const AVFrame& frame) const {
@@ -115,6 +153,7 @@ void Reader::State::seekBefore(std::int64_t target) {
         }
         hasMoved = true;
         avcodec_flush_buffers(decoder.get());
+        resetDeinterlacer();
         isDraining = false;
         advance();
         if (hasNext && timeOf(*next) <= target) return;
@@ -125,6 +164,7 @@ void Reader::State::seekBefore(std::int64_t target) {
 void Reader::State::reopen() {
     decoder.reset();
     input.reset();
+    resetDeinterlacer();
     isDraining = false;
     open();
     openDecoder();
@@ -152,7 +192,10 @@ void Reader::State::convert(const AVFrame& picture, Frame& frame) {
         scale(picture, from, *target);
     }
     target->alpha = Alpha::Opaque;
-    if (info.hasAlpha) premultiply(*target, *target);
+    if (info.hasAlpha && keepsStraightAlpha)
+        target->alpha = Alpha::Straight;
+    else if (info.hasAlpha)
+        premultiply(*target, *target);
     if (target != &frame) reorient(*target, orientation, frame);
     frame.alpha = target->alpha;
 }
@@ -245,6 +288,10 @@ void Reader::setOutput(std::optional<PixelFormat> format, std::optional<Size> si
     state_->setOutput(format, size);
 }
 
+void Reader::keepStraightAlpha() {
+    state_->keepsStraightAlpha = true;
+}
+
 PixelFormat Reader::outputFormat() const {
     return state_->format;
 }
@@ -258,6 +305,10 @@ bool Reader::read(Frame& frame) {
 
 std::vector<std::string> Reader::warnings() const {
     return state_->warnings.lines();
+}
+
+std::vector<std::string> Reader::notes() const {
+    return state_->warnings.notes();
 }
 
 } // namespace vorn::media

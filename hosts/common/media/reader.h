@@ -14,6 +14,13 @@ struct RawVideo {
     std::string pixelFormat = "rgba";
 };
 
+/// Which pictures of two fields become whole ones.
+enum class Deinterlacing : std::uint8_t {
+    None,
+    Tagged, ///< those that say that they are interlaced
+    All,
+};
+
 struct ReaderOptions {
     /// Format of the frames; by default Rgba16 when the source has more than 8 bits per component.
     std::optional<PixelFormat> pixelFormat;
@@ -27,6 +34,7 @@ struct ReaderOptions {
     std::optional<int> sequenceFirstNumber;
     /// Set to read headerless pixels.
     std::optional<RawVideo> raw;
+    Deinterlacing deinterlacing = Deinterlacing::None;
     FileAccess access;
 };
 
@@ -41,7 +49,7 @@ struct ReaderOptions {
 /// for pictures wider than 1279 or higher than 576 and BT.601 below, the range is limited, and
 /// 4:2:0 chroma lies left. A rotation by multiples of 90 degrees or a mirroring in the display
 /// matrix is applied. Frames with alpha are premultiplied. Interlaced frames are handled as whole
-/// frames.
+/// frames, or made such, one of each.
 class Reader {
 public:
     /// Opens the file and decodes its first frame. Throws ReadError.
@@ -54,6 +62,8 @@ public:
 
     /// Changes the format and size of the frames that follow; nothing: as by default.
     void setOutput(std::optional<PixelFormat> format, std::optional<Size> size);
+    /// Leaves frames with alpha as they are stored instead of premultiplying them.
+    void keepStraightAlpha();
     PixelFormat outputFormat() const;
     Size outputSize() const;
 
@@ -65,6 +75,8 @@ public:
 
     /// What went wrong so far without being fatal, one line each.
     std::vector<std::string> warnings() const;
+    /// What is worth knowing of the file and no fault, one line each.
+    std::vector<std::string> notes() const;
 
 private:
     struct State;

@@ -180,7 +180,27 @@ void Reader::State::describeFile() {
     if (info.frameRate.isPositive())
         usualDuration = std::max<std::int64_t>(
             1, av_rescale_q(1, toAv(info.frameRate.inverse()), stream->time_base));
+    noteFields();
     setOutput(options.pixelFormat, options.outputSize);
+}
+
+void Reader::State::noteFields() {
+    const bool isInterlaced =
+        info.fieldOrder == FieldOrder::TopFirst || info.fieldOrder == FieldOrder::BottomFirst;
+    if (options.deinterlacing == Deinterlacing::None) {
+        if (isInterlaced)
+            warnings.note(path + " is interlaced, " +
+                          (info.fieldOrder == FieldOrder::TopFirst ? "top" : "bottom") +
+                          " field first: each frame holds two moments; --deinterlace makes whole "
+                          "pictures");
+        return;
+    }
+    info.fieldOrder = FieldOrder::Progressive;
+    if (options.deinterlacing == Deinterlacing::Tagged &&
+        storedFieldOrder == FieldOrder::Progressive)
+        warnings.note(path +
+                      " begins with a picture that is not tagged as interlaced: "
+                      "--deinterlace leaves such pictures alone, --deinterlace=all does not");
 }
 
 } // namespace vorn::media

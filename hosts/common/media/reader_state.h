@@ -1,6 +1,7 @@
 // What a reader holds while it is at work.
 #pragma once
 
+#include "deinterlacer.h"
 #include "libav.h"
 #include "orientation.h"
 #include "probe.h"
@@ -24,6 +25,10 @@ struct Reader::State {
     AVStream* stream = nullptr;
     AvPacket packet = makePacket();
     AvFrame current = makeFrame(), next = makeFrame(), scaled = makeFrame();
+    AvFrame fields = makeFrame(); ///< on its way into the deinterlacer
+    std::unique_ptr<Deinterlacer> deinterlacer;
+    bool isDeinterlacerEnded = false;
+    FieldOrder storedFieldOrder = FieldOrder::Unknown;
     bool hasNext = false;
     bool isDraining = false;
     int faultsWhileDraining = 0;
@@ -43,6 +48,7 @@ struct Reader::State {
     Orientation orientation;
     PixelFormat format = PixelFormat::Rgba8;
     Size size;
+    bool keepsStraightAlpha = false;
     Scaler scaler;
     FramePool pool;
     Frame stored, narrow;
@@ -57,14 +63,19 @@ struct Reader::State {
     const AVCodec* decoderFor(const AVStream& found) const;
     void openDecoder();
     void describeFile();
+    void noteFields();
 
     void setOutput(std::optional<PixelFormat> wantedFormat, std::optional<Size> wantedSize);
 
     void warnDamaged(const std::string& what);
     /// Feeds the decoder one packet, or the end.
     void feed();
-    /// The next picture in presentation order; false at the end of the file.
+    /// The next picture as it is stored, in presentation order; false at the end of the file.
+    bool decodeStored(AVFrame& frame);
+    /// The same, deinterlaced if that was asked for.
     bool decode(AVFrame& frame);
+    void sendToDeinterlacer();
+    void resetDeinterlacer();
 
     /// The time of a decoded picture from the start of the file.
     std::int64_t timeOf(const AVFrame& frame) const;

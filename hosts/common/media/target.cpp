@@ -37,6 +37,22 @@ constexpr NamePair kFilmEncoders[] = {
     {"flv", "libx264"}, {"webm", "libvpx-vp9"}, {"avi", "mpeg4"},        {"mpeg", "mpeg2video"},
 };
 
+// What holds alpha in the containers that have anything for it.
+constexpr NamePair kAlphaEncoders[] = {
+    {"mov", "prores_ks"},
+    {"matroska", "ffv1"},
+    {"webm", "libvpx-vp9"},
+    {"avi", "utvideo"},
+};
+
+// What players expect of PQ and HLG.
+constexpr NamePair kHdrEncoders[] = {
+    {"mp4", "libx265"},
+    {"mov", "libx265"},
+    {"matroska", "libx265"},
+    {"mpegts", "libx265"},
+};
+
 // Codec names that several encoders answer to.
 constexpr NamePair kPreferredEncoders[] = {
     {"h264", "libx264"},  {"hevc", "libx265"},     {"h265", "libx265"},   {"vp8", "libvpx"},
@@ -63,7 +79,9 @@ const AVCodec* videoEncoder(const std::string& name) {
 
 bool canHold(const AVOutputFormat& container, const AVCodec& encoder) {
     const int answer = avformat_query_codec(&container, encoder.id, FF_COMPLIANCE_NORMAL);
-    return answer == 1 || (answer == AVERROR_PATCHWELCOME && encoder.id == container.video_codec);
+    if (answer != AVERROR_PATCHWELCOME) return answer == 1;
+    const char* usual = lookUp(kFilmEncoders, container.name);
+    return encoder.id == container.video_codec || (usual && std::string(usual) == encoder.name);
 }
 
 std::vector<std::string> encodersFor(const AVOutputFormat& container) {
@@ -141,7 +159,16 @@ void choosePicture(const std::string& path, const std::string& codec, const char
     target.encoder = wanted;
 }
 
-void chooseFilm(const std::string& path, const std::string& codec, Target& target) {
+const AVCodec* usualEncoder(const AVOutputFormat& container, TargetNeeds needs) {
+    const char* name = needs.alpha ? lookUp(kAlphaEncoders, container.name) : nullptr;
+    if (!name && needs.highDynamicRange) name = lookUp(kHdrEncoders, container.name);
+    if (!name) name = lookUp(kFilmEncoders, container.name);
+    const AVCodec* encoder = name ? avcodec_find_encoder_by_name(name) : nullptr;
+    return encoder ? encoder : avcodec_find_encoder(container.video_codec);
+}
+
+void chooseFilm(const std::string& path, const std::string& codec, TargetNeeds needs,
+                Target& target) {
     const std::string extension = extensionOf(path);
     target.kind = TargetKind::Film;
     target.container = extension == "m4v" ? av_guess_format("mp4", nullptr, nullptr)
@@ -160,9 +187,7 @@ void chooseFilm(const std::string& path, const std::string& codec, Target& targe
         fail(path, "a ." + extension + " file holds no film");
 
     if (codec.empty()) {
-        const char* usual = lookUp(kFilmEncoders, container.name);
-        target.encoder = usual ? avcodec_find_encoder_by_name(usual) : nullptr;
-        if (!target.encoder) target.encoder = avcodec_find_encoder(container.video_codec);
+        target.encoder = usualEncoder(container, needs);
         if (!target.encoder)
             fail(path, std::string("there is no encoder for a ") + container.name + " file");
         return;
@@ -179,7 +204,7 @@ void chooseFilm(const std::string& path, const std::string& codec, Target& targe
 
 } // namespace
 
-Target chooseTarget(const std::string& path, const std::string& codec) {
+Target chooseTarget(const std::string& path, const std::string& codec, TargetNeeds needs) {
     Target target;
     if (path.empty()) throw WriteError("cannot write: the output has no name");
     const std::string extension = extensionOf(path);
@@ -195,7 +220,7 @@ Target chooseTarget(const std::string& path, const std::string& codec) {
     if (picture)
         choosePicture(path, codec, picture, target);
     else
-        chooseFilm(path, codec, target);
+        chooseFilm(path, codec, needs, target);
     return target;
 }
 

@@ -16,8 +16,14 @@ struct Target {
     int descriptor = -1;                       ///< raw to an open file descriptor
 };
 
-/// Decides what to write to `path`, with the encoder called `codec` unless that is empty. Throws
-/// WriteError with what there is to choose from.
-Target chooseTarget(const std::string& path, const std::string& codec);
+/// What the pictures have that not every codec holds.
+struct TargetNeeds {
+    bool alpha = false;
+    bool highDynamicRange = false;
+};
+
+/// Decides what to write to `path`, with the encoder called `codec`, or one that holds what is
+/// needed where the container has any. Throws WriteError with what there is to choose from.
+Target chooseTarget(const std::string& path, const std::string& codec, TargetNeeds needs = {});
 
 } // namespace vorn::media

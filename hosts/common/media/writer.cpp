@@ -1,5 +1,6 @@
 #include "writer.h"
 
+#include "colour.h"
 #include "libav.h"
 #include "sinks.h"
 
@@ -15,7 +16,9 @@ struct Writer::State {
 
     State(const std::string& name, const WriterOptions& options) : path(name), size(options.size) {
         beginCatchingMessages();
-        const Target target = chooseTarget(path, options.codec);
+        const TargetNeeds needs{options.hasAlpha,
+                                options.source && isHighDynamicRange(options.source->colour)};
+        const Target target = chooseTarget(path, options.codec, needs);
         guarded([&] {
             if (size.width <= 0 || size.height <= 0)
                 throw std::runtime_error("the size of the frames is not positive");
@@ -95,6 +98,10 @@ void Writer::abort() noexcept {
 
 std::vector<std::string> Writer::warnings() const {
     return state_->warnings.lines();
+}
+
+std::vector<std::string> Writer::notes() const {
+    return state_->warnings.notes();
 }
 
 } // namespace vorn::media

@@ -9,6 +9,19 @@
 
 namespace vorn::media {
 
+/// What becomes of the sound or of the subtitles of the source.
+struct TrackWish {
+    enum class Kind : std::uint8_t {
+        AsNeeded, ///< copied, or converted where the container refuses them
+        Copy,     ///< copied, or left out
+        None,     ///< left out
+        Codec,    ///< converted to `codec`, copied if they are that already
+    };
+    Kind kind = Kind::AsNeeded;
+    std::string codec;              ///< by FFmpeg's name
+    std::int64_t bitsPerSecond = 0; ///< 0: what is hard to tell from the source
+};
+
 struct WriterOptions {
     /// Size of the frames that will be written, upright.
     Size size;
@@ -29,13 +42,18 @@ struct WriterOptions {
     std::optional<double> crf;
     /// Speed preset of encoders that have one; empty: the default.
     std::string preset;
+    /// What the encoder is tuned for, by its own names; empty: nothing.
+    std::string tune;
+    /// Of the pictures, instead of a constant quality; 0: none.
+    std::int64_t bitsPerSecond = 0;
     /// FFmpeg pixel format name; empty: chosen.
     std::string pixelFormat;
     /// Further encoder options by FFmpeg's names.
     std::vector<std::pair<std::string, std::string>> encoderOptions;
 
-    /// Carry over sound, subtitles, chapters and metadata of `source`.
+    /// Carry over sound, subtitles, chapters, attachments and metadata of `source`.
     bool copyCompanions = true;
+    TrackWish sound, subtitles;
     /// The range given to the reader. Sound is cut to it and times are shifted to start at zero.
     TimeRange range;
     int threads = 0; ///< for conversion and encoding, 0: one per core
@@ -57,7 +75,7 @@ struct OutputInfo {
     bool keepsRotation = false;   ///< stored in the source's orientation with its display matrix
     bool isSinglePicture = false; ///< takes one frame only
     Rational timeBase{1, 1};      ///< frame times are kept as multiples of this
-    int copiedStreams = 0;        ///< sound and subtitle streams
+    int copiedStreams = 0;        ///< sound and subtitle streams, converted ones too
 };
 
 /// How finish() ends the file.
@@ -78,8 +96,10 @@ enum class Ending : std::uint8_t {
 /// Colour: the matrix, range and chroma location of the source are used again and tagged again. If
 /// the codec and container cannot tag them, what a player assumes is used: BT.601 or BT.709 by
 /// size, limited range. Sampling and depth of a YCbCr film are kept where the encoder can; pictures
-/// become 4:2:0, limited. Encoders that refuse odd sizes in 4:2:0 (H.264, HEVC) get 4:4:4. Alpha
-/// that cannot be kept is composed over black.
+/// become 4:2:0, limited. For encoders that refuse odd sizes in 4:2:0 (H.264, HEVC) the last column
+/// or row stands twice. Without a codec by name, frames with alpha get one that holds it where the
+/// container has any, and PQ and HLG get HEVC with 10 bits. Alpha that cannot be kept is composed
+/// over black.
 ///
 /// Rotation: in MP4 and MOV the frames are turned back and the source's display matrix is written;
 /// everything else is stored upright without a tag.
@@ -116,8 +136,10 @@ public:
     /// Removes the unfinished file.
     void abort() noexcept;
 
-    /// What could not be carried over, one line each.
+    /// What could not be kept, one line each.
     std::vector<std::string> warnings() const;
+    /// What is worth knowing and no loss, one line each.
+    std::vector<std::string> notes() const;
 
 private:
     struct State;
