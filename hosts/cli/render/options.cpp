@@ -39,7 +39,8 @@ constexpr const char helpText[] =
     "it is over. Keyframe times count from the start of OUT; before the first and after the\n"
     "last keyframe the value stands still.\n\n"
     "Filters run on the time of the film, so that a render gives the same pictures each time.\n"
-    "Each frame keeps its time, size, colour tags and rotation; sound is copied. What a filter\n"
+    "Each frame keeps its time, size, colour tags and rotation; sound and subtitles are copied,\n"
+    "or converted where OUT refuses them; title, chapters and attachments stay. What a filter\n"
     "draws outside of the frame is cut off. OUT appears under its name when it is whole, and\n"
     "replaces what was there. Ctrl-C, SIGTERM and SIGHUP end it early as a playable file, a\n"
     "second one at once.\n"
@@ -155,9 +156,17 @@ RenderOptions readRenderOptions(const RenderArguments& arguments) {
     options.keepsExisting = arguments.keepsExisting;
     options.isQuiet = arguments.isQuiet;
     options.json = arguments.json;
+    options.files = readFileOptions(arguments.files);
     for (const std::string& text : arguments.filters) options.chain.addFilter(text);
     for (const std::string& text : arguments.images) options.chain.addImage(text);
     for (const std::string& text : arguments.animations) options.chain.addAnimation(text);
+    options.source.deinterlacing = options.files.deinterlacing;
+    options.source.isLinear = options.context.workingSpace != CGColorSpace::None;
+    options.source.isUntouched = options.chain.links().empty();
+
+    if (options.crf && options.files.bitsPerSecond > 0) {
+        throw HostError(ExitCode::Usage, "--crf and --bitrate exclude each other");
+    }
 
     if (options.json && options.writesToStandardOutput()) {
         throw HostError(ExitCode::Usage, "--json and the output \"-\" both want standard output");
@@ -213,6 +222,7 @@ void addOutputOptions(CLI::App& command, RenderArguments& arguments) {
         ->type_name("Q");
     addText(command, "--preset", "NAME", arguments.preset,
             "Speed preset of the encoder, if it has any");
+    addFileOptions(command, arguments.files);
     command.add_flag("--alpha", arguments.keepsAlpha,
                      "Keep transparency where the codec can (default: when\n"
                      "the input or the first frame of the result has any)");

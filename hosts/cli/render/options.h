@@ -2,6 +2,7 @@
 #pragma once
 
 #include "chain/chain.h"
+#include "file_options.h"
 #include "source.h"
 
 #include "media/writer.h"
@@ -31,6 +32,7 @@ struct RenderArguments {
     int threads = 0;
     bool keepsAlpha = false, keepsExisting = false, allowsPlaylists = false, isQuiet = false,
          json = false;
+    FileArguments files;
 };
 
 /// Adds the options and the help text.
@@ -45,6 +47,7 @@ struct RenderOptions {
     std::string codec, preset;
     std::optional<double> crf;
     bool keepsAlpha = false, keepsExisting = false, isQuiet = false, json = false;
+    FileOptions files;
 
     bool writesToStandardOutput() const { return output == "-"; }
 };

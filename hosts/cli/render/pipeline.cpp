@@ -60,8 +60,9 @@ public:
         requireDevice(context_);
         for (const std::string& name : options.chain.imageNames()) {
             secondImages_.emplace_back(name, source_.size, source_.rate, source_.range.startSeconds,
-                                       options.source.threads, options.source.access);
+                                       options.source);
         }
+        noteSource();
     }
 
     RenderOutcome run() {
@@ -176,11 +177,15 @@ private:
             firstTime_ = source_.range.startSeconds > 0 ? time : 0;
             chain_.emplace(options_.chain);
         }
-        UnderWay started{RenderTarget(source_.size, source_.format, pools_),
+        UnderWay started{RenderTarget(source_.size, source_.format, pools_, source_.light.get()),
                          static_cast<double>(time - firstTime_) / 1e9, framesStarted_++};
         started.target.pts = decoded.frame.pts;
         started.target.duration = decoded.frame.duration;
         started.target.timeBase = decoded.frame.timeBase;
+        if (decoded.frame.stored) {
+            started.target.take(*decoded.frame.stored);
+            return started;
+        }
         withFrameInErrors(started, [&] {
             started.target.start(context_, chain_->apply(decoded.frame.image, decoded.secondImages,
                                                          mediaTime, started.seconds));
@@ -225,10 +230,12 @@ private:
         wanted.range = source_.range;
         wanted.overwrite = !options_.keepsExisting;
         wanted.access = options_.source.access;
+        options_.files.addTo(wanted);
         const std::string path = options_.writesToStandardOutput()
                                      ? fmt::format("pipe:{}", fileno(results()))
                                      : options_.output;
         writer_.emplace(path, wanted);
+        for (const std::string& line : writer_->notes()) note(line);
     }
 
     void write(const media::Frame& frame) {
@@ -302,20 +309,37 @@ private:
         outcome_.warnings.push_back(line);
     }
 
+    void note(const std::string& line) {
+        progress_.clear();
+        if (!options_.isQuiet) say("{}", line);
+        outcome_.notes.push_back(line);
+    }
+
+    void noteSource() {
+        for (const std::string& line : source_.frames->notes()) note(line);
+        if (!source_.info) return;
+        outcome_.colour = media::meaningOf(*source_.info);
+        if (outcome_.colour->isHighDynamicRange && !options_.source.isUntouched && !source_.light) {
+            note(fmt::format("{} is coded for HDR ({}): filters take its values for ordinary ones; "
+                             "--working-space linear gives them light",
+                             options_.source.name, outcome_.colour->transfer));
+        }
+    }
+
+    /// Something that could not be kept or read.
+    void lose(const std::vector<std::string>& lines) {
+        for (const std::string& line : lines) warn(line);
+        outcome_.losses += static_cast<int>(lines.size());
+    }
+
     void collectWarnings() {
-        if (chain_) {
-            for (const std::string& line : chain_->errorPictures()) warn(line);
-        }
-        for (const std::string& line : source_.frames->warnings()) warn(line);
-        for (const SecondImage& image : secondImages_) {
-            for (const std::string& line : image.warnings()) warn(line);
-        }
-        if (writer_) {
-            for (const std::string& line : writer_->warnings()) warn(line);
-        }
+        if (chain_) lose(chain_->errorPictures());
+        lose(source_.frames->warnings());
+        for (const SecondImage& image : secondImages_) lose(image.warnings());
+        if (writer_) lose(writer_->warnings());
         if (isAlphaLost_) {
-            warn("the result becomes transparent after its first frame, which is shown over black; "
-                 "--alpha keeps it where the codec can");
+            lose({"the result becomes transparent after its first frame, which is shown over "
+                  "black; --alpha keeps it where the codec can"});
         }
     }
 

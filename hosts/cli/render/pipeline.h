@@ -3,8 +3,11 @@
 
 #include "options.h"
 
+#include "media/colour.h"
+
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +22,10 @@ struct RenderOutcome {
     bool isInterrupted = false;
     bool isCutOff = false; ///< interrupted within a frame, which nobody took
     std::vector<std::string> warnings;
+    std::vector<std::string> notes; ///< worth knowing, and no loss
+    /// Warnings of what could not be kept or read, and of error pictures.
+    int losses = 0;
+    std::optional<media::ColourMeaning> colour; ///< of the source, if it is a file
 
     double framesPerSecond() const {
         return static_cast<double>(frames) / std::max(1e-6, elapsedSeconds);

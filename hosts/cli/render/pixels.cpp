@@ -2,7 +2,9 @@
 
 #include "commands/commands.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include <fmt/format.h>
@@ -29,6 +31,39 @@ media::Frame widen(const media::Frame& words, media::FramePool& pool) {
     return floats;
 }
 
+/// The light of coded values, multiplied with alpha.
+media::Frame widenToLight(const media::Frame& words, media::FramePool& pool,
+                          const LightTables& light) {
+    media::Frame floats = takeFloats(words.size(), pool);
+    for (int y = 0; y < words.height(); ++y) {
+        const auto* in = reinterpret_cast<const uint16_t*>(words.row(y));
+        auto* out = reinterpret_cast<float*>(floats.row(y));
+        for (int x = 0; x < words.width(); ++x, in += 4, out += 4) {
+            const float alpha = static_cast<float>(in[3]) * (1 / largestWord);
+            for (int c = 0; c < 3; ++c) out[c] = light.toLight(in[c]) * alpha;
+            out[3] = alpha;
+        }
+    }
+    return floats;
+}
+
+/// The coded values of light, divided by alpha.
+void narrowFromLight(const media::Frame& floats, media::Frame& words, const LightTables& light) {
+    for (int y = 0; y < words.height(); ++y) {
+        const auto* in = reinterpret_cast<const float*>(floats.row(y));
+        auto* out = reinterpret_cast<uint16_t*>(words.row(y));
+        for (int x = 0; x < words.width(); ++x, in += 4, out += 4) {
+            const float alpha = in[3] > 0 ? std::min(in[3], 1.0F) : 0;
+            const float scale = alpha > 0 ? 1 / alpha : 0;
+            for (int c = 0; c < 3; ++c) {
+                const float value = light.fromLight(in[c] * scale);
+                out[c] = static_cast<uint16_t>(value * largestWord + 0.5F);
+            }
+            out[3] = static_cast<uint16_t>(alpha * largestWord + 0.5F);
+        }
+    }
+}
+
 /// Rounds to nearest; values outside 0 to 1 are clamped, not-a-number becomes 0.
 void narrow(const media::Frame& floats, media::Frame& words) {
     const size_t count = static_cast<size_t>(words.width()) * 4;
@@ -45,7 +80,7 @@ void narrow(const media::Frame& floats, media::Frame& words) {
 
 /// Whether every alpha is the largest value. The bits of a whole row are gathered before looking.
 template <class Component>
-bool isOpaque(const media::Frame& frame) {
+bool isEachOpaque(const media::Frame& frame) {
     for (int y = 0; y < frame.height(); ++y) {
         const auto* in = reinterpret_cast<const Component*>(frame.row(y));
         auto common = static_cast<Component>(~Component{0});
@@ -57,46 +92,67 @@ bool isOpaque(const media::Frame& frame) {
 
 } // namespace
 
-CIImage imageOfFrame(media::Frame frame, media::FramePool& pool) {
+bool isOpaque(const media::Frame& frame) {
+    return frame.format() == media::PixelFormat::Rgba16 ? isEachOpaque<uint16_t>(frame)
+                                                        : isEachOpaque<uint8_t>(frame);
+}
+
+CIImage imageOfFrame(media::Frame frame, media::FramePool& pool, const LightTables* light) {
     const bool isDeep = frame.format() == media::PixelFormat::Rgba16;
     const media::Size size = frame.size();
     const auto owner =
-        std::make_shared<const media::Frame>(isDeep ? widen(frame, pool) : std::move(frame));
+        std::make_shared<const media::Frame>(light    ? widenToLight(frame, pool, *light)
+                                             : isDeep ? widen(frame, pool)
+                                                      : std::move(frame));
     return CIImage::imageWithBitmap(owner->pixels(), static_cast<uint32_t>(size.width),
                                     static_cast<uint32_t>(size.height), owner->strideBytes(),
-                                    isDeep ? CIFormat::RGBAf : CIFormat::RGBA8, CGColorSpace::SRGB,
-                                    owner);
+                                    isDeep ? CIFormat::RGBAf : CIFormat::RGBA8,
+                                    light ? CGColorSpace::LinearSRGB : CGColorSpace::SRGB, owner);
 }
 
-RenderTarget::RenderTarget(media::Size size, media::PixelFormat format, TargetPools& pools)
-    : size_(size), words_(&pools.words), isDeep_(format == media::PixelFormat::Rgba16) {
+RenderTarget::RenderTarget(media::Size size, media::PixelFormat format, TargetPools& pools,
+                           const LightTables* light)
+    : size_(size), words_(&pools.words), light_(light),
+      isDeep_(format == media::PixelFormat::Rgba16) {
     frame_ = isDeep_ ? takeFloats(size, pools.rendered) : pools.rendered.acquire(size, format);
+}
+
+void RenderTarget::take(const media::Frame& picture) {
+    const size_t bytes = static_cast<size_t>(size_.width) * 4;
+    for (int y = 0; y < size_.height; ++y) std::memcpy(frame_.row(y), picture.row(y), bytes);
+    isTaken_ = true;
 }
 
 void RenderTarget::start(CIContext& context, const CIImage& image) {
     const CGRect bounds{0, 0, static_cast<double>(size_.width), static_cast<double>(size_.height)};
     task_ = context.startRender(image, frame_.pixels(), frame_.strideBytes(), bounds,
-                                isDeep_ ? CIFormat::RGBAf : CIFormat::RGBA8);
+                                isDeep_ ? CIFormat::RGBAf : CIFormat::RGBA8,
+                                light_ ? CGColorSpace::LinearSRGB : CGColorSpace::SRGB);
 }
 
 void RenderTarget::wait(const CIContext& context) {
-    if (task_.wait()) return;
+    if (isTaken_ || task_.wait()) return;
     throw HostError(ExitCode::Failed, "rendering failed: " + context.lastError());
 }
 
 media::Frame RenderTarget::takeFrame() {
     media::Frame frame;
-    bool opaque = false;
     if (isDeep_) {
         frame = words_->acquire(size_, media::PixelFormat::Rgba16);
-        narrow(frame_, frame);
+        if (light_) {
+            narrowFromLight(frame_, frame, *light_);
+        } else {
+            narrow(frame_, frame);
+        }
         frame_ = media::Frame();
-        opaque = isOpaque<uint16_t>(frame);
     } else {
         frame = std::move(frame_);
-        opaque = isOpaque<uint8_t>(frame);
     }
-    frame.alpha = opaque ? media::Alpha::Opaque : media::Alpha::Premultiplied;
+    const bool opaque = isOpaque(frame);
+    const bool isStraight = isTaken_ || light_;
+    frame.alpha = opaque       ? media::Alpha::Opaque
+                  : isStraight ? media::Alpha::Straight
+                               : media::Alpha::Premultiplied;
     frame.pts = pts;
     frame.duration = duration;
     frame.timeBase = timeBase;

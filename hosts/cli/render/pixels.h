@@ -1,6 +1,8 @@
-// Between the frames of the media layer and the images of the framework. Pictures of 8 bits are
-// worked on where they lie; deeper ones pass as 32-bit floats, which hold 16 bits exactly.
+// Between the frames of the media layer and the images of the framework. Opaque pictures of 8 bits
+// are worked on where they lie; others pass as 32-bit floats, which hold 16 bits exactly.
 #pragma once
+
+#include "light.h"
 
 #include "media/frame.h"
 
@@ -9,8 +11,13 @@
 namespace vorn::hosts::cli {
 
 /// A lazy image of a frame, which goes back to its pool with the last image that is made of it.
-/// The frame's alpha is opaque or premultiplied. Deep frames take their floats from `pool`.
-CIImage imageOfFrame(media::Frame frame, media::FramePool& pool);
+/// Deep frames take their floats from `pool`. With tables, the frame is deep, its alpha opaque or
+/// straight, and the image is of light; else its alpha is opaque or premultiplied.
+CIImage imageOfFrame(media::Frame frame, media::FramePool& pool,
+                     const LightTables* light = nullptr);
+
+/// Whether every alpha of a frame is the largest value.
+bool isOpaque(const media::Frame& frame);
 
 /// Where the pixels of targets come from; blocks of one size each, so that none is ever too small.
 struct TargetPools {
@@ -20,9 +27,12 @@ struct TargetPools {
 /// A picture on its way from the effects to the encoder.
 class RenderTarget {
 public:
-    /// `pools` outlives the target.
-    RenderTarget(media::Size size, media::PixelFormat format, TargetPools& pools);
+    /// `pools` and `light`, which is null unless light is coded again, outlive the target.
+    RenderTarget(media::Size size, media::PixelFormat format, TargetPools& pools,
+                 const LightTables* light = nullptr);
 
+    /// Takes a picture of 8 bits as it is stored, past all effects.
+    void take(const media::Frame& picture);
     /// Starts to render the rectangle (0, 0, width, height) of an image.
     void start(CIContext& context, const CIImage& image);
     /// Waits for that. A `HostError` when it has failed.
@@ -37,9 +47,10 @@ public:
 private:
     media::Size size_;
     media::FramePool* words_;
+    const LightTables* light_;
     media::Frame frame_; ///< what is rendered into: 8-bit pixels or floats
     RenderTask task_;
-    bool isDeep_;
+    bool isDeep_, isTaken_ = false;
 };
 
 } // namespace vorn::hosts::cli

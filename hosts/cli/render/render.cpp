@@ -35,6 +35,15 @@ RenderOutcome renderWithExitCodes(const RenderOptions& options) {
     }
 }
 
+Json colourJson(const std::optional<media::ColourMeaning>& colour) {
+    if (!colour) return nullptr;
+    return {{"system", colour->system},
+            {"primaries", colour->primaries},
+            {"transfer", colour->transfer},
+            {"matrix", colour->matrix},
+            {"range", colour->range}};
+}
+
 void printJson(const RenderOptions& options, const RenderOutcome& outcome) {
     const Json json{{"output", options.output},
                     {"frames", outcome.frames},
@@ -45,6 +54,8 @@ void printJson(const RenderOptions& options, const RenderOutcome& outcome) {
                     {"elapsed_s", outcome.elapsedSeconds},
                     {"frames_per_s", outcome.framesPerSecond()},
                     {"interrupted", outcome.isInterrupted},
+                    {"colour", colourJson(outcome.colour)},
+                    {"notes", outcome.notes},
                     {"warnings", outcome.warnings}};
     printResult("{}\n", jsonLine(json));
 }
@@ -77,7 +88,11 @@ ExitCode render(const RenderArguments& arguments) {
     const RenderOutcome outcome = renderWithExitCodes(options);
     printSummary(options, outcome);
     if (options.json) printJson(options, outcome);
-    return outcome.isInterrupted ? ExitCode::Interrupted : ExitCode::Done;
+    if (outcome.isInterrupted) return ExitCode::Interrupted;
+    if (!options.files.isStrict || outcome.losses == 0) return ExitCode::Done;
+    say("--strict: {} of what is said above makes this a failure; {} is written all the same",
+        outcome.losses, options.writesToStandardOutput() ? "standard output" : options.output);
+    return ExitCode::Failed;
 }
 
 } // namespace

@@ -27,7 +27,8 @@ std::int64_t firstTickAtOrAfter(double seconds, media::Rational rate) {
 
 class MediaSource final : public FrameSource {
 public:
-    explicit MediaSource(media::Reader reader) : reader_(std::move(reader)) {}
+    MediaSource(media::Reader reader, bool isUntouched, std::shared_ptr<const LightTables> light)
+        : reader_(std::move(reader)), isUntouched_(isUntouched), light_(std::move(light)) {}
 
     bool read(SourceFrame& frame) override {
         media::Frame picture;
@@ -35,14 +36,21 @@ public:
         frame.pts = picture.pts;
         frame.duration = picture.duration;
         frame.timeBase = picture.timeBase;
-        frame.image = imageOfFrame(std::move(picture), floats_);
+        if (isUntouched_) {
+            frame.stored = std::make_shared<const media::Frame>(std::move(picture));
+        } else {
+            frame.image = imageOfFrame(std::move(picture), floats_, light_.get());
+        }
         return true;
     }
 
     std::vector<std::string> warnings() const override { return reader_.warnings(); }
+    std::vector<std::string> notes() const override { return reader_.notes(); }
 
 private:
     media::Reader reader_;
+    bool isUntouched_;
+    std::shared_ptr<const LightTables> light_;
     media::FramePool floats_;
 };
 
@@ -102,18 +110,19 @@ private:
 /// One picture, shown at every tick.
 class StillSource final : public FrameSource {
 public:
-    StillSource(CIImage image, Ticks ticks, std::vector<std::string> warnings)
-        : image_(std::move(image)), ticks_(ticks), warnings_(std::move(warnings)) {}
+    StillSource(SourceFrame picture, Ticks ticks, std::vector<std::string> warnings)
+        : picture_(std::move(picture)), ticks_(ticks), warnings_(std::move(warnings)) {}
 
     bool read(SourceFrame& frame) override {
         if (!ticks_.take(frame)) return false;
-        frame.image = image_;
+        frame.image = picture_.image;
+        frame.stored = picture_.stored;
         return true;
     }
     std::vector<std::string> warnings() const override { return warnings_; }
 
 private:
-    CIImage image_;
+    SourceFrame picture_;
     Ticks ticks_;
     std::vector<std::string> warnings_;
 };
@@ -134,11 +143,12 @@ public:
         }
         if (!hasNext_ && !isFirst_ && seconds > endOf(current_) - timeTolerance) return false;
         isFirst_ = false;
-        frame = {current_.image, tick_++, 1, rate_.inverse()};
+        frame = {current_.image, current_.stored, tick_++, 1, rate_.inverse()};
         return true;
     }
 
     std::vector<std::string> warnings() const override { return source_->warnings(); }
+    std::vector<std::string> notes() const override { return source_->notes(); }
 
 private:
     static double secondsOf(const SourceFrame& frame) {
@@ -220,11 +230,19 @@ OpenedSource openStill(media::Reader reader, const SourceRequest& request, Opene
         opened.range.endSeconds = opened.range.startSeconds + 1 / opened.rate.value();
     }
     const Ticks ticks = ticksIn(opened.range, opened.rate);
-    MediaSource source(std::move(reader));
+    media::Frame picture;
+    if (!reader.read(picture)) throw media::ReadError("cannot read " + request.name);
+    // Many pictures have a place for transparency and none in it.
+    opened.hasAlpha = opened.hasAlpha && !isOpaque(picture);
     SourceFrame frame;
-    if (!source.read(frame)) throw media::ReadError("cannot read " + request.name);
+    if (opened.isUntouched) {
+        frame.stored = std::make_shared<const media::Frame>(std::move(picture));
+    } else {
+        media::FramePool floats;
+        frame.image = imageOfFrame(std::move(picture), floats, opened.light.get());
+    }
     opened.expectedFrames = ticks.count();
-    opened.frames = std::make_unique<StillSource>(frame.image, ticks, source.warnings());
+    opened.frames = std::make_unique<StillSource>(std::move(frame), ticks, reader.warnings());
     return opened;
 }
 
@@ -249,6 +267,30 @@ void setConstantRate(media::MediaInfo& info, media::Rational rate) {
     info.hasVariableFrameRate = false;
 }
 
+/// Decides what effects are to see of a file, and has it read so.
+void chooseForm(const SourceRequest& request, media::Reader& reader, OpenedSource& opened) {
+    const media::MediaInfo& info = reader.info();
+    const bool isScaled = reader.outputSize() != info.uprightSize;
+    const bool isDeep = reader.outputFormat() == media::PixelFormat::Rgba16;
+    const media::ColourMeaning meaning = media::meaningOf(info);
+    opened.isUntouched = request.isUntouched && info.hasAlpha && !isDeep && !isScaled;
+    // The framework knows the curve of sRGB itself.
+    if (request.isLinear && meaning.curve != media::TransferCurve::SRGB) {
+        if (meaning.curve == media::TransferCurve::Unknown) {
+            throw HostError(ExitCode::Usage,
+                            fmt::format("--working-space linear: the transfer {} of {} cannot be "
+                                        "undone; none works on the values as they are stored",
+                                        meaning.transfer, request.name));
+        }
+        opened.light = std::make_shared<const LightTables>(meaning.curve);
+    }
+    if (opened.isUntouched || opened.light) reader.keepStraightAlpha();
+    // Colours that are multiplied with a small alpha would keep a few steps of 8 bits.
+    const bool needsDepth = opened.light || (info.hasAlpha && !opened.isUntouched);
+    if (needsDepth) reader.setOutput(media::PixelFormat::Rgba16, request.size);
+    opened.format = reader.outputFormat();
+}
+
 } // namespace
 
 std::int64_t SourceFrame::timeNanoseconds() const {
@@ -267,13 +309,14 @@ OpenedSource openSource(const SourceRequest& request) {
     options.threads = request.threads;
     options.access = request.access;
     options.sequenceRate = request.rate.value_or(request.usualRate);
+    options.deinterlacing = request.deinterlacing;
     media::Reader reader(request.name, options);
 
     OpenedSource opened;
     opened.info = reader.info();
     media::MediaInfo& info = *opened.info;
     opened.size = reader.outputSize();
-    opened.format = reader.outputFormat();
+    chooseForm(request, reader, opened);
     opened.bitsPerComponent = info.bitsPerComponent;
     opened.hasAlpha = info.hasAlpha;
     opened.range = request.range;
@@ -288,7 +331,8 @@ OpenedSource openSource(const SourceRequest& request) {
     }
     const bool isResampled = isVideo && request.rate;
     opened.expectedFrames = expectedFrames(info, request.range, opened.rate, isResampled);
-    opened.frames = std::make_unique<MediaSource>(std::move(reader));
+    opened.frames =
+        std::make_unique<MediaSource>(std::move(reader), opened.isUntouched, opened.light);
     if (isResampled) {
         setConstantRate(info, opened.rate);
         opened.frames = std::make_unique<ResampledSource>(std::move(opened.frames), opened.rate);
@@ -297,11 +341,13 @@ OpenedSource openSource(const SourceRequest& request) {
 }
 
 SecondImage::SecondImage(const std::string& name, media::Size mainSize, media::Rational mainRate,
-                         double firstSeconds, int threads, const media::FileAccess& access) {
+                         double firstSeconds, const SourceRequest& main) {
     SourceRequest request;
     request.name = name;
-    request.threads = threads;
-    request.access = access;
+    request.threads = main.threads;
+    request.access = main.access;
+    request.deinterlacing = main.deinterlacing;
+    request.isLinear = main.isLinear;
     request.usualRate = mainRate;
     request.frames = std::numeric_limits<std::int64_t>::max();
     // Some frames before the first one that is needed, for the one that is shown by then may be

@@ -3,6 +3,8 @@
 
 #include "values/text.h"
 
+#include "light.h"
+
 #include "media/info.h"
 #include "media/reader.h"
 
@@ -19,6 +21,8 @@ namespace vorn::hosts::cli {
 /// A picture and when it is shown, in units of `timeBase` seconds from the start of its file.
 struct SourceFrame {
     CIImage image;
+    /// The picture as it is stored, in place of an image, where no effect is to see it.
+    std::shared_ptr<const media::Frame> stored;
     std::int64_t pts = 0, duration = 0;
     media::Rational timeBase{1, 1};
 
@@ -33,6 +37,8 @@ public:
     virtual bool read(SourceFrame& frame) = 0;
     /// What went wrong so far without being fatal, one line each.
     virtual std::vector<std::string> warnings() const { return {}; }
+    /// What is worth knowing and no fault.
+    virtual std::vector<std::string> notes() const { return {}; }
 };
 
 struct SourceRequest {
@@ -47,6 +53,11 @@ struct SourceRequest {
     std::optional<std::int64_t> frames;
     int threads = 0;
     media::FileAccess access;
+    media::Deinterlacing deinterlacing = media::Deinterlacing::None;
+    /// Effects are to see light instead of coded values.
+    bool isLinear = false;
+    /// There are no effects: pictures of 8 bits with alpha are handed on as they are stored.
+    bool isUntouched = false;
 };
 
 struct OpenedSource {
@@ -60,6 +71,9 @@ struct OpenedSource {
     std::optional<media::MediaInfo> info;
     media::TimeRange range;
     std::optional<std::int64_t> expectedFrames;
+    bool isUntouched = false; ///< frames have `stored` and no image
+    /// Set where `image`s are of light and the context does not know the curve.
+    std::shared_ptr<const LightTables> light;
 };
 
 /// Throws media::ReadError, media::Interrupted and, for a test card that cannot be made,
@@ -70,9 +84,9 @@ OpenedSource openSource(const SourceRequest& request);
 class SecondImage {
 public:
     /// A test card without a size takes that of the main image. `firstSeconds` is when the main
-    /// image begins.
+    /// image begins; `main` is how it was asked for.
     SecondImage(const std::string& name, media::Size mainSize, media::Rational mainRate,
-                double firstSeconds, int threads, const media::FileAccess& access);
+                double firstSeconds, const SourceRequest& main);
 
     /// The image that is shown at that time; the first one before it, the last one after it. Times
     /// must not decrease.
