@@ -3,10 +3,16 @@
 #include "media_support.h"
 #include "stored_sample.h"
 
+#include "media/colour.h"
+
 #include <algorithm>
 #include <array>
 #include <string>
 #include <vector>
+
+extern "C" {
+#include <libavutil/mastering_display_metadata.h>
+}
 
 namespace {
 
@@ -110,6 +116,159 @@ TEST_F(MediaTest, KeepsMoreThanEightBits) {
         writeStill(path(name), frame, options, 1);
         EXPECT_EQ(largestDifference(readFirst(path(name)), frame), 0) << name;
     }
+}
+
+TEST_F(MediaTest, KnowsWhatColourTagsMean) {
+    struct {
+        ColourTags tags;
+        bool isYCbCr;
+        Size size;
+        const char* system;
+        TransferCurve curve;
+        const char* range;
+    } const cases[] = {
+        {{2, 2, 2, ColourRange::Unspecified, 0},
+         true,
+         {720, 576},
+         "SD",
+         TransferCurve::BT709,
+         "limited"},
+        {{2, 2, 2, ColourRange::Unspecified, 0},
+         true,
+         {1280, 720},
+         "HD",
+         TransferCurve::BT709,
+         "limited"},
+        {{6, 6, 6, ColourRange::Limited, 0},
+         true,
+         {1280, 720},
+         "SD",
+         TransferCurve::BT709,
+         "limited"},
+        {{1, 1, 1, ColourRange::Full, 0}, true, {720, 576}, "HD", TransferCurve::BT709, "full"},
+        {{9, 9, 14, ColourRange::Limited, 0},
+         true,
+         {64, 48},
+         "UHD",
+         TransferCurve::BT709,
+         "limited"},
+        {{9, 9, 16, ColourRange::Limited, 0},
+         true,
+         {64, 48},
+         "HDR with PQ",
+         TransferCurve::PQ,
+         "limited"},
+        {{9, 9, 18, ColourRange::Limited, 0},
+         true,
+         {64, 48},
+         "HDR with HLG",
+         TransferCurve::HLG,
+         "limited"},
+        {{0, 2, 2, ColourRange::Unspecified, 0},
+         false,
+         {64, 48},
+         "RGB",
+         TransferCurve::SRGB,
+         "full"},
+        {{0, 1, 4, ColourRange::Full, 0}, false, {64, 48}, "RGB", TransferCurve::Gamma22, "full"},
+        {{1, 1, 9, ColourRange::Limited, 0},
+         true,
+         {64, 48},
+         "HD",
+         TransferCurve::Unknown,
+         "limited"},
+    };
+    for (const auto& [tags, isYCbCr, size, system, curve, range] : cases) {
+        MediaInfo info;
+        info.colour = tags;
+        info.isYCbCr = isYCbCr;
+        info.storedSize = size;
+        info.pixelFormat = isYCbCr ? "yuv420p" : "rgb24";
+        const ColourMeaning meaning = meaningOf(info);
+        EXPECT_EQ(meaning.system, system);
+        EXPECT_EQ(meaning.curve, curve) << system;
+        EXPECT_EQ(meaning.range, range) << system;
+    }
+}
+
+TEST(TransferCurves, GoThroughTheirKnownPoints) {
+    struct {
+        TransferCurve curve;
+        double value, light;
+    } const points[] = {
+        {TransferCurve::SRGB, 0.5, 0.21404},    {TransferCurve::SRGB, 0.04045, 0.0031308},
+        {TransferCurve::BT709, 0.5, 0.25972},   {TransferCurve::BT709, 0.081, 0.018},
+        {TransferCurve::PQ, 0.50808, 0.01},     {TransferCurve::PQ, 0.75183, 0.1},
+        {TransferCurve::HLG, 0.5, 1.0 / 12},    {TransferCurve::HLG, 0.75, 0.26496},
+        {TransferCurve::Gamma22, 0.5, 0.21764}, {TransferCurve::Gamma28, 0.5, 0.14359},
+        {TransferCurve::Linear, 0.5, 0.5},
+    };
+    for (const auto& [curve, value, light] : points) {
+        EXPECT_NEAR(toLight(curve, value), light, 2e-5) << int(curve);
+        EXPECT_NEAR(fromLight(curve, light), value, 2e-4) << int(curve);
+        for (const double end : {0.0, 1.0}) {
+            EXPECT_NEAR(toLight(curve, end), end, 1e-6) << int(curve);
+            EXPECT_NEAR(fromLight(curve, end), end, 1e-6) << int(curve);
+        }
+    }
+}
+
+TEST_F(MediaTest, WritesHdrAsPlayersTakeItAndKeepsItsLightLevels) {
+    MediaInfo source;
+    source.storedSize = source.uprightSize = {64, 48};
+    source.pixelFormat = "yuv420p10le";
+    source.bitsPerComponent = 10;
+    source.chromaShiftX = source.chromaShiftY = 1;
+    source.frameRate = {25, 1};
+    source.timeBase = {1, 25};
+    source.colour = {9, 9, 16, ColourRange::Limited, 1};
+    AVMasteringDisplayMetadata display = {};
+    display.has_primaries = display.has_luminance = 1;
+    const int primaries[3][2] = {{35400, 14600}, {8500, 39850}, {6550, 2300}};
+    for (int c = 0; c < 3; ++c)
+        for (int i = 0; i < 2; ++i) display.display_primaries[c][i] = {primaries[c][i], 50000};
+    display.white_point[0] = {15635, 50000};
+    display.white_point[1] = {16450, 50000};
+    display.max_luminance = {10000000, 10000};
+    display.min_luminance = {50, 10000};
+    const AVContentLightMetadata light = {900, 300};
+    const auto bytes = [](const auto& value) {
+        const auto* first = reinterpret_cast<const std::uint8_t*>(&value);
+        return std::vector<std::uint8_t>(first, first + sizeof value);
+    };
+    source.sideData = {{AV_PKT_DATA_MASTERING_DISPLAY_METADATA, bytes(display)},
+                       {AV_PKT_DATA_CONTENT_LIGHT_LEVEL, bytes(light)}};
+    Frame frame = makeFrame({64, 48}, gradient, PixelFormat::Rgba16);
+    WriterOptions options = optionsFor({64, 48}, &source);
+    options.bitsPerComponent = 10;
+    // In MPEG-TS only the pictures themselves tell.
+    for (const char* name : {"hdr.mp4", "hdr.mkv", "hdr.mov", "hdr.ts"}) {
+        SCOPED_TRACE(name);
+        const OutputInfo output = writeStill(path(name), frame, options);
+        EXPECT_EQ(output.encoder, "libx265");
+        EXPECT_EQ(output.pixelFormat, "yuv420p10le");
+        const MediaInfo info = Reader(path(name)).info();
+        EXPECT_EQ(info.colour.transfer, 16);
+        EXPECT_EQ(meaningOf(info).system, "HDR10");
+        ASSERT_EQ(info.sideData.size(), 2U);
+        for (const StreamSideData& side : info.sideData) {
+            if (side.type == AV_PKT_DATA_CONTENT_LIGHT_LEVEL) {
+                const auto* seen =
+                    reinterpret_cast<const AVContentLightMetadata*>(side.bytes.data());
+                EXPECT_EQ(seen->MaxCLL, 900U);
+                EXPECT_EQ(seen->MaxFALL, 300U);
+                continue;
+            }
+            const auto* seen =
+                reinterpret_cast<const AVMasteringDisplayMetadata*>(side.bytes.data());
+            EXPECT_NEAR(av_q2d(seen->max_luminance), 1000, 0.1);
+            EXPECT_NEAR(av_q2d(seen->min_luminance), 0.005, 1e-4);
+            EXPECT_NEAR(av_q2d(seen->display_primaries[1][1]), 0.797, 1e-4);
+            EXPECT_NEAR(av_q2d(seen->white_point[0]), 0.3127, 1e-4);
+        }
+    }
+    Writer picture(path("hdr.png"), options);
+    EXPECT_TRUE(anyContains(picture.warnings(), "HDR"));
 }
 
 } // namespace

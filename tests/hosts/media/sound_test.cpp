@@ -128,18 +128,6 @@ TEST_F(MediaTest, CutsSoundWhereAnInterruptedFilmEnds) {
     EXPECT_NEAR(soundOf(path("short.mov")).endSeconds, 0.8, 0.03);
 }
 
-TEST_F(MediaTest, WarnsWhenTheContainerCannotHoldTheSound) {
-    writeCounter(path("counter.mp4"), 10);
-    addSound(path("counter.mp4"), path("sound.mov"), 0.4);
-    for (const char* name : {"quiet.mp4", "quiet.webm", "quiet.gif", "quiet.mpg"}) {
-        const std::vector<std::string> warnings = pass(path("sound.mov"), path(name));
-        EXPECT_TRUE(anyContains(warnings, "pcm_s16le")) << name;
-        Reader reader(path(name));
-        EXPECT_EQ(readAll(reader).size(), 10u) << name;
-        EXPECT_TRUE(reader.info().companions.empty()) << name;
-    }
-}
-
 std::string sharedFilm() {
     const char* folder = std::getenv("VORN_SHARED_MEDIA_DIR");
 #ifdef VORN_SHARED_MEDIA_DIR
