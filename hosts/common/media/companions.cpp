@@ -28,8 +28,9 @@ std::string nameOf(const AVStream& stream) {
     return name + ")";
 }
 
-/// The text track that holds the names of chapters, which are copied as chapters.
-bool isChapterTrack(const AVStream& stream, const AVFormatContext& input) {
+/// The tracks that hold the names of chapters and the timecode, which are copied as such.
+bool isCopiedOtherwise(const AVStream& stream, const AVFormatContext& input) {
+    if (stream.codecpar->codec_tag == MKTAG('t', 'm', 'c', 'd')) return true;
     return input.nb_chapters > 0 && stream.codecpar->codec_id == AV_CODEC_ID_BIN_DATA;
 }
 
@@ -92,7 +93,7 @@ void Companions::addStreams(const MediaInfo& source, const WriterOptions& option
         from.discard = AVDISCARD_ALL;
         const AVMediaType type = from.codecpar->codec_type;
         if (int(i) == source.pictureStream)
-            copyTags(&output_.streams[0]->metadata, from.metadata);
+            copyPictureTags(from, options.range);
         else if (type == AVMEDIA_TYPE_AUDIO)
             addTrack(from, options.sound);
         else if (type == AVMEDIA_TYPE_SUBTITLE)
@@ -101,6 +102,19 @@ void Companions::addStreams(const MediaInfo& source, const WriterOptions& option
             addOther(from);
     }
     for (const Track& track : tracks_) input_->streams[track.input]->discard = AVDISCARD_DEFAULT;
+}
+
+void Companions::copyPictureTags(const AVStream& from, const TimeRange& range) {
+    copyTags(&output_.streams[0]->metadata, from.metadata);
+    const AVDictionaryEntry* timecode = av_dict_get(from.metadata, "timecode", nullptr, 0);
+    if (!timecode) return;
+    const std::string container = output_.oformat->name;
+    const bool isHeld = container == "mov" || container == "mp4";
+    if (isHeld && range.startSeconds <= 0)
+        av_dict_set(&output_.streams[0]->metadata, "timecode", timecode->value, 0);
+    else
+        warnings_.add(std::string("the timecode (") + timecode->value + ") left out: " +
+                      (isHeld ? "the film begins later" : container + " has no place for it"));
 }
 
 void Companions::addTrack(const AVStream& from, const TrackWish& wish) {
@@ -126,12 +140,6 @@ void Companions::addTrack(const AVStream& from, const TrackWish& wish) {
     av_dict_copy(&to->metadata, from.metadata, 0);
     av_dict_set(&to->metadata, "encoder", nullptr, 0);
     if (std::string(output_.oformat->name) == "mov") useOlderLanguageCode(&to->metadata);
-    // Matroska moves sound by what its encoder needs to begin; FFmpeg would move all the rest, too.
-    const std::string container = output_.oformat->name;
-    if (plan.converter && (container == "matroska" || container == "webm")) {
-        output_.avoid_negative_ts = 0;
-        beginsAtZero_ = true;
-    }
     tracks_.push_back({from.index, to->index, from.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE,
                        std::move(plan.converter), AV_NOPTS_VALUE, false});
 }
@@ -146,7 +154,7 @@ void Companions::say(const AVStream& from, const TrackPlan& plan) {
 }
 
 void Companions::addOther(const AVStream& from) {
-    if (isChapterTrack(from, *input_)) return;
+    if (isCopiedOtherwise(from, *input_)) return;
     const bool isAttached = from.codecpar->codec_type == AVMEDIA_TYPE_ATTACHMENT ||
                             (from.disposition & AV_DISPOSITION_ATTACHED_PIC);
     if (isAttached && copyAttachment(from, output_, covers_)) return;
@@ -204,7 +212,6 @@ bool Companions::move(AVPacket& packet, Track& track) {
     if (packet.dts != AV_NOPTS_VALUE) packet.dts -= shift;
     packet.time_base = unit;
     // Without a range, packets before zero prime the decoder and stay.
-    if (beginsAtZero_ && time < 0 && !track.converter) return false;
     if (origin_ <= 0 || time >= 0) return true;
     if (track.isText && time + packet.duration > 0) { // still shown when the output begins
         packet.duration += time;
@@ -240,8 +247,16 @@ void Companions::deliver() {
 }
 
 void Companions::drain(Track& track) {
+    const AVCodecContext& encoder = track.converter->encoder();
+    // Matroska's players subtract what the encoder needs to begin; elsewhere times are below zero.
+    const std::string container = output_.oformat->name;
+    const bool isMatroska = container == "matroska" || container == "webm";
     while (track.converter->receive(*converted_)) {
-        converted_->time_base = track.converter->encoder().time_base;
+        converted_->time_base = encoder.time_base;
+        if (isMatroska && !track.isText) {
+            converted_->pts += encoder.initial_padding;
+            converted_->dts += encoder.initial_padding;
+        }
         write(*converted_, track);
     }
 }

@@ -39,6 +39,7 @@ private:
     };
 
     void addStreams(const MediaInfo& source, const WriterOptions& options);
+    void copyPictureTags(const AVStream& from, const TimeRange& range);
     void addTrack(const AVStream& from, const TrackWish& wish);
     void addOther(const AVStream& from);
     void say(const AVStream& from, const TrackPlan& plan);

@@ -57,6 +57,22 @@ void unpremultiply(const Frame& source, Frame& target) {
     target.alpha = Alpha::Straight;
 }
 
+namespace {
+
+template <typename T>
+void limitPixels(Frame& frame) {
+    mapPixels<T, T>(frame, frame, [](const T* in, T* out) {
+        for (int c = 0; c < 3; ++c) out[c] = std::min(in[c], in[3]);
+    });
+}
+
+} // namespace
+
+void limitToAlpha(Frame& frame) {
+    (frame.format() == PixelFormat::Rgba8 ? limitPixels<std::uint8_t>
+                                          : limitPixels<std::uint16_t>)(frame);
+}
+
 void changeDepth(const Frame& source, Frame& target) {
     using Byte = std::uint8_t;
     using Word = std::uint16_t;

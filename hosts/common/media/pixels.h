@@ -13,6 +13,9 @@ void premultiply(const Frame& source, Frame& target);
 /// become zero where alpha is.
 void unpremultiply(const Frame& source, Frame& target);
 
+/// Brings premultiplied colours that a scaler's overshoot lifted above alpha back to it.
+void limitToAlpha(Frame& frame);
+
 /// From 8 to 16 bits (v * 257) or from 16 to 8 (rounded to nearest). `target` has the other format
 /// and the same size.
 void changeDepth(const Frame& source, Frame& target);

@@ -181,23 +181,45 @@ void Reader::State::convert(const AVFrame& picture, Frame& frame) {
         stored.reshape(orientation.apply(size), format, &pool);
         target = &stored;
     }
-    // The scaler would take 8-bit RGB through YCbCr on its way to 16 bits.
-    const bool widens = format == PixelFormat::Rgba16 && isRgb(pictureFormat) &&
-                        media::bitsPerComponent(pictureFormat) <= 8;
-    if (widens) {
-        narrow.reshape(target->size(), PixelFormat::Rgba8, &pool);
-        scale(picture, from, narrow);
-        changeDepth(narrow, *target);
+    const bool isScaled = target->size() != from.size;
+    if (info.hasAlpha && isScaled && !keepsStraightAlpha) {
+        // Scaled first, the colours below no alpha would come out at the edges.
+        unscaled.reshape(from.size, format, &pool);
+        convertPixels(picture, from, unscaled);
+        premultiply(unscaled, unscaled);
+        AvFrame shell = makeFrame();
+        wrapFrame(unscaled, *shell);
+        PictureCoding rgb;
+        rgb.size = from.size;
+        rgb.format = avFormat(format);
+        rgb.isFullRange = true;
+        scale(*shell, rgb, *target);
+        target->alpha = Alpha::Premultiplied;
+        limitToAlpha(*target);
     } else {
-        scale(picture, from, *target);
+        convertPixels(picture, from, *target);
+        target->alpha = Alpha::Opaque;
+        if (info.hasAlpha && keepsStraightAlpha)
+            target->alpha = Alpha::Straight;
+        else if (info.hasAlpha)
+            premultiply(*target, *target);
     }
-    target->alpha = Alpha::Opaque;
-    if (info.hasAlpha && keepsStraightAlpha)
-        target->alpha = Alpha::Straight;
-    else if (info.hasAlpha)
-        premultiply(*target, *target);
     if (target != &frame) reorient(*target, orientation, frame);
     frame.alpha = target->alpha;
+}
+
+void Reader::State::convertPixels(const AVFrame& picture, const PictureCoding& from,
+                                  Frame& target) {
+    // The scaler would take 8-bit RGB through YCbCr on its way to 16 bits.
+    const bool widens = target.format() == PixelFormat::Rgba16 && isRgb(from.format) &&
+                        media::bitsPerComponent(from.format) <= 8;
+    if (!widens) {
+        scale(picture, from, target);
+        return;
+    }
+    narrow.reshape(target.size(), PixelFormat::Rgba8, &pool);
+    scale(picture, from, narrow);
+    changeDepth(narrow, target);
 }
 
 void Reader::State::scale(const AVFrame& picture, const PictureCoding& from, Frame& target) {

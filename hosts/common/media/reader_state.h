@@ -51,7 +51,7 @@ struct Reader::State {
     bool keepsStraightAlpha = false;
     Scaler scaler;
     FramePool pool;
-    Frame stored, narrow;
+    Frame stored, narrow, unscaled;
 
     State(const std::string& file, const ReaderOptions& wanted);
     [[noreturn]] void fail(const std::string& reason) const;
@@ -88,6 +88,7 @@ struct Reader::State {
     void reopen();
 
     void convert(const AVFrame& picture, Frame& frame);
+    void convertPixels(const AVFrame& picture, const PictureCoding& from, Frame& target);
     void scale(const AVFrame& picture, const PictureCoding& from, Frame& target);
     bool read(Frame& frame);
     /// The duration of a frame that none follows.

@@ -43,6 +43,7 @@ TEST_F(MediaTest, CodesAndTagsTheMatrixAndRangeOfTheSource) {
         source.timeBase = {1, 25};
         source.colour = expected.tags;
         WriterOptions options = optionsFor({64, 48}, &source);
+        options.codec = "libx264";
         options.crf = 0;
 
         Frame red = flatFrame({64, 48}, 1, 0, 0);

@@ -66,6 +66,22 @@ public:
         return *this;
     }
 
+    FilmMaker& cover(const std::string& jpeg) {
+        AVStream& stream = newStream({1, 1000});
+        stream.codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+        stream.codecpar->codec_id = AV_CODEC_ID_MJPEG;
+        stream.codecpar->width = 32;
+        stream.codecpar->height = 16;
+        stream.disposition = AV_DISPOSITION_ATTACHED_PIC;
+        return packet(stream, jpeg, 0, 0);
+    }
+
+    FilmMaker& timecode(const char* text) {
+        output_->streams[0]->avg_frame_rate = {25, 1};
+        av_dict_set(&output_->streams[0]->metadata, "timecode", text, 0);
+        return *this;
+    }
+
     /// Two seconds of the tone on all channels.
     FilmMaker& sound(const char* encoder, const AVChannelLayout& layout, const char* language) {
         const AVCodec* codec = avcodec_find_encoder_by_name(encoder);
@@ -104,15 +120,7 @@ public:
         AVStream& stream = newStream({1, 1000});
         stream.codecpar->codec_type = AVMEDIA_TYPE_SUBTITLE;
         stream.codecpar->codec_id = AV_CODEC_ID_SUBRIP;
-        Packet packet(av_packet_alloc());
-        av_new_packet(packet.get(), int(std::strlen(text)));
-        std::memcpy(packet->data, text, std::strlen(text));
-        packet->pts = packet->dts = 400;
-        packet->duration = 800;
-        packet->time_base = {1, 1000};
-        packet->stream_index = stream.index;
-        packets_.push_back(std::move(packet));
-        return *this;
+        return packet(stream, text, 400, 800);
     }
 
     void write() {
@@ -139,6 +147,18 @@ private:
         AVStream* stream = avformat_new_stream(output_, nullptr);
         stream->time_base = timeBase;
         return *stream;
+    }
+
+    FilmMaker& packet(const AVStream& stream, const std::string& bytes, int start, int duration) {
+        Packet packet(av_packet_alloc());
+        av_new_packet(packet.get(), int(bytes.size()));
+        std::memcpy(packet->data, bytes.data(), bytes.size());
+        packet->pts = packet->dts = start;
+        packet->duration = duration;
+        packet->time_base = {1, 1000};
+        packet->stream_index = stream.index;
+        packets_.push_back(std::move(packet));
+        return *this;
     }
 
     static void fill(AVFrame& frame, int first) {
@@ -188,7 +208,7 @@ struct Track {
 };
 
 struct Contents {
-    std::string title;
+    std::string title, timecode; ///< the latter of the pictures
     std::vector<std::string> chapters;
     std::vector<Track> tracks; ///< all but the pictures
     double picturesStart = 0;
@@ -253,7 +273,10 @@ inline Contents contentsOf(const std::string& path) {
         const AVCodecParameters& codec = *stream.codecpar;
         decoders.push_back(nullptr);
         places.push_back(-1);
-        if (i == 0) contents.picturesStart = double(stream.start_time) * av_q2d(stream.time_base);
+        if (i == 0) {
+            contents.picturesStart = double(stream.start_time) * av_q2d(stream.time_base);
+            contents.timecode = tag(stream.metadata, "timecode");
+        }
         if (i == 0 || codec.codec_id == AV_CODEC_ID_BIN_DATA) continue; // names of chapters
         places.back() = int(contents.tracks.size());
         contents.tracks.push_back({avcodec_get_name(codec.codec_id),
