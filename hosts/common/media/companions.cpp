@@ -60,9 +60,11 @@ Companions::Companions(const WriterOptions& options, AVFormatContext& output, Wa
     const bool isSilent = options.sound.kind == TrackWish::Kind::None &&
                           options.subtitles.kind == TrackWish::Kind::None;
     if (source.isReadOnce) {
+        const std::string name = source.path == "-" ? "standard input" : source.path + ", a pipe";
         if (!source.companions.empty() && !isSilent)
-            warnings_.add("sound and subtitles cannot be carried over from " +
-                          (source.path == "-" ? "standard input" : source.path + ", a pipe"));
+            warnings_.add("sound and subtitles cannot be carried over from " + name);
+        if (source.hasTitleOrChapters)
+            warnings_.add("title and chapters cannot be carried over from " + name);
         return;
     }
     // A film that is ended early still gets its sound, unless that has to be waited for.

@@ -85,6 +85,7 @@ struct MediaInfo {
 
     int pictureStream = 0; ///< number of the stream that is read in the file
     std::vector<CompanionStream> companions;
+    bool hasTitleOrChapters = false;
     std::vector<StreamSideData> sideData;
     int firstNumber = 0; ///< of a sequence
 

@@ -210,6 +210,8 @@ MediaInfo describe(AVFormatContext& input, AVStream& stream, const AVFrame& firs
     info.isMirrored = orientation.isMirrored();
     info.pictureStream = stream.index;
     info.companions = companionsOf(input);
+    info.hasTitleOrChapters =
+        input.nb_chapters > 0 || av_dict_get(input.metadata, "title", nullptr, 0);
     return info;
 }
 

@@ -1,6 +1,8 @@
 // Films and pictures with something special: fields, transparency, light, losses.
 #include "render_support.h"
 
+#include "hosts/media/track_support.h"
+
 #include <nlohmann/json.hpp>
 
 #include <cmath>
@@ -221,6 +223,36 @@ TEST_F(RenderTest, SaysOnceThatFiltersSeeCodedValuesOfHdr) {
     ASSERT_EQ(json["notes"].size(), 1U) << run.results;
     EXPECT_NE(json["notes"][0].get<std::string>().find("smpte2084"), std::string::npos);
     EXPECT_FALSE(says(render({film, path("out.mkv")}), "HDR"));
+}
+
+TEST_F(RenderTest, HandsOptionsForTracksAndEncodersOn) {
+    const AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;
+    media_test::FilmMaker(file("test:64x48@10,2s", "card.mp4"), path("rich.mkv"))
+        .title("A title")
+        .sound("flac", mono, "deu")
+        .subtitles("Hello")
+        .write();
+    const Arguments options{"--audio",     "opus:64k",       "--subtitles", "none",
+                            "--strict",    "--pixel-format", "yuv422p",     "--tune",
+                            "grain",       "--bitrate",      "400k",        "--range",
+                            "0-0.5",       "--codec",        "libx265",     "--encoder-option",
+                            "forced-idr=1"};
+    const std::string film = file(path("rich.mkv"), "out.mkv", options);
+    EXPECT_EQ(media_test::contentsOf(film).codecs(), "opus");
+    EXPECT_EQ(readFilm(film).info.pixelFormat, "yuv422p");
+    EXPECT_EQ(readFilm(film).info.codec, "hevc");
+
+    const Outcome copied =
+        render({path("rich.mkv"), path("copy.mp4"), "--audio", "copy", "--strict"});
+    EXPECT_EQ(copied.code, 1);
+    EXPECT_TRUE(says(copied, "sound (flac, deu) left out")) << copied.talk;
+    EXPECT_TRUE(says(copied, "converted to mov_text")) << copied.talk;
+    EXPECT_EQ(media_test::contentsOf(path("copy.mp4")).codecs(), "mov_text");
+
+    const std::string command = "cat '" + path("rich.mkv") + "' | '" VORN_CLI_PATH "' render - '" +
+                                path("pipe.mp4") + "' --strict 2>'" + path("talk") + "'";
+    EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
+    EXPECT_NE(fileContents(path("talk")).find("title and chapters cannot"), std::string::npos);
 }
 
 } // namespace
