@@ -177,7 +177,8 @@ private:
             firstTime_ = source_.range.startSeconds > 0 ? time : 0;
             chain_.emplace(options_.chain);
         }
-        UnderWay started{RenderTarget(source_.size, source_.format, pools_, source_.light.get()),
+        UnderWay started{RenderTarget(source_.size, source_.format, pools_, source_.light.get(),
+                                      source_.isStraight),
                          static_cast<double>(time - firstTime_) / 1e9, framesStarted_++};
         started.target.pts = decoded.frame.pts;
         started.target.duration = decoded.frame.duration;

@@ -31,6 +31,40 @@ media::Frame widen(const media::Frame& words, media::FramePool& pool) {
     return floats;
 }
 
+/// Bytes with straight alpha, premultiplied.
+media::Frame widenBytes(const media::Frame& bytes, media::FramePool& pool) {
+    media::Frame floats = takeFloats(bytes.size(), pool);
+    constexpr float unit = 1.0F / 255;
+    for (int y = 0; y < bytes.height(); ++y) {
+        const uint8_t* in = bytes.row(y);
+        auto* out = reinterpret_cast<float*>(floats.row(y));
+        for (int x = 0; x < bytes.width(); ++x, in += 4, out += 4) {
+            const float alpha = static_cast<float>(in[3]) * unit;
+            for (int c = 0; c < 3; ++c) out[c] = static_cast<float>(in[c]) * unit * alpha;
+            out[3] = alpha;
+        }
+    }
+    return floats;
+}
+
+/// The way back, rounded to nearest.
+void narrowToBytes(const media::Frame& floats, media::Frame& bytes) {
+    constexpr float largest = 255;
+    for (int y = 0; y < bytes.height(); ++y) {
+        const auto* in = reinterpret_cast<const float*>(floats.row(y));
+        uint8_t* out = bytes.row(y);
+        for (int x = 0; x < bytes.width(); ++x, in += 4, out += 4) {
+            const float alpha = in[3] > 0 ? std::min(in[3], 1.0F) : 0;
+            const float scale = alpha > 0 ? largest / alpha : 0;
+            for (int c = 0; c < 3; ++c) {
+                const float value = in[c] > 0 ? in[c] * scale : 0;
+                out[c] = static_cast<uint8_t>(std::min(value, largest) + 0.5F);
+            }
+            out[3] = static_cast<uint8_t>(alpha * largest + 0.5F);
+        }
+    }
+}
+
 /// The light of coded values, multiplied with alpha.
 media::Frame widenToLight(const media::Frame& words, media::FramePool& pool,
                           const LightTables& light) {
@@ -99,22 +133,25 @@ bool isOpaque(const media::Frame& frame) {
 
 CIImage imageOfFrame(media::Frame frame, media::FramePool& pool, const LightTables* light) {
     const bool isDeep = frame.format() == media::PixelFormat::Rgba16;
+    const bool isStraightBytes = !isDeep && frame.alpha == media::Alpha::Straight;
     const media::Size size = frame.size();
     const auto owner =
-        std::make_shared<const media::Frame>(light    ? widenToLight(frame, pool, *light)
-                                             : isDeep ? widen(frame, pool)
-                                                      : std::move(frame));
+        std::make_shared<const media::Frame>(light             ? widenToLight(frame, pool, *light)
+                                             : isDeep          ? widen(frame, pool)
+                                             : isStraightBytes ? widenBytes(frame, pool)
+                                                               : std::move(frame));
     return CIImage::imageWithBitmap(owner->pixels(), static_cast<uint32_t>(size.width),
                                     static_cast<uint32_t>(size.height), owner->strideBytes(),
-                                    isDeep ? CIFormat::RGBAf : CIFormat::RGBA8,
+                                    isDeep || isStraightBytes ? CIFormat::RGBAf : CIFormat::RGBA8,
                                     light ? CGColorSpace::LinearSRGB : CGColorSpace::SRGB, owner);
 }
 
 RenderTarget::RenderTarget(media::Size size, media::PixelFormat format, TargetPools& pools,
-                           const LightTables* light)
+                           const LightTables* light, bool isStraight)
     : size_(size), words_(&pools.words), light_(light),
-      isDeep_(format == media::PixelFormat::Rgba16) {
-    frame_ = isDeep_ ? takeFloats(size, pools.rendered) : pools.rendered.acquire(size, format);
+      isDeep_(format == media::PixelFormat::Rgba16), isStraight_(isStraight && !isDeep_) {
+    frame_ = isDeep_ || isStraight_ ? takeFloats(size, pools.rendered)
+                                    : pools.rendered.acquire(size, format);
 }
 
 void RenderTarget::take(const media::Frame& picture) {
@@ -126,7 +163,7 @@ void RenderTarget::take(const media::Frame& picture) {
 void RenderTarget::start(CIContext& context, const CIImage& image) {
     const CGRect bounds{0, 0, static_cast<double>(size_.width), static_cast<double>(size_.height)};
     task_ = context.startRender(image, frame_.pixels(), frame_.strideBytes(), bounds,
-                                isDeep_ ? CIFormat::RGBAf : CIFormat::RGBA8,
+                                isDeep_ || isStraight_ ? CIFormat::RGBAf : CIFormat::RGBA8,
                                 light_ ? CGColorSpace::LinearSRGB : CGColorSpace::SRGB);
 }
 
@@ -145,11 +182,15 @@ media::Frame RenderTarget::takeFrame() {
             narrow(frame_, frame);
         }
         frame_ = media::Frame();
+    } else if (isStraight_) {
+        frame = words_->acquire(size_, media::PixelFormat::Rgba8);
+        narrowToBytes(frame_, frame);
+        frame_ = media::Frame();
     } else {
         frame = std::move(frame_);
     }
     const bool opaque = isOpaque(frame);
-    const bool isStraight = isTaken_ || light_;
+    const bool isStraight = isTaken_ || isStraight_ || light_;
     frame.alpha = opaque       ? media::Alpha::Opaque
                   : isStraight ? media::Alpha::Straight
                                : media::Alpha::Premultiplied;

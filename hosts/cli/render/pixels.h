@@ -11,8 +11,9 @@
 namespace vorn::hosts::cli {
 
 /// A lazy image of a frame, which goes back to its pool with the last image that is made of it.
-/// Deep frames take their floats from `pool`. With tables, the frame is deep, its alpha opaque or
-/// straight, and the image is of light; else its alpha is opaque or premultiplied.
+/// Deep frames, and those with straight alpha, take their floats from `pool`. With tables, the
+/// frame is deep, its alpha opaque or straight, and the image is of light; other deep frames are
+/// opaque or premultiplied.
 CIImage imageOfFrame(media::Frame frame, media::FramePool& pool,
                      const LightTables* light = nullptr);
 
@@ -27,9 +28,10 @@ struct TargetPools {
 /// A picture on its way from the effects to the encoder.
 class RenderTarget {
 public:
-    /// `pools` and `light`, which is null unless light is coded again, outlive the target.
+    /// `pools` and `light`, which is null unless light is coded again, outlive the target. A frame
+    /// of 8 bits that `isStraight` is rendered as floats, so that a small alpha costs no colour.
     RenderTarget(media::Size size, media::PixelFormat format, TargetPools& pools,
-                 const LightTables* light = nullptr);
+                 const LightTables* light = nullptr, bool isStraight = false);
 
     /// Takes a picture of 8 bits as it is stored, past all effects.
     void take(const media::Frame& picture);
@@ -50,7 +52,7 @@ private:
     const LightTables* light_;
     media::Frame frame_; ///< what is rendered into: 8-bit pixels or floats
     RenderTask task_;
-    bool isDeep_, isTaken_ = false;
+    bool isDeep_, isStraight_, isTaken_ = false;
 };
 
 } // namespace vorn::hosts::cli

@@ -233,7 +233,10 @@ OpenedSource openStill(media::Reader reader, const SourceRequest& request, Opene
     media::Frame picture;
     if (!reader.read(picture)) throw media::ReadError("cannot read " + request.name);
     // Many pictures have a place for transparency and none in it.
-    opened.hasAlpha = opened.hasAlpha && !isOpaque(picture);
+    if (isOpaque(picture)) {
+        picture.alpha = media::Alpha::Opaque;
+        opened.hasAlpha = opened.isStraight = false;
+    }
     SourceFrame frame;
     if (opened.isUntouched) {
         frame.stored = std::make_shared<const media::Frame>(std::move(picture));
@@ -273,7 +276,8 @@ void chooseForm(const SourceRequest& request, media::Reader& reader, OpenedSourc
     const bool isScaled = reader.outputSize() != info.uprightSize;
     const bool isDeep = reader.outputFormat() == media::PixelFormat::Rgba16;
     const media::ColourMeaning meaning = media::meaningOf(info);
-    opened.isUntouched = request.isUntouched && info.hasAlpha && !isDeep && !isScaled;
+    const bool isStraight = info.hasAlpha && !isDeep && !isScaled;
+    opened.isUntouched = request.isUntouched && isStraight;
     // The framework knows the curve of sRGB itself.
     if (request.isLinear && meaning.curve != media::TransferCurve::SRGB) {
         if (meaning.curve == media::TransferCurve::Unknown) {
@@ -284,9 +288,10 @@ void chooseForm(const SourceRequest& request, media::Reader& reader, OpenedSourc
         }
         opened.light = std::make_shared<const LightTables>(meaning.curve);
     }
-    if (opened.isUntouched || opened.light) reader.keepStraightAlpha();
+    opened.isStraight = isStraight && !opened.isUntouched && !opened.light;
+    if (isStraight || opened.light) reader.keepStraightAlpha();
     // Colours that are multiplied with a small alpha would keep a few steps of 8 bits.
-    const bool needsDepth = opened.light || (info.hasAlpha && !opened.isUntouched);
+    const bool needsDepth = opened.light || (info.hasAlpha && !isStraight);
     if (needsDepth) reader.setOutput(media::PixelFormat::Rgba16, request.size);
     opened.format = reader.outputFormat();
 }

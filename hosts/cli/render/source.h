@@ -72,6 +72,7 @@ struct OpenedSource {
     media::TimeRange range;
     std::optional<std::int64_t> expectedFrames;
     bool isUntouched = false; ///< frames have `stored` and no image
+    bool isStraight = false;  ///< 8 bits with straight alpha, which effects see as floats
     /// Set where `image`s are of light and the context does not know the curve.
     std::shared_ptr<const LightTables> light;
 };
