@@ -236,7 +236,7 @@ void addOutputOptions(CLI::App& command, RenderArguments& arguments) {
         ->type_name("N");
     addText(command, "--working-space", "NAME", arguments.workingSpace,
             "none: values are worked on as stored (the default);\n"
-            "linear: linear light");
+            "linear: linear light, by the transfer of IN");
     command.add_flag("--no-overwrite", arguments.keepsExisting,
                      "Refuse to replace an existing OUT");
     command.add_flag("--allow-playlists", arguments.allowsPlaylists,
