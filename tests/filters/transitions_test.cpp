@@ -510,7 +510,9 @@ TEST(WipesByAMatte, MoveEvenlyThroughTheStepsOfEightBits) {
             for (const double share : shares) in += share;
             // A quarter of a step at a time, and never more than half of the picture's contrast
             // from one pixel to the next.
-            if (i > 0) EXPECT_NEAR(in - before, 2, 0.9) << time << ", " << nameOf(*context);
+            if (i > 0) {
+                EXPECT_NEAR(in - before, 2, 0.9) << time << ", " << nameOf(*context);
+            }
             before = in;
             for (size_t x = kSide + 1; x < shares.size() - kSide; ++x)
                 EXPECT_LT(std::fabs(shares[x] - shares[x - 1]), 0.5)
