@@ -90,6 +90,7 @@ ExitCode run(int argc, char** argv) {
     addDescribeCommand(app, action);
     addExplainCommand(app, action);
     addRenderCommand(app, action);
+    addChainCommand(app, action);
     addGalleryCommand(app, action);
     addBenchCommand(app, action);
     addDoctorCommand(app, action);

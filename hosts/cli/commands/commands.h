@@ -27,6 +27,7 @@ void addListCommand(CLI::App& app, Action& action);
 void addDescribeCommand(CLI::App& app, Action& action);
 void addExplainCommand(CLI::App& app, Action& action);
 void addRenderCommand(CLI::App& app, Action& action);
+void addChainCommand(CLI::App& app, Action& action);
 void addGalleryCommand(CLI::App& app, Action& action);
 void addBenchCommand(CLI::App& app, Action& action);
 void addDoctorCommand(CLI::App& app, Action& action);

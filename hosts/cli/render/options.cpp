@@ -34,10 +34,13 @@ constexpr const char helpText[] =
     "[x,y] to [x,y,z,w], rgba(r,g,b,a), transform(a,b,c,d,tx,ty), hex:00ff,\n"
     "text:words (a comma in it as \\,), none.\n"
     "Quote values with brackets, parentheses or blanks for the shell.\n"
+    "Values may be formulas of t, the time in seconds: intensity=0.5+0.5*sin(2*pi*t).\n"
+    "The filters of --chain and --preset-chain take their places among those of --filter.\n"
     "--image and --animate name one filter of the chain with N.KEY, counted from 1, or\n"
     "NAME.KEY. A second film shows the frame of the main one's time, and its last one when\n"
     "it is over. Keyframe times count from the start of OUT; before the first and after the\n"
-    "last keyframe the value stands still.\n\n"
+    "last keyframe the value stands still. TIME:VALUE:EASING goes on to the next one by that\n"
+    "easing: linear, hold, smooth, cubic or bounce.\n\n"
     "Filters run on the time of the film, so that a render gives the same pictures each time.\n"
     "Each frame keeps its time, size, colour tags and rotation; sound and subtitles are copied,\n"
     "or converted where OUT refuses them; title, chapters and attachments stay. What a filter\n"
@@ -157,9 +160,7 @@ RenderOptions readRenderOptions(const RenderArguments& arguments) {
     options.isQuiet = arguments.isQuiet;
     options.json = arguments.json;
     options.files = readFileOptions(arguments.files);
-    for (const std::string& text : arguments.filters) options.chain.addFilter(text);
-    for (const std::string& text : arguments.images) options.chain.addImage(text);
-    for (const std::string& text : arguments.animations) options.chain.addAnimation(text);
+    options.chain = readChainPlan(arguments.chain);
     options.source.deinterlacing = options.files.deinterlacing;
     options.source.isLinear = options.context.workingSpace != CGColorSpace::None;
     options.source.isUntouched = options.chain.links().empty();
@@ -183,20 +184,11 @@ void addText(CLI::App& command, const char* name, const char* type, std::string&
 }
 
 void addInputOptions(CLI::App& command, RenderArguments& arguments) {
-    const auto addRepeated = [&command](const char* name, const char* type,
-                                        std::vector<std::string>& values, const char* text) {
-        command.add_option(name, values, text)->allow_extra_args(false)->type_name(type);
-    };
     command.add_option("IN", arguments.input, "What is read, see below")->required()->type_name("");
     command.add_option("OUT", arguments.output, "What is written, see below")
         ->required()
         ->type_name("");
-    addRepeated("--filter", "NAME[:KEY=VALUE,...]", arguments.filters,
-                "A filter, as `vorn list` names it, with its inputs;\nrepeat for a chain");
-    addRepeated("--image", "KEY=FILE", arguments.images,
-                "A second image: a picture, a film that runs in step,\nor test:");
-    addRepeated("--animate", "KEY=TIME:VALUE,...", arguments.animations,
-                "An input that moves straight from value to value");
+    addChainOptions(command, arguments.chain);
     addText(command, "--size", "WxH", arguments.size, "Scale the input to that size first");
     addText(command, "--range", "START-END", arguments.range,
             "The part of the input, in seconds or HH:MM:SS; START-\nand -END leave a side open");

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "chain/chain.h"
+#include "chain_arguments.h"
 #include "file_options.h"
 #include "source.h"
 
@@ -23,7 +24,7 @@ namespace vorn::hosts::cli {
 /// The command line, as it is written.
 struct RenderArguments {
     std::string input, output;
-    std::vector<std::string> filters, images, animations;
+    ChainArguments chain;
     std::string size, range, duration, rate;
     std::int64_t frames = 0;
     std::string codec, preset;

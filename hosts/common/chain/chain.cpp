@@ -28,21 +28,8 @@ CIImage Chain::apply(const CIImage& source, const std::vector<CIImage>& secondIm
     PrintedLines printed;
     CIImage image = source;
     for (const Stage& stage : stages_) {
-        // A filter that makes its picture by itself has no such key.
-        stage.filter->setValueForKey(image, stage.link->entry.guide().frameKey);
-        for (const auto& [key, number] : stage.link->images) {
-            stage.filter->setValueForKey(secondImages[number], key);
-        }
-        for (const auto& [key, animation] : stage.link->animations) {
-            stage.filter->setValueForKey(animation.valueAt(seconds), key);
-        }
-        stage.filter->setVornFrameTime(nanoseconds);
-        const ChainLink& link = *stage.link;
-        setMediaTime(*stage.filter, link.entry, nanoseconds, [&](const std::string& key) {
-            const auto isIt = [&](const auto& set) { return set.first == key; };
-            return std::any_of(link.settings.begin(), link.settings.end(), isIt) ||
-                   std::any_of(link.animations.begin(), link.animations.end(), isIt);
-        });
+        if (!stage.link->isAtWork(seconds)) continue;
+        setInputs(stage, image, secondImages, nanoseconds, seconds);
         image = stage.filter->outputImage();
         const std::vector<std::string> lines = printed.take();
         if (!image) failWithoutImage(stage, lines);
@@ -51,6 +38,24 @@ CIImage Chain::apply(const CIImage& source, const std::vector<CIImage>& secondIm
     }
     ++frames_;
     return image;
+}
+
+void Chain::setInputs(const Stage& stage, const CIImage& image,
+                      const std::vector<CIImage>& secondImages, std::uint64_t nanoseconds,
+                      double seconds) const {
+    const ChainLink& link = *stage.link;
+    // A filter that makes its picture by itself has no such key.
+    stage.filter->setValueForKey(image, link.entry.guide().frameKey);
+    for (const auto& [key, number] : link.images)
+        stage.filter->setValueForKey(secondImages[number], key);
+    for (const auto& [key, animation] : link.animations)
+        stage.filter->setValueForKey(animation.valueAt(seconds), key);
+    stage.filter->setVornFrameTime(nanoseconds);
+    setMediaTime(*stage.filter, link.entry, nanoseconds, [&](const std::string& key) {
+        const auto isIt = [&](const auto& set) { return set.first == key; };
+        return std::any_of(link.settings.begin(), link.settings.end(), isIt) ||
+               std::any_of(link.animations.begin(), link.animations.end(), isIt);
+    });
 }
 
 std::vector<std::string> Chain::takeMessages() {

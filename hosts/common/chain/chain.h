@@ -33,6 +33,9 @@ private:
         const ChainLink* link;
         CIFilterRef filter;
     };
+    void setInputs(const Stage& stage, const CIImage& image,
+                   const std::vector<CIImage>& secondImages, std::uint64_t nanoseconds,
+                   double seconds) const;
     void note(const Stage& stage, const std::vector<std::string>& lines);
     void noteErrorImage(const Stage& stage, const CIImage& image);
     [[noreturn]] void failWithoutImage(const Stage& stage,

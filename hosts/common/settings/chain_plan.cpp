@@ -19,34 +19,90 @@ namespace {
     throw HostError(ExitCode::Usage, message);
 }
 
+/// The input that a key means; a usage error for a key that is none and for pictures.
+ListedInput settableInput(const FilterEntry& entry, std::string_view key, std::string_view where) {
+    const std::optional<ListedInput> input = findInput(entry, key);
+    if (!input) {
+        refuse(fmt::format("{}: {} has no input \"{}\"{}", where, entry.name, key,
+                           keySuggestion(key, inputKeys(entry, false))));
+    }
+    if (input->kind != InputKind::Image) return *input;
+    refuse(input->key == entry.guide().frameKey
+               ? fmt::format("{}: {} is the picture that the chain hands on", where, input->key)
+               : fmt::format("{}: {} is an image, set it with --image {}=FILE, in a file by "
+                             "\"images\"",
+                             where, input->key, input->key));
+}
+
+void unset(ChainLink& link, const std::string& key) {
+    const auto isIt = [&](const auto& set) { return set.first == key; };
+    std::erase_if(link.settings, isIt);
+    std::erase_if(link.animations, isIt);
+}
+
 } // namespace
+
+bool ChainLink::isAtWork(double seconds) const {
+    constexpr double tolerance = 0.0005;
+    if (!during) return true;
+    return seconds >= during->startSeconds - tolerance &&
+           (!during->endSeconds || seconds < *during->endSeconds - tolerance);
+}
+
+void ChainPlan::addLink(std::string_view name, std::string_view where) {
+    constexpr size_t most = 256;
+    const std::string before = where.empty() ? "" : fmt::format("{}: ", where);
+    if (links_.size() == most)
+        refuse(fmt::format("{}a chain has at most {} filters", before, most));
+    try {
+        links_.push_back({findFilter(name), {}, {}, {}, {}});
+    } catch (const HostError& error) {
+        throw HostError(error.code(), before + error.what());
+    }
+}
+
+void ChainPlan::set(std::string_view key, InputValue value, std::string_view where) {
+    ChainLink& link = links_.back();
+    const ListedInput input = settableInput(link.entry, key, where);
+    checkInput(link.entry, input.key, value, where);
+    unset(link, input.key);
+    link.settings.emplace_back(input.key, std::move(value));
+}
+
+void ChainPlan::animate(std::string_view key, Animation animation, std::string_view where) {
+    ChainLink& link = links_.back();
+    const ListedInput input = settableInput(link.entry, key, where);
+    checkInput(link.entry, input.key, animation.example(), where);
+    unset(link, input.key);
+    link.animations.emplace_back(input.key, std::move(animation));
+}
+
+void ChainPlan::setImage(std::string_view key, const std::string& name, std::string_view where) {
+    ChainLink& link = links_.back();
+    const std::vector<std::string> keys = inputKeys(link.entry, true);
+    const std::optional<ListedInput> input = findInput(link.entry, key);
+    if (!input || std::find(keys.begin(), keys.end(), input->key) == keys.end()) {
+        refuse(fmt::format("{}: {} has no image input \"{}\"{}", where, link.entry.name, key,
+                           keySuggestion(key, keys)));
+    }
+    link.images.emplace_back(input->key, imageNames_.size());
+    imageNames_.push_back(name);
+}
 
 void ChainPlan::addFilter(std::string_view text) {
     const size_t colon = text.find(':');
-    ChainLink link{findFilter(text.substr(0, colon)), {}, {}, {}};
-    if (colon != std::string_view::npos) {
-        for (const std::string& part : splitOutsideBrackets(text.substr(colon + 1), ',')) {
-            const std::string option = "--filter " + link.entry.name;
-            const auto [key, valueText] = splitOnce(part, '=', option);
-            const std::optional<ListedInput> input = findInput(link.entry, key);
-            if (!input) {
-                std::vector<std::string> keys = inputKeys(link.entry, false);
-                refuse(fmt::format("{} has no input \"{}\"{}", link.entry.name, key,
-                                   keySuggestion(key, keys)));
-            }
-            if (input->kind == InputKind::Image) {
-                refuse(input->key == link.entry.guide().frameKey
-                           ? fmt::format("{}: {} is the picture that the chain hands on", option,
-                                         input->key)
-                           : fmt::format("{}: {} is an image, set it with --image {}=FILE", option,
-                                         input->key, input->key));
-            }
-            InputValue value = parseValue(valueText, fmt::format("{} {}", option, key));
-            checkInput(link.entry, input->key, value, option);
-            link.settings.emplace_back(input->key, std::move(value));
-        }
+    addLink(text.substr(0, colon));
+    if (colon == std::string_view::npos) return;
+    const std::string option = "--filter " + links_.back().entry.name;
+    for (const std::string& part : splitOutsideBrackets(text.substr(colon + 1), ',')) {
+        const auto [key, value] = splitOnce(part, '=', option);
+        settableInput(links_.back().entry, key, option); // before what is wrong with its value
+        const std::string where = fmt::format("{} {}", option, key);
+        if (std::optional<Animation> animation = Animation::formulas(value, where))
+            animate(key, *std::move(animation), where);
+        else
+            set(key, parseValue(value, where), option);
     }
-    links_.push_back(std::move(link));
 }
 
 std::vector<ChainPlan::Target> ChainPlan::targets(std::string_view address, bool images,
@@ -105,9 +161,41 @@ void ChainPlan::addAnimation(std::string_view text) {
         refuse(fmt::format("--animate {}: several filters have that input; say {}", address,
                            fmt::join(forms, " or ")));
     }
-    Animation animation(keyframes, "--animate " + address);
-    checkInput(found[0].link->entry, found[0].key, animation.first().value, "--animate");
+    const std::string where = "--animate " + address;
+    Animation animation = Animation::parse(keyframes, where);
+    checkInput(found[0].link->entry, found[0].key, animation.example(), "--animate");
+    unset(*found[0].link, found[0].key);
     found[0].link->animations.emplace_back(found[0].key, std::move(animation));
+}
+
+ChainLink& ChainPlan::linkNamed(std::string_view who, std::string_view option) {
+    ChainLink* found = nullptr;
+    std::vector<std::string> names;
+    for (size_t i = 0; i < links_.size(); ++i) {
+        names.push_back(links_[i].entry.name);
+        if (who == std::to_string(i + 1)) return links_[i];
+        if (who != names.back()) continue;
+        if (found)
+            refuse(fmt::format("{}: there are several {}; say 1 for the first filter of the "
+                               "chain, 2 for the second",
+                               option, who));
+        found = &links_[i];
+    }
+    if (found) return *found;
+    refuse(fmt::format("{}: \"{}\" is not in the chain of {} filters{}", option, who, links_.size(),
+                       suggestion(who, names)));
+}
+
+void ChainPlan::addRange(std::string_view text) {
+    if (links_.empty()) refuse(fmt::format("--during {}: there is no --filter", text));
+    const size_t place = text.find('=');
+    const std::string option = fmt::format("--during {}", text);
+    if (place == std::string_view::npos && links_.size() > 1)
+        refuse(option + ": the chain has several filters; say N=START-END");
+    ChainLink& link =
+        place == std::string_view::npos ? links_[0] : linkNamed(text.substr(0, place), option);
+    link.during =
+        parseRange(place == std::string_view::npos ? text : text.substr(place + 1), "--during");
 }
 
 } // namespace vorn::hosts

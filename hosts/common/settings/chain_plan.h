@@ -1,9 +1,11 @@
-// What is asked of a chain of filters: their names, settings, images and animations.
+// What is asked of a chain of filters: their names, settings, images, animations and times.
 #pragma once
 
 #include "animation.h"
 #include "catalogue/catalog.h"
+#include "media/types.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -18,18 +20,38 @@ struct ChainLink {
     std::vector<std::pair<std::string, Animation>> animations;
     /// Keys of image inputs, with the number of the second image that they show.
     std::vector<std::pair<std::string, size_t>> images;
+    /// When it works; the picture passes it unchanged at other times. What limits it to a part of
+    /// the picture belongs here as well.
+    std::optional<media::TimeRange> during;
+
+    bool isAtWork(double seconds) const;
 };
 
-/// The chain as the command line describes it. Everything that can be wrong with the texts is a
-/// usage error here, with the nearest names.
+/// The chain as it is described. Everything that can be wrong with a description is a usage error
+/// here, with the nearest names.
 class ChainPlan {
 public:
-    /// Adds "NAME" or "NAME:key=value,key=value".
+    // As a command line has it.
+
+    /// Adds "NAME" or "NAME:key=value,key=value"; a value may be a formula of the time.
     void addFilter(std::string_view text);
     /// Reads "KEY=FILE", for every filter that has that input, "N.KEY=FILE" or "NAME.KEY=FILE".
     void addImage(std::string_view text);
     /// Reads "KEY=TIME:VALUE,…", "N.KEY=…" or "NAME.KEY=…"; one filter must be meant.
     void addAnimation(std::string_view text);
+    /// Reads "N=START-END" or "NAME=START-END"; of a chain of one filter "START-END" too.
+    void addRange(std::string_view text);
+
+    // Step by step. `where` names the place of what is asked in complaints.
+
+    /// Adds a filter with nothing set.
+    void addLink(std::string_view name, std::string_view where = {});
+    /// What is set on the filter that was added last; a later value takes the place of an earlier
+    /// one.
+    void set(std::string_view key, InputValue value, std::string_view where);
+    void animate(std::string_view key, Animation animation, std::string_view where);
+    void setImage(std::string_view key, const std::string& name, std::string_view where);
+    void limit(const media::TimeRange& range) { links_.back().during = range; }
 
     const std::vector<ChainLink>& links() const { return links_; }
     /// The files of the second images.
@@ -41,6 +63,7 @@ private:
         std::string key;
     };
     std::vector<Target> targets(std::string_view address, bool images, std::string_view option);
+    ChainLink& linkNamed(std::string_view who, std::string_view option);
 
     std::vector<ChainLink> links_;
     std::vector<std::string> imageNames_;

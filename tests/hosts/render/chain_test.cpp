@@ -107,6 +107,46 @@ TEST_F(RenderTest, BeginsWithTheStartsOfInputsThatAreNotAdvertised) {
     EXPECT_NE(pixelsOf(card, {"--filter", filter + ":brightness=none"}), pixelsOf(card));
 }
 
+TEST_F(RenderTest, TakesChainsFromFilesAsFromOptions) {
+    const std::string card = "test:64x48@10,0.6s",
+                      second = file("test:64x48@10,0.1s", "second.png");
+    // The mixer moves, the second filter works on two frames only, and the order is as written.
+    const Arguments options{"--filter",  "VEGobo:mixer=0.2+t",
+                            "--filter",  "VEXFDissolve:fadeStatus=0.5",
+                            "--filter",  "VESolarize:intensity=1",
+                            "--image",   "targetImage=" + second,
+                            "--during",  "2=0.2-0.4",
+                            "--animate", "3.intensity=0:0:hold,0.3:1"};
+    const Pixels wanted = pixelsOf(card, options);
+    constexpr std::size_t frame = 64 * 48 * 4;
+    const Arguments first{"--filter", "VEGobo:mixer=0.3"};
+    EXPECT_EQ(frameOf(wanted, 1, frame), frameOf(pixelsOf(card, first), 1, frame));
+
+    Arguments chain{"chain", path("chain.json")};
+    chain.insert(chain.end(), options.begin() + 2, options.begin() + 10);
+    for (std::string& word : chain)
+        if (word[0] == '2') word = "1=0.2-0.4";
+    ASSERT_EQ(Process(chain).wait().code, 0);
+    EXPECT_EQ(pixelsOf(card, {"--filter", "VEGobo:mixer=0.2+t", "--chain", path("chain.json"),
+                              "--animate", "3.intensity=0:0:hold,0.3:1"}),
+              wanted);
+    const Outcome back = Process({"chain", "--chain", path("chain.json"), "--command-line"}).wait();
+    EXPECT_EQ(back.results,
+              "--filter VEXFDissolve:inputFadeStatus=0.5 --filter VESolarize:inputIntensity=1 "
+              "--image 1.inputTargetImage=" +
+                  second + " --during 1=0.2-0.4\n");
+}
+
+TEST_F(RenderTest, SaysInOneLineWhenAFormulaGivesNoNumber) {
+    const Outcome run = render(
+        {"test:64x48@10,1s", path("out.mkv"), "--quiet", "--filter", "VEGobo:mixer=sqrt(0.25-t)"});
+    EXPECT_EQ(run.code, 1);
+    EXPECT_NE(run.talk.find("vorn: frame 3 at 0.300 s: --filter VEGobo mixer: \"sqrt(0.25-t)\" is "
+                            "no number at t = 0.3\n"),
+              std::string::npos)
+        << run.talk;
+}
+
 TEST_F(RenderTest, FailsWithWhatTheLibrarySaysWhenAFilterGivesNoImage) {
     for (const std::string& output : {path("none.mp4"), std::string("-")}) {
         const Outcome run = render({"test:64x48", output, "--filter", "VESolarize:intensity=none"});

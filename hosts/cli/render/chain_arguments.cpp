@@ -1,0 +1,59 @@
+#include "chain_arguments.h"
+
+#include "chain/presets.h"
+
+#include <map>
+
+#include <CLI/CLI.hpp>
+
+namespace vorn::hosts::cli {
+
+void addChainOptions(CLI::App& command, ChainArguments& arguments) {
+    const auto add = [&command](const char* name, const char* type,
+                                std::vector<std::string>& values, const char* text) {
+        return command.add_option(name, values, text)->allow_extra_args(false)->type_name(type);
+    };
+    std::map<const CLI::Option*, const std::vector<std::string>*> parts;
+    parts[add("--filter", "NAME[:KEY=VALUE,...]", arguments.filters,
+              "A filter, as `vorn list` names it, with its inputs;\nrepeat for a chain")] =
+        &arguments.filters;
+    parts[add("--chain", "FILE", arguments.files,
+              "The filters of a chain file, see `vorn help chain`")] = &arguments.files;
+    parts[add("--preset-chain", "NAME", arguments.presets,
+              "The filters of a chain that comes with vorn, see\n`vorn list --presets`")] =
+        &arguments.presets;
+    add("--image", "KEY=FILE", arguments.images,
+        "A second image: a picture, a film that runs in step,\nor test:");
+    add("--animate", "KEY=TIME:VALUE,...", arguments.animations,
+        "An input that moves from value to value, or a formula\nof the time");
+    add("--during", "N=START-END", arguments.ranges,
+        "When the Nth filter works, in seconds or HH:MM:SS");
+    command.parse_complete_callback([&command, &arguments, parts] {
+        arguments.order.clear();
+        for (const CLI::Option* option : command.parse_order())
+            if (const auto part = parts.find(option); part != parts.end())
+                arguments.order.push_back(part->second);
+    });
+}
+
+ChainPlan readChainPlan(const ChainArguments& arguments, ChainWords* words) {
+    ChainPlan plan;
+    std::map<const std::vector<std::string>*, size_t> taken;
+    ChainWords told;
+    for (const std::vector<std::string>* part : arguments.order) {
+        const std::string& text = (*part)[taken[part]++];
+        if (part == &arguments.filters)
+            plan.addFilter(text);
+        else if (part == &arguments.files)
+            told = readChainFile(text, plan);
+        else
+            told = readChainFile(findPreset(text).path, plan);
+    }
+    for (const std::string& text : arguments.images) plan.addImage(text);
+    for (const std::string& text : arguments.animations) plan.addAnimation(text);
+    for (const std::string& text : arguments.ranges) plan.addRange(text);
+    if (words) *words = told;
+    return plan;
+}
+
+} // namespace vorn::hosts::cli
