@@ -1,6 +1,7 @@
 // `vorn list`: which filters there are.
 #include "catalogue/catalog.h"
 #include "catalogue/suggest.h"
+#include "chain/presets.h"
 #include "commands.h"
 #include "terminal/output.h"
 #include "terminal/talk.h"
@@ -16,7 +17,7 @@ namespace vorn::hosts::cli {
 namespace {
 
 struct ListOptions {
-    bool json = false, builtin = false;
+    bool json = false, builtin = false, presets = false, namesOnly = false;
     std::vector<std::string> words;
 };
 
@@ -81,8 +82,34 @@ void printFamilies(std::vector<FilterEntry> entries) {
     if (!entries.empty()) printResult("\n");
 }
 
+/// The chains that come with vorn.
+ExitCode listThePresets(const ListOptions& options) {
+    size_t count = 0;
+    std::vector<TableRow> rows;
+    for (const Preset& preset : listPresets()) {
+        const auto isFound = [&](const std::string& word) {
+            return has({preset.name, preset.description}, word);
+        };
+        if (!std::all_of(options.words.begin(), options.words.end(), isFound)) continue;
+        ++count;
+        if (options.json)
+            printResult("{}\n", jsonLine(Json{{"name", preset.name},
+                                              {"description", preset.description},
+                                              {"file", preset.path}}));
+        else if (options.namesOnly)
+            printResult("{}\n", preset.name);
+        else
+            rows.push_back({preset.name, preset.description});
+    }
+    printTable(rows);
+    if (!options.json && !options.namesOnly)
+        printResult("\n{} {}\n", count, count == 1 ? "preset" : "presets");
+    return ExitCode::Done;
+}
+
 ExitCode list(const ListOptions& options) {
     registerFilters();
+    if (options.presets) return listThePresets(options);
     const std::vector<FilterEntry> entries = found(listFilters(options.builtin), options.words);
     if (options.json) {
         for (const FilterEntry& entry : entries) {
@@ -93,6 +120,10 @@ ExitCode list(const ListOptions& options) {
                             {"tags", guide.tags}};
             printResult("{}\n", jsonLine(line));
         }
+        return ExitCode::Done;
+    }
+    if (options.namesOnly) {
+        for (const FilterEntry& entry : entries) printResult("{}\n", entry.name);
         return ExitCode::Done;
     }
     printFamilies(entries);
@@ -112,6 +143,9 @@ void addListCommand(CLI::App& app, Action& action) {
     command->add_flag("--json", options->json, "One JSON object per filter and line");
     command->add_flag("--builtin", options->builtin,
                       "The image framework's own filters instead of the effects");
+    command->add_flag("--presets", options->presets,
+                      "The chains for --preset-chain instead of the effects");
+    command->add_flag("--names", options->namesOnly, "The names alone, one a line");
     command->footer("Examples:\n"
                     "  vorn list\n"
                     "  vorn list key\n"

@@ -89,6 +89,11 @@ GalleryPage makePictures(const GalleryOptions& options) {
         page.filters.push_back(portraitOf(studio, entry, folder));
         progress.update(static_cast<int64_t>(page.filters.size()));
     }
+    // Who asks for some filters gets these alone.
+    if (options.filters.empty()) {
+        for (const Preset& preset : listPresets())
+            page.presets.push_back(portraitOf(studio, preset, folder));
+    }
     progress.clear();
     for (const std::string& message : studio.messages) say("{}", message);
     return page;

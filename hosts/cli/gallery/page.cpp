@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 namespace vorn::hosts::cli {
 
@@ -92,14 +93,13 @@ std::string figure(const GalleryPicture& picture) {
 }
 
 /// The still picture, and the one in motion for those who ask for it.
-std::string leadFigure(const GalleryFilter& filter) {
-    const GalleryPicture& lead = filter.lead;
+std::string leadFigure(const GalleryPicture& lead, const std::string& title,
+                       const std::string& animation, bool flashes) {
     std::string html = "<div>" + figure(lead);
-    if (!filter.animation.empty()) {
-        html +=
-            fmt::format("<details><summary>{} in motion{}</summary>{}</details>\n",
-                        escaped(filter.entry.guide().title), filter.flashes ? " (it flashes)" : "",
-                        imageTag(filter.animation, lead.description + ", in motion"));
+    if (!animation.empty()) {
+        html += fmt::format("<details><summary>{} in motion{}</summary>{}</details>\n",
+                            escaped(title), flashes ? " (it flashes)" : "",
+                            imageTag(animation, lead.description + ", in motion"));
     }
     return html + "</div>\n";
 }
@@ -131,25 +131,56 @@ std::string inputTable(const GalleryFilter& filter) {
     return html + "</tbody></table>\n";
 }
 
+constexpr const char* kFlashWarning =
+    "<p class=\"warning\"><strong>Warning:</strong> it can flash quickly, which is not safe for "
+    "everybody.</p>\n";
+
+/// The section of the presets; nothing where there are none.
+std::string presetSection(const std::vector<GalleryPreset>& presets) {
+    if (presets.empty()) return {};
+    std::string html = "<section aria-labelledby=\"presets\">\n<h2 id=\"presets\">Presets</h2>\n"
+                       "<p>Chains of filters that come with vorn, by <code>--preset-chain "
+                       "NAME</code></p>\n";
+    for (const GalleryPreset& preset : presets) {
+        html += fmt::format("<article id=\"{0}\" aria-labelledby=\"{0}-name\">\n"
+                            "<h3 id=\"{0}-name\">{1}</h3>\n<p>{2}</p>\n{3}"
+                            "<p>Made of: {4}</p>\n",
+                            escaped(preset.id), escaped(preset.name), escaped(preset.description),
+                            preset.flashes ? kFlashWarning : "",
+                            escaped(fmt::format("{}", fmt::join(preset.filters, ", "))));
+        html += leadFigure(preset.lead, preset.name, preset.animation, preset.flashes) +
+                "<p><a href=\"#list\">Back to the list</a></p>\n</article>\n";
+    }
+    return html + "</section>\n";
+}
+
 std::string article(const GalleryFilter& filter) {
     const FilterGuide& guide = filter.entry.guide();
     std::string html =
         fmt::format("<article id=\"{0}\" aria-labelledby=\"{0}-name\">\n"
                     "<h3 id=\"{0}-name\">{1}</h3>\n<code>{0}</code>\n<p>{2}</p>\n",
                     escaped(filter.entry.name), escaped(guide.title), escaped(guide.sentence));
-    if (filter.flashes)
-        html += "<p class=\"warning\"><strong>Warning:</strong> it can flash quickly, which is not "
-                "safe for everybody.</p>\n";
+    if (filter.flashes) html += kFlashWarning;
     html += "<ul class=\"tags\" aria-label=\"Tags\">";
     for (const auto* words : {&guide.tags, &filter.traits})
         for (const std::string& word : *words) html += "<li>" + escaped(word) + "</li>";
-    html += "</ul>\n<div class=\"top\">\n" + leadFigure(filter) + inputTable(filter) + "</div>\n";
+    html += "</ul>\n<div class=\"top\">\n" +
+            leadFigure(filter.lead, guide.title, filter.animation, filter.flashes) +
+            inputTable(filter) + "</div>\n";
     for (const GalleryRow& row : filter.rows) {
         html += "<h4>" + escaped(row.title) + "</h4>\n<div class=\"row\">\n";
         for (const GalleryPicture& picture : row.pictures) html += figure(picture);
         html += "</div>\n";
     }
     return html + "<p><a href=\"#list\">Back to the list</a></p>\n</article>\n";
+}
+
+std::string presetLinks(const std::vector<GalleryPreset>& presets) {
+    std::string html;
+    for (const GalleryPreset& preset : presets)
+        html += fmt::format("<li><a href=\"#{}\">{}</a></li>\n", escaped(preset.id),
+                            escaped(preset.name));
+    return html.empty() ? html : "<h2>Presets</h2>\n<ul>\n" + html + "</ul>\n";
 }
 
 /// The filters in the order of their families.
@@ -204,10 +235,11 @@ std::string galleryHtml(const GalleryPage& page) {
                                               escaped(filter.entry.name),
                                               escaped(filter.entry.guide().title));
                        }) +
-            "</nav>\n<main id=\"filters\" tabindex=\"-1\">\n" +
+            presetLinks(page.presets) + "</nav>\n<main id=\"filters\" tabindex=\"-1\">\n" +
             inFamilies(filters,
                        "<section aria-labelledby=\"family-{1}\">\n<h2 id=\"family-{1}\">{0}</h2>\n",
-                       "</section>\n", article);
+                       "</section>\n", article) +
+            presetSection(page.presets);
     return html + "</main>\n</body>\n</html>\n";
 }
 

@@ -28,8 +28,18 @@ struct GalleryFilter {
     std::vector<GalleryRow> rows;
 };
 
+/// A chain that comes with vorn.
+struct GalleryPreset {
+    std::string id, name, description;
+    std::vector<std::string> filters; ///< their titles
+    GalleryPicture lead;
+    std::string animation;
+    bool flashes = false;
+};
+
 struct GalleryPage {
     GalleryPicture source, target;
+    std::vector<GalleryPreset> presets; ///< may be empty
     std::vector<GalleryFilter> filters;
 };
 

@@ -1,7 +1,10 @@
 #include "portrait.h"
 
+#include "settings/chain_file.h"
+
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <optional>
 
 #include <fmt/format.h>
@@ -229,6 +232,27 @@ private:
 
 GalleryFilter portraitOf(Studio& studio, const FilterEntry& entry, const std::string& folder) {
     return Portrait(studio, entry, folder).made();
+}
+
+GalleryPreset portraitOf(Studio& studio, const Preset& preset, const std::string& folder) {
+    ChainPlan plan;
+    readChainFile(preset.path, plan);
+    GalleryPreset portrait;
+    portrait.id = "preset-" + std::filesystem::path(preset.path).stem().string();
+    portrait.name = preset.name;
+    portrait.description = preset.description;
+    for (const ChainLink& link : plan.links()) {
+        portrait.filters.push_back(link.entry.guide().title);
+        portrait.flashes = portrait.flashes || link.entry.guide().canFlash;
+    }
+    const Film film = studio.film(plan);
+    portrait.flashes = portrait.flashes || flashes(film);
+    portrait.animation = "pictures/" + portrait.id + ".gif";
+    portrait.lead = {"pictures/" + portrait.id + ".png", preset.name,
+                     "The test card through the preset " + preset.name};
+    write(folder + "/" + portrait.animation, film);
+    write(folder + "/" + portrait.lead.file, {film[kStillFrame]});
+    return portrait;
 }
 
 } // namespace vorn::hosts::cli

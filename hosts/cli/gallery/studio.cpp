@@ -1,5 +1,6 @@
 #include "studio.h"
 
+#include "chain/chain.h"
 #include "chain/film_clock.h"
 #include "chain/printed_lines.h"
 #include "host_error.h"
@@ -186,6 +187,20 @@ CIImage Studio::cutOut(const CIImage& image) {
     oval->setValueForKey(Number(0.2), "inputSize");
     oval->setValueForKey(image, "inputImage");
     return oval->outputImage();
+}
+
+Film Studio::film(const ChainPlan& plan) {
+    Film film;
+    FilmClock clock;
+    clock.driveTo(timeOf(0), 0);
+    Chain chain(plan);
+    for (int i = 0; i < kFrames; ++i) {
+        clock.driveTo(timeOf(i), static_cast<uint64_t>(i));
+        film.push_back(rendered(chain.apply(sources_[static_cast<size_t>(i)], {}, timeOf(i),
+                                            double(i) / kFramesPerSecond)));
+    }
+    for (const std::string& line : chain.takeMessages()) messages.insert(line);
+    return film;
 }
 
 Pixels Studio::rendered(const CIImage& image) {

@@ -3,6 +3,8 @@
 
 #include "page.h"
 
+#include "settings/chain_plan.h"
+
 #include "vorneffects/CIContext.h"
 
 #include <cstdint>
@@ -45,6 +47,9 @@ public:
     };
     /// What it makes of them.
     Film film(const GalleryFilter& filter, const Settings& settings, const Take& take);
+
+    /// What a chain without second pictures makes of all frames.
+    Film film(const ChainPlan& plan);
 
     Film sourcePixels;
     Pixels targetPixels;

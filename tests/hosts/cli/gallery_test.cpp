@@ -108,6 +108,16 @@ TEST_F(Gallery, ShowsEveryFilterOfTheManifest) {
         EXPECT_NE(html.find("<article id=\"" + name + "\""), std::string::npos) << name;
         EXPECT_TRUE(std::filesystem::exists(folder / "pictures" / (name + ".png"))) << name;
     }
+    const std::vector<Json> presets = runVorn("list --presets --json").objects();
+    EXPECT_GE(presets.size(), 12U);
+    for (const Json& preset : presets) {
+        const std::string file = preset.at("file"), name = preset.at("name");
+        const std::string id = "preset-" + std::filesystem::path(file).stem().string();
+        EXPECT_NE(html.find("<article id=\"" + id + "\""), std::string::npos) << id;
+        EXPECT_NE(html.find(">" + name + "</h3>"), std::string::npos) << name;
+        EXPECT_EQ(framesOf("pictures/" + id + ".gif").size(), 16U);
+        EXPECT_NE(framesOf("pictures/" + id + ".png"), framesOf("pictures/source.png")) << id;
+    }
     EXPECT_NE(run.talk.find(": " + std::to_string(filters.size()) + " filters"), std::string::npos)
         << run.talk;
 }
