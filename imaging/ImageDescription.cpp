@@ -1,4 +1,5 @@
 #include "vorneffects/ImageDescription.h"
+#include "vorneffects/ImagePromise.h"
 
 #include "imaging/KernelLibrary.h"
 #include "imaging/Node.h"
@@ -170,4 +171,13 @@ std::shared_ptr<ImageDescription> vorn::describeImage(const CIImage& image, CGRe
 } catch (...) {
     reportCaught("describeImage");
     return {};
+}
+
+bool vorn::isKnownToEqual(const CIImage& image, const CIImage& other) {
+    const Node* node = image.node();
+    while (node && node != other.node()) {
+        const bool isPromised = node->kind == Node::Kind::Kernel && node->children[0];
+        node = isPromised && node->extent == other.extent() ? node->children[0].node() : nullptr;
+    }
+    return node != nullptr;
 }

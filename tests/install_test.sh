@@ -29,9 +29,17 @@ done
 cmp <(cd "$source/include" && ls vorneffects) <(cd "$tree/include" && ls vorneffects) ||
     fail "not every header is installed"
 
+for path in share/man/man1/vorn.1 share/bash-completion/completions/vorn share/zsh/site-functions/_vorn \
+    share/fish/vendor_completions.d/vorn.fish share/vorneffects/chain.schema.json; do
+    [ -s "$tree/$path" ] || fail "there is no $path"
+done
+
 # The command line finds its library and its resources, whatever is installed elsewhere.
 env -i "$tree/bin/vorn" doctor >"$folder/doctor" || fail "vorn doctor: $(cat "$folder/doctor")"
 grep -qF "$libraries/VornEffects" "$folder/doctor" || fail "vorn uses another installation"
+
+[ "$(env -i "$tree/bin/vorn" list --presets --names | wc -l)" = "$(ls "$source/hosts/common/presets" | wc -l)" ] ||
+    fail "the installed vorn does not find its presets"
 
 expected='grey 0 became 0, 64 became 128, 255 became 0'
 check_example() { # a program, and how it was built

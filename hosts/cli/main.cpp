@@ -2,14 +2,17 @@
 #include "catalogue/catalog.h"
 #include "catalogue/suggest.h"
 #include "commands/commands.h"
+#include "commands/manual.h"
 #include "terminal/output.h"
 #include "terminal/talk.h"
+#include "json/json.h"
 
 #include "vorneffects/VornEffects.h"
 
 #include <algorithm>
 #include <exception>
 #include <sstream>
+#include <string_view>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -52,8 +55,14 @@ void addHelpCommand(CLI::App& app, Action& action) {
     CLI::App* command = app.add_subcommand("help", "Explain a command or a filter");
     command->add_option("NAME", *name, "The command or the filter; all commands when left out")
         ->type_name("");
-    command->callback([&app, &action, name] {
-        action = [&app, name] {
+    auto asManual = std::make_shared<bool>(false);
+    command->add_flag("--man", *asManual, "The whole of it as a manual page, for man");
+    command->callback([&app, &action, name, asManual] {
+        action = [&app, name, asManual] {
+            if (*asManual) {
+                printResult("{}", manualPage(app));
+                return ExitCode::Done;
+            }
             if (!name->empty() && !isCommand(app, *name)) {
                 registerFilters();
                 if (CIFilter::registeredFilter(*name)) return describeFilter(*name, false);
@@ -65,6 +74,46 @@ void addHelpCommand(CLI::App& app, Action& action) {
             return ExitCode::Done;
         };
     });
+}
+
+void addCompletionCommand(CLI::App& app, Action& action) {
+    auto shell = std::make_shared<std::string>();
+    CLI::App* command = app.add_subcommand("completion", "Print what makes a shell complete");
+    command->add_option("SHELL", *shell, "bash, zsh or fish")->required()->type_name("");
+    command->footer("Installed where these shells look for it; to try it at once:\n"
+                    "  vorn completion bash >vorn.bash && source ./vorn.bash");
+    command->callback([&app, &action, shell] {
+        action = [&app, shell] {
+            printResult("{}", completionScript(app, *shell));
+            return ExitCode::Done;
+        };
+    });
+}
+
+/// What was perhaps meant by an option that no command has.
+std::string optionSuggestion(const CLI::App& app) {
+    for (const CLI::App* command : app.get_subcommands()) {
+        std::vector<std::string> names;
+        for (const CLI::Option* option : command->get_options())
+            for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+        for (const std::string& word : app.remaining(true)) {
+            if (!word.starts_with("--")) continue;
+            const std::string hint = suggestion(word.substr(0, word.find('=')), names);
+            return fmt::format(
+                "vorn {} has no option {}{}", command->get_name(), word,
+                hint.empty() ? fmt::format("; see `vorn help {}`", command->get_name()) : hint);
+        }
+    }
+    return {};
+}
+
+/// What is wrong with a command line, as it is said.
+std::string problemOf(const CLI::App& app, const CLI::ParseError& error) {
+    if (dynamic_cast<const CLI::ExtrasError*>(&error)) {
+        std::string problem = optionSuggestion(app);
+        if (!problem.empty()) return problem;
+    }
+    return error.what();
 }
 
 /// A program may be started without standard streams. The next file that it opens would take the
@@ -94,6 +143,7 @@ ExitCode run(int argc, char** argv) {
     addGalleryCommand(app, action);
     addBenchCommand(app, action);
     addDoctorCommand(app, action);
+    addCompletionCommand(app, action);
     addHelpCommand(app, action);
     app.require_subcommand(0, 1); // the names of commands are plain words behind the first one
 
@@ -105,14 +155,24 @@ ExitCode run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& request) {
-        std::ostringstream answer, complaint;
-        const int code = app.exit(request, answer, complaint);
+        std::ostringstream answer, ignored;
+        if (app.exit(request, answer, ignored) != 0)
+            throw HostError(ExitCode::Usage, problemOf(app, request));
         printResult("{}", answer.str());
-        talk(printable(complaint.str(), true));
-        return code == 0 ? ExitCode::Done : ExitCode::Usage;
+        return ExitCode::Done;
     }
     if (!action) throw HostError(ExitCode::Usage, "no command is given; try `vorn help`");
     return action();
+}
+
+/// Says what went wrong, as JSON to who asked for that.
+ExitCode complain(int argc, char** argv, ExitCode code, const std::string& problem) {
+    const auto isJson = [](const char* word) { return std::string_view(word) == "--json"; };
+    if (std::any_of(argv, argv + argc, isJson))
+        talk(jsonLine(Json{{"error", problem}, {"exit_code", static_cast<int>(code)}}) + "\n");
+    else
+        say("{}", problem);
+    return code;
 }
 
 } // namespace
@@ -128,16 +188,15 @@ int main(int argc, char** argv) {
         vorn::Session::standard()->setMessages(sayOnStandardError);
         code = run(argc, argv);
     } catch (const HostError& error) {
-        say("{}", error.what());
-        code = error.code();
+        code = complain(argc, argv, error.code(), error.what());
     } catch (const std::bad_alloc&) {
-        say("out of memory");
+        code = complain(argc, argv, ExitCode::Failed, "out of memory");
     } catch (const std::exception& error) {
-        say("{}", error.what());
+        code = complain(argc, argv, ExitCode::Failed, error.what());
     }
     if (!finishResults()) {
-        say("standard output cannot be written");
-        if (code == ExitCode::Done) code = ExitCode::OutputNotWritable;
+        const ExitCode lost = code == ExitCode::Done ? ExitCode::OutputNotWritable : code;
+        code = complain(argc, argv, lost, "standard output cannot be written");
     }
     return static_cast<int>(code);
 }

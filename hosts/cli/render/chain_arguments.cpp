@@ -13,15 +13,15 @@ void addChainOptions(CLI::App& command, ChainArguments& arguments) {
                                 std::vector<std::string>& values, const char* text) {
         return command.add_option(name, values, text)->allow_extra_args(false)->type_name(type);
     };
-    std::map<const CLI::Option*, const std::vector<std::string>*> parts;
+    std::map<const CLI::Option*, ChainArguments::Part> parts;
     parts[add("--filter", "NAME[:KEY=VALUE,...]", arguments.filters,
               "A filter, as `vorn list` names it, with its inputs;\nrepeat for a chain")] =
-        &arguments.filters;
+        &ChainArguments::filters;
     parts[add("--chain", "FILE", arguments.files,
-              "The filters of a chain file, see `vorn help chain`")] = &arguments.files;
+              "The filters of a chain file, see `vorn help chain`")] = &ChainArguments::files;
     parts[add("--preset-chain", "NAME", arguments.presets,
               "The filters of a chain that comes with vorn, see\n`vorn list --presets`")] =
-        &arguments.presets;
+        &ChainArguments::presets;
     add("--image", "KEY=FILE", arguments.images,
         "A second image: a picture, a film that runs in step,\nor test:");
     add("--animate", "KEY=TIME:VALUE,...", arguments.animations,
@@ -38,16 +38,15 @@ void addChainOptions(CLI::App& command, ChainArguments& arguments) {
 
 ChainPlan readChainPlan(const ChainArguments& arguments, ChainWords* words) {
     ChainPlan plan;
-    std::map<const std::vector<std::string>*, size_t> taken;
+    size_t filters = 0, files = 0, presets = 0;
     ChainWords told;
-    for (const std::vector<std::string>* part : arguments.order) {
-        const std::string& text = (*part)[taken[part]++];
-        if (part == &arguments.filters)
-            plan.addFilter(text);
-        else if (part == &arguments.files)
-            told = readChainFile(text, plan);
+    for (const ChainArguments::Part part : arguments.order) {
+        if (part == &ChainArguments::filters)
+            plan.addFilter(arguments.filters[filters++]);
+        else if (part == &ChainArguments::files)
+            told = readChainFile(arguments.files[files++], plan);
         else
-            told = readChainFile(findPreset(text).path, plan);
+            told = readChainFile(findPreset(arguments.presets[presets++]).path, plan);
     }
     for (const std::string& text : arguments.images) plan.addImage(text);
     for (const std::string& text : arguments.animations) plan.addAnimation(text);

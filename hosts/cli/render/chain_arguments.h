@@ -16,7 +16,8 @@ namespace vorn::hosts::cli {
 struct ChainArguments {
     std::vector<std::string> filters, files, presets, images, animations, ranges;
     /// Which of the first three each is, in the order in which they were written.
-    std::vector<const std::vector<std::string>*> order;
+    using Part = std::vector<std::string> ChainArguments::*;
+    std::vector<Part> order;
 
     bool isEmpty() const { return order.empty(); }
 };

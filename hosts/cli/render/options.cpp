@@ -176,6 +176,26 @@ RenderOptions readRenderOptions(const RenderArguments& arguments) {
     return options;
 }
 
+bool readFiles(RenderArguments& arguments) {
+    const ManyArguments& many = arguments.many;
+    if (!many.folder.empty()) return true;
+    if (many.resumes || many.jobs > 0 || many.names != ManyArguments().names) {
+        throw HostError(ExitCode::Usage,
+                        "--names, --jobs and --resume are for several inputs, with "
+                        "--out-dir");
+    }
+    if (arguments.files.size() < 2) throw HostError(ExitCode::Usage, "OUT is required");
+    if (arguments.files.size() > 2) {
+        throw HostError(ExitCode::Usage,
+                        fmt::format("{} is one file more than IN and OUT; several inputs need "
+                                    "--out-dir DIR",
+                                    arguments.files[2]));
+    }
+    arguments.input = arguments.files[0];
+    arguments.output = arguments.files[1];
+    return false;
+}
+
 namespace {
 
 void addText(CLI::App& command, const char* name, const char* type, std::string& value,
@@ -184,10 +204,24 @@ void addText(CLI::App& command, const char* name, const char* type, std::string&
 }
 
 void addInputOptions(CLI::App& command, RenderArguments& arguments) {
-    command.add_option("IN", arguments.input, "What is read, see below")->required()->type_name("");
-    command.add_option("OUT", arguments.output, "What is written, see below")
+    command
+        .add_option("IN", arguments.files,
+                    "What is read, and behind it OUT, what is\nwritten, see below; several inputs "
+                    "with --out-dir")
         ->required()
-        ->type_name("");
+        ->type_name("OUT");
+    addText(command, "--out-dir", "DIR", arguments.many.folder,
+            "Render every input into that folder");
+    addText(
+        command, "--names", "PATTERN", arguments.many.names,
+        "What the files there are called, of {name}, {ext} and\n{number} (default: {name}{ext})");
+    command
+        .add_option("--jobs", arguments.many.jobs,
+                    "How many inputs at a time (default: 2 for pictures)")
+        ->check(CLI::Range(1, mostThreads).description(""))
+        ->type_name("N");
+    command.add_flag("--resume", arguments.many.resumes,
+                     "Leave out inputs whose file is whole and not older");
     addChainOptions(command, arguments.chain);
     addText(command, "--size", "WxH", arguments.size, "Scale the input to that size first");
     addText(command, "--range", "START-END", arguments.range,

@@ -270,6 +270,7 @@ private:
         if (outcome_.frames == 0) {
             return failure || isInterrupted_ ? failure : std::make_exception_ptr(noFrames());
         }
+        if (!options_.keepsUnfinished && (failure || isInterrupted_)) return failure;
         try {
             outcome_.encoder = writer_->output().encoder;
             writer_->finish(failure || isCutShort_ ? media::Ending::Interrupted
@@ -306,13 +307,14 @@ private:
 
     void warn(const std::string& line) {
         progress_.clear();
-        say("{}", line);
+        say("{}{}{}", options_.speaksFor, options_.speaksFor.empty() ? "" : ": ", line);
         outcome_.warnings.push_back(line);
     }
 
     void note(const std::string& line) {
         progress_.clear();
-        if (!options_.isQuiet) say("{}", line);
+        if (!options_.isQuiet)
+            say("{}{}{}", options_.speaksFor, options_.speaksFor.empty() ? "" : ": ", line);
         outcome_.notes.push_back(line);
     }
 
@@ -334,7 +336,10 @@ private:
     }
 
     void collectWarnings() {
-        if (chain_) lose(chain_->errorPictures());
+        if (chain_) {
+            for (const std::string& line : chain_->remarks()) warn(line);
+            lose(chain_->errorPictures());
+        }
         lose(source_.frames->warnings());
         for (const SecondImage& image : secondImages_) lose(image.warnings());
         if (writer_) lose(writer_->warnings());

@@ -1,5 +1,7 @@
 // `vorn render`: films, pictures and sequences through a chain of filters.
+#include "render.h"
 #include "commands/commands.h"
+#include "many.h"
 #include "options.h"
 #include "pipeline.h"
 #include "terminal/interrupt.h"
@@ -25,6 +27,8 @@ std::string withOutputName(std::string message, const RenderOptions& options) {
     return message;
 }
 
+} // namespace
+
 RenderOutcome renderWithExitCodes(const RenderOptions& options) {
     try {
         return runRender(options);
@@ -44,25 +48,26 @@ Json colourJson(const std::optional<media::ColourMeaning>& colour) {
             {"range", colour->range}};
 }
 
-void printJson(const RenderOptions& options, const RenderOutcome& outcome) {
-    const Json json{{"output", options.output},
-                    {"frames", outcome.frames},
-                    {"width", outcome.size.width},
-                    {"height", outcome.size.height},
-                    {"duration_s", outcome.mediaSeconds},
-                    {"encoder", outcome.encoder},
-                    {"elapsed_s", outcome.elapsedSeconds},
-                    {"frames_per_s", outcome.framesPerSecond()},
-                    {"interrupted", outcome.isInterrupted},
-                    {"colour", colourJson(outcome.colour)},
-                    {"notes", outcome.notes},
-                    {"warnings", outcome.warnings}};
-    printResult("{}\n", jsonLine(json));
+Json outcomeJson(const RenderOptions& options, const RenderOutcome& outcome) {
+    return Json{{"output", options.output},
+                {"frames", outcome.frames},
+                {"width", outcome.size.width},
+                {"height", outcome.size.height},
+                {"duration_s", outcome.mediaSeconds},
+                {"encoder", outcome.encoder},
+                {"elapsed_s", outcome.elapsedSeconds},
+                {"frames_per_s", outcome.framesPerSecond()},
+                {"interrupted", outcome.isInterrupted},
+                {"colour", colourJson(outcome.colour)},
+                {"notes", outcome.notes},
+                {"warnings", outcome.warnings}};
 }
 
 std::string countText(std::int64_t frames) {
     return fmt::format("{} frame{}", frames, frames == 1 ? "" : "s");
 }
+
+namespace {
 
 void printSummary(const RenderOptions& options, const RenderOutcome& outcome) {
     const std::string name =
@@ -81,13 +86,14 @@ void printSummary(const RenderOptions& options, const RenderOutcome& outcome) {
     }
 }
 
-ExitCode render(const RenderArguments& arguments) {
+ExitCode render(RenderArguments arguments) {
     registerFilters();
+    if (readFiles(arguments)) return renderMany(arguments);
     const RenderOptions options = readRenderOptions(arguments);
     const InterruptWatch watch;
     const RenderOutcome outcome = renderWithExitCodes(options);
     printSummary(options, outcome);
-    if (options.json) printJson(options, outcome);
+    if (options.json) printResult("{}\n", jsonLine(outcomeJson(options, outcome)));
     if (outcome.isInterrupted) return ExitCode::Interrupted;
     if (!options.files.isStrict || outcome.losses == 0) return ExitCode::Done;
     say("--strict: {} of what is said above makes this a failure; {} is written all the same",

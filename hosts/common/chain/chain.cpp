@@ -4,11 +4,14 @@
 #include "printed_lines.h"
 
 #include "vorneffects/ImageDescription.h"
+#include "vorneffects/ImagePromise.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cmath>
+#include <utility>
 
 namespace vorn::hosts {
 
@@ -17,7 +20,10 @@ Chain::Chain(const ChainPlan& plan) {
     for (const ChainLink& link : plan.links()) {
         Stage stage{&link, makeFilter(link.entry)};
         setStarts(*stage.filter, link.entry);
-        for (const auto& [key, value] : link.settings) stage.filter->setValueForKey(value, key);
+        for (const auto& [key, value] : link.settings) {
+            stage.filter->setValueForKey(value, key);
+            noteRange(stage, key, value);
+        }
         note(stage, printed.take());
         stages_.push_back(std::move(stage));
     }
@@ -27,14 +33,15 @@ CIImage Chain::apply(const CIImage& source, const std::vector<CIImage>& secondIm
                      std::uint64_t nanoseconds, double seconds) {
     PrintedLines printed;
     CIImage image = source;
-    for (const Stage& stage : stages_) {
+    for (Stage& stage : stages_) {
         if (!stage.link->isAtWork(seconds)) continue;
         setInputs(stage, image, secondImages, nanoseconds, seconds);
-        image = stage.filter->outputImage();
+        const CIImage before = std::exchange(image, stage.filter->outputImage());
         const std::vector<std::string> lines = printed.take();
         if (!image) failWithoutImage(stage, lines);
         note(stage, lines);
         noteErrorImage(stage, image);
+        noteChange(stage, before, image);
     }
     ++frames_;
     return image;
@@ -42,14 +49,17 @@ CIImage Chain::apply(const CIImage& source, const std::vector<CIImage>& secondIm
 
 void Chain::setInputs(const Stage& stage, const CIImage& image,
                       const std::vector<CIImage>& secondImages, std::uint64_t nanoseconds,
-                      double seconds) const {
+                      double seconds) {
     const ChainLink& link = *stage.link;
     // A filter that makes its picture by itself has no such key.
     stage.filter->setValueForKey(image, link.entry.guide().frameKey);
     for (const auto& [key, number] : link.images)
         stage.filter->setValueForKey(secondImages[number], key);
-    for (const auto& [key, animation] : link.animations)
-        stage.filter->setValueForKey(animation.valueAt(seconds), key);
+    for (const auto& [key, animation] : link.animations) {
+        const InputValue value = animation.valueAt(seconds);
+        stage.filter->setValueForKey(value, key);
+        noteRange(stage, key, value);
+    }
     stage.filter->setVornFrameTime(nanoseconds);
     setMediaTime(*stage.filter, link.entry, nanoseconds, [&](const std::string& key) {
         const auto isIt = [&](const auto& set) { return set.first == key; };
@@ -71,6 +81,44 @@ void Chain::note(const Stage& stage, const std::vector<std::string>& lines) {
     }
 }
 
+/// Hosts may set what they like; people who leave a slider's range may have mistaken its unit.
+void Chain::noteRange(const Stage& stage, const std::string& key, const InputValue& value) {
+    const auto* number = std::get_if<Number>(&value);
+    if (!number || !number->isSet()) return;
+    for (const InputGuide& input : stage.link->entry.guide().inputs) {
+        const bool isSlider = input.feed == InputFeed::Setting || input.feed == InputFeed::Time;
+        if (input.key != key || !isSlider || !input.from || !input.to) continue;
+        const double v = number->doubleValue();
+        constexpr double rounding = 1e-6; // of formulas and single floats
+        const double slack = rounding * (std::fabs(*input.from) + std::fabs(*input.to));
+        if (v >= *input.from - slack && v <= *input.to + slack) continue;
+        if (!toldRanges_.insert({stage.link, key}).second) continue;
+        note(stage,
+             {fmt::format("{} of {:.6g} is used, though the slider runs from {:.6g} to {:.6g}", key,
+                          v, *input.from, *input.to)});
+    }
+}
+
+namespace {
+
+std::string advice(const FilterEntry& entry) {
+    const std::vector<Setting>& settings = entry.guide().beginWith;
+    if (settings.empty()) return {};
+    return fmt::format("; to see it, try {}:{}", entry.name, settingsText(settings));
+}
+
+} // namespace
+
+void Chain::noteChange(Stage& stage, const CIImage& before, const CIImage& after) {
+    ++stage.frames;
+    if (!isKnownToEqual(after, before)) return;
+    const FilterGuide& guide = stage.link->entry.guide();
+    const bool staysSo = stage.link->animations.empty() && !guide.movesByItself &&
+                         !guide.keepsState && !guide.takesFrameTime;
+    if (++stage.unchanged == 1 && staysSo)
+        note(stage, {"changes nothing at these settings" + advice(stage.link->entry)});
+}
+
 void Chain::noteErrorImage(const Stage& stage, const CIImage& image) {
     const auto description = describeImage(image, image.extent());
     if (description && description->kind == ImageDescription::Kind::ErrorImage) {
@@ -78,6 +126,20 @@ void Chain::noteErrorImage(const Stage& stage, const CIImage& image) {
         note(stage, {"shows an error picture instead of the film: " + error});
         ++errorPictures_[fmt::format("{} {}", stage.link->entry.name, error)];
     }
+}
+
+std::vector<std::string> Chain::remarks() const {
+    std::vector<std::string> lines;
+    for (const Stage& stage : stages_) {
+        const std::string& name = stage.link->entry.name;
+        if (stage.frames == 0 && frames_ > 0)
+            lines.push_back(name + ": no frame lies in the time in which it works");
+        const bool isTold = said_.contains(name + ": changes nothing at these settings" +
+                                           advice(stage.link->entry));
+        if (stage.frames > 0 && stage.unchanged == stage.frames && !isTold)
+            lines.push_back(name + ": changed nothing in any frame" + advice(stage.link->entry));
+    }
+    return lines;
 }
 
 std::vector<std::string> Chain::errorPictures() const {

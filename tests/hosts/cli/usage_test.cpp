@@ -95,7 +95,7 @@ TEST(Help, ListsTheCommandsAndShowsEachOnesExamples) {
     EXPECT_EQ(general.code, 0);
     EXPECT_EQ(general.results, runVorn("--help").results);
     for (const std::string command :
-         {"list", "describe", "explain", "gallery", "bench", "doctor"}) {
+         {"list", "describe", "explain", "chain", "gallery", "completion", "bench", "doctor"}) {
         EXPECT_NE(general.results.find("\n  " + command + " "), std::string::npos) << command;
         const Outcome run = runVorn("help " + command);
         EXPECT_EQ(run.code, 0) << command;

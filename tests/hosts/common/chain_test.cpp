@@ -98,6 +98,40 @@ TEST(Chains, BeginWithWhatTheGuideTellsAndThenDoAsTheyAreTold) {
     EXPECT_FALSE(seen.place.isSet());
 }
 
+/// What a chain has to say of a filter after so many frames at a tenth of a second each.
+std::string saidOf(const std::string& filter, int frames = 1) {
+    registerFilters();
+    ChainPlan plan;
+    plan.addFilter(filter);
+    Chain chain(plan);
+    std::string said;
+    for (int i = 0; i < frames; ++i) chain.apply(grey(0.5), {}, 0, 0.1 * i);
+    for (const auto& lines : {chain.takeMessages(), chain.remarks()})
+        for (const std::string& line : lines) said += line + '\n';
+    return said;
+}
+
+TEST(Chains, TellOnceOfValuesOutsideOfTheSlider) {
+    EXPECT_EQ(saidOf("VESolarize:intensity=1"), "");
+    EXPECT_EQ(saidOf("VESolarize:intensity=1.5", 3),
+              "VESolarize: inputIntensity of 1.5 is used, though the slider runs from 0 to 1\n");
+    EXPECT_EQ(saidOf("VESolarize:intensity=0.5-4*t", 9),
+              "VESolarize: inputIntensity of -0.3 is used, though the slider runs from 0 to 1\n");
+    // The time of the frame is no slider.
+    EXPECT_EQ(saidOf("VE_TimecodeBurnin:input1=255,inputTimecode=1e12"), "");
+}
+
+TEST(Chains, TellOfFiltersThatAreKnownToChangeNothing) {
+    EXPECT_EQ(saidOf("VEMirrors:mixer=0"),
+              "VEMirrors: changes nothing at these settings; to see it, "
+              "try VEMirrors:mode=3\n");
+    EXPECT_EQ(saidOf("VEMirrors"), "");
+    const char* const atEnd =
+        "VEMirrors: changed nothing in any frame; to see it, try VEMirrors:mode=3\n";
+    EXPECT_EQ(saidOf("VEMirrors:mixer=0*t", 3), atEnd);
+    EXPECT_EQ(saidOf("VEMirrors:mixer=t", 3), ""); // only in the first frame
+}
+
 TEST(Chains, RefuseToSetTheFrame) {
     try {
         planOf("ChainProbe:layerImage=none");

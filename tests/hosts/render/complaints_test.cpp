@@ -37,6 +37,9 @@ Arguments with(Arguments options) {
 INSTANTIATE_TEST_SUITE_P(
     Usage, RenderComplaints,
     testing::Values(
+        Complaint{with({"--filtr", "VEXray"}), 2,
+                  "vorn render has no option --filtr; did you mean --filter?"},
+        Complaint{with({"more.mp4"}), 2, "several inputs need --out-dir"},
         Complaint{{"test:"}, 2, "OUT is required"},
         Complaint{with({"--filter", "VESolarise"}), 2, "did you mean VESolarize?"},
         Complaint{with({"--filter", "VESolarize:intensty=1"}), 2, "did you mean inputIntensity?"},
