@@ -54,6 +54,8 @@ constexpr const char helpText[] =
     "  vorn render test:640x360@50,2s card.webm --filter VEGobo --filter VESolarize:intensity=1\n"
     "  vorn render film.mov still.png --range 1:02.5- --filter VEXray:intensity=1\n"
     "  vorn render photo.jpg fade.mp4 --duration 4 --filter VEGobo --animate mixer=0:0,4:1\n"
+    "  vorn render film.mp4 out.mp4 --preset-chain \"Old projector\"\n"
+    "  vorn render --out-dir small --size 640x360 films/*.mp4\n"
     "  vorn render film.mp4 - --filter VEGobo | ffplay -f rawvideo \\\n"
     "      -pixel_format rgba -video_size 854x480 -framerate 24 -\n\n";
 

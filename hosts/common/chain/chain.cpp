@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <utility>
 
 namespace vorn::hosts {
@@ -81,33 +82,56 @@ void Chain::note(const Stage& stage, const std::vector<std::string>& lines) {
     }
 }
 
-/// Hosts may set what they like; people who leave a slider's range may have mistaken its unit.
-void Chain::noteRange(const Stage& stage, const std::string& key, const InputValue& value) {
-    const auto* number = std::get_if<Number>(&value);
-    if (!number || !number->isSet()) return;
-    for (const InputGuide& input : stage.link->entry.guide().inputs) {
-        const bool isSlider = input.feed == InputFeed::Setting || input.feed == InputFeed::Time;
-        if (input.key != key || !isSlider || !input.from || !input.to) continue;
-        const double v = number->doubleValue();
-        constexpr double rounding = 1e-6; // of formulas and single floats
-        const double slack = rounding * (std::fabs(*input.from) + std::fabs(*input.to));
-        if (v >= *input.from - slack && v <= *input.to + slack) continue;
-        if (!toldRanges_.insert({stage.link, key}).second) continue;
-        note(stage,
-             {fmt::format("{} of {:.6g} is used, though the slider runs from {:.6g} to {:.6g}", key,
-                          v, *input.from, *input.to)});
-    }
-}
-
 namespace {
 
-std::string advice(const FilterEntry& entry) {
-    const std::vector<Setting>& settings = entry.guide().beginWith;
-    if (settings.empty()) return {};
-    return fmt::format("; to see it, try {}:{}", entry.name, settingsText(settings));
+/// How far a slider runs: by its attributes and by the guide, which knows the modes.
+std::optional<std::pair<double, double>> sliderOf(const FilterEntry& entry,
+                                                  const std::string& key) {
+    for (const ListedInput& input : listInputs(entry)) {
+        const InputGuide& guide = input.guide;
+        const bool isSlider = guide.feed == InputFeed::Setting || guide.feed == InputFeed::Time;
+        if (input.key != key || !isSlider || !guide.from || !guide.to) continue;
+        const auto advertised = [&](const char* name, double otherwise) {
+            const AttributeValue* value = input.attributes.find(name);
+            const auto* number = value ? std::get_if<double>(value) : nullptr;
+            return number ? *number : otherwise;
+        };
+        return std::pair(std::min(*guide.from, advertised(kCIAttributeSliderMin, *guide.from)),
+                         std::max(*guide.to, advertised(kCIAttributeSliderMax, *guide.to)));
+    }
+    return {};
+}
+
+/// What else to try with a filter that does nothing; nothing where that is what it is at.
+std::string advice(const ChainLink& link) {
+    const auto isSet = [&](const Setting& wanted) {
+        return std::any_of(link.settings.begin(), link.settings.end(), [&](const auto& set) {
+            const auto* number = std::get_if<Number>(&set.second);
+            return set.first == wanted.first && number && number->doubleValue() == wanted.second;
+        });
+    };
+    const std::vector<Setting>& settings = link.entry.guide().beginWith;
+    if (std::all_of(settings.begin(), settings.end(), isSet)) return {};
+    return fmt::format("; to see it, try {}:{}", link.entry.name, settingsText(settings));
 }
 
 } // namespace
+
+/// Hosts may set what they like; people who leave a slider's range may have mistaken its unit.
+void Chain::noteRange(const Stage& stage, const std::string& key, const InputValue& value) {
+    const auto* number = std::get_if<Number>(&value);
+    if (!number || !number->isSet() || toldRanges_.contains({stage.link, key})) return;
+    const auto slider = sliderOf(stage.link->entry, key);
+    if (!slider) return;
+    const auto [from, to] = *slider;
+    const double v = number->doubleValue();
+    constexpr double rounding = 1e-6; // of formulas and single floats
+    const double slack = rounding * (std::fabs(from) + std::fabs(to));
+    if (v >= from - slack && v <= to + slack) return;
+    toldRanges_.insert({stage.link, key});
+    note(stage, {fmt::format("{} of {:.6g} is used, though the slider runs from {:.6g} to {:.6g}",
+                             key, v, from, to)});
+}
 
 void Chain::noteChange(Stage& stage, const CIImage& before, const CIImage& after) {
     ++stage.frames;
@@ -116,7 +140,7 @@ void Chain::noteChange(Stage& stage, const CIImage& before, const CIImage& after
     const bool staysSo = stage.link->animations.empty() && !guide.movesByItself &&
                          !guide.keepsState && !guide.takesFrameTime;
     if (++stage.unchanged == 1 && staysSo)
-        note(stage, {"changes nothing at these settings" + advice(stage.link->entry)});
+        note(stage, {"changes nothing at these settings" + advice(*stage.link)});
 }
 
 void Chain::noteErrorImage(const Stage& stage, const CIImage& image) {
@@ -134,10 +158,14 @@ std::vector<std::string> Chain::remarks() const {
         const std::string& name = stage.link->entry.name;
         if (stage.frames == 0 && frames_ > 0)
             lines.push_back(name + ": no frame lies in the time in which it works");
-        const bool isTold = said_.contains(name + ": changes nothing at these settings" +
-                                           advice(stage.link->entry));
-        if (stage.frames > 0 && stage.unchanged == stage.frames && !isTold)
-            lines.push_back(name + ": changed nothing in any frame" + advice(stage.link->entry));
+        const bool isTold =
+            said_.contains(name + ": changes nothing at these settings" + advice(*stage.link));
+        if (stage.frames == 0 || stage.unchanged < stage.frames || isTold) continue;
+        const bool needsMore = stage.frames == 1 && stage.link->entry.guide().keepsState;
+        lines.push_back(name + (needsMore
+                                    ? ": changed nothing; it works from frame to frame, and "
+                                      "there is one"
+                                    : ": changed nothing in any frame" + advice(*stage.link)));
     }
     return lines;
 }

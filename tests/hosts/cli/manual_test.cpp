@@ -79,7 +79,7 @@ TEST(Completion, CompletesInBash) {
     EXPECT_EQ(completed("vorn render a.mp4 b.mp4 --filter VESolar"), "VESolarize\n");
     EXPECT_EQ(completed("vorn render a.mp4 b.mp4 --preset-chain X-r"), "X-ray\\ pulse\n");
     EXPECT_EQ(completed("vorn help expl"), "explain\n");
-    EXPECT_EQ(completed("vorn render /dev/nul"), "/dev/null\n");
+    EXPECT_EQ(completed("vorn render /etc/hostn"), "/etc/hostname\n");
     std::filesystem::remove(script);
 }
 

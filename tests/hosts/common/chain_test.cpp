@@ -121,6 +121,18 @@ TEST(Chains, TellOnceOfValuesOutsideOfTheSlider) {
     EXPECT_EQ(saidOf("VE_TimecodeBurnin:input1=255,inputTimecode=1e12"), "");
 }
 
+TEST(Chains, FindNothingWrongWithTheSettingsThatFiltersBeginWith) {
+    registerFilters();
+    for (const FilterEntry& entry : listFilters(false)) {
+        const std::string filter = entry.name + ":" + settingsText(entry.guide().beginWith);
+        if (entry.guide().beginWith.empty()) continue;
+        ChainPlan plan;
+        plan.addFilter(filter);
+        for (const std::string& line : Chain(plan).takeMessages())
+            EXPECT_EQ(line.find("the slider runs"), std::string::npos) << filter << ": " << line;
+    }
+}
+
 TEST(Chains, TellOfFiltersThatAreKnownToChangeNothing) {
     EXPECT_EQ(saidOf("VEMirrors:mixer=0"),
               "VEMirrors: changes nothing at these settings; to see it, "
@@ -130,6 +142,8 @@ TEST(Chains, TellOfFiltersThatAreKnownToChangeNothing) {
         "VEMirrors: changed nothing in any frame; to see it, try VEMirrors:mode=3\n";
     EXPECT_EQ(saidOf("VEMirrors:mixer=0*t", 3), atEnd);
     EXPECT_EQ(saidOf("VEMirrors:mixer=t", 3), ""); // only in the first frame
+    EXPECT_EQ(saidOf("VEDecay:amount=0.6,skip=0"),
+              "VEDecay: changed nothing; it works from frame to frame, and there is one\n");
 }
 
 TEST(Chains, RefuseToSetTheFrame) {

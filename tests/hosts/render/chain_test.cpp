@@ -137,6 +137,18 @@ TEST_F(RenderTest, TakesChainsFromFilesAsFromOptions) {
                   second + " --during 1=0.2-0.4\n");
 }
 
+TEST_F(RenderTest, ChangesThePictureByEveryPresetWithNothingToSay) {
+    const std::string card = "test:64x36@10,0.3s";
+    const Pixels source = pixelsOf(card);
+    const std::string names = Process({"list", "--presets", "--names"}).wait().results;
+    std::istringstream lines(names);
+    for (std::string name; std::getline(lines, name);) {
+        const Pixels shown = pixelsOf(card, {"--preset-chain", name});
+        EXPECT_EQ(shown.size(), source.size());
+        EXPECT_NE(frameOf(shown, 0, 64 * 36 * 4), frameOf(source, 0, 64 * 36 * 4)) << name;
+    }
+}
+
 TEST_F(RenderTest, SaysInOneLineWhenAFormulaGivesNoNumber) {
     const Outcome run = render(
         {"test:64x48@10,1s", path("out.mkv"), "--quiet", "--filter", "VEGobo:mixer=sqrt(0.25-t)"});
