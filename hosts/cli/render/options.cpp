@@ -186,15 +186,15 @@ bool readFiles(RenderArguments& arguments) {
                         "--names, --jobs and --resume are for several inputs, with "
                         "--out-dir");
     }
-    if (arguments.files.size() < 2) throw HostError(ExitCode::Usage, "OUT is required");
-    if (arguments.files.size() > 2) {
+    if (arguments.paths.size() < 2) throw HostError(ExitCode::Usage, "OUT is required");
+    if (arguments.paths.size() > 2) {
         throw HostError(ExitCode::Usage,
                         fmt::format("{} is one file more than IN and OUT; several inputs need "
                                     "--out-dir DIR",
-                                    arguments.files[2]));
+                                    arguments.paths[2]));
     }
-    arguments.input = arguments.files[0];
-    arguments.output = arguments.files[1];
+    arguments.input = arguments.paths[0];
+    arguments.output = arguments.paths[1];
     return false;
 }
 
@@ -207,7 +207,7 @@ void addText(CLI::App& command, const char* name, const char* type, std::string&
 
 void addInputOptions(CLI::App& command, RenderArguments& arguments) {
     command
-        .add_option("IN", arguments.files,
+        .add_option("IN", arguments.paths,
                     "What is read, and behind it OUT, what is\nwritten, see below; several inputs "
                     "with --out-dir")
         ->required()

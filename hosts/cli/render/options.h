@@ -31,7 +31,7 @@ struct ManyArguments {
 
 /// The command line, as it is written.
 struct RenderArguments {
-    std::vector<std::string> files; ///< inputs, and behind them the output if there is no folder
+    std::vector<std::string> paths; ///< inputs, and behind them the output if there is no folder
     std::string input, output;
     ManyArguments many;
     ChainArguments chain;
