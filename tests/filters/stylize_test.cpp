@@ -345,8 +345,7 @@ TEST(Mosaics, CushionsAreRoundAndTheirSeamsTransparent) {
     EXPECT_GT(large.pixel(40, 60)[3], 0.9);
 }
 
-// ---- Blur, edges and blobs
-// -----------------------------------------------------------------------
+// ---- Blur, edges and blobs ----------------------------------------------------------------------
 
 Bitmap blurred(int mode, double reach, const Bitmap& source) {
     return lookOf("VEQuickBlur2",
