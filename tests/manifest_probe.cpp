@@ -137,9 +137,12 @@ std::map<std::string, std::optional<Pixels>> allPictures() {
     std::map<std::string, std::optional<Pixels>> pictures;
     CIContext context({.device = DeviceKind::CPU, .threads = 1});
     std::string problem;
-    for (const std::string& name : VornEffectsCatalog::allFilterNames())
+    for (const std::string& name : VornEffectsCatalog::allFilterNames()) {
+        const auto own = sessionForChance(name);
+        const Session::Scope scope(own ? own : Session::standard());
         if (const CIFilterRef filter = VornEffectsFilterConstructor().filterWithName(name))
             pictures[name] = rendered(context, outputOf(*filter), problem);
+    }
     return pictures;
 }
 

@@ -1,5 +1,6 @@
 // Sessions: players in one process do not show in each other's pictures, every line reaches the
 // sink of its session, and filters keep the session that they were made in.
+#include "starts.h"
 #include "support.h"
 
 #include "core/FilterSupport.h"
@@ -308,7 +309,8 @@ std::map<std::string, Bitmap> picturesOf(const std::vector<std::string>& names, 
     CIContext context({.device = DeviceKind::CPU, .threads = 1});
     for (size_t i = 0; i < names.size(); ++i) {
         const std::string& name = names[(i + startAt) % names.size()];
-        const CIFilterRef filter = CIFilter::filterWithName(name);
+        const auto own = sessionForChance(name);
+        const CIFilterRef filter = own ? own->filterWithName(name) : CIFilter::filterWithName(name);
         if (!filter) continue;
         filter->setDefaults();
         for (const InputInfo& input : filter->filterClass().inputs())

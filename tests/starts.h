@@ -27,3 +27,11 @@ inline void setPictures(CIFilter& filter, const CIImage& frame, const CIImage& o
         if (input.kind == InputKind::Image)
             filter.setValueForKey(input.key == frameKey ? frame : other, input.key);
 }
+/// A filter that draws lots gives another picture each time that it is made. It needs a session of
+/// its own, whose numbers begin anew, to be compared; the others need none.
+inline std::shared_ptr<Session> sessionForChance(std::string_view filter) {
+    if (filter != "VE_CRT") return nullptr;
+    const auto session = Session::make({.device = DeviceKind::CPU});
+    session->driveClock(Session::standard()->clock());
+    return session;
+}
