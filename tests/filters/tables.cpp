@@ -24,6 +24,26 @@ Settings inputs(std::initializer_list<std::pair<const char*, double>> values) {
     return settings;
 }
 
+Settings numbered(const std::vector<double>& values) {
+    Settings settings;
+    for (size_t i = 0; i < values.size(); ++i)
+        settings.emplace_back("input" + std::to_string(i + 1), Number(values[i]));
+    return settings;
+}
+
+Settings byMatte(const CIImage& matte, Settings settings) {
+    settings.emplace_back("inputMaskImage", matte);
+    return settings;
+}
+
+double unit(double v) {
+    return std::clamp(v, 0.0, 1.0);
+}
+
+double luma(const Straight& color) {
+    return 0.2126 * color[0] + 0.7152 * color[1] + 0.0722 * color[2];
+}
+
 Settings with(Settings settings, const std::string& key, double value) {
     settings.emplace_back("input" + key, Number(value));
     return settings;

@@ -21,6 +21,9 @@ CIImage secondFrame();
 /// Numbers by their keys without "input".
 Settings inputs(std::initializer_list<std::pair<const char*, double>> values);
 Settings with(Settings settings, const std::string& key, double value);
+/// "input1", "input2" and so on.
+Settings numbered(const std::vector<double>& values);
+Settings byMatte(const CIImage& matte, Settings settings);
 
 /// Straight colour.
 using Straight = std::array<double, 3>;
@@ -35,6 +38,9 @@ double luma(const Pixel& pixel);
 void expectHue(const Pixel& actual, const Straight& color, const std::string& what);
 
 double smooth(double t);
+double unit(double v);
+/// ITU-R BT.709.
+double luma(const Straight& color);
 Pixel times(Pixel pixel, double share);
 
 /// A soft edge, 6 pixels wide, that leans by a third of a pixel each row; bright on the right.
