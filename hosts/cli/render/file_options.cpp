@@ -1,6 +1,7 @@
 #include "file_options.h"
 
 #include "host_error.h"
+#include "values/text.h"
 
 #include <charconv>
 #include <cmath>
@@ -49,6 +50,29 @@ media::TrackWish readTracks(const std::string& text, const char* option) {
     return wish;
 }
 
+/// "rgba:1280x720@25": pixels that say nothing of themselves.
+media::RawVideo readRawInput(const std::string& text) {
+    const size_t colon = text.find(':'), at = text.find('@');
+    media::RawVideo raw;
+    raw.pixelFormat = text.substr(0, colon);
+    if (colon == std::string::npos) {
+        throw HostError(ExitCode::Usage,
+                        fmt::format("--input-format {}: PIXELS:WIDTHxHEIGHT[@RATE] of headerless "
+                                    "pixels, such as rgba:1280x720@25; all else tells what it is",
+                                    text));
+    }
+    if (!media::isPixelFormatName(raw.pixelFormat)) {
+        throw HostError(ExitCode::Usage,
+                        fmt::format("--input-format {}: FFmpeg has no pixels called \"{}\"; there "
+                                    "are rgba, rgba64le, rgb24, yuv420p and many more",
+                                    text, raw.pixelFormat));
+    }
+    const PixelSize size = parseSize(text.substr(colon + 1, at - colon - 1), "--input-format");
+    raw.size = {static_cast<int>(size.width), static_cast<int>(size.height)};
+    if (at != std::string::npos) raw.frameRate = parseRate(text.substr(at + 1), "--input-format");
+    return raw;
+}
+
 media::Deinterlacing readDeinterlacing(const std::string& text) {
     if (text.empty()) return media::Deinterlacing::None;
     if (text == "tagged") return media::Deinterlacing::Tagged;
@@ -71,6 +95,7 @@ void FileOptions::addTo(media::WriterOptions& wanted) const {
     wanted.sound = sound;
     wanted.subtitles = subtitles;
     wanted.pixelFormat = pixelFormat;
+    wanted.format = format;
     wanted.tune = tune;
     wanted.bitsPerSecond = bitsPerSecond;
     wanted.encoderOptions = encoderOptions;
@@ -81,6 +106,13 @@ void addFileOptions(CLI::App& command, FileArguments& arguments) {
                                     const char* text) {
         command.add_option(name, value, text)->type_name(type);
     };
+    addText("--format", "NAME", arguments.format,
+            "What to write, whatever OUT is called: mkv, nut, y4m,\n"
+            "raw, png or another extension or name of FFmpeg's");
+    addText("--input-format", "PIXELS:WxH[@RATE]", arguments.inputFormat,
+            "IN holds nothing but such pixels: rgba:1280x720@25");
+    command.add_flag("--null", arguments.writesNothing,
+                     "Render and write nothing, to measure; there is no OUT");
     addText("--audio", "WHAT", arguments.audio,
             "copy, none, or CODEC[:BITRATE] such as opus:128k\n"
             "(default: copied, converted where OUT refuses it)");
@@ -109,6 +141,8 @@ FileOptions readFileOptions(const FileArguments& arguments) {
     options.sound = readTracks(arguments.audio, "--audio");
     options.subtitles = readTracks(arguments.subtitles, "--subtitles");
     options.pixelFormat = arguments.pixelFormat;
+    options.format = arguments.format;
+    if (!arguments.inputFormat.empty()) options.rawInput = readRawInput(arguments.inputFormat);
     options.tune = arguments.tune;
     if (!arguments.bitRate.empty()) {
         options.bitsPerSecond = readBitRate(arguments.bitRate, "--bitrate");

@@ -4,6 +4,7 @@
 #include "media/reader.h"
 #include "media/writer.h"
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,15 +17,16 @@ namespace vorn::hosts::cli {
 
 /// As they are written.
 struct FileArguments {
-    std::string audio, subtitles, pixelFormat, bitRate, tune, deinterlace;
+    std::string audio, subtitles, pixelFormat, bitRate, tune, deinterlace, format, inputFormat;
     std::vector<std::string> encoderOptions;
-    bool isStrict = false;
+    bool isStrict = false, writesNothing = false;
 };
 
 /// Read and checked.
 struct FileOptions {
     media::TrackWish sound, subtitles;
-    std::string pixelFormat, tune;
+    std::string pixelFormat, tune, format;
+    std::optional<media::RawVideo> rawInput;
     std::int64_t bitsPerSecond = 0; ///< 0: not said
     std::vector<std::pair<std::string, std::string>> encoderOptions;
     media::Deinterlacing deinterlacing = media::Deinterlacing::None;

@@ -58,7 +58,8 @@ private:
 
 } // namespace
 
-std::vector<RenderJob> planJobs(const ManyArguments& many, const std::vector<std::string>& inputs) {
+std::vector<RenderJob> planJobs(const ManyArguments& many, const std::vector<std::string>& inputs,
+                                const std::string& format) {
     const NamePattern pattern(many.names);
     std::vector<RenderJob> jobs;
     std::map<std::string, std::string> inputOf;
@@ -72,7 +73,9 @@ std::vector<RenderJob> planJobs(const ManyArguments& many, const std::vector<std
             const fs::path path = isCard ? fs::path("test.mp4") : fs::path(each);
             const std::string output =
                 (fs::path(many.folder) /
-                 pattern.nameOf(path.stem().string(), path.extension().string(), jobs.size() + 1))
+                 pattern.nameOf(path.stem().string(),
+                                format.empty() ? path.extension().string() : "." + format,
+                                jobs.size() + 1))
                     .string();
             const auto [place, isNew] = inputOf.emplace(output, each);
             if (!isNew) {

@@ -162,7 +162,7 @@ int usefulAtOnce(const std::vector<RenderJob>& jobs) {
 
 ExitCode renderMany(const RenderArguments& arguments) {
     checkOptions(arguments);
-    std::vector<RenderJob> jobs = planJobs(arguments.many, arguments.paths);
+    std::vector<RenderJob> jobs = planJobs(arguments.many, arguments.paths, arguments.files.format);
     makeFolder(arguments.many.folder);
     const int atOnce = arguments.many.jobs > 0 ? arguments.many.jobs : usefulAtOnce(jobs);
     const InterruptWatch watch;

@@ -21,14 +21,17 @@ namespace vorn::hosts::cli {
 namespace {
 
 constexpr int mostThreads = 256;
+/// What is written there is not even encoded unless a format is named.
+constexpr const char* kNowhere = "/dev/null";
 
 constexpr const char helpText[] =
     "IN    a film, a picture, numbered pictures (frames/%04d.png), \"-\" for a film on\n"
     "      standard input, or the built-in moving test card:\n"
     "      test:[WxH][@RATE][,DURATION], by default test:1280x720@25,5s\n"
-    "OUT   a film (mp4 m4v mov mkv webm avi gif apng mpg ts), a picture (png jpg tif bmp\n"
-    "      webp ppm pam tga jp2), numbered pictures, or headerless RGBA: a file ending in\n"
-    "      .rgba or .raw, or \"-\" for standard output\n\n"
+    "OUT   a film (mp4 m4v mov mkv webm avi gif apng mpg ts y4m nut), a picture (png jpg\n"
+    "      tif bmp webp ppm pam tga jp2), numbered pictures, headerless RGBA (a file ending\n"
+    "      in .rgba or .raw), \"-\" for standard output, which gets headerless RGBA unless\n"
+    "      --format says more, or /dev/null, where nothing is encoded\n\n"
     "Filters work one after the other, in the order given; the defaults that they advertise\n"
     "are set first. Keys may be written without \"input\" (intensity=0.5). Values: a number,\n"
     "[x,y] to [x,y,z,w], rgba(r,g,b,a), transform(a,b,c,d,tx,ty), hex:00ff,\n"
@@ -56,6 +59,8 @@ constexpr const char helpText[] =
     "  vorn render photo.jpg fade.mp4 --duration 4 --filter VEGobo --animate mixer=0:0,4:1\n"
     "  vorn render film.mp4 out.mp4 --preset-chain \"Old projector\"\n"
     "  vorn render --out-dir small --size 640x360 films/*.mp4\n"
+    "  vorn render film.mp4 - --format nut --filter VEGobo | vorn render - out.mp4\n"
+    "  vorn render film.mp4 --null --filter VEGobo\n"
     "  vorn render film.mp4 - --filter VEGobo | ffplay -f rawvideo \\\n"
     "      -pixel_format rgba -video_size 854x480 -framerate 24 -\n\n";
 
@@ -164,6 +169,11 @@ RenderOptions readRenderOptions(const RenderArguments& arguments) {
     options.files = readFileOptions(arguments.files);
     options.chain = readChainPlan(arguments.chain);
     options.source.deinterlacing = options.files.deinterlacing;
+    options.source.passesTracks = true;
+    options.source.raw = options.files.rawInput;
+    if (options.source.raw && parseTestCard(options.source.name) && arguments.many.folder.empty()) {
+        throw HostError(ExitCode::Usage, "--input-format: the test card knows its own pixels");
+    }
     options.source.isLinear = options.context.workingSpace != CGColorSpace::None;
     options.source.isUntouched = options.chain.links().empty();
 
@@ -180,6 +190,10 @@ RenderOptions readRenderOptions(const RenderArguments& arguments) {
 
 bool readFiles(RenderArguments& arguments) {
     const ManyArguments& many = arguments.many;
+    if (arguments.files.writesNothing && (!many.folder.empty() || arguments.paths.size() > 1)) {
+        throw HostError(ExitCode::Usage, "--null takes one input and no output");
+    }
+    if (arguments.files.writesNothing) arguments.paths.push_back(kNowhere);
     if (!many.folder.empty()) return true;
     if (many.resumes || many.jobs > 0 || many.names != ManyArguments().names) {
         throw HostError(ExitCode::Usage,

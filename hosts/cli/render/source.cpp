@@ -315,6 +315,8 @@ OpenedSource openSource(const SourceRequest& request) {
     options.access = request.access;
     options.sequenceRate = request.rate.value_or(request.usualRate);
     options.deinterlacing = request.deinterlacing;
+    options.raw = request.raw;
+    options.passesTracks = request.passesTracks;
     media::Reader reader(request.name, options);
 
     OpenedSource opened;

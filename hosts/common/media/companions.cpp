@@ -55,8 +55,27 @@ void useOlderLanguageCode(AVDictionary** tags) {
 Companions::Companions(const WriterOptions& options, AVFormatContext& output, Warnings& warnings)
     : output_(output), warnings_(warnings), startTime_(options.source->startTime),
       startTimeBase_(toAv(options.source->startTimeBase)), endSeconds_(options.range.endSeconds) {
+    if (!openSource(options)) return;
+    addStreams(*options.source, options);
+    if (passed_) {
+        std::set<int> wanted;
+        for (const Track& track : tracks_) wanted.insert(track.input);
+        passed_->take(wanted);
+    }
+    const double fileStart = double(startTime_) * av_q2d(startTimeBase_);
+    copyChapters(*input_, fileStart, options.range, output_);
+    copyTags(&output_.metadata, input_->metadata);
+    warnOfLostTags(*input_, output_, warnings_);
+}
+
+bool Companions::openSource(const WriterOptions& options) {
     const MediaInfo& source = *options.source;
-    if (source.kind != MediaKind::Video || source.path.empty()) return;
+    if (source.kind != MediaKind::Video || source.path.empty()) return false;
+    if (source.passed) {
+        passed_ = source.passed;
+        input_ = &passed_->description();
+        return true;
+    }
     const bool isSilent = options.sound.kind == TrackWish::Kind::None &&
                           options.subtitles.kind == TrackWish::Kind::None;
     if (source.isReadOnce) {
@@ -65,7 +84,7 @@ Companions::Companions(const WriterOptions& options, AVFormatContext& output, Wa
             warnings_.add("sound and subtitles cannot be carried over from " + name);
         if (source.hasTitleOrChapters)
             warnings_.add("title and chapters cannot be carried over from " + name);
-        return;
+        return false;
     }
     // A film that is ended early still gets its sound, unless that has to be waited for.
     FileAccess access = options.access;
@@ -73,20 +92,17 @@ Companions::Companions(const WriterOptions& options, AVFormatContext& output, Wa
     if (!access.allowsPlaylists) access.stop = nullptr;
     AvOptions inputOptions;
     try {
-        input_ = openInput(source.path, nullptr, inputOptions, access);
-        const int result = avformat_find_stream_info(input_.get(), nullptr);
+        ownInput_ = openInput(source.path, nullptr, inputOptions, access);
+        const int result = avformat_find_stream_info(ownInput_.get(), nullptr);
         if (result < 0) throw ReadError(reasonFor(result));
     } catch (const ReadError& error) {
-        input_.reset();
+        ownInput_.reset();
         if (!source.companions.empty())
             warnings_.add(std::string("sound is not carried over: ") + error.what());
-        return;
+        return false;
     }
-    addStreams(source, options);
-    const double fileStart = double(startTime_) * av_q2d(startTimeBase_);
-    copyChapters(*input_, fileStart, options.range, output_);
-    copyTags(&output_.metadata, input_->metadata);
-    warnOfLostTags(*input_, output_, warnings_);
+    input_ = ownInput_.get();
+    return true;
 }
 
 void Companions::addStreams(const MediaInfo& source, const WriterOptions& options) {
@@ -185,12 +201,12 @@ void Companions::begin(std::int64_t origin, AVRational timeBase) {
         const int result = av_interleaved_write_frame(&output_, pending_.get());
         if (result < 0) throw std::runtime_error(reasonFor(result));
     }
-    if (tracks_.empty() || origin <= 0) return;
+    if (tracks_.empty() || origin <= 0 || passed_) return;
     const std::int64_t target = av_rescale_q(startTime_, startTimeBase_, AV_TIME_BASE_Q) +
                                 av_rescale_q(origin, timeBase, AV_TIME_BASE_Q) -
                                 std::int64_t(kPrerollSeconds * AV_TIME_BASE);
     // A file that cannot seek is read from its start and what comes too early is dropped.
-    avformat_seek_file(input_.get(), -1, INT64_MIN, target, target, 0);
+    avformat_seek_file(input_, -1, INT64_MIN, target, target, 0);
 }
 
 /// Moves a packet's times to the output's; false when it is not for the output.
@@ -227,8 +243,10 @@ bool Companions::move(AVPacket& packet, Track& track) {
 bool Companions::fetch() {
     while (!hasPending_ && !isAtEnd_) {
         av_packet_unref(pending_.get());
-        if (av_read_frame(input_.get(), pending_.get()) < 0) {
-            isAtEnd_ = true;
+        const bool isThere = passed_ ? passed_->next(*pending_, readsOn_)
+                                     : av_read_frame(input_, pending_.get()) >= 0;
+        if (!isThere) {
+            isAtEnd_ = !passed_ || readsOn_; // what a pipe has not given yet may still come
             break;
         }
         Track* track = trackOf(pending_->stream_index);
@@ -290,6 +308,7 @@ void Companions::copyUntil(std::int64_t limit, AVRational timeBase) {
 
 void Companions::finish() {
     if (tracks_.empty()) return;
+    readsOn_ = true;
     while (fetch()) deliver();
     for (Track& track : tracks_) {
         if (!track.converter) continue;
@@ -299,6 +318,7 @@ void Companions::finish() {
 }
 
 void Companions::finishAt(std::int64_t limit, AVRational timeBase) {
+    readsOn_ = true;
     for (Track& track : tracks_)
         if (track.converter) track.converter->setEnd(double(limit) * av_q2d(timeBase));
     copyUntil(limit, timeBase);

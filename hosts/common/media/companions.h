@@ -2,12 +2,14 @@
 #pragma once
 
 #include "file_extras.h"
+#include "passed_tracks.h"
 #include "track_converter.h"
 
 namespace vorn::media {
 
-/// Reads the source a second time and carries its sound and subtitles into an output that someone
-/// else writes the pictures to: untouched where the container takes them, else in another codec.
+/// Reads the source a second time, or takes what its reader puts aside, and carries its sound and
+/// subtitles into an output that someone else writes the pictures to: untouched where the container
+/// takes them, else in another codec.
 class Companions {
 public:
     /// Adds streams, chapters and tags of the source of `options` to `output`, whose header is not
@@ -38,6 +40,8 @@ private:
         bool hasEnded = false;                     ///< reached the end of the range
     };
 
+    /// Where the source is read from; false when there is nothing to carry over.
+    bool openSource(const WriterOptions& options);
     void addStreams(const MediaInfo& source, const WriterOptions& options);
     void copyPictureTags(const AVStream& from, const TimeRange& range);
     void addTrack(const AVStream& from, const TrackWish& wish);
@@ -52,12 +56,15 @@ private:
 
     AVFormatContext& output_;
     Warnings& warnings_;
-    AvInput input_;
+    std::shared_ptr<PassedTracks> passed_; ///< of a pipe, else
+    AvInput ownInput_;
+    AVFormatContext* input_ = nullptr; ///< of either
     std::vector<Track> tracks_;
     std::vector<Cover> covers_;
     AvPacket pending_ = makePacket(), converted_ = makePacket();
     bool hasPending_ = false;
     bool isAtEnd_ = false;
+    bool readsOn_ = false;       ///< the pictures have ended, so that a pipe may be waited for
     bool beginsAtZero_ = false;  ///< no copied packet has a time below
     std::int64_t startTime_ = 0; ///< of the file
     AVRational startTimeBase_{1, 1};

@@ -48,7 +48,7 @@ std::string sizeText(Size size) {
 }
 
 bool canCodeFields(const AVCodec& codec) {
-    for (const char* name : {"libx264", "mpeg2video", "prores_ks", "mpeg4"})
+    for (const char* name : {"libx264", "mpeg2video", "prores_ks", "mpeg4", "wrapped_avframe"})
         if (std::string(codec.name) == name) return true;
     return false;
 }

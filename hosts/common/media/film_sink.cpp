@@ -106,6 +106,8 @@ Clock chooseClock(const Target& target, const WriterOptions& options) {
         const int nearest = av_find_nearest_q_idx(tickRate, codec.supported_framerates);
         return {av_inv_q(codec.supported_framerates[nearest]), true};
     }
+    // There are no times in these, only a rate.
+    if (isNamed(container, {"yuv4mpegpipe", "rawvideo"})) return {av_inv_q(rate), true};
     if (isNamed(container, {"avi"})) return {av_inv_q(tickRate), true};
     Clock clock{av_inv_q(rate), false};
     if (source && source->kind == MediaKind::Video && source->timeBase.isPositive())
@@ -121,9 +123,10 @@ class FilmSink final : public Sink {
 public:
     FilmSink(const std::string& path, const Target& target, const WriterOptions& options,
              Warnings& warnings)
-        : warnings_(warnings), file_(path, options.overwrite, options.access), bytes_(file_),
-          clock_(chooseClock(target, options)), startsAtFirstFrame_(options.range.startSeconds > 0),
-          frameRate_(frameRateOf(options)) {
+        : warnings_(warnings),
+          file_(OutputFile::open(path, target.descriptor, options.overwrite, options.access)),
+          bytes_(file_), clock_(chooseClock(target, options)),
+          startsAtFirstFrame_(options.range.startSeconds > 0), frameRate_(frameRateOf(options)) {
         const MediaInfo* source = options.source;
         AVFormatContext* context = nullptr;
         const int result =
@@ -133,6 +136,9 @@ public:
         output_.reset(context);
         output_->io_open = openNothing;
         output_->flags |= AVFMT_FLAG_BITEXACT;
+        // Y4M with more than 8 bits is FFmpeg's own, and read by all who read Y4M with so many.
+        if (isNamed(*output_->oformat, {"yuv4mpegpipe"}))
+            output_->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
 
         openEncoder(target, options);
         addPictureStream(source);
@@ -274,6 +280,10 @@ private:
         if (isNamed(*output_->oformat, {"apng"})) options.set("plays", "0");
         // Edit lists count in the film's own ticks; the usual milliseconds would move the sound.
         if (holdsDisplayMatrix(*output_->oformat)) options.set("movie_timescale", "90000");
+        // The index of such a file stands in one place, which a pipe cannot go back to, or with
+        // each fragment.
+        if (holdsDisplayMatrix(*output_->oformat) && !file_.isSeekable())
+            options.set("movflags", "frag_keyframe+empty_moov+default_base_moof");
         const int result = avformat_write_header(output_.get(), options.address());
         check(result);
     }

@@ -4,8 +4,11 @@
 #include "types.h"
 
 #include <array>
+#include <memory>
 
 namespace vorn::media {
+
+class PassedTracks;
 
 enum class ColourRange : std::uint8_t { Unspecified, Limited, Full };
 
@@ -88,6 +91,8 @@ struct MediaInfo {
     bool hasTitleOrChapters = false;
     std::vector<StreamSideData> sideData;
     int firstNumber = 0; ///< of a sequence
+    /// What a writer takes sound and subtitles of a pipe from; null for other files.
+    std::shared_ptr<PassedTracks> passed;
 
     /// Time of the earliest stream in the file, which the reader subtracts from all times, in units
     /// of `startTimeBase` seconds.

@@ -196,6 +196,9 @@ AvInput openInput(const std::string& path, const AVInputFormat* format, AvOption
         result = openStream(path, access, state->stream);
         if (result >= 0 && !format)
             result = av_probe_input_buffer2(state->stream, &format, address.c_str(), nullptr, 0, 0);
+        if (result == AVERROR_INVALIDDATA)
+            fail("nothing in it tells what it is; headerless pixels need --input-format, such as "
+                 "rgba:1280x720@25");
         if (result < 0) fail(reasonFor(result));
         struct stat status = {};
         const int descriptor = static_cast<OpenFile*>(state->stream->opaque)->descriptor;

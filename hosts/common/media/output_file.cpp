@@ -21,6 +21,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr const char* kTerminal =
+    "it is a terminal, which pictures would only confuse; name a file, or send them on with | or >";
 constexpr int kPrivate = 0600;
 constexpr int kMostLinks = 40; // as many as the kernel follows
 
@@ -89,7 +91,14 @@ OutputFile::OutputFile(int descriptor, const FileAccess& access)
         throw std::runtime_error("the descriptor is open for reading only");
     if (access_.inputs && access_.inputs->contains(file))
         throw std::runtime_error("is read: choose another output");
+    if (::isatty(descriptor_)) throw std::runtime_error(kTerminal);
     isRegular_ = S_ISREG(file.st_mode);
+}
+
+OutputFile OutputFile::open(const std::string& target, int descriptor, bool overwrite,
+                            const FileAccess& access) {
+    if (descriptor >= 0) return OutputFile(descriptor, access);
+    return OutputFile(target, overwrite, access);
 }
 
 void OutputFile::fail(const std::string& reason) const {
@@ -106,6 +115,7 @@ void OutputFile::openDirectly() {
     struct stat file = {};
     if (::fstat(descriptor_, &file) != 0 || S_ISREG(file.st_mode))
         fail("has become another file meanwhile");
+    if (::isatty(descriptor_)) fail(kTerminal);
 }
 
 /// The folder that the file lies in, and its name there. The file behind a link is replaced, not
@@ -224,7 +234,9 @@ void OutputFile::write(const std::uint8_t* bytes, std::size_t count) {
 }
 
 bool OutputFile::isSeekable() const {
-    return ::lseek(descriptor_, 0, SEEK_CUR) >= 0;
+    if (!isRegular_ || (::fcntl(descriptor_, F_GETFL) & O_APPEND)) return false;
+    // What stands in front of it belongs to somebody else.
+    return ::lseek(descriptor_, 0, SEEK_CUR) == 0;
 }
 
 std::int64_t OutputFile::seek(std::int64_t offset, int whence) {

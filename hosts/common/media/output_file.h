@@ -23,6 +23,9 @@ public:
     OutputFile(const std::string& target, bool overwrite, const FileAccess& access);
     /// Writes to a descriptor that stays open. Throws std::runtime_error.
     OutputFile(int descriptor, const FileAccess& access);
+    /// The descriptor, or the target if that is negative.
+    static OutputFile open(const std::string& target, int descriptor, bool overwrite,
+                           const FileAccess& access);
     /// Removes the file unless commit() has run.
     ~OutputFile() { discard(); }
     OutputFile(const OutputFile&) = delete;
@@ -31,8 +34,9 @@ public:
     /// Writes all bytes. Throws std::runtime_error, and Interrupted when a stop was asked for and
     /// nobody takes them.
     void write(const std::uint8_t* bytes, std::size_t count);
-    /// As lseek(); false for a pipe.
+    /// False for a pipe, a device, and a file that is added to.
     bool isSeekable() const;
+    /// As lseek().
     std::int64_t seek(std::int64_t offset, int whence);
     std::int64_t size() const;
 

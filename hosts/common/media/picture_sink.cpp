@@ -20,7 +20,7 @@ public:
     PictureSink(const std::string& path, const Target& target, const WriterOptions& options,
                 Warnings& warnings)
         : encoder_(pictureRequest(target, options), warnings), pattern_(target.pattern),
-          overwrite_(options.overwrite), access_(options.access) {
+          descriptor_(target.descriptor), overwrite_(options.overwrite), access_(options.access) {
         const MediaInfo* source = options.source;
         const bool isFromSequence = source && source->kind == MediaKind::Sequence;
         number_ = options.sequenceFirstNumber.value_or(isFromSequence ? source->firstNumber : 1);
@@ -54,7 +54,12 @@ public:
     }
 
 private:
-    void begin(const std::string& path) { file_.emplace(path, overwrite_, access_); }
+    void begin(const std::string& path) {
+        if (descriptor_ >= 0)
+            file_.emplace(descriptor_, access_);
+        else
+            file_.emplace(path, overwrite_, access_);
+    }
 
     void store() {
         while (encoder_.receive(*packet_)) {
@@ -69,6 +74,7 @@ private:
 
     Encoder encoder_;
     std::optional<SequencePattern> pattern_;
+    int descriptor_;
     bool overwrite_;
     FileAccess access_;
     int number_ = 1;

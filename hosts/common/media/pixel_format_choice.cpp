@@ -25,6 +25,10 @@ bool isMatroska(const EncoderRequest& request) {
     return isContainer(request, {"matroska", "webm"});
 }
 
+bool isY4m(const EncoderRequest& request) {
+    return isContainer(request, {"yuv4mpegpipe"});
+}
+
 // A film's coding is worth keeping; that of a picture file is an accident of its format.
 bool isYCbCrFilm(const MediaInfo* source) {
     return source && source->isYCbCr && source->kind == MediaKind::Video;
@@ -109,11 +113,15 @@ std::vector<AVPixelFormat> candidateFormats(const EncoderRequest& request) {
 
     // Only Matroska has a place for the alpha plane of VP8 and VP9.
     const bool alpha = options.hasAlpha &&
-                       (!isIn({AV_CODEC_ID_VP8, AV_CODEC_ID_VP9}, codec) || isMatroska(request));
+                       (!isIn({AV_CODEC_ID_VP8, AV_CODEC_ID_VP9}, codec) || isMatroska(request)) &&
+                       !isY4m(request);
     // Players of HDR take HEVC with 10 bits, neither fewer nor more.
     const bool isHdr = options.source && isHighDynamicRange(options.source->colour);
     const int bits = isHdr && codec == AV_CODEC_ID_HEVC ? 10 : options.bitsPerComponent;
     if (HardwareFrames::isNeededBy(*request.codec)) return {HardwareFrames::formatInMemory(bits)};
+    // The next program on the pipe is to get what the filters made, to the bit.
+    if (codec == AV_CODEC_ID_RAWVIDEO && isContainer(request, {"nut"}))
+        return {wantedRgb(bits, alpha)};
     const bool isFilm = isYCbCrFilm(options.source);
     const bool holdsRgb = std::any_of(formats.begin(), formats.end(), isRgb);
     const bool prefersRgb =
@@ -136,7 +144,8 @@ void keepToWhatCanBeTagged(ColourChoice& choice, const EncoderRequest& request,
     if (!canTagMatrix(request)) {
         choice.coding.matrix = request.codec->id == AV_CODEC_ID_VP8 ? AVCOL_SPC_SMPTE170M : usual;
         choice.tags.matrix = AVCOL_SPC_UNSPECIFIED;
-        choice.tags.chromaLocation = AVCHROMA_LOC_UNSPECIFIED;
+        // Y4M without it would say that chroma lies in the centre.
+        choice.tags.chromaLocation = isY4m(request) ? AVCHROMA_LOC_LEFT : AVCHROMA_LOC_UNSPECIFIED;
         choice.coding.chromaLocation = AVCHROMA_LOC_LEFT;
     }
     if (choice.coding.isFullRange && !canTagFullRange(request)) {

@@ -13,12 +13,8 @@ class RawSink final : public Sink {
 public:
     RawSink(const std::string& path, const Target& target, const WriterOptions& options)
         : size_(options.size),
-          format_(options.bitsPerComponent > 8 ? PixelFormat::Rgba16 : PixelFormat::Rgba8) {
-        if (target.descriptor >= 0)
-            file_.emplace(target.descriptor, options.access);
-        else
-            file_.emplace(path, options.overwrite, options.access);
-    }
+          format_(options.bitsPerComponent > 8 ? PixelFormat::Rgba16 : PixelFormat::Rgba8),
+          file_(OutputFile::open(path, target.descriptor, options.overwrite, options.access)) {}
 
     void write(const Frame& frame) override {
         const Frame* stage = &frame;
@@ -36,10 +32,10 @@ public:
         packed_.resize(row * std::size_t(stage->height()));
         for (int y = 0; y < stage->height(); ++y)
             std::memcpy(packed_.data() + row * std::size_t(y), stage->row(y), row);
-        file_->write(packed_.data(), packed_.size());
+        file_.write(packed_.data(), packed_.size());
     }
 
-    void finish(Ending) override { file_->commit(); }
+    void finish(Ending) override { file_.commit(); }
 
     OutputInfo describe() const override {
         OutputInfo info;
@@ -53,9 +49,26 @@ public:
 private:
     Size size_;
     PixelFormat format_;
-    std::optional<OutputFile> file_;
+    OutputFile file_;
     Frame alphaStage_, depthStage_;
     std::vector<std::uint8_t> packed_;
+};
+
+class NullSink final : public Sink {
+public:
+    explicit NullSink(Size size) : size_(size) {}
+    void write(const Frame&) override {}
+    void finish(Ending) override {}
+    OutputInfo describe() const override {
+        OutputInfo info;
+        info.container = "null";
+        info.storedSize = size_;
+        info.keepsAlpha = true;
+        return info;
+    }
+
+private:
+    Size size_;
 };
 
 } // namespace
@@ -63,6 +76,10 @@ private:
 std::unique_ptr<Sink> openRaw(const std::string& path, const Target& target,
                               const WriterOptions& options) {
     return std::make_unique<RawSink>(path, target, options);
+}
+
+std::unique_ptr<Sink> openNothing(const WriterOptions& options) {
+    return std::make_unique<NullSink>(options.size);
 }
 
 } // namespace vorn::media

@@ -42,6 +42,11 @@ void Reader::State::feed() {
         if (options.access.isStopped()) throw Interrupted();
         av_packet_unref(packet.get());
         result = av_read_frame(input.get(), packet.get());
+        if (passed && result >= 0 && packet->stream_index != stream->index) {
+            const int track = packet->stream_index;
+            passed->pass(*packet);
+            packet->stream_index = track;
+        }
     } while (result >= 0 && packet->stream_index != stream->index);
     if (result < 0) {
         if (options.access.isStopped()) throw Interrupted();

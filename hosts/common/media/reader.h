@@ -14,6 +14,9 @@ struct RawVideo {
     std::string pixelFormat = "rgba";
 };
 
+/// Whether FFmpeg has pixels of that name.
+bool isPixelFormatName(const std::string& name);
+
 /// Which pictures of two fields become whole ones.
 enum class Deinterlacing : std::uint8_t {
     None,
@@ -35,6 +38,9 @@ struct ReaderOptions {
     /// Set to read headerless pixels.
     std::optional<RawVideo> raw;
     Deinterlacing deinterlacing = Deinterlacing::None;
+    /// Of a pipe, puts sound and subtitles aside for a writer. The reader stays until that has
+    /// finished, and is not at work then.
+    bool passesTracks = false;
     FileAccess access;
 };
 

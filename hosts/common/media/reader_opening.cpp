@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <unistd.h>
 
 namespace vorn::media {
 
@@ -21,6 +22,10 @@ bool isTextDemuxer(const std::string& name) {
 }
 
 } // namespace
+
+bool isPixelFormatName(const std::string& name) {
+    return av_get_pix_fmt(name.c_str()) != AV_PIX_FMT_NONE;
+}
 
 Reader::State::State(const std::string& file, const ReaderOptions& wanted)
     : path(file), options(wanted), scaler(wanted.threads) {
@@ -55,6 +60,8 @@ void Reader::State::open() {
     std::error_code ignored;
     std::string address = path;
     info.kind = MediaKind::Video;
+    if (path == "-" && ::isatty(STDIN_FILENO))
+        fail("standard input is a terminal; send a film into it with | or <");
     if (options.raw) {
         const RawVideo& raw = *options.raw;
         demuxer = av_find_input_format("rawvideo");
@@ -79,11 +86,26 @@ void Reader::State::open() {
         if (address == path) throw;
         fail(error.what());
     }
+    if (isIndexPassed())
+        fail("its index stands behind the pictures, and a pipe does not go back to them; name the "
+             "file itself, or write it with the index in front (ffmpeg -movflags +faststart)");
     if (isTextDemuxer(input->iformat->name)) fail("is not a film or picture");
     if (const int result = avformat_find_stream_info(input.get(), nullptr); result < 0)
         fail(reasonFor(result));
     if (info.kind == MediaKind::Video && !options.raw && isStillDemuxer(input->iformat->name))
         info.kind = MediaKind::Picture;
+}
+
+bool Reader::State::isIndexPassed() const {
+    AVIOContext* bytes = input->pb;
+    if (!isReadOnce(*input) || !bytes || (bytes->seekable & AVIO_SEEKABLE_NORMAL)) return false;
+    std::int64_t first = INT64_MAX;
+    for (unsigned i = 0; i < input->nb_streams; ++i)
+        if (avformat_index_get_entries_count(input->streams[i]) > 0)
+            first = std::min(first, avformat_index_get_entry(input->streams[i], 0)->pos);
+    // A short film may still be in memory.
+    const std::int64_t kept = avio_tell(bytes) - (bytes->buf_ptr - bytes->buffer);
+    return first < kept;
 }
 
 const AVInputFormat* Reader::State::prepareSequence(const SequencePattern& pattern,
@@ -136,6 +158,7 @@ void Reader::State::openDecoder() {
         fail("holds no film, only sound with a cover picture");
     for (unsigned i = 0; i < input->nb_streams; ++i)
         if (int(i) != index) input->streams[i]->discard = AVDISCARD_ALL;
+    if (options.passesTracks && isReadOnce(*input)) passTracks();
 
     const AVCodec* codec = decoderFor(*stream);
     const std::string name = avcodec_get_name(stream->codecpar->codec_id);
@@ -150,6 +173,30 @@ void Reader::State::openDecoder() {
     if (result < 0) fail("the " + name + " decoder does not open: " + reasonFor(result));
 }
 
+void Reader::State::passTracks() {
+    passed = std::make_shared<PassedTracks>(*input, options.range.startSeconds);
+    passed->setReadOn([this] { return readOn(); });
+    for (unsigned i = 0; i < input->nb_streams; ++i) {
+        const AVMediaType type = input->streams[i]->codecpar->codec_type;
+        if (type == AVMEDIA_TYPE_AUDIO || type == AVMEDIA_TYPE_SUBTITLE)
+            input->streams[i]->discard = AVDISCARD_DEFAULT;
+    }
+}
+
+bool Reader::State::readOn() {
+    // Tracks lie side by side; what is that far behind is not of the pictures that were read.
+    constexpr double kFarSeconds = 5;
+    if (options.access.isStopped()) return false;
+    av_packet_unref(packet.get());
+    if (av_read_frame(input.get(), packet.get()) < 0) return false;
+    const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+    const AVRational unit = input->streams[packet->stream_index]->time_base;
+    const double end = double(startOffset + lastEnd) * av_q2d(stream->time_base) + kFarSeconds;
+    const bool isFar = time != AV_NOPTS_VALUE && double(time) * av_q2d(unit) > end;
+    if (packet->stream_index != stream->index) passed->pass(*packet);
+    return !isFar;
+}
+
 void Reader::State::describeFile() {
     const MediaKind kind = info.kind;
     const int firstNumber = info.firstNumber;
@@ -157,6 +204,7 @@ void Reader::State::describeFile() {
     info = describe(*input, *stream, *next);
     info.path = path;
     info.isReadOnce = isReadOnce(*input);
+    info.passed = passed;
     info.kind = kind;
     info.firstNumber = firstNumber;
     if (kind == MediaKind::Sequence) info.frameCount = sequenceCount;

@@ -4,6 +4,7 @@
 #include "deinterlacer.h"
 #include "libav.h"
 #include "orientation.h"
+#include "passed_tracks.h"
 #include "probe.h"
 #include "reader.h"
 #include "scaler.h"
@@ -53,15 +54,25 @@ struct Reader::State {
     FramePool pool;
     Frame stored, narrow, unscaled;
 
+    std::shared_ptr<PassedTracks> passed; ///< of a pipe whose sound is wanted
+
     State(const std::string& file, const ReaderOptions& wanted);
+    ~State() {
+        if (passed) passed->setReadOn(nullptr);
+    }
     [[noreturn]] void fail(const std::string& reason) const;
     void checkOptions() const;
     void open();
+    /// Whether a pipe has given the pictures already when it says where they are.
+    bool isIndexPassed() const;
     const AVInputFormat* prepareSequence(const SequencePattern& pattern, AvOptions& openOptions,
                                          std::string& address);
     /// FFmpeg's own VP8 and VP9 decoders leave the alpha plane out.
     const AVCodec* decoderFor(const AVStream& found) const;
     void openDecoder();
+    /// Has the other tracks of a pipe put aside.
+    void passTracks();
+    bool readOn();
     void describeFile();
     void noteFields();
 

@@ -1,4 +1,5 @@
-// The three ends a frame can come to: a film, picture files, headerless bytes. Internal.
+// The ends a frame can come to: a film, picture files, headerless bytes, or nothing at all.
+// Internal.
 #pragma once
 
 #include "target.h"
@@ -21,5 +22,7 @@ std::unique_ptr<Sink> openPictures(const std::string& path, const Target& target
                                    const WriterOptions& options, Warnings& warnings);
 std::unique_ptr<Sink> openRaw(const std::string& path, const Target& target,
                               const WriterOptions& options);
+/// Takes frames without writing them, for measuring what comes before.
+std::unique_ptr<Sink> openNothing(const WriterOptions& options);
 
 } // namespace vorn::media

@@ -33,8 +33,18 @@ constexpr NamePair kPictureEncoders[] = {
 
 // Containers whose own default is not the encoder that serves best.
 constexpr NamePair kFilmEncoders[] = {
-    {"mp4", "libx264"}, {"mov", "libx264"},     {"matroska", "libx264"}, {"mpegts", "libx264"},
-    {"flv", "libx264"}, {"webm", "libvpx-vp9"}, {"avi", "mpeg4"},        {"mpeg", "mpeg2video"},
+    {"mp4", "libx264"},
+    {"mov", "libx264"},
+    {"matroska", "libx264"},
+    {"mpegts", "libx264"},
+    {"flv", "libx264"},
+    {"webm", "libvpx-vp9"},
+    {"avi", "mpeg4"},
+    {"mpeg", "mpeg2video"},
+    // What goes through pipes is to arrive as it was.
+    {"nut", "rawvideo"},
+    {"rawvideo", "rawvideo"},
+    {"yuv4mpegpipe", "wrapped_avframe"},
 };
 
 // What holds alpha in the containers that have anything for it.
@@ -145,8 +155,8 @@ std::optional<int> descriptorOf(const std::string& path) {
     return number;
 }
 
-void choosePicture(const std::string& path, const std::string& codec, const char* usual,
-                   Target& target) {
+void choosePicture(const std::string& path, const std::string& extension, const std::string& codec,
+                   const char* usual, Target& target) {
     target.kind = target.pattern ? TargetKind::Sequence : TargetKind::Picture;
     target.encoder = avcodec_find_encoder_by_name(usual);
     if (!target.encoder)
@@ -154,12 +164,12 @@ void choosePicture(const std::string& path, const std::string& codec, const char
     if (codec.empty()) return;
     const AVCodec* wanted = videoEncoder(codec);
     if (!wanted || wanted->id != target.encoder->id)
-        fail(path, "a ." + extensionOf(path) + " picture is written by the encoder " + usual +
-                       ", not " + codec);
+        fail(path,
+             "a ." + extension + " picture is written by the encoder " + usual + ", not " + codec);
     target.encoder = wanted;
 }
 
-const AVCodec* usualEncoder(const AVOutputFormat& container, TargetNeeds needs) {
+const AVCodec* usualEncoder(const AVOutputFormat& container, const TargetNeeds& needs) {
     const char* name = needs.alpha ? lookUp(kAlphaEncoders, container.name) : nullptr;
     if (!name && needs.highDynamicRange) name = lookUp(kHdrEncoders, container.name);
     if (!name) name = lookUp(kFilmEncoders, container.name);
@@ -167,17 +177,25 @@ const AVCodec* usualEncoder(const AVOutputFormat& container, TargetNeeds needs) 
     return encoder ? encoder : avcodec_find_encoder(container.video_codec);
 }
 
-void chooseFilm(const std::string& path, const std::string& codec, TargetNeeds needs,
+/// By an extension or, where one is asked for, by FFmpeg's name.
+const AVOutputFormat* containerOf(const std::string& extension, bool isName) {
+    if (extension == "m4v") return av_guess_format("mp4", nullptr, nullptr);
+    const AVOutputFormat* found = av_guess_format(nullptr, ("film." + extension).c_str(), nullptr);
+    return found || !isName ? found : av_guess_format(extension.c_str(), nullptr, nullptr);
+}
+
+void chooseFilm(const std::string& path, const std::string& extension, const TargetNeeds& needs,
                 Target& target) {
-    const std::string extension = extensionOf(path);
+    const std::string& codec = needs.codec;
+    const bool isName = !needs.format.empty();
     target.kind = TargetKind::Film;
-    target.container = extension == "m4v" ? av_guess_format("mp4", nullptr, nullptr)
-                                          : av_guess_format(nullptr, path.c_str(), nullptr);
-    if (extension.empty()) fail(path, "the name has no extension that says what to write");
+    if (extension.empty())
+        fail(path, "the name has no extension that says what to write; --format does so as well");
+    target.container = containerOf(extension, isName);
     if (!target.container || (target.container->flags & AVFMT_NOFILE))
-        fail(path, "unknown extension ." + extension +
-                       "; films: mp4 m4v mov mkv webm avi gif apng mpg ts, pictures: png jpg tif "
-                       "bmp webp ppm pam tga jp2, headerless: rgba raw");
+        fail(path, (isName ? "unknown format " : "unknown extension .") + extension +
+                       "; films: mp4 m4v mov mkv webm avi gif apng mpg ts y4m nut, pictures: png "
+                       "jpg tif bmp webp ppm pam tga jp2, headerless: rgba raw");
     const AVOutputFormat& container = *target.container;
     // Sound files hold at most a cover picture.
     const bool isSoundFile =
@@ -204,23 +222,37 @@ void chooseFilm(const std::string& path, const std::string& codec, TargetNeeds n
 
 } // namespace
 
-Target chooseTarget(const std::string& path, const std::string& codec, TargetNeeds needs) {
+Target chooseTarget(const std::string& path, const TargetNeeds& needs) {
     Target target;
     if (path.empty()) throw WriteError("cannot write: the output has no name");
-    const std::string extension = extensionOf(path);
     const std::optional<int> descriptor = descriptorOf(path);
-    if (descriptor || extension == "rgba" || extension == "raw") {
-        target.kind = TargetKind::Raw;
-        target.descriptor = descriptor.value_or(-1);
-        if (!codec.empty()) fail(path, "headerless pixels take no codec");
+    target.descriptor = descriptor.value_or(-1);
+    std::string extension = needs.format.empty() ? extensionOf(path) : needs.format;
+    if (needs.format.empty() && descriptor) extension = "raw";
+    if (extension == "null" || (needs.format.empty() && path == "/dev/null")) {
+        target.kind = TargetKind::Nothing;
+        if (!needs.codec.empty())
+            fail(path, "nothing is encoded without a --format, so that " + needs.codec +
+                           " would have no place");
         return target;
     }
+    const bool isRaw = extension == "rgba" || extension == "raw" || extension == "rawvideo";
+    if (isRaw && !needs.codec.empty()) fail(path, "headerless pixels take no codec");
+    if (isRaw && !needs.namesPixels) {
+        target.kind = TargetKind::Raw;
+        return target;
+    }
+    if (isRaw) extension = "rawvideo";
     const char* picture = lookUp(kPictureEncoders, extension);
-    target.pattern = parseSequencePattern(path);
-    if (picture)
-        choosePicture(path, codec, picture, target);
-    else
-        chooseFilm(path, codec, needs, target);
+    if (!descriptor) target.pattern = parseSequencePattern(path);
+    if (picture) {
+        choosePicture(path, extension, needs.codec, picture, target);
+    } else if (isRaw) {
+        target.container = av_guess_format("rawvideo", nullptr, nullptr);
+        target.encoder = avcodec_find_encoder(AV_CODEC_ID_RAWVIDEO);
+    } else {
+        chooseFilm(path, extension, needs, target);
+    }
     return target;
 }
 

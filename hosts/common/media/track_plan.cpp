@@ -51,7 +51,7 @@ bool isTaken(const AVFormatContext& output, const AVCodecParameters& codec, AVRa
     const AVOutputFormat& container = *output.oformat;
     const std::string name = container.name;
     const bool isSound = codec.codec_type == AVMEDIA_TYPE_AUDIO;
-    if (isNamed(container, {"gif", "apng"})) {
+    if (isNamed(container, {"gif", "apng", "yuv4mpegpipe", "rawvideo"})) {
         reason = "the container " + name + " holds no " + (isSound ? "sound" : "subtitles");
         return false;
     }
@@ -116,7 +116,9 @@ std::vector<std::string> soundEncodersFor(const AVOutputFormat& container,
                          av_get_bytes_per_sample(AVSampleFormat(source.format)) > 2 &&
                          isLossless(source.codec_id) && source.bits_per_raw_sample == 0);
     const std::string samples = isDeep ? "pcm_s24le" : "pcm_s16le";
-    if (isNamed(container, {"gif", "apng"}) || container.audio_codec == AV_CODEC_ID_NONE) return {};
+    if (isNamed(container, {"gif", "apng", "yuv4mpegpipe", "rawvideo"}) ||
+        container.audio_codec == AV_CODEC_ID_NONE)
+        return {};
     if (isNamed(container, {"webm"})) return {"libopus", "libvorbis"};
     if (isNamed(container, {"mov", "avi", "matroska"}))
         return isLossless(source.codec_id) ? std::vector<std::string>{samples, "aac"}

@@ -2,6 +2,7 @@
 
 #include "colour.h"
 #include "libav.h"
+#include "passed_tracks.h"
 #include "sinks.h"
 
 namespace vorn::media {
@@ -16,9 +17,12 @@ struct Writer::State {
 
     State(const std::string& name, const WriterOptions& options) : path(name), size(options.size) {
         beginCatchingMessages();
-        const TargetNeeds needs{options.hasAlpha,
-                                options.source && isHighDynamicRange(options.source->colour)};
-        const Target target = chooseTarget(path, options.codec, needs);
+        const bool isHdr = options.source && isHighDynamicRange(options.source->colour);
+        const Target target = chooseTarget(path, {.codec = options.codec,
+                                                  .format = options.format,
+                                                  .namesPixels = !options.pixelFormat.empty(),
+                                                  .alpha = options.hasAlpha,
+                                                  .highDynamicRange = isHdr});
         guarded([&] {
             if (size.width <= 0 || size.height <= 0)
                 throw std::runtime_error("the size of the frames is not positive");
@@ -27,12 +31,16 @@ struct Writer::State {
             sink = open(target, options);
         });
         output = sink->describe();
+        if (options.source && options.source->passed && !options.source->passed->isTaken())
+            options.source->passed->take({});
     }
 
     std::unique_ptr<Sink> open(const Target& target, const WriterOptions& options) {
         switch (target.kind) {
         case TargetKind::Raw:
             return openRaw(path, target, options);
+        case TargetKind::Nothing:
+            return openNothing(options);
         case TargetKind::Film:
             return openFilm(path, target, options, warnings);
         case TargetKind::Picture:

@@ -36,6 +36,9 @@ struct WriterOptions {
     /// Only read during construction. May be null.
     const MediaInfo* source = nullptr;
 
+    /// What is written, by extension or FFmpeg's name ("mkv", "nut", "raw", "png"), whatever the
+    /// target is called; empty: by its name.
+    std::string format;
     /// Encoder or codec by FFmpeg's name ("libx264", "prores_ks", "vp9"); empty: by file name.
     std::string codec;
     /// Constant quality in the encoder's own scale (smaller is better); nothing: the default.
@@ -87,11 +90,11 @@ enum class Ending : std::uint8_t {
 /// Writes frames to one file.
 ///
 /// `path` decides what is written: a film (.mp4 .m4v .mov .mkv .webm .avi .gif .apng .mpg .ts and
-/// what else FFmpeg knows), a picture (.png .jpg .tif .bmp .webp .ppm .pam .tga .jp2), a
-/// printf pattern of numbered pictures, or headerless straight RGBA: "-" for standard output,
-/// "pipe:N" for file descriptor N, or a file ending in .rgba or .raw. Raw output is little-endian,
-/// 16 bits per component if bitsPerComponent is above 8. The caller ignores SIGPIPE if a closed
-/// pipe is to be a WriteError.
+/// what else FFmpeg knows, such as .y4m and .nut for pipes), a picture (.png .jpg .tif .bmp .webp
+/// .ppm .pam .tga .jp2), a printf pattern of numbered pictures, nothing ("/dev/null"), or
+/// headerless straight RGBA: "-" for standard output, "pipe:N" for file descriptor N, or a file
+/// ending in .rgba or .raw. Raw output is little-endian, 16 bits per component if bitsPerComponent
+/// is above 8. The caller ignores SIGPIPE if a closed pipe is to be a WriteError.
 ///
 /// Colour: the matrix, range and chroma location of the source are used again and tagged again. If
 /// the codec and container cannot tag them, what a player assumes is used: BT.601 or BT.709 by
