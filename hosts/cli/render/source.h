@@ -53,7 +53,7 @@ struct SourceRequest {
     std::optional<std::int64_t> frames;
     int threads = 0;
     media::FileAccess access;
-    bool passesTracks = false; ///< a film is made of it, with its sound
+    bool passesTracks = false;          ///< a film is made of it, with its sound
     std::optional<media::RawVideo> raw; ///< what headerless pixels look like
     media::Deinterlacing deinterlacing = media::Deinterlacing::None;
     /// Effects are to see light instead of coded values.
