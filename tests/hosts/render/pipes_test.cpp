@@ -59,6 +59,7 @@ TEST_F(PipeTest, KeepY4mAsFilmsStoreIt) {
         EXPECT_EQ(stored.milliseconds.size(), 10U);
         EXPECT_EQ(stored.info.colour.chromaLocation, info.chromaShiftY) << "left, or nothing";
     }
+    bytesOf("vorn render --out-dir out --format y4m film.mkv && cmp out/film.y4m film.y4m");
     const AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;
     media_test::FilmMaker(file(kCard, "card.mp4"), path("rich.mkv"))
         .sound("flac", mono, "deu")
