@@ -22,8 +22,9 @@ void addChainOptions(CLI::App& command, ChainArguments& arguments) {
     parts[add("--preset-chain", "NAME", arguments.presets,
               "The filters of a chain that comes with vorn, see\n`vorn list --presets`")] =
         &ChainArguments::presets;
-    add("--image", "KEY=FILE", arguments.images,
-        "A second image: a picture, a film that runs in step,\nor test:");
+    add("--image", "KEY=FILE[:fit=...]", arguments.images,
+        "A second image: a picture, a film that runs in step,\nor test:; behind it "
+        "fit=cover|contain|stretch|none,\nat=center|top|bottom-left|..., scale=FACTOR");
     add("--animate", "KEY=TIME:VALUE,...", arguments.animations,
         "An input that moves from value to value, or a formula\nof the time");
     add("--during", "N=START-END", arguments.ranges,

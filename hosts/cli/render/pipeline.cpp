@@ -58,10 +58,8 @@ public:
           progress_(expectedFrames(), options.isQuiet), session_(makeSession(options.context)),
           context_(options.context) {
         requireDevice(context_);
-        for (const std::string& name : options.chain.imageNames()) {
-            secondImages_.emplace_back(name, source_.size, source_.rate, source_.range.startSeconds,
-                                       options.source);
-        }
+        for (const SecondPicture& picture : options.chain.pictures())
+            secondImages_.emplace_back(picture, source_, options.source);
         noteSource();
     }
 

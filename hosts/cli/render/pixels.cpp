@@ -131,7 +131,8 @@ bool isOpaque(const media::Frame& frame) {
                                                         : isEachOpaque<uint8_t>(frame);
 }
 
-CIImage imageOfFrame(media::Frame frame, media::FramePool& pool, const LightTables* light) {
+CIImage imageOfFrame(media::Frame frame, media::FramePool& pool, const LightTables* light,
+                     CGPoint origin) {
     const bool isDeep = frame.format() == media::PixelFormat::Rgba16;
     const bool isStraightBytes = !isDeep && frame.alpha == media::Alpha::Straight;
     const media::Size size = frame.size();
@@ -140,10 +141,10 @@ CIImage imageOfFrame(media::Frame frame, media::FramePool& pool, const LightTabl
                                              : isDeep          ? widen(frame, pool)
                                              : isStraightBytes ? widenBytes(frame, pool)
                                                                : std::move(frame));
-    return CIImage::imageWithBitmap(owner->pixels(), static_cast<uint32_t>(size.width),
-                                    static_cast<uint32_t>(size.height), owner->strideBytes(),
-                                    isDeep || isStraightBytes ? CIFormat::RGBAf : CIFormat::RGBA8,
-                                    light ? CGColorSpace::LinearSRGB : CGColorSpace::SRGB, owner);
+    return CIImage::imageWithBitmap(
+        owner->pixels(), static_cast<uint32_t>(size.width), static_cast<uint32_t>(size.height),
+        owner->strideBytes(), isDeep || isStraightBytes ? CIFormat::RGBAf : CIFormat::RGBA8,
+        light ? CGColorSpace::LinearSRGB : CGColorSpace::SRGB, owner, origin);
 }
 
 RenderTarget::RenderTarget(media::Size size, media::PixelFormat format, TargetPools& pools,

@@ -13,9 +13,9 @@ namespace vorn::hosts::cli {
 /// A lazy image of a frame, which goes back to its pool with the last image that is made of it.
 /// Deep frames, and those with straight alpha, take their floats from `pool`. With tables, the
 /// frame is deep, its alpha opaque or straight, and the image is of light; other deep frames are
-/// opaque or premultiplied.
-CIImage imageOfFrame(media::Frame frame, media::FramePool& pool,
-                     const LightTables* light = nullptr);
+/// opaque or premultiplied. `origin` is the lower left corner of the image.
+CIImage imageOfFrame(media::Frame frame, media::FramePool& pool, const LightTables* light = nullptr,
+                     CGPoint origin = {});
 
 /// Whether every alpha of a frame is the largest value.
 bool isOpaque(const media::Frame& frame);

@@ -27,8 +27,9 @@ std::int64_t firstTickAtOrAfter(double seconds, media::Rational rate) {
 
 class MediaSource final : public FrameSource {
 public:
-    MediaSource(media::Reader reader, bool isUntouched, std::shared_ptr<const LightTables> light)
-        : reader_(std::move(reader)), isUntouched_(isUntouched), light_(std::move(light)) {}
+    MediaSource(media::Reader reader, const OpenedSource& opened)
+        : reader_(std::move(reader)), isUntouched_(opened.isUntouched), light_(opened.light),
+          origin_(opened.origin) {}
 
     bool read(SourceFrame& frame) override {
         media::Frame picture;
@@ -39,7 +40,7 @@ public:
         if (isUntouched_) {
             frame.stored = std::make_shared<const media::Frame>(std::move(picture));
         } else {
-            frame.image = imageOfFrame(std::move(picture), floats_, light_.get());
+            frame.image = imageOfFrame(std::move(picture), floats_, light_.get(), origin_);
         }
         return true;
     }
@@ -51,6 +52,7 @@ private:
     media::Reader reader_;
     bool isUntouched_;
     std::shared_ptr<const LightTables> light_;
+    CGPoint origin_;
     media::FramePool floats_;
 };
 
@@ -88,20 +90,21 @@ Ticks ticksIn(const media::TimeRange& range, media::Rational rate) {
 
 class TestCardSource final : public FrameSource {
 public:
-    TestCardSource(media::Size size, Ticks ticks)
-        : size_(size), ticks_(ticks), card_(size.width, size.height) {}
+    TestCardSource(media::Size size, CGPoint origin, Ticks ticks)
+        : size_(size), origin_(origin), ticks_(ticks), card_(size.width, size.height) {}
 
     bool read(SourceFrame& frame) override {
         if (!ticks_.take(frame)) return false;
         media::Frame picture = pool_.acquire(size_, media::PixelFormat::Rgba8);
         card_.draw(picture.pixels(), picture.strideBytes(), ticks_.seconds(frame.pts), frame.pts,
                    ticks_.rate());
-        frame.image = imageOfFrame(std::move(picture), pool_);
+        frame.image = imageOfFrame(std::move(picture), pool_, nullptr, origin_);
         return true;
     }
 
 private:
     media::Size size_;
+    CGPoint origin_;
     Ticks ticks_;
     TestCard card_;
     media::FramePool pool_;
@@ -177,6 +180,11 @@ private:
     bool hasBegun_ = false, hasNext_ = false, isFirst_ = true;
 };
 
+void lay(OpenedSource& opened, const PlacedRectangle& placed) {
+    opened.size = placed.size;
+    opened.origin = {static_cast<double>(placed.x), static_cast<double>(placed.y)};
+}
+
 OpenedSource openTestCard(const SourceRequest& request, const TestCardRequest& card) {
     OpenedSource opened;
     opened.size = testCardSize;
@@ -187,6 +195,7 @@ OpenedSource openTestCard(const SourceRequest& request, const TestCardRequest& c
                        static_cast<int>(std::min(card.size->height, most))};
     }
     if (request.size) opened.size = *request.size;
+    if (request.place) lay(opened, request.place(opened.size, 1));
     if (std::max(opened.size.width, opened.size.height) > TestCard::kLargestSide) {
         throw HostError(ExitCode::Usage, fmt::format("{}: each side of the test card is at most {}",
                                                      request.name, int{TestCard::kLargestSide}));
@@ -200,7 +209,7 @@ OpenedSource openTestCard(const SourceRequest& request, const TestCardRequest& c
     }
     const Ticks ticks = ticksIn(opened.range, opened.rate);
     opened.expectedFrames = ticks.count();
-    opened.frames = std::make_unique<TestCardSource>(opened.size, ticks);
+    opened.frames = std::make_unique<TestCardSource>(opened.size, opened.origin, ticks);
     return opened;
 }
 
@@ -242,7 +251,7 @@ OpenedSource openStill(media::Reader reader, const SourceRequest& request, Opene
         frame.stored = std::make_shared<const media::Frame>(std::move(picture));
     } else {
         media::FramePool floats;
-        frame.image = imageOfFrame(std::move(picture), floats, opened.light.get());
+        frame.image = imageOfFrame(std::move(picture), floats, opened.light.get(), opened.origin);
     }
     opened.expectedFrames = ticks.count();
     opened.frames = std::make_unique<StillSource>(std::move(frame), ticks, reader.warnings());
@@ -270,6 +279,13 @@ void setConstantRate(media::MediaInfo& info, media::Rational rate) {
     info.hasVariableFrameRate = false;
 }
 
+/// How wide the pixels of the upright picture are for their height.
+double uprightPixelShape(const media::MediaInfo& info) {
+    const media::Rational stored = info.sampleAspectRatio;
+    if (!stored.isPositive()) return 1;
+    return info.rotationDegrees % 180 != 0 ? 1 / stored.value() : stored.value();
+}
+
 /// Decides what effects are to see of a file, and has it read so.
 void chooseForm(const SourceRequest& request, media::Reader& reader, OpenedSource& opened) {
     const media::MediaInfo& info = reader.info();
@@ -292,7 +308,7 @@ void chooseForm(const SourceRequest& request, media::Reader& reader, OpenedSourc
     if (isStraight || opened.light) reader.keepStraightAlpha();
     // Colours that are multiplied with a small alpha would keep a few steps of 8 bits.
     const bool needsDepth = opened.light || (info.hasAlpha && !isStraight);
-    if (needsDepth) reader.setOutput(media::PixelFormat::Rgba16, request.size);
+    if (needsDepth) reader.setOutput(media::PixelFormat::Rgba16, reader.outputSize());
     opened.format = reader.outputFormat();
 }
 
@@ -323,6 +339,10 @@ OpenedSource openSource(const SourceRequest& request) {
     opened.info = reader.info();
     media::MediaInfo& info = *opened.info;
     opened.size = reader.outputSize();
+    if (request.place) {
+        lay(opened, request.place(opened.size, uprightPixelShape(info)));
+        if (opened.size != info.uprightSize) reader.setOutput(reader.outputFormat(), opened.size);
+    }
     chooseForm(request, reader, opened);
     opened.bitsPerComponent = info.bitsPerComponent;
     opened.hasAlpha = info.hasAlpha;
@@ -338,8 +358,7 @@ OpenedSource openSource(const SourceRequest& request) {
     }
     const bool isResampled = isVideo && request.rate;
     opened.expectedFrames = expectedFrames(info, request.range, opened.rate, isResampled);
-    opened.frames =
-        std::make_unique<MediaSource>(std::move(reader), opened.isUntouched, opened.light);
+    opened.frames = std::make_unique<MediaSource>(std::move(reader), opened);
     if (isResampled) {
         setConstantRate(info, opened.rate);
         opened.frames = std::make_unique<ResampledSource>(std::move(opened.frames), opened.rate);
@@ -347,35 +366,55 @@ OpenedSource openSource(const SourceRequest& request) {
     return opened;
 }
 
-SecondImage::SecondImage(const std::string& name, media::Size mainSize, media::Rational mainRate,
-                         double firstSeconds, const SourceRequest& main) {
+SecondImage::SecondImage(SecondPicture picture, const OpenedSource& main,
+                         const SourceRequest& mainRequest)
+    : picture_(std::move(picture)), frame_{0, 0, static_cast<double>(main.size.width),
+                                           static_cast<double>(main.size.height)} {
     SourceRequest request;
-    request.name = name;
-    request.threads = main.threads;
-    request.access = main.access;
-    request.deinterlacing = main.deinterlacing;
-    request.isLinear = main.isLinear;
-    request.usualRate = mainRate;
+    request.name = picture_.name;
+    request.threads = mainRequest.threads;
+    request.access = mainRequest.access;
+    request.deinterlacing = mainRequest.deinterlacing;
+    request.isLinear = mainRequest.isLinear;
+    request.usualRate = main.rate;
     request.frames = std::numeric_limits<std::int64_t>::max();
     // Some frames before the first one that is needed, for the one that is shown by then may be
     // old.
     constexpr double lead = 2;
-    request.range.startSeconds = std::max(0.0, firstSeconds - lead);
-    if (const auto card = parseTestCard(name); card && !card->size) request.size = mainSize;
+    request.range.startSeconds = std::max(0.0, main.range.startSeconds - lead);
+    if (const auto card = parseTestCard(request.name); card && !card->size)
+        request.size = main.size;
+    const double mainShape = main.info ? uprightPixelShape(*main.info) : 1;
+    request.place = [&](media::Size size, double pixelShape) {
+        return placedIn(main.size, size, pixelShape / mainShape, picture_);
+    };
     source_ = openSource(request).frames;
-    if (!source_->read(current_)) {
+    SourceFrame first;
+    if (!source_->read(first)) {
         throw media::ReadError(fmt::format("cannot read {}: it has no picture at {:.3f} s or later",
-                                           name, request.range.startSeconds));
+                                           request.name, request.range.startSeconds));
     }
+    show(std::move(first));
     hasNext_ = source_->read(next_);
+}
+
+void SecondImage::show(SourceFrame frame) {
+    if (frame.image == read_) return;
+    shown_ = read_ = std::move(frame.image);
+    const CGRect own = read_.extent();
+    if (!picture_.placement.isInFrame() || own == frame_) return;
+    const CIImage clear = CIImage::imageWithColor(CIColor(0, 0, 0, 0));
+    shown_ = read_.imageByCroppingToRect(frame_);
+    if (shown_.extent() != frame_)
+        shown_ = shown_.imageByCompositingOverImage(clear.imageByCroppingToRect(frame_));
 }
 
 CIImage SecondImage::at(std::int64_t nanoseconds) {
     while (hasNext_ && next_.timeNanoseconds() <= nanoseconds) {
-        current_ = next_;
+        show(next_);
         hasNext_ = source_->read(next_);
     }
-    return current_.image;
+    return shown_;
 }
 
 } // namespace vorn::hosts::cli

@@ -1,6 +1,7 @@
 // Where pictures come from: films, still pictures, image sequences and the test card.
 #pragma once
 
+#include "settings/placement.h"
 #include "values/text.h"
 
 #include "light.h"
@@ -11,6 +12,7 @@
 #include "vorneffects/CIImage.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -44,6 +46,8 @@ public:
 struct SourceRequest {
     std::string name; ///< a file, a pattern of numbered files, "-" or "test:…"
     std::optional<media::Size> size;
+    /// Where a picture of that size, whose pixels are so wide for their height, is to lie.
+    std::function<PlacedRectangle(media::Size size, double pixelShape)> place;
     /// Pictures per second; a film is resampled to it.
     std::optional<media::Rational> rate;
     /// The same for what knows no rate of its own: still and numbered pictures.
@@ -71,6 +75,7 @@ struct OpenedSource {
     media::Rational rate{25, 1};
     /// What a film made of it takes over; nothing for the test card.
     std::optional<media::MediaInfo> info;
+    CGPoint origin; ///< lower left corner of the images
     media::TimeRange range;
     std::optional<std::int64_t> expectedFrames;
     bool isUntouched = false; ///< frames have `stored` and no image
@@ -86,10 +91,9 @@ OpenedSource openSource(const SourceRequest& request);
 /// A second image, which stands still or runs in step with the main one.
 class SecondImage {
 public:
-    /// A test card without a size takes that of the main image. `firstSeconds` is when the main
-    /// image begins; `main` is how it was asked for.
-    SecondImage(const std::string& name, media::Size mainSize, media::Rational mainRate,
-                double firstSeconds, const SourceRequest& main);
+    /// `main` is the image whose frames the second one is shown with, and `request` how that was
+    /// asked for. A test card without a size takes that of the main image.
+    SecondImage(SecondPicture picture, const OpenedSource& main, const SourceRequest& request);
 
     /// The image that is shown at that time; the first one before it, the last one after it. Times
     /// must not decrease.
@@ -97,8 +101,13 @@ public:
     std::vector<std::string> warnings() const { return source_->warnings(); }
 
 private:
+    void show(SourceFrame frame);
+
+    SecondPicture picture_;
+    CGRect frame_; ///< of the main image
     std::unique_ptr<FrameSource> source_;
-    SourceFrame current_, next_;
+    SourceFrame next_;
+    CIImage read_, shown_; ///< as it was read, and as it lies in the frame
     bool hasNext_ = false;
 };
 

@@ -77,7 +77,7 @@ void ChainPlan::animate(std::string_view key, Animation animation, std::string_v
     link.animations.emplace_back(input.key, std::move(animation));
 }
 
-void ChainPlan::setImage(std::string_view key, const std::string& name, std::string_view where) {
+void ChainPlan::setImage(std::string_view key, SecondPicture picture, std::string_view where) {
     ChainLink& link = links_.back();
     const std::vector<std::string> keys = inputKeys(link.entry, true);
     const std::optional<ListedInput> input = findInput(link.entry, key);
@@ -85,8 +85,15 @@ void ChainPlan::setImage(std::string_view key, const std::string& name, std::str
         refuse(fmt::format("{}: {} has no image input \"{}\"{}", where, link.entry.name, key,
                            keySuggestion(key, keys)));
     }
-    link.images.emplace_back(input->key, imageNames_.size());
-    imageNames_.push_back(name);
+    link.images.emplace_back(input->key, pictures_.size());
+    picture.placement.usualFit = usualFitOf(input->key);
+    pictures_.push_back(std::move(picture));
+}
+
+std::vector<std::string> ChainPlan::imageNames() const {
+    std::vector<std::string> names;
+    for (const SecondPicture& picture : pictures_) names.push_back(picture.name);
+    return names;
 }
 
 void ChainPlan::addFilter(std::string_view text) {
@@ -141,13 +148,22 @@ std::vector<ChainPlan::Target> ChainPlan::targets(std::string_view address, bool
 }
 
 void ChainPlan::addImage(std::string_view text) {
-    const auto [address, name] = splitOnce(text, '=', "--image");
+    const auto [address, file] = splitOnce(text, '=', "--image");
+    const std::string where = "--image " + address;
+    const auto [name, options] = splitOptions(file, where);
+    SecondPicture picture{name, {}};
+    for (const auto& [key, value] : options) {
+        if (setPlacement(picture.placement, key, value, where)) continue;
+        refuse(fmt::format("{}: a picture has no option \"{}\"; there is fit, at and scale", where,
+                           key));
+    }
     for (const Target& target : targets(address, true, "--image")) {
         std::erase_if(target.link->images,
                       [&](const auto& image) { return image.first == target.key; });
-        target.link->images.emplace_back(target.key, imageNames_.size());
+        target.link->images.emplace_back(target.key, pictures_.size());
+        picture.placement.usualFit = usualFitOf(target.key);
     }
-    imageNames_.push_back(name);
+    pictures_.push_back(picture);
 }
 
 void ChainPlan::addAnimation(std::string_view text) {

@@ -4,6 +4,7 @@
 #include "animation.h"
 #include "catalogue/catalog.h"
 #include "media/types.h"
+#include "placement.h"
 
 #include <optional>
 #include <string>
@@ -35,7 +36,8 @@ public:
 
     /// Adds "NAME" or "NAME:key=value,key=value"; a value may be a formula of the time.
     void addFilter(std::string_view text);
-    /// Reads "KEY=FILE", for every filter that has that input, "N.KEY=FILE" or "NAME.KEY=FILE".
+    /// Reads "KEY=FILE", for every filter that has that input, "N.KEY=FILE" or "NAME.KEY=FILE",
+    /// each with ":fit=…,at=…,scale=…" behind it if wanted.
     void addImage(std::string_view text);
     /// Reads "KEY=TIME:VALUE,…", "N.KEY=…" or "NAME.KEY=…"; one filter must be meant.
     void addAnimation(std::string_view text);
@@ -50,12 +52,13 @@ public:
     /// one.
     void set(std::string_view key, InputValue value, std::string_view where);
     void animate(std::string_view key, Animation animation, std::string_view where);
-    void setImage(std::string_view key, const std::string& name, std::string_view where);
+    void setImage(std::string_view key, SecondPicture picture, std::string_view where);
     void limit(const media::TimeRange& range) { links_.back().during = range; }
 
     const std::vector<ChainLink>& links() const { return links_; }
+    const std::vector<SecondPicture>& pictures() const { return pictures_; }
     /// The files of the second images.
-    const std::vector<std::string>& imageNames() const { return imageNames_; }
+    std::vector<std::string> imageNames() const;
 
 private:
     struct Target {
@@ -66,7 +69,7 @@ private:
     ChainLink& linkNamed(std::string_view who, std::string_view option);
 
     std::vector<ChainLink> links_;
-    std::vector<std::string> imageNames_;
+    std::vector<SecondPicture> pictures_;
 };
 
 } // namespace vorn::hosts

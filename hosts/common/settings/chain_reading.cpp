@@ -134,11 +134,27 @@ private:
     }
 
     void setImage(const std::string& key, const Place& place) {
-        const std::string name = text(place);
-        if (name.empty()) refuse(place, "a file is wanted here");
+        if (place.value.is_object()) wantObject(place, {"file", "fit", "at", "scale"});
+        plan_.setImage(key, picture(place), here(place));
+    }
+
+    /// A file's name, or an object that tells how the picture lies in the frame as well.
+    SecondPicture picture(const Place& place) const {
+        const bool isNameAlone = !place.value.is_object();
+        const Place file = isNameAlone ? place : required(place, "file");
+        const std::string name = text(file);
+        if (name.empty()) refuse(file, "a file is wanted here");
         const bool isCard = parseTestCard(name).has_value();
-        plan_.setImage(key, isCard ? name : (folder_ / name).lexically_normal().string(),
-                       here(place));
+        SecondPicture picture{isCard ? name : (folder_ / name).lexically_normal().string(), {}};
+        if (isNameAlone) return picture;
+        Placement& placement = picture.placement;
+        if (place.value.contains("fit"))
+            placement.fit = parseFit(text(place.at("fit")), here(place.at("fit")));
+        if (place.value.contains("at"))
+            placement.at = parseAnchor(text(place.at("at")), here(place.at("at")));
+        if (place.value.contains("scale"))
+            placement.scale = checkedScale(number(place.at("scale")), here(place.at("scale")));
+        return picture;
     }
 
     void setInput(const std::string& key, const Place& place) {

@@ -110,6 +110,23 @@ std::string nameFrom(const std::filesystem::path& folder, const std::string& nam
     return isBelow || !path.is_absolute() ? relative.string() : name;
 }
 
+/// As short as it was said.
+JsonText pictureJson(const SecondPicture& picture, const std::filesystem::path& folder) {
+    const Placement& placement = picture.placement;
+    const std::string name = nameFrom(folder, picture.name);
+    if (!placement.fit && !placement.at && placement.scale == 1) return name;
+    JsonText json{{"file", name}};
+    if (placement.fit) json["fit"] = fitName(*placement.fit);
+    if (placement.at) json["at"] = *placement.at;
+    if (placement.scale != 1) json["scale"] = numberJson(placement.scale);
+    return json;
+}
+
+std::string pictureText(const SecondPicture& picture) {
+    const std::string options = placementText(picture.placement);
+    return options.empty() ? picture.name : picture.name + ":" + options;
+}
+
 JsonText linkJson(const ChainLink& link, const ChainPlan& plan,
                   const std::filesystem::path& folder) {
     JsonText json{{"filter", link.entry.name}};
@@ -117,7 +134,7 @@ JsonText linkJson(const ChainLink& link, const ChainPlan& plan,
     for (const auto& [key, animation] : link.animations)
         json["set"][key] = animationJson(animation);
     for (const auto& [key, number] : link.images)
-        json["images"][key] = nameFrom(folder, plan.imageNames()[number]);
+        json["images"][key] = pictureJson(plan.pictures()[number], folder);
     if (!link.during) return json;
     json["from"] = numberJson(link.during->startSeconds);
     if (link.during->endSeconds) json["to"] = numberJson(*link.during->endSeconds);
@@ -225,7 +242,7 @@ std::vector<std::string> chainOptions(const ChainPlan& plan) {
         for (const auto& [key, animation] : link.animations)
             add("--animate", "." + key, animationText(animation));
         for (const auto& [key, number] : link.images)
-            add("--image", "." + key, plan.imageNames()[number]);
+            add("--image", "." + key, pictureText(plan.pictures()[number]));
         if (!link.during) continue;
         const auto& end = link.during->endSeconds;
         add("--during", "",

@@ -41,6 +41,10 @@ std::string settings(const std::string& set) {
     return chainWith(R"({"filter": "VESolarize", "set": {)" + set + "}}");
 }
 
+std::string secondPicture(const std::string& picture) {
+    return chainWith(R"({"filter": "VEXFDissolve", "images": {"targetImage": )" + picture + "}}");
+}
+
 struct Refusal {
     std::string text;
     const char* problem; ///< a part of what is said
@@ -95,6 +99,11 @@ INSTANTIATE_TEST_SUITE_P(
                 "/filters/0/images/targetImage: VEXray has no image", false},
         Refusal{chainWith(R"({"filter": "VEXFDissolve", "images": {"targetImage": ""}})"),
                 "/images/targetImage: a file"},
+        Refusal{secondPicture(R"({"fit": "cover"})"), "targetImage: \"file\" is missing"},
+        Refusal{secondPicture(R"({"file": "a", "fit": "covers"})"),
+                "/targetImage/fit: there is no fit \"covers\"; did you mean cover?"},
+        Refusal{secondPicture(R"({"file": "a", "at": "middle"})"), "/at: there is no place"},
+        Refusal{secondPicture(R"({"file": "a", "scale": 0})"), "/scale: a scale is a number"},
         Refusal{settings(R"("intensty": 1)"),
                 "/filters/0/set/intensty: VESolarize has no input \"intensty\"; did", false},
         Refusal{settings(R"("a/b~": 1)"), "/set/a~1b~0: ", false},
@@ -169,6 +178,17 @@ const char* const kWhole = R"json({
       "to": 2.5
     },
     {
+      "filter": "VEXFWipes",
+      "images": {
+        "inputTargetImage": {
+          "file": "other.png",
+          "fit": "contain",
+          "at": "top-left",
+          "scale": 0.5
+        }
+      }
+    },
+    {
       "filter": "CICrop",
       "set": {
         "inputRectangle": [
@@ -225,7 +245,8 @@ TEST(ChainFiles, FindTheirPicturesFromTheirOwnFolder) {
     registerFilters();
     ChainPlan plan;
     readChain(kWhole, "chain.json", "/some/folder", plan);
-    EXPECT_EQ(plan.imageNames(), Lines{"/some/folder/pictures/second one.png"});
+    EXPECT_EQ(plan.imageNames(),
+              (Lines{"/some/folder/pictures/second one.png", "/some/folder/other.png"}));
     EXPECT_NE(chainText(plan, {}, "/some").find("\"folder/pictures/second one.png\""),
               std::string::npos);
 }
