@@ -17,18 +17,21 @@
 
 /// Every filter with its category; its class has the same name.
 #define VORN_BUILTIN_FILTERS(filter)                                                               \
-    filter(CIAffineTransform, "Built-in Geometry") filter(CIColorControls, "Built-in Color")       \
-        filter(CIColorMonochrome, "Built-in Color") filter(CICrop, "Built-in Geometry")            \
-            filter(CIDarkenBlendMode, "Built-in Compositing") filter(                              \
-                CIDivideBlendMode, "Built-in Compositing") filter(CIGaussianBlur, "Built-in Blur") \
-                filter(CIHardLightBlendMode, "Built-in Compositing")                               \
-                    filter(CIHueAdjust, "Built-in Color") filter(CILanczosScaleTransform,          \
-                                                                 "Built-in Geometry")              \
-                        filter(CIMaximumCompositing, "Built-in Compositing")                       \
-                            filter(CIPerspectiveTransformWithExtent, "Built-in Geometry")          \
-                                filter(CIPinLightBlendMode, "Built-in Compositing")                \
-                                    filter(CIRadialGradient, "Built-in Generator")                 \
-                                        filter(CIRandomGenerator, "Built-in Generator")            \
+    filter(CIAffineTransform, "Built-in Geometry") filter(CIBlendWithAlphaMask,                    \
+                                                          "Built-in Compositing")                  \
+        filter(CIBlendWithMask, "Built-in Compositing") filter(CIColorControls, "Built-in Color")  \
+            filter(CIColorMonochrome, "Built-in Color") filter(CICrop, "Built-in Geometry")        \
+                filter(CIDarkenBlendMode, "Built-in Compositing") filter(CIDivideBlendMode,        \
+                                                                         "Built-in Compositing")   \
+                    filter(CIGaussianBlur, "Built-in Blur") filter(CIHardLightBlendMode,           \
+                                                                   "Built-in Compositing")         \
+                        filter(CIHueAdjust, "Built-in Color") filter(CILanczosScaleTransform,      \
+                                                                     "Built-in Geometry")          \
+                            filter(CIMaximumCompositing, "Built-in Compositing")                   \
+                                filter(CIPerspectiveTransformWithExtent, "Built-in Geometry")      \
+                                    filter(CIPinLightBlendMode, "Built-in Compositing")            \
+                                        filter(CIRadialGradient, "Built-in Generator") filter(     \
+                                            CIRandomGenerator, "Built-in Generator")               \
                                             filter(CISmoothLinearGradient, "Built-in Generator")   \
                                                 filter(CISourceOverCompositing,                    \
                                                        "Built-in Compositing")                     \

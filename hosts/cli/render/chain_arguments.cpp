@@ -29,6 +29,9 @@ void addChainOptions(CLI::App& command, ChainArguments& arguments) {
         "An input that moves from value to value, or a formula\nof the time");
     add("--during", "N=START-END", arguments.ranges,
         "When the Nth filter works, in seconds or HH:MM:SS");
+    add("--mask", "N=FILE|SHAPE", arguments.masks,
+        "Where the Nth filter works: a picture, ellipse(x,y,w,h,\nsoft) or rectangle(...); behind "
+        "it channel=alpha,\ninvert=yes, fit=...");
     command.parse_complete_callback([&command, &arguments, parts] {
         arguments.order.clear();
         for (const CLI::Option* option : command.parse_order())
@@ -52,6 +55,7 @@ ChainPlan readChainPlan(const ChainArguments& arguments, ChainWords* words) {
     for (const std::string& text : arguments.images) plan.addImage(text);
     for (const std::string& text : arguments.animations) plan.addAnimation(text);
     for (const std::string& text : arguments.ranges) plan.addRange(text);
+    for (const std::string& text : arguments.masks) plan.addMask(text);
     if (words) *words = told;
     return plan;
 }

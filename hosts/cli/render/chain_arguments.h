@@ -14,7 +14,7 @@ namespace vorn::hosts::cli {
 
 /// A chain as it is written.
 struct ChainArguments {
-    std::vector<std::string> filters, files, presets, images, animations, ranges;
+    std::vector<std::string> filters, files, presets, images, animations, ranges, masks;
     /// Which of the first three each is, in the order in which they were written.
     using Part = std::vector<std::string> ChainArguments::*;
     std::vector<Part> order;

@@ -16,6 +16,23 @@
 
 namespace vorn::hosts {
 
+namespace {
+
+/// The weights of a region as shades of grey.
+CIImage maskOf(const Region& region, CGRect frame) {
+    const int width = static_cast<int>(frame.width), height = static_cast<int>(frame.height);
+    const auto pixels = std::make_shared<std::vector<unsigned char>>();
+    pixels->reserve(static_cast<size_t>(width) * static_cast<size_t>(height) * 4);
+    for (const unsigned char weight : drawRegion(region, width, height))
+        pixels->insert(pixels->end(), {weight, weight, weight, 255});
+    return CIImage::imageWithBitmap(pixels->data(), static_cast<uint32_t>(width),
+                                    static_cast<uint32_t>(height), static_cast<size_t>(width) * 4,
+                                    CIFormat::RGBA8, CGColorSpace::SRGB, pixels,
+                                    {frame.x, frame.y});
+}
+
+} // namespace
+
 Chain::Chain(const ChainPlan& plan) {
     PrintedLines printed;
     for (const ChainLink& link : plan.links()) {
@@ -43,9 +60,29 @@ CIImage Chain::apply(const CIImage& source, const std::vector<CIImage>& secondIm
         note(stage, lines);
         noteErrorImage(stage, image);
         noteChange(stage, before, image);
+        if (stage.link->mask) image = masked(stage, image, before, secondImages, source.extent());
     }
     ++frames_;
     return image;
+}
+
+CIImage Chain::masked(Stage& stage, const CIImage& image, const CIImage& before,
+                      const std::vector<CIImage>& secondImages, CGRect frame) {
+    const Mask& mask = *stage.link->mask;
+    if (mask.region && stage.drawnMask.extent() != frame)
+        stage.drawnMask = maskOf(*mask.region, frame);
+    const bool isAlpha = !mask.region && mask.channel == MaskChannel::Alpha;
+    const CIFilterRef blend =
+        CIFilter::filterWithName(isAlpha ? "CIBlendWithAlphaMask" : "CIBlendWithMask");
+    // What lies beyond the frame is not the mask's to show, and may have no end.
+    const CIImage within = image.imageByCroppingToRect(before.extent().unionWith(frame));
+    blend->setValueForKey(mask.isInverted ? before : within, "inputImage");
+    blend->setValueForKey(mask.isInverted ? within : before, "inputBackgroundImage");
+    blend->setValueForKey(mask.region ? stage.drawnMask : secondImages[mask.picture],
+                          "inputMaskImage");
+    const CIImage blended = blend->outputImage();
+    if (!blended) throw HostError(ExitCode::Failed, "the mask cannot be laid over the picture");
+    return blended;
 }
 
 void Chain::setInputs(const Stage& stage, const CIImage& image,

@@ -37,7 +37,10 @@ private:
         std::int64_t frames = 0; ///< that it worked on
         /// Those of them that it is known to have left as they were.
         std::int64_t unchanged = 0;
+        CIImage drawnMask; ///< of a region, over the frames that come
     };
+    static CIImage masked(Stage& stage, const CIImage& image, const CIImage& before,
+                          const std::vector<CIImage>& secondImages, CGRect frame);
     void setInputs(const Stage& stage, const CIImage& image,
                    const std::vector<CIImage>& secondImages, std::uint64_t nanoseconds,
                    double seconds);

@@ -6,6 +6,7 @@
 #include "values/values.h"
 
 #include <algorithm>
+#include <cctype>
 #include <optional>
 
 #include <fmt/format.h>
@@ -55,7 +56,7 @@ void ChainPlan::addLink(std::string_view name, std::string_view where) {
     if (links_.size() == most)
         refuse(fmt::format("{}a chain has at most {} filters", before, most));
     try {
-        links_.push_back({findFilter(name), {}, {}, {}, {}});
+        links_.push_back({findFilter(name), {}, {}, {}, {}, {}});
     } catch (const HostError& error) {
         throw HostError(error.code(), before + error.what());
     }
@@ -212,6 +213,48 @@ void ChainPlan::addRange(std::string_view text) {
         place == std::string_view::npos ? links_[0] : linkNamed(text.substr(0, place), option);
     link.during =
         parseRange(place == std::string_view::npos ? text : text.substr(place + 1), "--during");
+}
+
+void ChainPlan::maskBy(ChainLink& link, Mask mask, SecondPicture picture) {
+    picture.placement.usualFit = Fit::Stretch;
+    mask.picture = pictures_.size();
+    pictures_.push_back(std::move(picture));
+    link.mask = mask;
+}
+
+void ChainPlan::addMask(std::string_view text) {
+    if (links_.empty()) refuse(fmt::format("--mask {}: there is no --filter", text));
+    // Files may have "=" in their names; what stands before it is a filter if it is one word.
+    const size_t place = text.find('=');
+    const auto isOfWord = [](unsigned char c) { return std::isalnum(c) != 0 || c == '_'; };
+    const bool isNamed =
+        place != std::string_view::npos && place > 0 &&
+        std::all_of(text.begin(), text.begin() + static_cast<long>(place), isOfWord);
+    const std::string option = fmt::format("--mask {}", text);
+    if (!isNamed && links_.size() > 1)
+        refuse(option + ": the chain has several filters; say N=MASK");
+    ChainLink& link = isNamed ? linkNamed(text.substr(0, place), option) : links_[0];
+    const auto [name, options] = splitOptions(isNamed ? text.substr(place + 1) : text, option);
+
+    Mask mask;
+    SecondPicture picture{name, {}};
+    mask.region = parseRegion(name, "--mask");
+    for (const auto& [key, value] : options) {
+        if (key == "invert" && (value == "yes" || value == "no")) {
+            mask.isInverted = value == "yes";
+        } else if (!mask.region && key == "channel") {
+            mask.channel = parseMaskChannel(value, "--mask channel");
+        } else if (mask.region || !setPlacement(picture.placement, key, value, "--mask")) {
+            refuse(fmt::format("{}: {} has no option \"{}={}\"; there is {}invert=yes", option,
+                               mask.region ? "a region" : "a mask", key, value,
+                               mask.region ? "" : "channel, fit, at, scale, "));
+        }
+    }
+    if (name.empty()) refuse(option + ": a file is wanted, ellipse(...) or rectangle(...)");
+    if (mask.region)
+        link.mask = mask;
+    else
+        maskBy(link, mask, std::move(picture));
 }
 
 } // namespace vorn::hosts

@@ -3,6 +3,7 @@
 
 #include "animation.h"
 #include "catalogue/catalog.h"
+#include "mask.h"
 #include "media/types.h"
 #include "placement.h"
 
@@ -21,9 +22,10 @@ struct ChainLink {
     std::vector<std::pair<std::string, Animation>> animations;
     /// Keys of image inputs, with the number of the second image that they show.
     std::vector<std::pair<std::string, size_t>> images;
-    /// When it works; the picture passes it unchanged at other times. What limits it to a part of
-    /// the picture belongs here as well.
+    /// When it works; the picture passes it unchanged at other times.
     std::optional<media::TimeRange> during;
+    /// Where it works; the picture is unchanged elsewhere.
+    std::optional<Mask> mask;
 
     bool isAtWork(double seconds) const;
 };
@@ -43,6 +45,9 @@ public:
     void addAnimation(std::string_view text);
     /// Reads "N=START-END" or "NAME=START-END"; of a chain of one filter "START-END" too.
     void addRange(std::string_view text);
+    /// Reads "N=MASK" or "NAME=MASK", of a chain of one filter "MASK" too, which is a file or a
+    /// region, each with ":channel=…,invert=…" and the placement of a picture behind it.
+    void addMask(std::string_view text);
 
     // Step by step. `where` names the place of what is asked in complaints.
 
@@ -54,6 +59,11 @@ public:
     void animate(std::string_view key, Animation animation, std::string_view where);
     void setImage(std::string_view key, SecondPicture picture, std::string_view where);
     void limit(const media::TimeRange& range) { links_.back().during = range; }
+    void limit(Mask mask) { links_.back().mask = std::move(mask); }
+    /// The same by a picture, which is stretched over the frame unless it is placed otherwise.
+    void limit(Mask mask, SecondPicture picture) {
+        maskBy(links_.back(), mask, std::move(picture));
+    }
 
     const std::vector<ChainLink>& links() const { return links_; }
     const std::vector<SecondPicture>& pictures() const { return pictures_; }
@@ -66,6 +76,7 @@ private:
         std::string key;
     };
     std::vector<Target> targets(std::string_view address, bool images, std::string_view option);
+    void maskBy(ChainLink& link, Mask mask, SecondPicture picture);
     ChainLink& linkNamed(std::string_view who, std::string_view option);
 
     std::vector<ChainLink> links_;

@@ -106,8 +106,7 @@ private:
     // --- filters --------------------------------------------------------------------------------
 
     void addFilter(const Place& place) {
-        // A mask, once there are some, is one more thing of a filter.
-        wantObject(place, {"filter", "set", "images", "from", "to"});
+        wantObject(place, {"filter", "set", "images", "from", "to", "mask"});
         const Place name = required(place, "filter");
         plan_.addLink(text(name), here(name));
         if (place.value.contains("set")) {
@@ -121,6 +120,44 @@ private:
             for (const auto& [key, value] : images.value.items()) setImage(key, images.at(key));
         }
         limit(place);
+        if (place.value.contains("mask")) addMask(place.at("mask"));
+    }
+
+    /// A picture as it is written anywhere, or an object with a region; both with a little more.
+    void addMask(const Place& place) {
+        Mask mask;
+        if (place.value.is_object()) {
+            wantObject(place,
+                       {"file", "fit", "at", "scale", "channel", "ellipse", "rectangle", "invert"});
+            if (place.value.contains("invert")) {
+                const Place invert = place.at("invert");
+                if (!invert.value.is_boolean()) refuse(invert, "true or false is wanted here");
+                mask.isInverted = invert.value.get<bool>();
+            }
+            for (const char* shape : {"ellipse", "rectangle"})
+                if (place.value.contains(shape)) mask.region = region(place, shape);
+        }
+        if (mask.region) return plan_.limit(mask);
+        if (place.value.is_object() && place.value.contains("channel")) {
+            const Place channel = place.at("channel");
+            mask.channel = parseMaskChannel(text(channel), here(channel));
+        }
+        plan_.limit(mask, picture(place));
+    }
+
+    Region region(const Place& mask, const char* shape) const {
+        for (const auto& [key, value] : mask.value.items())
+            if (key != shape && key != "invert")
+                refuse(mask.at(key), fmt::format("this does not go with \"{}\"", shape));
+        const Place place = mask.at(shape);
+        wantList(place, 4);
+        std::vector<Length> lengths;
+        for (size_t i = 0; i < place.value.size(); ++i) {
+            const Place each = place.at(i);
+            lengths.push_back(each.value.is_number() ? Length{number(each)}
+                                                     : parseLength(text(each), here(each)));
+        }
+        return regionOf(shape, lengths, here(place));
     }
 
     void limit(const Place& place) {

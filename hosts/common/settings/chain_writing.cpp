@@ -122,6 +122,38 @@ JsonText pictureJson(const SecondPicture& picture, const std::filesystem::path& 
     return json;
 }
 
+JsonText maskJson(const Mask& mask, const ChainPlan& plan, const std::filesystem::path& folder) {
+    JsonText json;
+    if (mask.region) {
+        JsonText list = JsonText::array();
+        const auto add = [&](const Length& length) {
+            list.push_back(length.isShare ? JsonText(lengthText(length))
+                                          : numberJson(length.value));
+        };
+        for (const Length& length : mask.region->box) add(length);
+        if (mask.region->soft.value > 0) add(mask.region->soft);
+        json[shapeName(mask.region->shape)] = std::move(list);
+    } else {
+        json = pictureJson(plan.pictures()[mask.picture], folder);
+        const bool saysMore = mask.channel != MaskChannel::Luma || mask.isInverted;
+        if (json.is_string() && saysMore) json = JsonText{{"file", json}};
+        if (mask.channel != MaskChannel::Luma) json["channel"] = maskChannelName(mask.channel);
+    }
+    if (mask.isInverted) json["invert"] = true;
+    return json;
+}
+
+std::string maskText(const Mask& mask, const ChainPlan& plan) {
+    std::string options;
+    if (!mask.region) options = placementText(plan.pictures()[mask.picture].placement);
+    if (mask.channel != MaskChannel::Luma)
+        options +=
+            fmt::format("{}channel={}", options.empty() ? "" : ",", maskChannelName(mask.channel));
+    if (mask.isInverted) options += options.empty() ? "invert=yes" : ",invert=yes";
+    return (mask.region ? regionText(*mask.region) : plan.pictures()[mask.picture].name) +
+           (options.empty() ? "" : ":" + options);
+}
+
 std::string pictureText(const SecondPicture& picture) {
     const std::string options = placementText(picture.placement);
     return options.empty() ? picture.name : picture.name + ":" + options;
@@ -135,6 +167,7 @@ JsonText linkJson(const ChainLink& link, const ChainPlan& plan,
         json["set"][key] = animationJson(animation);
     for (const auto& [key, number] : link.images)
         json["images"][key] = pictureJson(plan.pictures()[number], folder);
+    if (link.mask) json["mask"] = maskJson(*link.mask, plan, folder);
     if (!link.during) return json;
     json["from"] = numberJson(link.during->startSeconds);
     if (link.during->endSeconds) json["to"] = numberJson(*link.during->endSeconds);
@@ -243,6 +276,7 @@ std::vector<std::string> chainOptions(const ChainPlan& plan) {
             add("--animate", "." + key, animationText(animation));
         for (const auto& [key, number] : link.images)
             add("--image", "." + key, pictureText(plan.pictures()[number]));
+        if (link.mask) add("--mask", "", maskText(*link.mask, plan));
         if (!link.during) continue;
         const auto& end = link.during->endSeconds;
         add("--during", "",

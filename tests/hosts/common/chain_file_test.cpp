@@ -41,6 +41,9 @@ std::string settings(const std::string& set) {
     return chainWith(R"({"filter": "VESolarize", "set": {)" + set + "}}");
 }
 
+std::string masked(const std::string& mask) {
+    return chainWith(R"({"filter": "VEXray", "mask": )" + mask + "}");
+}
 std::string secondPicture(const std::string& picture) {
     return chainWith(R"({"filter": "VEXFDissolve", "images": {"targetImage": )" + picture + "}}");
 }
@@ -90,8 +93,15 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{chainWith(R"({"filter": "VESolarise"})"),
                 "/filters/0/filter: there is no filter \"VESolarise\"; did", false},
         Refusal{chainWith(R"({"filter": "VEXray"}, {"filter": 3})"), "/filters/1/filter: a text"},
-        Refusal{chainWith(R"({"filter": "VEXray", "mask": {}})"),
-                "/filters/0/mask: there is no such"},
+        Refusal{masked("{}"), "/filters/0/mask: \"file\" is missing"},
+        Refusal{masked("\"\""), "/filters/0/mask: a file is wanted"},
+        Refusal{masked(R"({"file": "a", "channel": "red"})"), "/mask/channel: there is no channel"},
+        Refusal{masked(R"({"file": "a", "invert": 1})"), "/mask/invert: true or false"},
+        Refusal{masked(R"({"ellipse": [0, 0, 1]})"), "/mask/ellipse: the list is too short"},
+        Refusal{masked(R"({"ellipse": [0, 0, 0, 1]})"), "width and height must be above 0", false},
+        Refusal{masked(R"({"ellipse": [0, 0, "1p", 1]})"), "/mask/ellipse/2: \"1p\" is no", false},
+        Refusal{masked(R"({"rectangle": [0, 0, 1, 1], "file": "a"})"),
+                "/mask/file: this does not go with \"rectangle\""},
         Refusal{chainWith(R"({"filter": "VEXray", "from": 3, "to": 2})"),
                 "/filters/0/to: the effect ends before", false},
         Refusal{chainWith(R"({"filter": "VEXray", "from": -1})"), "/filters/0/from: a time"},
@@ -186,6 +196,24 @@ const char* const kWhole = R"json({
           "at": "top-left",
           "scale": 0.5
         }
+      },
+      "mask": {
+        "file": "sky.png",
+        "fit": "cover",
+        "channel": "alpha",
+        "invert": true
+      }
+    },
+    {
+      "filter": "VEXray",
+      "mask": {
+        "ellipse": [
+          10,
+          "12.5%",
+          "50%",
+          80.5,
+          "7%"
+        ]
       }
     },
     {
@@ -245,8 +273,8 @@ TEST(ChainFiles, FindTheirPicturesFromTheirOwnFolder) {
     registerFilters();
     ChainPlan plan;
     readChain(kWhole, "chain.json", "/some/folder", plan);
-    EXPECT_EQ(plan.imageNames(),
-              (Lines{"/some/folder/pictures/second one.png", "/some/folder/other.png"}));
+    EXPECT_EQ(plan.imageNames(), (Lines{"/some/folder/pictures/second one.png",
+                                        "/some/folder/other.png", "/some/folder/sky.png"}));
     EXPECT_NE(chainText(plan, {}, "/some").find("\"folder/pictures/second one.png\""),
               std::string::npos);
 }

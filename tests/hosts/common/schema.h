@@ -66,11 +66,12 @@ private:
     }
 
     static bool isOf(const std::string& type, const Json& value) {
-        return type == "object"   ? value.is_object()
-               : type == "array"  ? value.is_array()
-               : type == "string" ? value.is_string()
-               : type == "number" ? value.is_number()
-                                  : type == "null" && value.is_null();
+        return type == "object"    ? value.is_object()
+               : type == "array"   ? value.is_array()
+               : type == "string"  ? value.is_string()
+               : type == "number"  ? value.is_number()
+               : type == "boolean" ? value.is_boolean()
+                                   : type == "null" && value.is_null();
     }
 
     Json root_;

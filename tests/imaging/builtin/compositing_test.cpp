@@ -71,6 +71,26 @@ TEST(Maximum, IsThatOfEveryPremultipliedComponent) {
         1e-6);
 }
 
+TEST(BlendWithMask, IsTheMeanByLumaOrAlphaAndExactAtTheEnds) {
+    const Placed source = noise(5, 20, 9, -3, 2), back = noise(6, 31, 11), mask = noise(7, 12, 11);
+    for (const bool isAlpha : {false, true}) {
+        const CIImage image = made(isAlpha ? "CIBlendWithAlphaMask" : "CIBlendWithMask",
+                                   {{"inputImage", source.image()},
+                                    {"inputBackgroundImage", back.image()},
+                                    {"inputMaskImage", mask.image()}});
+        const auto expected = [&](int x, int y) {
+            const Pixel m = mask.at(x, y), s = source.at(x, y);
+            const double weight = isAlpha ? m[3] : 0.2126 * m[0] + 0.7152 * m[1] + 0.0722 * m[2];
+            Pixel out = back.at(x, y);
+            for (size_t c = 0; c < 4; ++c) out[c] += (s[c] - out[c]) * weight;
+            return out;
+        };
+        expectEverywhere(image, {-5, -1, 44, 14}, expected, 1e-5);
+        // Beyond the mask nothing of the image is left.
+        EXPECT_EQ(extentOf(image), (CGRect{0, 0, 31, 11}));
+    }
+}
+
 TEST(Compositing, GivesTheOtherImageWhereOneIsMissing) {
     const Placed pixels = noise(1, 4, 4);
     const CIImage image = pixels.image();
