@@ -37,7 +37,7 @@ private:
         std::int64_t frames = 0; ///< that it worked on
         /// Those of them that it is known to have left as they were.
         std::int64_t unchanged = 0;
-        CIImage drawnMask; ///< of a region, over the frames that come
+        CIImage drawnMask{}; ///< of a region, over the frames that come
     };
     static CIImage masked(Stage& stage, const CIImage& image, const CIImage& before,
                           const std::vector<CIImage>& secondImages, CGRect frame);
